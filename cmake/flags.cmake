@@ -1,0 +1,23 @@
+# Warnings, hardening and sanitizers, carried by one interface target that every target links.
+include(CheckPIESupported)
+check_pie_supported(LANGUAGES CXX)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_CXX_FLAGS_RELEASE "-O2")
+
+add_library(kivctl_flags INTERFACE)
+target_compile_options(kivctl_flags INTERFACE
+    -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror)
+target_compile_definitions(kivctl_flags INTERFACE _GNU_SOURCE _FILE_OFFSET_BITS=64)
+
+if(KIVCTL_SANITIZE)
+    # a failed check ends the program: a test cannot pass over a report
+    set(sanitize -fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
+    target_compile_options(kivctl_flags INTERFACE ${sanitize} -g)
+    target_link_options(kivctl_flags INTERFACE ${sanitize})
+else()
+    target_compile_options(kivctl_flags INTERFACE
+        -fstack-protector-strong -fstack-clash-protection
+        $<$<CONFIG:Release>:-U_FORTIFY_SOURCE> $<$<CONFIG:Release>:-D_FORTIFY_SOURCE=2>)
+    target_link_options(kivctl_flags INTERFACE
+        -Wl,-z,relro -Wl,-z,now -Wl,-z,noexecstack -Wl,--as-needed)
+endif()

@@ -1,0 +1,36 @@
+#include "cli/help_screen.h"
+
+#include <unistd.h>
+
+#include <iostream>
+#include <string>
+
+#include "cli/escape_sequences.h"
+#include "cli/options.h"
+
+namespace {
+
+constexpr const char* kLogo =
+    R"( _    _            _   _
+| | _(_)_   _  ___| |_| |
+| |/ / \ \ / // __| __| |
+|   <| |\ V /| (__| |_| |
+|_|\_\_| \_/  \___|\__|_|
+)";
+
+constexpr const char* kCopyright = "Copyright (C) 2026 the kivctl developers";
+constexpr int kRuleWidth = 78;
+
+const char* onTerminal(const char* sequence) {
+    return ::isatty(STDOUT_FILENO) != 0 ? sequence : "";
+}
+
+}  // namespace
+
+void printHelpScreen() {
+    std::cout << onTerminal(kRed) << kLogo << onTerminal(kReset) << "\n";
+    printHelp();
+    std::cout << onTerminal(kRed) << std::string(kRuleWidth, '_') << "\n"
+              << kCopyright << "\n"
+              << onTerminal(kReset) << "\n\n";
+}

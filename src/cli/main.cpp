@@ -1,0 +1,105 @@
+// The run: prepares the process, parses the command line, checks the caller, loads the
+// configuration and hands over to one command.
+#include <libintl.h>
+#include <sysexits.h>
+#include <unistd.h>
+
+#include <clocale>
+#include <cstdlib>
+#include <iostream>
+#include <stdexcept>
+
+#include "cli/help_screen.h"
+#include "cli/options.h"
+#include "config/configuration.h"
+#include "container/start.h"
+#include "util/daemon.h"
+#include "util/errors.h"
+#include "util/exception_tracer.h"
+#include "util/settings.h"
+
+namespace {
+
+constexpr const char* kTextDomain = "kivctl";
+constexpr const char* kCatalogues = "/usr/share/locale";
+constexpr const char* kVersionLine = "Tarnwell Account Container (KIV) version 3.3.0 (build 18139)";
+
+/// Null for a command that there is no driver for.
+using Driver = void (*)(const char* user);
+
+Driver driverOf(int command) {
+    switch (command) {
+        case Start:
+            return startCommand;
+        default:
+            return nullptr;
+    }
+}
+
+/// The exit status of a failure, printed as one error line.
+int fail(int status, const std::string& message) {
+    report(std::string(programName()) + ": " + message);
+    return status;
+}
+
+int runCommand(int command) {
+    if (::geteuid() != 0) {
+        return fail(EX_USAGE, ::gettext("only root may run this program"));
+    }
+    try {
+        Configuration::load(configFile());
+    } catch (const std::runtime_error& error) {
+        return fail(EX_USAGE, std::string(configFile()) + ": " + error.what());
+    }
+    const Driver driver = driverOf(command);
+    if (driver == nullptr) {
+        report("Command not implemented!");
+        return EX_USAGE;
+    }
+    try {
+        driver(userName());
+    } catch (const std::runtime_error& error) {
+        return fail(EX_OSERR, error.what());
+    }
+    return EXIT_SUCCESS;
+}
+
+int run(int argc, char** argv) {
+    const int command = parseArguments(argc, argv);
+    switch (command) {
+        case Help:
+            printHelpScreen();
+            return EXIT_SUCCESS;
+        case 0:
+        case UsageError:
+            return EX_USAGE;
+        case Version:
+            std::cout << kVersionLine << "\n";
+            return EXIT_SUCCESS;
+        default:
+            return runCommand(command);
+    }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    ExceptionTracer::enable();
+    Daemon::forgetCaller();
+    ::setlocale(LC_ALL, "");
+    ::bindtextdomain(kTextDomain, kCatalogues);
+    ::textdomain(kTextDomain);
+    // host tools and the account's shell see nothing else of the caller's environment
+    Daemon::cleanEnv({"PATH", "TERM", "LANG", "TZ"});
+
+    // execve(2) takes an empty argument vector; kernels since 5.18 make one empty name of it
+    char ownName[] = "kivctl";
+    char* ownVector[] = {ownName, nullptr};
+    if (argc < 1) {
+        return run(1, ownVector);
+    }
+    if (*argv[0] == '\0') {
+        argv[0] = ownName;
+    }
+    return run(argc, argv);
+}

@@ -1,0 +1,185 @@
+#include "cli/options.h"
+
+#include <getopt.h>
+#include <libintl.h>
+#include <unistd.h>
+
+#include <cctype>
+#include <cstring>
+#include <iomanip>
+#include <iostream>
+#include <string>
+
+#include "cli/escape_sequences.h"
+#include "util/settings.h"
+#include "util/string_util.h"
+
+namespace {
+
+constexpr const char* kShortOptions = "+c:dhv";  // "+": options stand before the command
+
+constexpr option kLongOptions[] = {
+    {"config", required_argument, nullptr, 'c'},
+    {"help", no_argument, nullptr, 'h'},
+    {"version", no_argument, nullptr, 'v'},
+    {nullptr, 0, nullptr, 0},
+};
+
+// Codes of options that earlier versions had. Deliberate: they still report a missing argument.
+constexpr int kFormerKeyOption = 'k';
+constexpr int kFormerUnblockOption = 266;
+
+struct CommandWord {
+    const char* word;
+    Command command;
+};
+
+constexpr CommandWord kCommands[] = {
+    {"exec", Exec},
+    {"start", Start},
+    {"stop", Stop},
+    {"status", Status},
+};
+
+/// Prints one error line; "%s" in the translated message stands for `detail`.
+int usageError(const char* message, const std::string& detail = "") {
+    std::string text = ::gettext(message);
+    StringUtil::replaceAll("%s", detail, text);
+    // deliberate: the colours go to standard output, whatever it is
+    const bool colored = ::isatty(STDERR_FILENO) != 0;
+    std::cout << (colored ? kRed : "") << std::flush;
+    std::cerr << "[" << ::gettext("ERROR") << "]" << std::flush;
+    std::cout << (colored ? kReset : "") << std::flush;
+    std::cerr << " " << programName() << ": " << text << "\n" << std::flush;
+    return UsageError;
+}
+
+std::string optionText(int code) {
+    const auto byte = static_cast<unsigned char>(code);
+    if (std::isprint(byte) != 0) {
+        return std::string(1, static_cast<char>(byte));
+    }
+    return StringUtil::hexEscape(static_cast<char>(byte), "\\x");
+}
+
+int optionError(char** argv) {
+    constexpr const char* kNeedsArgument = "option '-%s' requires an argument.";
+    constexpr const char* kUnknown = "unknown option '-%s'";
+    switch (optopt) {
+        case 'c':
+        case kFormerKeyOption:
+            return usageError(kNeedsArgument, optionText(optopt));
+        case kFormerUnblockOption:
+            return usageError(kNeedsArgument, "-ip-unblock");
+        case 0:
+            return usageError(kUnknown, argv[optind - 1] + 1);  // a long option, with both dashes
+        default:
+            return usageError(kUnknown, optionText(optopt));
+    }
+}
+
+/// 0 when all options are read and a command may follow.
+int parseOptions(int argc, char** argv) {
+    opterr = 0;
+    optind = 0;  // getopt(3): starts anew, also after another vector
+    for (;;) {
+        const int code = ::getopt_long(argc, argv, kShortOptions, kLongOptions, nullptr);
+        switch (code) {
+            case -1:
+                return 0;
+            case 'c':
+                settings().configFile = optarg;
+                break;
+            case 'd':
+                settings().debugMode = 1;
+                break;
+            case 'h':
+                return Help;
+            case 'v':
+                return Version;
+            case '?':
+                return optionError(argv);
+            default:
+                return usageError("unknown option '-%s'", optionText(optopt));
+        }
+    }
+}
+
+/// 0 when the word is no command.
+int findCommand(const char* word) {
+    for (const CommandWord& known : kCommands) {
+        if (std::strcmp(word, known.word) == 0) {
+            return known.command;
+        }
+    }
+    return 0;
+}
+
+/// 0, or UsageError. Deliberate: "-abc" is an account's name, though other texts with "-" are not.
+int parseAccountOrAll(const char* operand) {
+    if (std::strcmp(operand, "-a") == 0) {
+        return 0;
+    }
+    if (operand[0] == '-' && operand[1] != 'a') {
+        return usageError("unknown option '-%s'", operand + 1);
+    }
+    settings().userName = operand;
+    return 0;
+}
+
+int parseCommand(int argc, char** argv) {
+    int next = optind;
+    if (next >= argc) {
+        return usageError("missing command (use '-h' for help)");
+    }
+    const int command = findCommand(argv[next]);
+    if (command == 0) {
+        return usageError("unknown command '%s'", argv[next]);
+    }
+    ++next;
+    if (next >= argc) {
+        return usageError(command == Exec ? "missing user name"
+                                          : "missing user name (or '-a' option)");
+    }
+    if (command == Exec) {
+        settings().userName = argv[next];  // whatever it looks like: exec has no -a
+    } else if (parseAccountOrAll(argv[next]) != 0) {
+        return UsageError;
+    }
+    ++next;
+    return next < argc ? usageError("too many arguments") : command;
+}
+
+}  // namespace
+
+int parseArguments(int argc, char** argv) {
+    settings().programName = argv[0];
+    const int answered = parseOptions(argc, argv);
+    return answered != 0 ? answered : parseCommand(argc, argv);
+}
+
+void printHelp() {
+    const std::string config = std::string("-c, --config=") + ::gettext("FILE");
+    std::cout << ::gettext("Usage:") << " " << programName() << " [" << ::gettext("options")
+              << "] [" << ::gettext("command") << "]\n\n"
+              << ::gettext("Options:") << "\n"
+              << "  " << std::left << std::setw(22) << config
+              << ::gettext("use configuration file FILE") << "\n"
+              << std::string(24, ' ') << ::gettext("default:") << " " << kDefaultConfigFile
+              << "\n\n"
+              << ::gettext("Commands:") << "\n"
+              << "  exec   <user>         "
+              << ::gettext("run shell within container of user <user>") << "\n"
+              << "  start  <user> | -a    "
+              << ::gettext("start container for user <user>, or with '-a' for all configured users")
+              << "\n"
+              << "  stop   <user> | -a    "
+              << ::gettext("stop container for user <user>, or with '-a' for all configured users")
+              << "\n"
+              << "  status <user> | -a    "
+              << ::gettext(
+                     "show container status for user <user>, or with '-a' for all configured users")
+              << "\n"
+              << "  -h, --help            " << ::gettext("show this help") << "\n"
+              << "  -v, --version         " << ::gettext("show program version") << "\n";
+}

@@ -1,0 +1,160 @@
+#include "config/configuration.h"
+
+#include <cctype>
+#include <fstream>
+#include <stdexcept>
+#include <utility>
+#include <vector>
+
+#include "config/white_space.h"
+#include "util/reg_ex.h"
+#include "util/string_util.h"
+
+namespace {
+
+Configuration& instance() {
+    static Configuration values;
+    return values;
+}
+
+using Words = std::list<std::string>;
+
+/// Reads the lines of one file into a Configuration: headers at the left edge, indented items
+/// below.
+class Parser {
+public:
+    void parseLine(const std::string& line);
+
+    Configuration result;
+
+private:
+    using ItemHandler = void (Parser::*)(const std::string& item);
+
+    void parseHeader(const std::string& line);
+    void parseItem(std::string item);
+    void selectAllowlist(const Words& words);
+    void selectSection(const std::string& keyword);
+    void addFilter(const std::string& item);
+
+    std::list<std::string>* currentList = nullptr;
+    ItemHandler currentHandler = nullptr;
+};
+
+struct ListSection {
+    const char* keyword;
+    std::list<std::string> Configuration::*list;
+};
+
+constexpr ListSection kListSections[] = {
+    {"hide", &Configuration::hide},         {"empty", &Configuration::empty},
+    {"bind", &Configuration::bind},         {"cap_add", &Configuration::cap_add},
+    {"cap_drop", &Configuration::cap_drop}, {"seccomp", &Configuration::seccomp},
+};
+
+bool isSpace(char c) {
+    return std::isspace(static_cast<unsigned char>(c)) != 0;
+}
+
+void Parser::parseLine(const std::string& line) {
+    if (line.empty()) {
+        return;
+    }
+    if (isSpace(line.front())) {
+        parseItem(line);
+    } else {
+        parseHeader(line);
+    }
+}
+
+void Parser::parseHeader(const std::string& line) {
+    // only blanks separate: a tab makes one unknown word of a header
+    const auto words = StringUtil::split<Words>(line, " ", /*dropEmpty=*/true, false);
+    if (words.empty() || words.front().front() == '#') {
+        return;  // a comment does not end the section
+    }
+    currentHandler = nullptr;
+    if (words.front() == "allowlist") {
+        selectAllowlist(words);
+    } else if (words.size() > 1) {
+        throw std::runtime_error("unexpected arguments");
+    } else {
+        selectSection(words.front());
+    }
+}
+
+void Parser::selectAllowlist(const Words& words) {
+    if (words.size() != 2) {
+        throw std::runtime_error("missing argument to allowlist");
+    }
+    currentList = &result.allowlists[words.back()];
+}
+
+void Parser::selectSection(const std::string& keyword) {
+    currentList = nullptr;
+    if (keyword == "filter") {
+        currentHandler = &Parser::addFilter;
+        return;
+    }
+    // deliberate: an unknown section is accepted, and only an item under it fails
+    for (const ListSection& section : kListSections) {
+        if (keyword == section.keyword) {
+            currentList = &(result.*section.list);
+        }
+    }
+}
+
+void Parser::parseItem(std::string item) {
+    StringUtil::trim(item, kWhiteSpace);
+    if (item.starts_with('#')) {
+        return;
+    }
+    if (currentHandler != nullptr) {
+        (this->*currentHandler)(item);
+    } else if (currentList == nullptr) {
+        throw std::runtime_error("not parsing a list");
+    } else {
+        currentList->push_back(std::move(item));
+    }
+}
+
+void Parser::addFilter(const std::string& item) {
+    const auto gap = item.find_first_of(" \t");
+    auto begin = gap;
+    while (begin < item.size() && isSpace(item[begin])) {
+        ++begin;
+    }
+    if (gap == std::string::npos || begin == item.size()) {
+        throw std::runtime_error("value is not a pair");
+    }
+    const std::string expression = item.substr(begin);
+    std::string sample = expression;
+    StringUtil::replaceAll("${USER}", "user", sample);
+    const RegEx validated(sample, 0);
+    result.filters[item.substr(0, gap)] = expression;
+}
+
+}  // namespace
+
+void Configuration::load(const std::string& path) {
+    std::ifstream file(path);
+    if (!file) {
+        throw std::runtime_error("cannot open file " + path);
+    }
+    Parser parser;
+    std::string line;
+    for (unsigned long number = 1; std::getline(file, line); ++number) {
+        try {
+            parser.parseLine(line);
+        } catch (const std::runtime_error& error) {
+            throw std::runtime_error("line " + std::to_string(number) + ": " + error.what());
+        }
+    }
+    if (file.bad()) {
+        throw std::runtime_error("error while reading from file");
+    }
+    instance() = std::move(parser.result);
+}
+
+const Configuration& configuration() {
+    return instance();
+}

@@ -1,0 +1,57 @@
+#include "container/container_handle.h"
+
+#include <libintl.h>
+
+#include <stdexcept>
+#include <utility>
+
+#include "util/base64.h"
+#include "util/hash.h"
+#include "util/runtime_directory.h"
+#include "util/string_util.h"
+#include "util/util.h"
+
+namespace {
+
+// Interface names have 15 characters at most; hosts already use names of both lengths.
+constexpr std::size_t kLongestPlainName = 10;
+constexpr std::size_t kHashedNameLength = 9;
+
+}  // namespace
+
+ContainerHandle::ContainerHandle(std::string name) : userName(std::move(name)) {
+    const auto refuse = [this](const char* reason) {
+        return std::runtime_error(userName + ": " + ::gettext(reason));
+    };
+    if (userName.find('@') != std::string::npos) {
+        throw refuse("invalid character '@' in user name");
+    }
+    try {
+        uid = Util::getpwnam(userName).uid;
+    } catch (const std::runtime_error& failure) {
+        throw refuse(failure.what());
+    }
+    if (uid == 0) {
+        throw refuse("cannot create container for uid 0");
+    }
+}
+
+const std::string& ContainerHandle::getShortName() {
+    if (!shortName.empty()) {
+        return shortName;
+    }
+    shortName = userName;
+    if (shortName.size() > kLongestPlainName) {
+        const auto digest = Hash::hash(userName, Hash::Sha256);
+        shortName = Base64::encode(digest, /*urlSafe=*/true, 0).substr(0, kHashedNameLength);
+    }
+    return shortName;
+}
+
+std::string ContainerHandle::getCgroupPath() const {
+    return StringUtil::sprintf("/sys/fs/cgroup/user.slice/user-%u.slice", uid);
+}
+
+std::string ContainerHandle::getNamespacePrefix() const {
+    return runtimeDirectory + "/" + userName + "@";
+}

@@ -1,0 +1,36 @@
+#include "container/each_account.h"
+
+#include <unistd.h>
+
+#include <exception>
+#include <stdexcept>
+
+namespace {
+
+std::string describe(const AccountEntry& account, const std::exception& error) {
+    const std::string text = error.what();
+    return account.name + ": " + (text.empty() ? "unknown error" : text);
+}
+
+}  // namespace
+
+std::string forEachAccount(const char* user,
+                           const std::function<void(const AccountEntry&)>& action) {
+    const pid_t self = ::getpid();
+    std::string failures;
+    for (const AccountEntry& account : selectAccounts(user)) {
+        try {
+            action(account);
+        } catch (const std::exception& error) {
+            if (user != nullptr) {
+                throw;
+            }
+            const std::string line = describe(account, error);
+            if (::getpid() != self) {
+                throw std::runtime_error(line);
+            }
+            failures += failures.empty() ? line : "\n" + line;
+        }
+    }
+    return failures;
+}

@@ -1,0 +1,119 @@
+#include "container/network.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <list>
+#include <stdexcept>
+#include <utility>
+#include <vector>
+
+#include "config/configuration.h"
+#include "container/host_preparation.h"
+#include "container/packet_rules.h"
+#include "util/external_command.h"
+#include "util/string_util.h"
+
+namespace {
+
+constexpr const char* kContainerInterface = "veth0";
+constexpr const char* kLoopback = "127.0.0.1";
+constexpr useconds_t kLookInterval = 20'000;  // microseconds
+constexpr int kLooks = 50;
+
+/// A host tool and its arguments.
+struct ToolCall {
+    std::string program;
+    std::list<std::string> arguments;
+};
+
+bool succeeds(ToolCall call) {
+    return ExternalCommand(std::move(call.program), std::move(call.arguments)).execute() == 0;
+}
+
+bool interfaceExists(const std::string& name) {
+    struct stat status {};
+    return ::stat(("/sys/class/net/" + name).c_str(), &status) == 0;
+}
+
+ToolCall ip(std::list<std::string> arguments) {
+    return {configuration().ipCommand, std::move(arguments)};
+}
+
+ToolCall iptables(std::list<std::string> arguments) {
+    return {configuration().iptablesCommand, std::move(arguments)};
+}
+
+ToolCall sysctl(const std::string& assignment) {
+    return {configuration().sysctlCommand, {"-q", "-w", assignment}};
+}
+
+}  // namespace
+
+ContainerLink planLink(ContainerHandle& handle, const IpNetwork& network) {
+    return {"veth-" + handle.getShortName(), "vpeer-" + handle.getShortName(),
+            network.getAddress(1), network.getAddress(2), network.bitmask()};
+}
+
+void checkInterfaceNames(const ContainerLink& link) {
+    const auto taken = [&link] {
+        return interfaceExists(link.hostInterface) || interfaceExists(link.peerInterface);
+    };
+    for (int look = 0; taken(); ++look) {
+        if (look == kLooks) {
+            // deliberate: the host interface is named for a left-over peer too
+            throw std::runtime_error(link.hostInterface + ": already exists!");
+        }
+        ::usleep(kLookInterval);
+    }
+}
+
+void setUpHostSide(const ContainerLink& link, pid_t child) {
+    const std::string mtu = std::to_string(detectDefaultMtu());
+    const std::string address = link.hostAddress + "/" + std::to_string(link.prefixLength);
+    const std::string& host = link.hostInterface;
+    const std::string& peer = link.peerInterface;
+    const ToolCall calls[] = {
+        // this gives the MTU to the peer alone; the host end gets it with the last call
+        ip({"link", "add", host, "type", "veth", "peer", "name", peer, "mtu", mtu}),
+        ip({"link", "set", peer, "netns", std::to_string(child)}),
+        sysctl("net.ipv4.conf." + host + ".route_localnet=1"),
+        iptables(databaseRule(host, link.hostAddress).arguments("-I")),
+        iptables(rejectRule(host).arguments("-A")),
+        ip({"addr", "add", address, "dev", host}),
+        ip({"link", "set", host, "up", "mtu", mtu}),
+    };
+    for (const ToolCall& call : calls) {
+        succeeds(call);
+    }
+}
+
+bool setUpContainerSide(const ContainerLink& link, std::optional<gid_t> group) {
+    const std::string address = link.containerAddress + "/" + std::to_string(link.prefixLength);
+    const std::string& host = link.hostAddress;
+    std::vector<ToolCall> calls = {
+        ip({"link", "set", "dev", link.peerInterface, "name", kContainerInterface}),
+        ip({"addr", "add", address, "dev", kContainerInterface}),
+        ip({"link", "set", kContainerInterface, "up"}),
+        ip({"link", "set", "lo", "up"}),
+        ip({"route", "add", "default", "via", host}),
+        sysctl("net.ipv4.conf.veth0.route_localnet=1"),
+    };
+    if (group) {
+        // lets the account's group use ICMP echo sockets without privileges, icmp(7)
+        calls.push_back(
+            sysctl(StringUtil::sprintf("net.ipv4.ping_group_range=%u %u", *group, *group)));
+    }
+    // a connection to the container's own 127.0.0.1:3306 crosses the pair to the host's end
+    calls.push_back(iptables({"-t", "nat", "-A", "POSTROUTING", "-s", kLoopback, "-d", host, "-o",
+                              kContainerInterface, "-j", "MASQUERADE"}));
+    calls.push_back(iptables({"-t", "nat", "-A", "OUTPUT", "-s", kLoopback, "-p", "tcp", "-d",
+                              kLoopback, "--dport", "3306", "-j", "DNAT", "--to", host + ":3306"}));
+    for (const ToolCall& call : calls) {
+        if (!succeeds(call)) {
+            return false;
+        }
+    }
+    return true;
+}

@@ -1,0 +1,36 @@
+// Connects a container's network namespace to the host: a veth pair, addresses, routes and the
+// packet rules on both ends.
+#pragma once
+
+#include <sys/types.h>
+
+#include <optional>
+#include <string>
+
+#include "container/container_handle.h"
+#include "util/ip_network.h"
+
+/// The names and addresses of one container's link.
+struct ContainerLink {
+    std::string hostInterface;     ///< "veth-" + short name, stays on the host
+    std::string peerInterface;     ///< "vpeer-" + short name, until the container renames it
+    std::string hostAddress;       ///< number 1 of the account's network
+    std::string containerAddress;  ///< number 2
+    unsigned prefixLength = 0;
+};
+
+/// Throws std::runtime_error when the network is too small for both addresses.
+ContainerLink planLink(ContainerHandle& handle, const IpNetwork& network);
+
+/// Throws std::runtime_error host interface + ": already exists!" when one of the two interfaces is
+/// there. The kernel removes the pair of a stopped container a moment after its last process, so a
+/// taken name is looked at again for up to one second.
+void checkInterfaceNames(const ContainerLink& link);
+
+/// Runs in the parent while the child waits. Failures are reported by the runner, and the next
+/// command follows whatever its outcome.
+void setUpHostSide(const ContainerLink& link, pid_t child);
+
+/// Runs in the child. The first failing command ends it and makes the result false. Without a group
+/// (no password entry) the ping range is left as it is.
+bool setUpContainerSide(const ContainerLink& link, std::optional<gid_t> group);

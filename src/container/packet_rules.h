@@ -1,0 +1,24 @@
+// The packet-filter rules that containers need on the host. A rule is added, checked and deleted
+// from the same value, so that what stop deletes is what start has added.
+#pragma once
+
+#include <list>
+#include <string>
+
+struct PacketRule {
+    std::list<std::string> table;  ///< "-t" and the table's name; none for the filter table
+    std::string chain;
+    std::list<std::string> match;  ///< everything after the chain, the target included
+
+    /// The arguments of iptables(8) for an action such as "-A", "-I", "-C" or "-D".
+    std::list<std::string> arguments(const std::string& action) const;
+};
+
+/// Source NAT for all containers through the host's default interface.
+PacketRule masqueradeRule(const std::string& defaultInterface);
+
+/// Connections to the host's end of the pair, port 3306, reach the database on the host's loopback.
+PacketRule databaseRule(const std::string& hostInterface, const std::string& hostAddress);
+
+/// Nothing else in the containers' private range is reached through the host's input path.
+PacketRule rejectRule(const std::string& hostInterface);

@@ -1,0 +1,120 @@
+#include "container/root_filesystem.h"
+
+#include <fcntl.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <stdexcept>
+
+#include "config/configuration.h"
+#include "config/file_filters.h"
+#include "container/pivot.h"
+#include "container/root_mounts.h"
+#include "fs/mount_table.h"
+#include "fs/overlay_layer.h"
+#include "util/errors.h"
+#include "util/file_descriptor.h"
+#include "util/runtime_directory.h"
+#include "util/scope_guard.h"
+
+namespace {
+
+constexpr const char* kWorkspace = "/mnt";
+constexpr const char* kLowerRoot = "/mnt/root";
+constexpr const char* kLayer = "/mnt/kiv";
+constexpr const char* kTempRoot = "/mnt/temp-root";
+constexpr const char* kOverlayOptions = "lowerdir=/mnt/kiv:/mnt/root";
+constexpr mode_t kDirectoryMode = 0755;
+
+/// False when a mount made at "/mnt" could come out in the host's namespace.
+bool isPrivateAlready() {
+    MountTable table;
+    readMountTable(table, "/", kMountInfo);
+    for (const MountEntry& entry : table) {
+        const bool underWorkspace = entry.mountPoint() == "/" || entry.mountPoint() == kWorkspace;
+        if (underWorkspace && !entry.isPrivate()) {
+            return false;
+        }
+    }
+    return true;
+}
+
+/// From here on mounts of the host still arrive, but none of ours goes out.
+void stopPropagation() {
+    if (::mount("none", "/", nullptr, MS_REC | MS_SLAVE, nullptr) != 0) {
+        const int error = errno;
+        report("mount(unshare) failed: " + errorText(error));
+        if (!isPrivateAlready()) {
+            throw std::runtime_error("mounts are shared with the host, giving up");
+        }
+    }
+}
+
+void hideRuntimeDirectory() {
+    if (::umount(runtimeDirectory.c_str()) == 0) {
+        return;
+    }
+    const int error = errno;
+    report("umount(kiv) failed: " + errorText(error));
+    // Busy as soon as other containers run: their namespace files came along as mounts below it.
+    // Detached all the same, else this mount namespace would keep their networks alive.
+    ::umount2(runtimeDirectory.c_str(), MNT_DETACH);
+}
+
+void makeDirectory(const char* path, const char* failure) {
+    if (::mkdir(path, kDirectoryMode) != 0) {
+        const int error = errno;
+        throw systemError(failure, error);
+    }
+}
+
+/// The host's root with the generated layer on top, read-only because no layer is writable.
+FileDescriptor mountOverlay(const std::string& userName) {
+    if (::mount(nullptr, kWorkspace, "tmpfs", 0, nullptr) != 0) {
+        const int error = errno;
+        throw systemError("Cannot create tmpfs at /mnt: ", error);
+    }
+    makeDirectory(kLowerRoot, "mkdir(root) failed: ");
+    // not recursive: only the root file system itself, none of what the host has mounted on it
+    if (::mount("/", kLowerRoot, nullptr, MS_BIND, nullptr) != 0) {
+        const int error = errno;
+        throw systemError("bind-mount(root) failed: ", error);
+    }
+    makeDirectory(kLayer, "mkdir(kiv) failed: ");
+    const Configuration& config = configuration();
+    buildOverlayLayer(
+        kLowerRoot, kLayer, userName,
+        {config.allowlists, config.hide, config.empty, config.bind, builtInFileFilters()});
+    makeDirectory(kTempRoot, "mkdir(temp-root) failed: ");
+    if (::mount("overlay", kTempRoot, "overlay", 0, kOverlayOptions) != 0) {
+        const int error = errno;
+        throw systemError("overlay-mount(temp-root) failed: ", error);
+    }
+    return FileDescriptor(::open(kTempRoot, O_PATH | O_DIRECTORY | O_CLOEXEC));
+}
+
+/// Who enters the namespace from now on finds an empty directory that nobody may read.
+void coverRoot() {
+    const unsigned long flags = MS_RDONLY | MS_NOSUID | MS_NODEV | MS_NOEXEC;
+    if (::mount("none", "/", "tmpfs", flags, "mode=0") != 0) {
+        const int error = errno;
+        report("mount(cover) failed: " + errorText(error));
+    }
+}
+
+}  // namespace
+
+void buildRootFilesystem(const std::string& userName, const std::optional<PasswordEntry>& account) {
+    stopPropagation();
+    ScopeGuard leaveNoViewOfTheHost(coverRoot);
+    hideRuntimeDirectory();
+    const FileDescriptor root = mountOverlay(userName);
+    if (account && !account->homeDirectory.empty()) {
+        mountHome(root, account->homeDirectory);
+    }
+    mountPrivateParts(root);
+    mountBinds(root);
+    pivotInto(kTempRoot, root);
+    leaveNoViewOfTheHost.dismiss();
+}

@@ -1,0 +1,145 @@
+#include "container/root_mounts.h"
+
+#include <fcntl.h>
+#include <grp.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "config/configuration.h"
+#include "fs/layer_paths.h"
+#include "fs/path_resolution.h"
+#include "util/errors.h"
+#include "util/settings.h"
+
+namespace {
+
+constexpr const char* kLayer = "/mnt/kiv";
+constexpr const char* kTempRoot = "/mnt/temp-root";
+constexpr const char* kEmptyDirectory = "/mnt/empty-dir";
+constexpr unsigned long kRunFlags = MS_NOSUID | MS_NODEV | MS_NOEXEC | MS_RELATIME;
+
+/// bindMount, where a source or target that could not be opened counts as a failed mount. The text
+/// of what failed first, empty when it is mounted.
+int bindOnto(const FileDescriptor& source, const FileDescriptor& root, const std::string& path) {
+    if (!source.valid()) {
+        return errno;
+    }
+    const FileDescriptor target = openBeneath(root, path);
+    if (!target.valid() || bindMount(source, target) != 0) {
+        return errno;
+    }
+    return 0;
+}
+
+/// The account's own tmp directory. The account may put a link there, which would lead root
+/// elsewhere.
+FileDescriptor openTmpOf(const FileDescriptor& home) {
+    return FileDescriptor(
+        ::openat(home.get(), "tmp", O_PATH | O_NOFOLLOW | O_DIRECTORY | O_CLOEXEC));
+}
+
+void mountTerminals() {
+    const std::string target = std::string(kTempRoot) + "/dev/pts";
+    if (::mount(nullptr, target.c_str(), "devpts", 0, "newinstance,max=64") != 0) {
+        const int error = errno;
+        report("mount(/dev/pts) failed: " + errorText(error));
+    }
+}
+
+void mountProc() {
+    const std::string target = std::string(kTempRoot) + "/proc";
+    if (::mount(nullptr, target.c_str(), "proc", MS_RDONLY, "hidepid=2") != 0) {
+        const int error = errno;
+        report("remount(/proc) failed: " + errorText(error));
+    }
+}
+
+/// Paths in proc cannot be emptied by the layer, only covered by a mount.
+void coverProcPaths(const FileDescriptor& root) {
+    if (::mkdir(kEmptyDirectory, 0755) != 0) {
+        const int error = errno;
+        throw systemError("mkdir(/mnt/empty-dir) failed: ", error);
+    }
+    for (const std::string& path : configuration().empty) {
+        if (!path.starts_with("/proc/")) {
+            continue;
+        }
+        const FileDescriptor source(::open(kEmptyDirectory, O_PATH | O_DIRECTORY | O_CLOEXEC));
+        const int error = bindOnto(source, root, path);
+        if (error != 0) {
+            report("mount(" + path + ") failed: " + errorText(error));
+        }
+    }
+}
+
+/// Where login programs note sessions; optional, so a failure is at most a warning.
+void createUtmp(const std::string& run) {
+    const FileDescriptor utmp(
+        ::open((run + "/utmp").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0664));
+    const group* owner = utmp.valid() ? ::getgrnam("utmp") : nullptr;
+    if (owner != nullptr && ::fchown(utmp.get(), 0, owner->gr_gid) != 0) {
+        const int error = errno;
+        report("WARN: fchown(" + run + "/utmp) failed: " + errorText(error));
+    }
+}
+
+void mountRun() {
+    const std::string run = std::string(kTempRoot) + "/run";
+    if (::mount(nullptr, run.c_str(), "tmpfs", kRunFlags, "size=1m,mode=755") != 0) {
+        const int error = errno;
+        throw systemError("Cannot create tmpfs at /run: ", error);
+    }
+    // a place for the database's socket; without it clients still reach the database by address
+    ::mkdir((run + "/mysqld").c_str(), 0755);
+    createUtmp(run);
+}
+
+}  // namespace
+
+void mountHome(const FileDescriptor& root, const std::string& home) {
+    const FileDescriptor source = openThroughRootLinks(home, LastLink::Keep);
+    struct stat status {};
+    if (!source.valid() || ::fstat(source.get(), &status) != 0) {
+        const int error = errno;
+        report(home + ": " + errorText(error));
+        return;
+    }
+    if (!S_ISDIR(status.st_mode)) {
+        return;
+    }
+    // In the top layer, and from the running host: a home on a file system of its own is not below
+    // the lower root. Nothing may look the path up in the overlay before: it would remember its
+    // absence.
+    mirrorFromHost(kLayer, componentsOf(home));
+    int error = bindOnto(source, root, home);
+    if (error != 0) {
+        report("bind-mount(" + home + " to " + kTempRoot + home + ") failed: " + errorText(error));
+    }
+    const std::string tmp = home + "/tmp";
+    if (debugMode() != 0) {
+        report("tmpdir: " + tmp);
+    }
+    error = bindOnto(openTmpOf(source), root, "/tmp");
+    if (error != 0) {
+        report("mount(" + tmp + ") to /tmp failed: " + errorText(error));
+    }
+}
+
+void mountPrivateParts(const FileDescriptor& root) {
+    mountTerminals();
+    mountProc();
+    coverProcPaths(root);
+    mountRun();
+}
+
+void mountBinds(const FileDescriptor& root) {
+    for (const std::string& path : configuration().bind) {
+        const int error = bindOnto(openThroughRootLinks(path, LastLink::Follow), root, path);
+        if (error != 0 && (error != ENOENT || debugMode() != 0)) {
+            report("bind-mount(" + path + ") failed: " + errorText(error));
+        }
+    }
+}

@@ -1,0 +1,21 @@
+// The mounts inside a container's new root: home, tmp, terminals, proc, run and the configured
+// ones.
+#pragma once
+
+#include <string>
+
+#include "util/file_descriptor.h"
+
+/// `root` is the new root at /mnt/temp-root, opened with O_PATH. Sources and targets that an
+/// account can influence are opened once and mounted through their descriptors.
+
+/// Binds the home directory and, over /tmp, its tmp directory. Reports what fails and goes on.
+void mountHome(const FileDescriptor& root, const std::string& home);
+
+/// Private terminals, a proc of the account's own processes, the emptied paths of proc, and a small
+/// /run. Throws std::runtime_error when there is no /run to be had; reports the rest.
+void mountPrivateParts(const FileDescriptor& root);
+
+/// Binds the configured paths. Reports what fails and goes on; a path that is missing on the host
+/// only in debug mode.
+void mountBinds(const FileDescriptor& root);

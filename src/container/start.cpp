@@ -1,0 +1,163 @@
+#include "container/start.h"
+
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <iostream>
+#include <optional>
+#include <stdexcept>
+#include <string>
+
+#include "container/each_account.h"
+#include "container/fork_unshare.h"
+#include "container/host_preparation.h"
+#include "container/namespaces.h"
+#include "container/network.h"
+#include "container/root_filesystem.h"
+#include "fs/mount_table.h"
+#include "util/errors.h"
+#include "util/file_descriptor.h"
+#include "util/runtime_directory.h"
+#include "util/scope_guard.h"
+#include "util/util.h"
+
+namespace {
+
+constexpr mode_t kUmask = 022;
+constexpr int kNetworkFailed = 71;  // EX_OSERR, as for every command that fails
+
+/// Makes sure that each missing namespace has its file, and returns the unshare(2) flags of those.
+int missingNamespaces(const ContainerHandle& handle) {
+    MountTable table;
+    readMountTable(table, runtimeDirectory, kMountInfo);
+    int flags = 0;
+    for (const NamespaceKind& kind : kNamespaceKinds) {
+        if (!checkNamespaceMount(handle.userName, table, kind.name)) {
+            flags |= kind.flag;
+            ensureFileExists(handle.getNamespacePrefix() + kind.name);
+        }
+    }
+    return flags;
+}
+
+/// Holds back what would end kivctl between the fork and the wait, and leave a child that nobody
+/// waits for. Returns the mask to go back to.
+sigset_t holdSignals() {
+    sigset_t held;
+    sigset_t before;
+    ::sigemptyset(&held);
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+        ::sigaddset(&held, signal);
+    }
+    ::sigprocmask(SIG_BLOCK, &held, &before);
+    return before;
+}
+
+bool hasOwnNamespace(pid_t child, const NamespaceKind& kind) {
+    try {
+        return getNamespaceInode(child, kind.name) != getNamespaceInode(::getpid(), kind.name);
+    } catch (const std::runtime_error&) {
+        return false;  // a dead child has none; it has said why it died
+    }
+}
+
+/// A child whose unshare failed is in the host's namespaces: nothing may be wired to or pinned from
+/// it.
+void requireOwnNamespaces(pid_t child, int flags) {
+    for (const NamespaceKind& kind : kNamespaceKinds) {
+        if ((flags & kind.flag) != 0 && !hasOwnNamespace(child, kind)) {
+            throw std::runtime_error(std::string("no new ") + kind.name + " namespace was created");
+        }
+    }
+}
+
+void pinNamespaces(const ContainerHandle& handle, pid_t child, int flags) {
+    for (const NamespaceKind& kind : kNamespaceKinds) {
+        if ((flags & kind.flag) == 0) {
+            continue;
+        }
+        const std::string source = namespaceLink(child, kind.name);
+        const std::string target = handle.getNamespacePrefix() + kind.name;
+        progress("bind-mounting " + target);
+        if (::mount(source.c_str(), target.c_str(), nullptr, MS_BIND, nullptr) != 0) {
+            const int error = errno;
+            throw systemError(source + ": mount(" + target + ") failed: ", error);
+        }
+    }
+}
+
+/// The set-up child, after its release. Ends the process, or throws.
+[[noreturn]] void setUpInside(const ContainerHandle& handle, const ContainerLink& link, int flags,
+                              const std::optional<PasswordEntry>& account) {
+    ::umask(kUmask);
+    int status = EXIT_SUCCESS;
+    if ((flags & CLONE_NEWNET) != 0) {
+        const auto group = account ? std::optional(account->gid) : std::nullopt;
+        if (!setUpContainerSide(link, group)) {
+            status = kNetworkFailed;
+        }
+    }
+    if ((flags & CLONE_NEWNS) != 0) {
+        buildRootFilesystem(handle.userName, account);
+    }
+    std::exit(status);
+}
+
+}  // namespace
+
+void startCommand(const char* user) {
+    ::umask(kUmask);  // whatever the caller's: modes of what is created here must not depend on it
+    const std::string failures = forEachAccount(user, [](const AccountEntry& account) {
+        std::cout << "starting container: " + account.name + ", network:" + account.net + "\n"
+                  << std::flush;
+        ContainerHandle handle(account.name);
+        startContainer(handle, IpNetwork(account.net));
+    });
+    if (!failures.empty()) {
+        throw std::runtime_error(failures);
+    }
+}
+
+void startContainer(ContainerHandle& handle, const IpNetwork& network) {
+    const ContainerLink link = planLink(handle, network);
+    const auto account = Util::getpwuid(handle.uid);
+    const FileDescriptor lock = prepareHost(handle);
+    const int flags = missingNamespaces(handle);
+    if (flags == 0) {
+        return;  // running already
+    }
+    const bool newNetwork = (flags & CLONE_NEWNET) != 0;
+    if (newNetwork) {
+        checkInterfaceNames(link);
+    }
+
+    const sigset_t before = holdSignals();
+    ScopeGuard letSignalsThrough([&before] { ::sigprocmask(SIG_SETMASK, &before, nullptr); });
+    int syncFd = -1;
+    const pid_t child = forkUnshare(flags, syncFd);
+    if (child == 0) {
+        letSignalsThrough.dismiss();  // the child is to finish its set-up, or to say what failed
+        setUpInside(handle, link, flags, account);
+    }
+    FileDescriptor sync(syncFd);
+    const auto releaseAndWait = [&sync, child] {
+        sync.reset();
+        int status = 0;  // not looked at: the child reports its own failures
+        while (::waitpid(child, &status, 0) == -1 && errno == EINTR) {
+        }
+    };
+    ScopeGuard neverLeaveTheChild(releaseAndWait);
+    requireOwnNamespaces(child, flags);
+    if (newNetwork) {
+        setUpHostSide(link, child);
+    }
+    pinNamespaces(handle, child, flags);
+    neverLeaveTheChild.dismiss();
+    releaseAndWait();
+    progress("OK.");
+}

@@ -1,0 +1,56 @@
+#include "fs/directory_mirror.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "util/errors.h"
+
+namespace {
+
+bool makeLike(const struct stat& source, const std::string& dst) {
+    struct stat existing {};
+    if (::stat(dst.c_str(), &existing) == 0) {
+        return true;
+    }
+    int error = errno;
+    if (error != ENOENT) {
+        report(dst + ": " + errorText(error));
+        return false;
+    }
+    if (::mkdir(dst.c_str(), source.st_mode) != 0) {
+        error = errno;
+        report("mkdir(" + dst + ") failed (1): " + errorText(error));
+        return false;
+    }
+    if (::chown(dst.c_str(), source.st_uid, source.st_gid) != 0) {
+        error = errno;
+        report("WARN: chown(" + dst + ") failed: " + errorText(error));
+    }
+    return true;
+}
+
+}  // namespace
+
+bool recMkDir(std::string& src, std::string& dst, std::list<std::string> components) {
+    if (components.empty()) {
+        return true;
+    }
+    if (!components.front().empty()) {
+        src += "/" + components.front();
+        dst += "/" + components.front();
+    }
+    struct stat source {};
+    if (::stat(src.c_str(), &source) != 0) {
+        report("recMkDir: '" + src + "' doesn't exist");
+        return false;
+    }
+    if (!makeLike(source, dst)) {
+        return false;
+    }
+    components.pop_front();
+    std::string deeperSource = src;
+    std::string deeperTarget = dst;
+    return recMkDir(deeperSource, deeperTarget, std::move(components));
+}

@@ -1,0 +1,12 @@
+// Mirrors a chain of directories from one tree into another.
+#pragma once
+
+#include <list>
+#include <string>
+
+/// Makes every directory of the chain `components` exist below `dst`, each with mode (the umask
+/// applies) and owner of its counterpart below `src`. What exists in `dst` stays, whatever its
+/// type. `src` and `dst` grow by the first component in place; `components` is consumed. Reports on
+/// standard error and returns false when a source is missing or a directory cannot be made; what
+/// was made before stays.
+bool recMkDir(std::string& src, std::string& dst, std::list<std::string> components);

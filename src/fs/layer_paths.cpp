@@ -1,0 +1,46 @@
+#include "fs/layer_paths.h"
+
+#include <algorithm>
+
+#include "fs/directory_mirror.h"
+#include "util/string_util.h"
+
+std::list<std::string> componentsOf(const std::string& path) {
+    return StringUtil::split<std::list<std::string>>(path, "/", /*dropEmpty=*/true, false);
+}
+
+std::string parentOf(const std::string& path) {
+    const auto lastName = path.find_last_not_of('/');
+    const auto slash = lastName == std::string::npos ? 0 : path.rfind('/', lastName);
+    if (slash == std::string::npos) {
+        return "";
+    }
+    return path.substr(0, std::max<std::string::size_type>(slash, 1));
+}
+
+std::string anchored(const std::string& item) {
+    const auto components = componentsOf(item);
+    const bool climbs = std::find(components.begin(), components.end(), "..") != components.end();
+    if (item.empty() || (item.front() == '/' && !climbs)) {
+        return item;
+    }
+    std::list<std::string> resolved;
+    for (const std::string& name : components) {
+        if (name != "..") {
+            resolved.push_back(name);
+        } else if (!resolved.empty()) {
+            resolved.pop_back();
+        }
+    }
+    std::string path;
+    for (const std::string& name : resolved) {
+        path += "/" + name;
+    }
+    return path;
+}
+
+bool mirrorFromHost(const std::string& layerDir, const std::list<std::string>& components) {
+    std::string source;
+    std::string target = layerDir;
+    return recMkDir(source, target, components);
+}

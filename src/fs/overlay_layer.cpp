@@ -1,0 +1,180 @@
+#include "fs/overlay_layer.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/xattr.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <string_view>
+#include <unordered_set>
+
+#include "fs/directory_mirror.h"
+#include "fs/filtered_copy.h"
+#include "fs/layer_paths.h"
+#include "fs/path_expansion.h"
+#include "fs/path_resolution.h"
+#include "util/directory_stream.h"
+#include "util/errors.h"
+#include "util/file_descriptor.h"
+#include "util/settings.h"
+
+namespace {
+
+/// A character device 0:0 tells the overlay file system that the name is gone, see the kernel's
+/// Documentation/filesystems/overlayfs.rst.
+constexpr mode_t kWhiteoutMode = S_IFCHR | 0000;
+constexpr dev_t kWhiteoutDevice = 0;
+
+constexpr const char* kOpaqueAttribute = "trusted.overlay.opaque";
+
+bool mirror(const std::string& lowerRoot, const std::string& layerDir, const std::string& path) {
+    std::string source = lowerRoot;
+    std::string target = layerDir;
+    return recMkDir(source, target, componentsOf(path));
+}
+
+/// Step 1: of a directory's entries all but the listed ones disappear.
+void hideUnlisted(const std::string& lowerRoot, const std::string& layerDir,
+                  const std::string& directory, const std::list<std::string>& patterns) {
+    const std::string lowerPath = lowerRoot + directory;
+    const DirectoryStream lower(::opendir(lowerPath.c_str()));
+    if (lower == nullptr) {
+        const int error = errno;
+        if (error != ENOENT) {
+            report("Cannot open " + lowerPath + ": " + errorText(error));
+        }
+        return;
+    }
+    if (!mirror(lowerRoot, layerDir, directory)) {
+        return;
+    }
+    const std::string layerPath = layerDir + directory;
+    const FileDescriptor layer(::open(layerPath.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!layer.valid()) {
+        const int error = errno;
+        report("Cannot open " + layerPath + ": " + errorText(error));
+        return;
+    }
+    // compared with the bare name: a "*" pattern expands to full paths and keeps nothing visible
+    const auto expanded = expandPaths(lowerPath, patterns);
+    const std::unordered_set<std::string> visible(expanded.begin(), expanded.end());
+    while (const dirent* entry = ::readdir(lower.get())) {
+        const std::string name = entry->d_name;
+        if (name != "." && name != ".." && !visible.contains(name)) {
+            ::mknodat(layer.get(), name.c_str(), kWhiteoutMode, kWhiteoutDevice);
+        }
+    }
+}
+
+/// Step 2: one path disappears.
+void hidePath(const std::string& lowerRoot, const std::string& layerDir, const std::string& item) {
+    const std::string path = anchored(item);
+    const std::string parent = parentOf(path);
+    // a whiteout below a link would hide the name in the wrong directory
+    if (!openWithoutLinks(parent).valid()) {
+        if (errno == ELOOP) {
+            report("Path contains symlink, ignoring: " + item);
+        }
+        return;
+    }
+    if (!mirror(lowerRoot, layerDir, parent)) {
+        return;
+    }
+    const std::string target = layerDir + path.substr(0, path.find_last_not_of('/') + 1);
+    ::mknod(target.c_str(), kWhiteoutMode, kWhiteoutDevice);
+}
+
+/// False when something other than a whiteout stands at the layer's path.
+bool clearWhiteout(const std::string& layerPath) {
+    struct stat existing {};
+    if (::stat(layerPath.c_str(), &existing) != 0) {
+        return true;
+    }
+    if (!S_ISCHR(existing.st_mode)) {
+        report(layerPath + " already exists - don't know...!?");
+        return false;
+    }
+    ::unlink(layerPath.c_str());
+    return true;
+}
+
+/// Step 3: a directory appears empty.
+void emptyDirectory(const std::string& lowerRoot, const std::string& layerDir,
+                    const std::string& item) {
+    if (item.starts_with("/proc/")) {
+        return;  // covered by a mount when the root is set up
+    }
+    const std::string path = anchored(item);
+    const std::string lowerPath = lowerRoot + path;
+    const std::string layerPath = layerDir + path;
+    struct stat lower {};
+    if (::stat(lowerPath.c_str(), &lower) != 0) {
+        const int error = errno;
+        report("stat(" + lowerPath + ") failed: " + errorText(error));
+        return;
+    }
+    if (!clearWhiteout(layerPath) || !mirror(lowerRoot, layerDir, parentOf(path))) {
+        return;
+    }
+    const auto failed = [&layerPath](const char* call) {
+        const int error = errno;
+        report(std::string(call) + "(" + layerPath + ") failed: " + errorText(error));
+    };
+    if (::mkdir(layerPath.c_str(), lower.st_mode) != 0) {
+        failed("mkdir");
+    } else if (::chown(layerPath.c_str(), lower.st_uid, lower.st_gid) != 0) {
+        failed("chown");
+    } else if (::setxattr(layerPath.c_str(), kOpaqueAttribute, "y", 1, 0) != 0) {
+        failed("setattr");
+    }
+}
+
+/// Step 4: a place for a bind mount.
+void prepareBindTarget(const std::string& layerDir, const std::string& item) {
+    struct stat source {};
+    if (::stat(item.c_str(), &source) != 0) {
+        const int error = errno;
+        if (error != ENOENT || debugMode() != 0) {
+            report(item + ": cannot prepare bind-mount: " + errorText(error));
+        }
+        return;
+    }
+    const std::string path = anchored(item);
+    const bool isDirectory = S_ISDIR(source.st_mode);
+    if (!mirrorFromHost(layerDir, componentsOf(isDirectory ? path : parentOf(path)))) {
+        const int error = errno;
+        report("mkdir(" + layerDir + item + ") failed (2): " + errorText(error));
+        return;
+    }
+    if (isDirectory) {
+        return;
+    }
+    const std::string target = layerDir + path;
+    const FileDescriptor file(::open(target.c_str(), O_CREAT | O_CLOEXEC, 0640));
+    if (!file.valid()) {
+        const int error = errno;
+        report("touch(" + target + ") for bind-mount failed: " + errorText(error));
+    }
+}
+
+}  // namespace
+
+void buildOverlayLayer(const std::string& lowerRoot, const std::string& layerDir,
+                       const std::string& userName, const LayerRules& rules) {
+    // the order is fixed: a later step may replace what an earlier one has made
+    for (const auto& [directory, patterns] : rules.allowlists) {
+        hideUnlisted(lowerRoot, layerDir, anchored(directory), patterns);
+    }
+    for (const std::string& path : expandPaths(lowerRoot, rules.hide)) {
+        hidePath(lowerRoot, layerDir, path);
+    }
+    for (const std::string& path : expandPaths(lowerRoot, rules.empty)) {
+        emptyDirectory(lowerRoot, layerDir, path);
+    }
+    for (const std::string& path : rules.bind) {
+        prepareBindTarget(layerDir, path);
+    }
+    writeFilteredCopies(rules.filters, layerDir, userName);
+}

@@ -1,0 +1,160 @@
+#include "fs/path_resolution.h"
+
+#include <fcntl.h>
+#include <linux/openat2.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <climits>
+#include <list>
+#include <optional>
+
+#include "util/string_util.h"
+
+namespace {
+
+constexpr int kPathOnly = O_PATH | O_CLOEXEC;
+constexpr int kMostLinks = 40;  // the kernel's own limit, path_resolution(7)
+
+using Components = std::list<std::string>;
+
+Components split(const std::string& path) {
+    return StringUtil::split<Components>(path, "/", /*dropEmpty=*/true, false);
+}
+
+FileDescriptor fail(int error) {
+    errno = error;
+    return FileDescriptor();
+}
+
+/// One component, a link itself and not what it points to. Asked for as a directory first: only
+/// then does O_PATH make an automounter mount it, open(2).
+FileDescriptor openComponent(const FileDescriptor& directory, const std::string& name) {
+    FileDescriptor opened(
+        ::openat(directory.get(), name.c_str(), kPathOnly | O_NOFOLLOW | O_DIRECTORY));
+    if (!opened.valid() && errno == ENOTDIR) {
+        opened.reset(::openat(directory.get(), name.c_str(), kPathOnly | O_NOFOLLOW));
+    }
+    return opened;
+}
+
+/// The owner when `opened` is a symbolic link.
+std::optional<uid_t> linkOwner(const FileDescriptor& opened) {
+    struct stat status {};
+    if (::fstat(opened.get(), &status) != 0 || !S_ISLNK(status.st_mode)) {
+        return std::nullopt;
+    }
+    return status.st_uid;
+}
+
+std::string readLink(const FileDescriptor& link) {
+    std::array<char, PATH_MAX> target{};
+    const ssize_t length = ::readlinkat(link.get(), "", target.data(), target.size());
+    return length <= 0 ? "" : std::string(target.data(), static_cast<std::size_t>(length));
+}
+
+/// What openat2 does with RESOLVE_NO_SYMLINKS, for kernels and filters that lack it.
+FileDescriptor walkWithoutLinks(FileDescriptor current, const std::string& path) {
+    for (const std::string& name : split(path)) {
+        current = openComponent(current, name);
+        if (!current.valid()) {
+            return current;
+        }
+        if (linkOwner(current)) {
+            return fail(ELOOP);
+        }
+    }
+    return current;
+}
+
+FileDescriptor callOpenat2(int directory, const std::string& path, std::uint64_t resolve) {
+    open_how how{};
+    how.flags = kPathOnly;
+    how.resolve = resolve;
+    return FileDescriptor(
+        static_cast<int>(::syscall(SYS_openat2, directory, path.c_str(), &how, sizeof how)));
+}
+
+/// ENOSYS comes from kernels before 5.6; system-call filters of older container engines answer
+/// EPERM, which openat2 itself never does for O_PATH.
+bool lacksOpenat2(const FileDescriptor& opened) {
+    return !opened.valid() && (errno == ENOSYS || errno == EPERM);
+}
+
+bool hasParentReference(const std::string& path) {
+    for (const std::string& name : split(path)) {
+        if (name == "..") {
+            return true;
+        }
+    }
+    return false;
+}
+
+}  // namespace
+
+FileDescriptor openWithoutLinks(const std::string& path) {
+    FileDescriptor opened = callOpenat2(AT_FDCWD, path, RESOLVE_NO_SYMLINKS);
+    if (!lacksOpenat2(opened)) {
+        return opened;
+    }
+    if (path.empty()) {
+        return fail(ENOENT);
+    }
+    const char* start = path.front() == '/' ? "/" : ".";
+    return walkWithoutLinks(FileDescriptor(::open(start, kPathOnly | O_DIRECTORY)), path);
+}
+
+FileDescriptor openBeneath(const FileDescriptor& root, const std::string& path) {
+    const auto begin = path.find_first_not_of('/');
+    const std::string relative = begin == std::string::npos ? "." : path.substr(begin);
+    FileDescriptor opened =
+        callOpenat2(root.get(), relative, RESOLVE_BENEATH | RESOLVE_NO_SYMLINKS);
+    if (!lacksOpenat2(opened)) {
+        return opened;
+    }
+    if (hasParentReference(relative)) {
+        return fail(
+            EXDEV);  // stricter than the kernel: the walk cannot tell whether it would leave
+    }
+    return walkWithoutLinks(FileDescriptor(::openat(root.get(), ".", kPathOnly | O_DIRECTORY)),
+                            relative);
+}
+
+FileDescriptor openThroughRootLinks(const std::string& path, LastLink lastLink) {
+    if (path.empty()) {
+        return fail(ENOENT);
+    }
+    const auto openRoot = [] { return FileDescriptor(::open("/", kPathOnly | O_DIRECTORY)); };
+    FileDescriptor current = openRoot();
+    Components pending = split(path);
+    int links = 0;
+    while (current.valid() && !pending.empty()) {
+        const std::string name = pending.front();
+        pending.pop_front();
+        FileDescriptor next = openComponent(current, name);
+        const auto owner = next.valid() ? linkOwner(next) : std::nullopt;
+        if (!owner || (pending.empty() && lastLink == LastLink::Keep)) {
+            current = std::move(next);
+            continue;
+        }
+        const std::string target = readLink(next);
+        if (*owner != 0 || target.empty() || ++links > kMostLinks) {
+            return fail(ELOOP);
+        }
+        if (target.front() == '/') {
+            current = openRoot();
+        }
+        pending.splice(pending.begin(), split(target));
+    }
+    return current;
+}
+
+int bindMount(const FileDescriptor& source, const FileDescriptor& target) {
+    const std::string from = "/proc/self/fd/" + std::to_string(source.get());
+    const std::string to = "/proc/self/fd/" + std::to_string(target.get());
+    return ::mount(from.c_str(), to.c_str(), nullptr, MS_BIND, nullptr);
+}

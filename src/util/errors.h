@@ -1,0 +1,21 @@
+// The two ways of saying that something went wrong: an exception that ends the command, and a line
+// on standard error with which the command goes on.
+#pragma once
+
+#include <stdexcept>
+#include <string>
+
+/// The error of a failed system call: `text` followed by strerror(3) of `error`. Save errno in a
+/// statement of its own before anything else runs: the order in which arguments are evaluated
+/// differs between compilers.
+std::runtime_error systemError(const std::string& text, int error);
+
+/// strerror(3) as a string; the program has one thread.
+std::string errorText(int error);
+
+/// Writes `line` and a newline to standard error at once, so that lines of several processes on the
+/// same terminal stay whole. Leaves errno as it was.
+void report(const std::string& line);
+
+/// Writes `line` and a newline to standard output and flushes, when -d was given.
+void progress(const std::string& line);

@@ -1,0 +1,9 @@
+// What becomes of an exception that nobody catches.
+#pragma once
+
+class ExceptionTracer {
+public:
+    /// From now on an exception that nobody catches is reported on standard error with its type,
+    /// its text and a backtrace, and the program aborts.
+    static void enable();
+};

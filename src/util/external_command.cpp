@@ -1,0 +1,142 @@
+#include "util/external_command.h"
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <iostream>
+#include <stdexcept>
+#include <utility>
+#include <vector>
+
+#include "util/errors.h"
+#include "util/file_descriptor.h"
+
+namespace {
+
+constexpr int kCannotRun = 255;
+
+/// The pipe of one captured stream; both ends invalid when the stream is not captured.
+struct CapturePipe {
+    FileDescriptor readEnd;
+    FileDescriptor writeEnd;
+};
+
+CapturePipe openCapturePipe(const std::string* target, const char* failure) {
+    if (target == nullptr) {
+        return {};
+    }
+    // not close-on-exec: the program inherits the write end, also under its original number
+    std::array<int, 2> ends{};
+    if (::pipe(ends.data()) != 0) {
+        throw std::runtime_error(failure);
+    }
+    return {FileDescriptor(ends[0]), FileDescriptor(ends[1])};
+}
+
+void redirect(CapturePipe& pipe, int stream) {
+    if (pipe.writeEnd.valid()) {
+        ::dup2(pipe.writeEnd.get(), stream);
+        pipe.readEnd.reset();
+    }
+}
+
+[[noreturn]] void runProgram(char* const* argv) {
+    // ignored signals survive an exec; the tool expects the default
+    std::signal(SIGPIPE, SIG_DFL);
+    ::execvp(argv[0], argv);
+    const int error = errno;
+    report("ERROR during execvp: " + errorText(error));
+    // not exit(3): the parent's exit handlers and buffers are the parent's
+    ::_exit(kCannotRun);
+}
+
+void drain(CapturePipe& pipe, std::string* target) {
+    if (target == nullptr) {
+        return;
+    }
+    pipe.writeEnd.reset();
+    std::array<char, 1024> buffer{};
+    for (;;) {
+        const ssize_t length = ::read(pipe.readEnd.get(), buffer.data(), buffer.size());
+        if (length > 0) {
+            target->append(buffer.data(), static_cast<std::size_t>(length));
+        } else if (length == 0 || errno != EINTR) {
+            break;
+        }
+    }
+    // hundreds of containers in one run would otherwise use up the descriptors
+    pipe.readEnd.reset();
+}
+
+/// The wait status; 0 when there is none to be had.
+int waitFor(pid_t child) {
+    int status = 0;
+    while (::waitpid(child, &status, 0) == -1 && errno == EINTR) {
+    }
+    return status;
+}
+
+}  // namespace
+
+ExternalCommand::ExternalCommand(std::string programName, std::list<std::string> argumentList)
+    : program(std::move(programName)), arguments(std::move(argumentList)) {}
+
+std::int32_t ExternalCommand::execute() {
+    if (executed) {
+        throw std::runtime_error("command already executed");
+    }
+    executed = true;
+    CapturePipe output = openCapturePipe(stdoutTarget, "cannot create pipe for stdout");
+    CapturePipe errors = openCapturePipe(stderrTarget, "cannot create pipe for stderr");
+
+    std::vector<char*> argv = {program.data()};
+    for (std::string& argument : arguments) {
+        argv.push_back(argument.data());
+    }
+    argv.push_back(nullptr);
+
+    std::cout << std::flush;  // what is buffered must not come out of both processes
+    const pid_t child = ::fork();
+    if (child == -1) {
+        const int error = errno;
+        report("fork() failed: " + errorText(error));
+        return -1;
+    }
+    if (child == 0) {
+        redirect(output, STDOUT_FILENO);
+        redirect(errors, STDERR_FILENO);
+        runProgram(argv.data());
+    }
+    drain(output, stdoutTarget);
+    drain(errors, stderrTarget);
+    return judge(waitFor(child));
+}
+
+std::int32_t ExternalCommand::judge(int status) const {
+    if (WIFEXITED(status)) {
+        const int code = WEXITSTATUS(status);
+        if (code != 0 && stderrTarget == nullptr) {
+            report("exit code " + std::to_string(code) + ": " + commandLine());
+        }
+        return code;
+    }
+    if (WIFSIGNALED(status)) {
+        report("signal " + std::to_string(WTERMSIG(status)) + ": " + commandLine());
+        return -WTERMSIG(status);
+    }
+    return status;
+}
+
+std::string ExternalCommand::commandLine() const {
+    // the blank after the program stands there without arguments too
+    std::string line = program + " ";
+    const char* separator = "";
+    for (const std::string& argument : arguments) {
+        line += separator + argument;
+        separator = " ";
+    }
+    return line;
+}

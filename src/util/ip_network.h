@@ -1,0 +1,36 @@
+// IPv4 addresses and networks as the registry writes them.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+class IpAddress {
+public:
+    /// `value` is in host byte order.
+    explicit IpAddress(std::uint32_t number) : value(number) {}
+
+    /// Dotted-quad form without a prefix length.
+    operator std::string() const;  // NOLINT(google-explicit-constructor): a conversion by design
+
+private:
+    std::uint32_t value;
+};
+
+class IpNetwork {
+public:
+    /// Parses four decimal numbers and a prefix length, such as "100.64.0.4/30"; host bits are
+    /// masked away. No sign, blank or superfluous leading zero is taken. Throws std::runtime_error
+    /// "malformed network '…'" for anything else, the empty text included.
+    explicit IpNetwork(const std::string& text);
+
+    /// The prefix length, 0 to 32.
+    unsigned bitmask() const { return prefixLength; }
+
+    /// The network address plus `index`. Throws std::runtime_error, naming network and index, when
+    /// that lies beyond the network's last address.
+    IpAddress getAddress(unsigned long index) const;
+
+private:
+    std::uint32_t network = 0;
+    unsigned prefixLength = 0;
+};

@@ -1,0 +1,3 @@
+#include "util/runtime_directory.h"
+
+const std::string runtimeDirectory = "/run/kiv";
