@@ -119,9 +119,7 @@ void mountHome(const FileDescriptor& root, const std::string& home) {
         report("bind-mount(" + home + " to " + kTempRoot + home + ") failed: " + errorText(error));
     }
     const std::string tmp = home + "/tmp";
-    if (debugMode() != 0) {
-        report("tmpdir: " + tmp);
-    }
+    progress("tmpdir: " + tmp);
     error = bindOnto(openTmpOf(source), root, "/tmp");
     if (error != 0) {
         report("mount(" + tmp + ") to /tmp failed: " + errorText(error));

@@ -31,26 +31,35 @@ bool makeLike(const struct stat& source, const std::string& dst) {
     return true;
 }
 
-}  // namespace
-
-bool recMkDir(std::string& src, std::string& dst, std::list<std::string> components) {
-    if (components.empty()) {
-        return true;
-    }
-    if (!components.front().empty()) {
-        src += "/" + components.front();
-        dst += "/" + components.front();
+/// One level: extends both paths by `component` and makes the directory.
+bool descend(std::string& src, std::string& dst, const std::string& component) {
+    if (!component.empty()) {
+        src += "/" + component;
+        dst += "/" + component;
     }
     struct stat source {};
     if (::stat(src.c_str(), &source) != 0) {
         report("recMkDir: '" + src + "' doesn't exist");
         return false;
     }
-    if (!makeLike(source, dst)) {
+    return makeLike(source, dst);
+}
+
+}  // namespace
+
+bool recMkDir(std::string& src, std::string& dst, std::list<std::string> components) {
+    if (components.empty()) {
+        return true;
+    }
+    if (!descend(src, dst, components.front())) {
         return false;
     }
-    components.pop_front();
     std::string deeperSource = src;
     std::string deeperTarget = dst;
-    return recMkDir(deeperSource, deeperTarget, std::move(components));
+    for (components.pop_front(); !components.empty(); components.pop_front()) {
+        if (!descend(deeperSource, deeperTarget, components.front())) {
+            return false;
+        }
+    }
+    return true;
 }

@@ -4,8 +4,6 @@
 #include <cstdio>
 #include <stdexcept>
 
-#include "util/scope_guard.h"
-
 std::string& StringUtil::trim(std::string& text, const std::string& characters) {
     const auto last = text.find_last_not_of(characters);
     if (last == std::string::npos) {
@@ -34,21 +32,18 @@ void StringUtil::replaceAll(const std::string& from, const std::string& to, std:
 }
 
 std::string StringUtil::sprintf(const char* format, ...) {
-    va_list measured;
-    va_list written;
-    va_start(measured, format);
-    va_copy(written, measured);
-    const ScopeGuard end([&] {
-        va_end(written);
-        va_end(measured);
-    });
-    const int length = std::vsnprintf(nullptr, 0, format, measured);
+    va_list arguments;
+    va_start(arguments, format);
+    const int length = std::vsnprintf(nullptr, 0, format, arguments);
+    va_end(arguments);
     if (length < 0) {
         throw std::runtime_error("cannot expand the format '" + std::string(format) + "'");
     }
     std::string text(static_cast<std::size_t>(length), '\0');
+    va_start(arguments, format);
     // data() has room for the terminating zero, which vsnprintf counts into the size
-    std::vsnprintf(text.data(), text.size() + 1, format, written);
+    std::vsnprintf(text.data(), text.size() + 1, format, arguments);
+    va_end(arguments);
     return text;
 }
 

@@ -1,0 +1,16 @@
+# For the .bats files: `in_host` runs a script on a simulated host of its own.
+bats_require_minimum_version 1.5.0
+
+project=$(cd "$BATS_TEST_DIRNAME/../.." && pwd)
+export KIVCTL=${KIVCTL:-$project/build/bin/kivctl}
+
+# in_host <<'EOF' … EOF
+# Runs the script from standard input as root on a fresh simulated host, with the words of
+# tests/e2e/on_host.bash at hand. The first command that fails ends it and fails the test, and is
+# named. Variables of the test reach the script when they are exported.
+in_host() {
+    local script
+    script=$(cat)
+    ${KIV_SIMULATED_HOST:-"$project/tests/host/simulated-host" --} bash -c \
+        "source '$project/tests/e2e/on_host.bash'; $script" </dev/null
+}

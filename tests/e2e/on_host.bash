@@ -1,0 +1,87 @@
+# Words that test scripts on a simulated host are written in.
+set -eEuo pipefail
+trap 'echo "failed: $BASH_COMMAND" >&2' ERR
+
+# The tool under test, called by its bare name, so that texts with the program's name are the same
+# wherever it was built.
+PATH=$(dirname "$KIVCTL"):$PATH
+
+configuration=/etc/tarnwell/kiv.conf
+registry=/etc/tarnwell/kiv.users
+mkdir -p /etc/tarnwell
+: >"$configuration"
+: >"$registry"
+
+# account NAME [NET]: a user with a home and a tmp directory, and its line in the registry.
+account() {
+    useradd --create-home --shell /bin/bash "$1"
+    install -d -o "$1" -g "$1" "/home/$1/tmp"
+    echo "$1${2:+ net=$2}" >>"$registry"
+}
+
+# enter NAME COMMAND…: runs a command in the account's container as the account.
+enter() {
+    enter_as_root "$1" setpriv --reuid "$1" --regid "$(id -g "$1")" --init-groups "${@:2}"
+}
+
+enter_as_root() {
+    nsenter --net="/run/kiv/$1@net" --ipc="/run/kiv/$1@ipc" --mount="/run/kiv/$1@mnt" "${@:2}"
+}
+
+# fails STATUS COMMAND…: the command must end with that status.
+fails() {
+    local wanted=$1 status=0
+    shift
+    "$@" || status=$?
+    same "exit status of $*" "$wanted" "$status"
+}
+
+# refused COMMAND…: the command must fail, whatever its status.
+refused() {
+    if "$@"; then
+        echo "succeeded: $*" >&2
+        return 1
+    fi
+}
+
+# same WHAT WANTED GOT: both texts are the same to the byte, trailing newlines left out.
+same() {
+    if [ "$2" != "$3" ]; then
+        diff -u --label wanted --label got <(printf '%s\n' "$2") <(printf '%s\n' "$3") >&2 || true
+        echo "differs: $1" >&2
+        return 1
+    fi
+}
+
+# capture COMMAND…: runs it and leaves `status`, `out` and `err`, trailing newlines left out.
+capture() {
+    status=0
+    "$@" >/tmp/captured.out 2>/tmp/captured.err || status=$?
+    out=$(cat /tmp/captured.out)
+    err=$(cat /tmp/captured.err)
+}
+
+# mounted NAME: the kinds of the account's namespace files that are mounts of their kind, in order.
+mounted() {
+    local kind
+    for kind in net ipc mnt; do
+        if grep -qE " $kind:\[[0-9]+\] /run/kiv/$1@$kind " /proc/self/mountinfo; then
+            echo "$kind"
+        fi
+    done
+}
+
+# record TOOL [COMMAND]: puts a TOOL first on PATH that writes its name and arguments to /tmp/calls and
+# then does COMMAND (a shell text that finds the arguments in "$@"), by default the real tool.
+record() {
+    local real
+    real=$(PATH=${PATH#/tmp/recorded:} command -v "$1")
+    mkdir -p /tmp/recorded
+    printf '#!/bin/bash\necho "%s $*" >>/tmp/calls\nreal=%s\n%s\n' "$1" "$real" \
+        "${2:-exec $real \"\$@\"}" >"/tmp/recorded/$1"
+    chmod +x "/tmp/recorded/$1"
+    case $PATH in
+        /tmp/recorded:*) ;;
+        *) PATH=/tmp/recorded:$PATH ;;
+    esac
+}
