@@ -11,6 +11,6 @@ export KIVCTL=${KIVCTL:-$project/build/bin/kivctl}
 in_host() {
     local script
     script=$(cat)
-    ${KIV_SIMULATED_HOST:-"$project/tests/host/simulated-host" --} bash -c \
+    "$project/tests/host/simulated-host" -- bash -c \
         "source '$project/tests/e2e/on_host.bash'; $script" </dev/null
 }
