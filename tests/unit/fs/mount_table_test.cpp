@@ -1,0 +1,184 @@
+#include "fs/mount_table.h"
+
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+
+#include "temporary_directory.h"
+
+namespace {
+
+class MountTableFile : public testing::Test {
+protected:
+    MountTable read(const std::string& content, const std::string& prefix = "") {
+        MountTable table;
+        testing::internal::CaptureStderr();
+        readMountTable(table, prefix, directory.write("/mountinfo", content));
+        errors = testing::internal::GetCapturedStderr();
+        return table;
+    }
+
+    /// The first entry, read from a line with these optional fields.
+    bool isPrivate(const std::string& optional) {
+        return read("36 35 98:0 /mnt1 /mnt2 rw,noatime " + optional + "- ext3 /dev/root rw\n")
+            .get("/mnt2")
+            .isPrivate();
+    }
+
+    TemporaryDirectory directory;
+    std::string errors;
+};
+
+std::ptrdiff_t size(const MountTable& table) {
+    return std::distance(table.begin(), table.end());
+}
+
+TEST_F(MountTableFile, MayBeEmpty) {
+    EXPECT_EQ(size(read("")), 0);
+    EXPECT_EQ(errors, "");
+}
+
+TEST_F(MountTableFile, YieldsMountPointAndRoot) {
+    const auto table = read("36 35 98:0 /mnt1 /mnt2 rw,noatime master:1 - ext3 /dev/root rw\n");
+    EXPECT_EQ(table.get("/mnt2").mountPoint(), "/mnt2");
+    EXPECT_EQ(table.get("/mnt2").root(), "/mnt1");
+}
+
+TEST_F(MountTableFile, TellsPrivateMountsByTheAbsenceOfPropagationTags) {
+    EXPECT_TRUE(isPrivate(""));
+    EXPECT_TRUE(isPrivate("foo:1 "));
+    EXPECT_FALSE(isPrivate("master:1 "));
+    EXPECT_FALSE(isPrivate("shared:5 master:2 "));
+    EXPECT_FALSE(isPrivate("propagate_from:7 "));
+    EXPECT_FALSE(isPrivate("unbindable "));
+    EXPECT_FALSE(isPrivate("foo:1 shared:5 "));
+    EXPECT_TRUE(isPrivate("unbindable:1 "));
+}
+
+TEST_F(MountTableFile, LooksForTagsUpToTheSeparatorOnly) {
+    EXPECT_TRUE(read("1 2 3:4 / /a rw - ext4 shared:1 master:2\n").get("/a").isPrivate());
+}
+
+TEST_F(MountTableFile, TakesALineWithoutASeparatorForPrivate) {
+    EXPECT_TRUE(read("1 2 3:4 / /a rw foo:1\n").get("/a").isPrivate());
+}
+
+TEST(MountEntryOfFields, IsPrivateWithoutOptionalFields) {
+    const MountEntry entry({"1", "2", "3:4", "/root", "/point", "rw"});
+    EXPECT_TRUE(entry.isPrivate());
+    EXPECT_EQ(entry.root(), "/root");
+}
+
+TEST_F(MountTableFile, AnswersWithTheLowestOfStackedMounts) {
+    const auto table = read(
+        "1 2 3:4 /first /a rw shared:1 - ext4 x rw\n"
+        "1 2 3:4 /second /a rw - ext4 x rw\n");
+    EXPECT_EQ(size(table), 2);
+    EXPECT_EQ(table.get("/a").root(), "/first");
+}
+
+TEST_F(MountTableFile, KeepsTheKernelsEscapes) {
+    const auto table = read("1 2 3:4 / /run/kiv\\040sub rw - tmpfs x rw\n");
+    EXPECT_TRUE(table.contains("/run/kiv\\040sub"));
+    EXPECT_FALSE(table.contains("/run/kiv sub"));
+}
+
+TEST_F(MountTableFile, FiltersByAPlainPrefix) {
+    const auto table = read(
+        "1 2 3:4 / /proc rw - proc x rw\n"
+        "1 2 3:4 / /run/kiv rw - tmpfs x rw\n"
+        "1 2 3:4 / /run/kivx rw - tmpfs x rw\n"
+        "1 2 3:4 / /run rw - tmpfs x rw\n",
+        "/run/kiv");
+    EXPECT_EQ(size(table), 2);
+    EXPECT_TRUE(table.contains("/run/kiv"));
+    EXPECT_TRUE(table.contains("/run/kivx"));
+    EXPECT_EQ(errors, "");
+}
+
+TEST_F(MountTableFile, ComparesMountPointsExactly) {
+    const auto table = read("1 2 3:4 / /run/kiv rw - tmpfs x rw\n");
+    EXPECT_FALSE(table.contains("/run/kiv/"));
+    EXPECT_FALSE(table.contains("/run/ki"));
+}
+
+TEST_F(MountTableFile, ReportsAndSkipsAShortLine) {
+    const auto table = read("1 2 3:4 / /a rw\n\n1 2 3:4 / /b rw - ext4 x rw\n");
+    EXPECT_EQ(size(table), 1);
+    EXPECT_TRUE(table.contains("/b"));
+    EXPECT_EQ(errors, "mountinfo: invalid line: 1 2 3:4 / /a rw\nmountinfo: invalid line: \n");
+}
+
+TEST_F(MountTableFile, ThrowsForAnAbsentMountPoint) {
+    const auto table = read("");
+    try {
+        table.get("/absent");
+        FAIL() << "found";
+    } catch (const std::out_of_range& error) {
+        EXPECT_STREQ(error.what(), "No such mount point: /absent");
+    }
+}
+
+TEST_F(MountTableFile, ThatCannotBeOpenedLeavesTheTableEmpty) {
+    auto table = read("1 2 3:4 / /a rw - ext4 x rw\n");
+    try {
+        readMountTable(table, "", directory.at("/absent"));
+        FAIL() << "read";
+    } catch (const std::runtime_error& error) {
+        EXPECT_EQ(error.what(),
+                  "cannot open '" + directory.at("/absent") + "': No such file or directory");
+    }
+    EXPECT_EQ(size(table), 0);
+}
+
+TEST_F(MountTableFile, ThatCannotBeReadIsAnError) {
+    MountTable table;
+    try {
+        readMountTable(table, "", directory.path);
+        FAIL() << "read";
+    } catch (const std::runtime_error& error) {
+        EXPECT_EQ(error.what(), "error while reading '" + directory.path + "': Is a directory");
+    }
+}
+
+TEST_F(MountTableFile, OfABusyHostIsReadInAMoment) {
+    std::string content;
+    for (int i = 0; i < 10'000; ++i) {
+        const std::string user = "user" + std::to_string(i);
+        for (const std::string kind : {"net", "ipc", "mnt"}) {
+            content += "90 44 0:4 " + kind + ":[4026532396] /run/kiv/" + user + "@" + kind +
+                       " rw - nsfs nsfs rw\n";
+        }
+    }
+    const auto table = read(content, "/run/kiv");
+    EXPECT_EQ(size(table), 30'000);
+    EXPECT_TRUE(checkNamespaceMount("user9999", table, "mnt"));
+    EXPECT_FALSE(checkNamespaceMount("user10000", table, "mnt"));
+}
+
+TEST_F(MountTableFile, OfThisProcessIsUnderstood) {
+    MountTable table;
+    testing::internal::CaptureStderr();
+    readMountTable(table, "/", kMountInfo);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+    EXPECT_TRUE(table.contains("/"));
+}
+
+TEST_F(MountTableFile, TellsANamespaceFileByTheKindOfItsRoot) {
+    const auto table = read(
+        "1 2 0:4 net:[4026532008] /run/kiv/alice@net rw - nsfs nsfs rw\n"
+        "1 2 0:4 mnt:[4026531840] /run/kiv/alice@ipc rw - nsfs nsfs rw\n"
+        "1 2 0:4 netx:[4026531840] /run/kiv/bob@net rw - nsfs nsfs rw\n");
+    testing::internal::CaptureStderr();
+    EXPECT_TRUE(checkNamespaceMount("alice", table, "net"));
+    EXPECT_FALSE(checkNamespaceMount("alice", table, "mnt"));
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+    testing::internal::CaptureStderr();
+    EXPECT_FALSE(checkNamespaceMount("alice", table, "ipc"));
+    EXPECT_FALSE(checkNamespaceMount("bob", table, "net"));
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "Unexpected mount source for /run/kiv/alice@ipc: mnt:[4026531840]\n"
+              "Unexpected mount source for /run/kiv/bob@net: netx:[4026531840]\n");
+}
+
+}  // namespace

@@ -1,0 +1,37 @@
+// Runs a piece of a test in a child process, for what changes or ends a process.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <functional>
+#include <string>
+
+struct ChildResult {
+    int status = 0;           ///< as waitpid(2) gives it
+    std::string output;       ///< what it wrote to standard output
+    std::string errorOutput;  ///< and to standard error
+};
+
+/// `body`'s result is the child's exit status.
+inline ChildResult inChild(const std::function<int()>& body) {
+    testing::internal::CaptureStdout();
+    testing::internal::CaptureStderr();
+    const pid_t child = ::fork();
+    if (child == 0) {
+        const int status = body();
+        ::fflush(nullptr);
+        ::_exit(status);
+    }
+    ChildResult result;
+    ::waitpid(child, &result.status, 0);
+    result.output = testing::internal::GetCapturedStdout();
+    result.errorOutput = testing::internal::GetCapturedStderr();
+    return result;
+}
+
+/// The exit status, or minus the number of the signal that ended it.
+inline int outcome(const ChildResult& result) {
+    return WIFEXITED(result.status) ? WEXITSTATUS(result.status) : -WTERMSIG(result.status);
+}
