@@ -85,3 +85,43 @@ record() {
         *) PATH=/tmp/recorded:$PATH ;;
     esac
 }
+
+# root_of NAME: mode and file-system type of "/" in the account's mount namespace, and the names in it. The
+# program is loaded before it enters: in a covered root there is nothing to run.
+root_of() {
+    local setns
+    case $(uname -m) in
+        x86_64) setns=308 ;;
+        aarch64) setns=268 ;;
+    esac
+    perl -e '
+        open(my $file, "<", "/run/kiv/$ARGV[0]\@mnt") or die "no namespace file\n";
+        syscall($ARGV[1], fileno($file), 0x20000) == 0 or die "setns: $!\n";
+        printf "%o", (stat("/"))[2] & 07777;
+        opendir(my $root, "/") or die "opendir: $!\n";
+        print " $_" for sort grep { !/^\.\.?$/ } readdir($root);
+        print " writable" if open(my $made, ">", "/made");
+        print "\n";
+    ' "$1" "$setns"
+}
+
+# injected CALL:ERROR[:when=N] [-P PATH] COMMAND…: captures the command with a system call that fails in it and
+# in its children, each of which counts its own calls; with PATH only calls that name it count.
+injected() {
+    local only=() inject=$1
+    shift
+    if [ "$1" = -P ]; then
+        only=(-P "$2")
+        shift 2
+    fi
+    capture strace -f -o /tmp/trace "${only[@]}" -e "inject=$inject" "$@"
+    err=$(sed '/^strace: Requested path/d' <<<"$err")
+}
+
+# prepared_runtime_directory: as an earlier start has left it, so that the next one mounts nothing but its
+# namespace files.
+prepared_runtime_directory() {
+    mkdir -m 0700 /run/kiv
+    mount --bind /run/kiv /run/kiv
+    mount --make-private /run/kiv
+}

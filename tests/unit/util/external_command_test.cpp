@@ -112,7 +112,13 @@ TEST(ExternalCommand, HandsArgumentsOverAsTheyAre) {
     EXPECT_EQ(output, "|a b|$HOME|*|");
 }
 
+/// A directory of PATH that may not be searched would make another error of a missing program.
+void useReadablePath() {
+    ::setenv("PATH", "/usr/bin:/bin", 1);
+}
+
 TEST(ExternalCommand, OfAnUnknownProgramIs255) {
+    useReadablePath();
     const std::string report =
         standardErrorOf([] { EXPECT_EQ(ExternalCommand("no-such-tool", {"-x"}).execute(), 255); });
     EXPECT_EQ(report,
@@ -120,6 +126,7 @@ TEST(ExternalCommand, OfAnUnknownProgramIs255) {
 }
 
 TEST(ExternalCommand, CapturesTheChildsMessageAboutAnUnknownProgram) {
+    useReadablePath();
     std::string errors;
     ExternalCommand command("no-such-tool", {});
     command.setStderr(&errors);

@@ -1,0 +1,258 @@
+#!/usr/bin/env bats
+# What the configured bind mounts bring into a container, and which links are followed on the way.
+load helpers
+
+# the parts of /proc/self/mountinfo in a container that say what is mounted where
+@test "a bound file is the host's file itself" {
+    in_host <<'EOF'
+account alice 100.64.0.4/30
+mkdir /opt/site
+mount -t tmpfs site /opt/site
+echo first >/opt/site/file
+printf '%s\n' bind "    /opt/site/file" >"$configuration"
+capture kivctl start alice
+same status 0 "$status"
+same stderr "" "$err"
+same content first "$(enter alice cat /opt/site/file)"
+echo second >/opt/site/file
+same content second "$(enter alice cat /opt/site/file)"
+EOF
+}
+
+@test "a bound directory is the host's directory itself, also from a file system of its own" {
+    in_host <<'EOF'
+account alice 100.64.0.4/30
+mkdir /opt/site
+mount -t tmpfs -o mode=1777 site /opt/site
+echo first >/opt/site/file
+printf '%s\n' bind "    /opt/site" >"$configuration"
+capture kivctl start alice
+same stderr "" "$err"
+enter alice touch /opt/site/made-inside
+touch /opt/site/made-outside
+same "what the account sees" $'file\nmade-inside\nmade-outside' "$(enter alice ls -A /opt/site)"
+same "what the host has" "$(enter alice ls -A /opt/site)" "$(ls -A /opt/site)"
+EOF
+}
+
+@test "below a bound file is an empty one of mode 640, below a bound directory one like the host's" {
+    in_host <<'EOF'
+account alice 100.64.0.4/30
+mkdir /opt/site
+mount -t tmpfs -o mode=750 site /opt/site
+echo content >/opt/site/file
+install -d -o daemon -g mail -m 1711 /opt/site/directory /srv/empty
+printf '%s\n' bind "    /opt/site/file" "    /opt/site/directory" >"$configuration"
+kivctl start alice
+enter_as_root alice umount /opt/site/file /opt/site/directory
+same "what was below" "/opt/site directory 750 0:0
+/opt/site/file regular empty file 640 0:0
+/opt/site/directory directory 1711 $(stat -c %u:%g /opt/site/directory)" \
+    "$(enter_as_root alice stat -c '%n %F %a %u:%g' /opt/site /opt/site/file /opt/site/directory)"
+EOF
+}
+
+@test "a bound path that is not there is skipped silently" {
+    in_host <<'EOF'
+account alice 100.64.0.4/30
+touch /srv/file
+printf '%s\n' bind "    /srv/not-there" "    /srv/not/there/either" "    /srv/file" >"$configuration"
+capture kivctl start alice
+same status 0 "$status"
+same stderr "" "$err"
+enter_as_root alice mountpoint -q /srv/file
+refused enter_as_root alice test -e /srv/not-there
+refused enter_as_root alice test -e /srv/not
+EOF
+}
+
+@test "in debug mode a bound path that is not there is reported by the layer and by the mount" {
+    in_host <<'EOF'
+account alice 100.64.0.4/30
+printf '%s\n' bind "    /srv/not-there" >"$configuration"
+capture kivctl -d start alice
+same status 0 "$status"
+same stderr "/srv/not-there: cannot prepare bind-mount: No such file or directory
+bind-mount(/srv/not-there) failed: No such file or directory" "$err"
+EOF
+}
+
+@test "a bound path below a file is reported without debug mode" {
+    in_host <<'EOF'
+account alice 100.64.0.4/30
+touch /srv/file
+printf '%s\n' bind "    /srv/file/below" >"$configuration"
+capture kivctl start alice
+same status 0 "$status"
+same stderr "/srv/file/below: cannot prepare bind-mount: Not a directory
+bind-mount(/srv/file/below) failed: Not a directory" "$err"
+EOF
+}
+
+@test "binds are mounted in the order of the configuration" {
+    in_host <<'EOF'
+account alice 100.64.0.4/30
+mkdir -p /srv/{one,two}/inner
+for name in one two; do
+    mount -t tmpfs inner "/srv/$name/inner"
+    touch "/srv/$name/inner/file"
+done
+printf '%s\n' bind "    /srv/one" "    /srv/one/inner" "    /srv/two/inner" "    /srv/two" >"$configuration"
+capture kivctl start alice
+same stderr "" "$err"
+same "outer first" file "$(enter alice ls -A /srv/one/inner)"
+same "inner first, and covered" "" "$(enter alice ls -A /srv/two/inner)"
+EOF
+}
+
+@test "a bound directory comes without what is mounted below it" {
+    in_host <<'EOF'
+account alice 100.64.0.4/30
+mkdir -p /srv/site/inner
+touch /srv/site/inner/covered
+mount -t tmpfs inner /srv/site/inner
+touch /srv/site/inner/file
+printf '%s\n' bind "    /srv/site" >"$configuration"
+kivctl start alice
+same "what the account sees" covered "$(enter alice ls -A /srv/site/inner)"
+EOF
+}
+
+@test "a path that is bound twice is mounted twice without a word" {
+    in_host <<'EOF'
+account alice 100.64.0.4/30
+mkdir /srv/site
+printf '%s\n' bind "    /srv/site" "    /srv/site" >"$configuration"
+capture kivctl start alice
+same stderr "" "$err"
+same "number of mounts" 2 "$(enter_as_root alice grep -c ' /srv/site /srv/site ' /proc/self/mountinfo)"
+EOF
+}
+
+@test "in an emptied directory a bound path is the only name" {
+    in_host <<'EOF'
+account alice 100.64.0.4/30
+mkdir -p /srv/site/{kept,other}
+touch /srv/site/kept/file
+printf '%s\n' empty "    /srv/site" bind "    /srv/site/kept" >"$configuration"
+capture kivctl start alice
+same stderr "" "$err"
+same "what root sees inside" $'/srv/site\n/srv/site/kept\n/srv/site/kept/file' "$(enter_as_root alice find /srv/site)"
+EOF
+}
+
+@test "a hidden file that is bound too is reported and stays hidden" {
+    in_host <<'EOF'
+account alice 100.64.0.4/30
+touch /srv/file
+printf '%s\n' hide "    /srv/file" bind "    /srv/file" >"$configuration"
+capture kivctl start alice
+same status 0 "$status"
+same stderr "touch(/mnt/kiv/srv/file) for bind-mount failed: No such device or address" "$err"
+refused enter_as_root alice test -e /srv/file
+EOF
+}
+
+@test "a hidden directory that is bound too stays hidden" {
+    in_host <<'EOF'
+account alice 100.64.0.4/30
+mkdir /srv/site
+printf '%s\n' hide "    /srv/site" bind "    /srv/site" >"$configuration"
+capture kivctl start alice
+same status 0 "$status"
+same stderr "" "$err"
+refused enter_as_root alice test -e /srv/site
+EOF
+}
+
+@test "a directory of the host's /run can be bound into the container's own where that has it" {
+    in_host <<'EOF'
+account alice 100.64.0.4/30
+mkdir /run/mysqld
+touch /run/mysqld/mysqld.sock
+touch /run/other
+printf '%s\n' bind "    /run/mysqld" "    /run/other" >"$configuration"
+capture kivctl start alice
+same status 0 "$status"
+same stderr "" "$err"
+same "what root sees inside" $'/run\n/run/mysqld\n/run/mysqld/mysqld.sock\n/run/utmp' "$(enter_as_root alice find /run | sort)"
+EOF
+}
+
+@test "a bound link of root's brings what it leads to" {
+    in_host <<'EOF'
+account alice 100.64.0.4/30
+mkdir -p /run/resolver/deeper
+echo "nameserver 192.0.2.1" >/run/resolver/deeper/stub.conf
+ln -s deeper/stub.conf /run/resolver/resolv.conf
+ln -sf ../run/resolver/resolv.conf /etc/resolv.conf
+printf '%s\n' bind "    /etc/resolv.conf" >"$configuration"
+capture kivctl start alice
+same stderr "" "$err"
+same content "nameserver 192.0.2.1" "$(enter alice cat /etc/resolv.conf)"
+same "kind of file" "regular file" "$(enter alice stat -c %F /etc/resolv.conf)"
+EOF
+}
+
+@test "a bound path may pass through links of root's" {
+    in_host <<'EOF'
+account alice 100.64.0.4/30
+mkdir -p /run/service /opt/real/site
+echo socket >/run/service/file
+ln -s /opt/real /srv/absolute
+touch /opt/real/site/file
+same "the host's /var/run" /run "$(readlink -f /var/run)"
+printf '%s\n' bind "    /var/run/service" "    /srv/absolute/site" >"$configuration"
+capture kivctl start alice
+same stderr "" "$err"
+same content socket "$(enter alice cat /var/run/service/file)"
+enter alice test -e /srv/absolute/site/file
+EOF
+}
+
+@test "a bound path never passes through an account's link" {
+    in_host <<'EOF'
+account alice 100.64.0.4/30
+install -d -o alice /srv/alices /srv/secret
+echo secret >/srv/secret/file
+ln -s /srv/secret /srv/alices/site
+ln -s /srv/secret/file /srv/alices/file
+chown -h alice /srv/alices/{site,file}
+printf '%s\n' hide "    /srv/secret" bind "    /srv/alices/site" "    /srv/alices/file" \
+    "    /srv/alices/site/file" >"$configuration"
+capture kivctl start alice
+same status 0 "$status"
+same stderr "bind-mount(/srv/alices/site) failed: Too many levels of symbolic links
+bind-mount(/srv/alices/file) failed: Too many levels of symbolic links
+bind-mount(/srv/alices/site/file) failed: Too many levels of symbolic links" "$err"
+same "what root can read inside" "" "$(enter_as_root alice bash -c 'cat /srv/alices/{site,file,site/file}' 2>/dev/null || true)"
+EOF
+}
+
+@test "a loop of links ends with a report" {
+    in_host <<'EOF'
+account alice 100.64.0.4/30
+ln -s loop /srv/loop
+printf '%s\n' bind "    /srv/loop" >"$configuration"
+capture kivctl start alice
+same status 0 "$status"
+same stderr "/srv/loop: cannot prepare bind-mount: Too many levels of symbolic links
+bind-mount(/srv/loop) failed: Too many levels of symbolic links" "$err"
+EOF
+}
+
+@test "a link in the account's home leads no bind mount out of the container's root" {
+    in_host <<'EOF'
+account alice 100.64.0.4/30
+install -d -o alice /home/alice/site /srv/site
+touch /srv/site/file
+printf '%s\n' bind "    /home/alice/site" >"$configuration"
+rmdir /home/alice/site
+ln -s /etc /home/alice/site
+chown -h alice /home/alice/site
+capture kivctl start alice
+same status 0 "$status"
+same stderr "bind-mount(/home/alice/site) failed: Too many levels of symbolic links" "$err"
+same "mounts of it" "" "$(enter_as_root alice grep -E ' (/home/alice/site|/etc) ' /proc/self/mountinfo || true)"
+EOF
+}
