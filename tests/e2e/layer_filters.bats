@@ -143,7 +143,7 @@ for name in "${names[@]}"; do
 done
 kivctl start -a >/dev/null 2>&1
 for name in "${names[@]}"; do
-    same "$name's line" "$(grep -F "$name:x:" /etc/passwd | grep -v '^.*[a-z\^]'"${name:0:0}"'$^' || true)" \
+    same "what $name sees" "$(name=$name awk -F: '$1 == ENVIRON["name"]' /etc/passwd)" \
         "$(enter_as_root "$name" grep -vE "$kept" /etc/passwd)"
 done
 EOF

@@ -1,0 +1,198 @@
+#!/usr/bin/env bats
+# The account's home and its tmp directory, as they come into the container or do not.
+load helpers
+
+@test "home and /tmp are the host's directories, writable for the account" {
+    in_host <<'EOF'
+account alice 100.64.0.4/30
+echo outside >/home/alice/file
+kivctl start alice
+same content outside "$(enter alice cat /home/alice/file)"
+enter alice bash -c 'echo inside >/home/alice/made; echo temporary >/tmp/made'
+same "what the host has" "inside temporary" "$(cat /home/alice/made) $(cat /home/alice/tmp/made)"
+same "owner of /tmp" "alice 755" "$(enter alice stat -c '%U %a' /tmp)"
+EOF
+}
+
+@test "an account without a home on disk is reported and gets the rest of the root" {
+    in_host <<'EOF'
+account alice 100.64.0.4/30
+rm -r /home/alice
+capture kivctl start alice
+same status 0 "$status"
+same stderr "/home/alice: No such file or directory" "$err"
+same "mounts" $'/\n/dev/pts\n/proc\n/run' "$(enter_as_root alice awk '{print $5}' /proc/self/mountinfo)"
+refused enter_as_root alice test -e /home/alice
+enter alice test -e /etc/passwd
+EOF
+}
+
+@test "a home that is a file is passed over silently" {
+    in_host <<'EOF'
+account alice 100.64.0.4/30
+rm -r /home/alice
+touch /home/alice
+capture kivctl start alice
+same status 0 "$status"
+same stderr "" "$err"
+same "mounts" $'/\n/dev/pts\n/proc\n/run' "$(enter_as_root alice awk '{print $5}' /proc/self/mountinfo)"
+EOF
+}
+
+@test "a home that is a link is passed over silently, whoever owns the link" {
+    for owner in root alice; do
+        export owner
+        in_host <<'EOF'
+account alice 100.64.0.4/30
+mv /home/alice /srv/alice
+ln -s /srv/alice /home/alice
+chown -h "$owner" /home/alice
+capture kivctl start alice
+same status 0 "$status"
+same stderr "" "$err"
+same "mounts" $'/\n/dev/pts\n/proc\n/run' "$(enter_as_root alice awk '{print $5}' /proc/self/mountinfo)"
+EOF
+    done
+}
+
+@test "an account without a home in its password entry gets none, silently" {
+    in_host <<'EOF'
+account alice 100.64.0.4/30
+sed -i 's#:/home/alice:#::#' /etc/passwd
+capture kivctl -d start alice
+same status 0 "$status"
+same stderr "" "$err"
+same "last lines of stdout" "Creating file: /mnt/kiv/etc/passwd
+OK." "$(tail -2 <<<"$out")"
+same "mounts" $'/\n/dev/pts\n/proc\n/run' "$(enter_as_root alice awk '{print $5}' /proc/self/mountinfo)"
+EOF
+}
+
+@test "a home that is the root directory shows nothing of the host's own root" {
+    in_host <<'EOF'
+account alice 100.64.0.4/30
+sed -i 's#:/home/alice:#:/:#' /etc/passwd
+touch /srv/hidden
+printf '%s\n' hide "    /srv/hidden" >"$configuration"
+kivctl start alice
+enter alice test -e /etc/passwd
+refused enter_as_root alice test -e /srv/hidden
+EOF
+}
+
+@test "a home on a file system of its own is there" {
+    in_host <<'EOF'
+mkdir /home/alice
+mount -t tmpfs alices-home /home/alice
+account alice 100.64.0.4/30
+chown alice:alice /home/alice
+touch /home/alice/file
+capture kivctl start alice
+same stderr "" "$err"
+same "what the account sees" $'file\ntmp' "$(enter alice ls -A /home/alice)"
+enter alice touch /home/alice/made /tmp/made
+EOF
+}
+
+@test "a home below a file system of its own is there, and its neighbours are not" {
+    in_host <<'EOF'
+mount -t tmpfs -o mode=711 homes /home
+account alice 100.64.0.4/30
+account bob 100.64.0.8/30
+capture kivctl start alice
+same stderr "" "$err"
+same "what root sees inside" alice "$(enter_as_root alice ls -A /home)"
+same "mode of /home" 711 "$(enter alice stat -c %a /home)"
+enter alice touch /home/alice/made /tmp/made
+EOF
+}
+
+@test "below the home the layer has a directory like the host's" {
+    in_host <<'EOF'
+account alice 100.64.0.4/30
+chmod 1710 /home/alice
+printf '%s\n' empty "    /home" >"$configuration"
+kivctl start alice
+touch /home/alice/file
+enter_as_root alice umount /home/alice
+same "what was below" "/home/alice 1710 $(id -u alice):$(id -g alice)" \
+    "$(enter_as_root alice find /home/alice -printf '%p %m %U:%G\n')"
+EOF
+}
+
+@test "links of root's and directories that may not be listed stand on the way to a home" {
+    in_host <<'EOF'
+mkdir -m 711 -p /srv/volume/homes
+account alice 100.64.0.4/30
+mv /home/alice /srv/volume/homes/
+ln -s volume /srv/current
+mv /home /home.before
+ln -s /srv/current/homes /home
+capture kivctl start alice
+same status 0 "$status"
+same stderr "" "$err"
+enter alice touch /home/alice/made /tmp/made
+same "what the host has" $'made\n/tmp' "$(cd /srv/volume/homes/alice; ls made; echo /tmp)"
+test -e /srv/volume/homes/alice/tmp/made
+EOF
+}
+
+@test "an account's link on the way to a home keeps it out" {
+    in_host <<'EOF'
+account alice 100.64.0.4/30
+account bob 100.64.0.8/30
+install -d -o bob /srv/secret /srv/secret/bob /srv/secret/bob/tmp
+ln -s /srv/secret /home/alice/link
+chown -h alice /home/alice/link
+sed -i 's#:/home/bob:#:/home/alice/link/bob:#' /etc/passwd
+capture kivctl start bob
+same status 0 "$status"
+same stderr "/home/alice/link/bob: Too many levels of symbolic links" "$err"
+same "mounts" $'/\n/dev/pts\n/proc\n/run' "$(enter_as_root bob awk '{print $5}' /proc/self/mountinfo)"
+EOF
+}
+
+@test "a home without a tmp directory is reported and mounted" {
+    in_host <<'EOF'
+account alice 100.64.0.4/30
+rmdir /home/alice/tmp
+capture kivctl start alice
+same status 0 "$status"
+same stderr "mount(/home/alice/tmp) to /tmp failed: No such file or directory" "$err"
+enter alice touch /home/alice/made
+refused enter_as_root alice mountpoint -q /tmp
+EOF
+}
+
+@test "a tmp directory that is a link is never followed to where it leads" {
+    in_host <<'EOF'
+account alice 100.64.0.4/30
+account bob
+mkdir -m 777 /srv/secret
+touch {/srv/secret,/home/bob,/home/alice}/file
+printf '%s\n' hide "    /srv/secret" >"$configuration"
+rmdir /home/alice/tmp
+for target in /srv/secret /home/bob /run/kiv /etc .; do
+    ln -sfn "$target" /home/alice/tmp
+    chown -h alice /home/alice/tmp
+    capture kivctl start alice
+    same "status for $target" 0 "$status"
+    same "stderr for $target" "mount(/home/alice/tmp) to /tmp failed: Not a directory" "$err"
+    same "/tmp for $target" "" "$(enter_as_root alice ls -A /tmp)"
+    refused enter_as_root alice mountpoint -q /tmp
+    umount --lazy /run/kiv/alice@mnt
+done
+EOF
+}
+
+@test "a tmp that is a file is reported" {
+    in_host <<'EOF'
+account alice 100.64.0.4/30
+rmdir /home/alice/tmp
+touch /home/alice/tmp
+capture kivctl start alice
+same status 0 "$status"
+same stderr "mount(/home/alice/tmp) to /tmp failed: Not a directory" "$err"
+refused enter_as_root alice mountpoint -q /tmp
+EOF
+}
