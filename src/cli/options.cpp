@@ -48,9 +48,9 @@ int usageError(const char* message, const std::string& detail = "") {
     // deliberate: the colours go to standard output, whatever it is
     const bool colored = ::isatty(STDERR_FILENO) != 0;
     std::cout << (colored ? kRed : "") << std::flush;
-    std::cerr << "[" << ::gettext("ERROR") << "]" << std::flush;
+    std::cerr << std::string("[") + ::gettext("ERROR") + "]" << std::flush;
     std::cout << (colored ? kReset : "") << std::flush;
-    std::cerr << " " << programName() << ": " << text << "\n" << std::flush;
+    std::cerr << std::string(" ") + programName() + ": " + text + "\n" << std::flush;
     return UsageError;
 }
 

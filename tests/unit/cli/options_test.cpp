@@ -175,14 +175,15 @@ TEST_F(Options, WriteTheColoursToStandardOutputWhenStandardErrorIsATerminal) {
     parseArguments(1, arguments.data());
     ::dup2(kept, STDERR_FILENO);
     const std::string output = testing::internal::GetCapturedStdout();
-    std::array<char, 256> text{};
-    const ssize_t length = ::read(terminal, text.data(), text.size());
+    std::string text;
+    for (char c = 0; c != '\n' && ::read(terminal, &c, 1) == 1;) {
+        text += c;
+    }
     for (const int descriptor : {terminal, errors, kept}) {
         ::close(descriptor);
     }
     EXPECT_EQ(output, "\033[31m\033[0m");
-    EXPECT_EQ(std::string(text.data(), static_cast<std::size_t>(length)),
-              "[ERROR] kivctl: missing command (use '-h' for help)\r\n");
+    EXPECT_EQ(text, "[ERROR] kivctl: missing command (use '-h' for help)\r\n");
 }
 
 TEST_F(Options, PrintTheHelpText) {
