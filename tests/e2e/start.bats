@@ -200,9 +200,10 @@ EOF
 @test "no process, descriptor or file of the set-up stays behind" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
-before=$(ls /proc | grep -c '^[0-9]')
 kivctl start alice
-same "number of processes" "$before" "$(ls /proc | grep -c '^[0-9]')"
+namespace="mnt:[$(stat -Lc %i /run/kiv/alice@mnt)]"
+refused grep -F "$namespace" <(readlink /proc/[0-9]*/ns/mnt)
+refused pgrep -x kivctl
 same "runtime directory" $'alice@ipc\nalice@mnt\nalice@net' "$(ls /run/kiv)"
 same "mounts at /mnt" "" "$(grep ' /mnt' /proc/self/mountinfo || true)"
 same "content of /mnt" "" "$(ls /mnt)"
