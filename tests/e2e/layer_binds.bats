@@ -255,3 +255,18 @@ same stderr "bind-mount(/home/alice/site) failed: Too many levels of symbolic li
 same "mounts of it" "" "$(enter_as_root alice grep -E ' (/home/alice/site|/etc) ' /proc/self/mountinfo || true)"
 EOF
 }
+
+@test "a link in the account's tmp directory leads no bind mount to another place" {
+    in_host <<'EOF'
+account alice 100.64.0.4/30
+mkdir /tmp/service
+ln -s /etc /home/alice/tmp/service
+chown -h alice /home/alice/tmp/service
+printf '%s\n' bind "    /tmp/service" >"$configuration"
+capture kivctl start alice
+same status 0 "$status"
+same stderr "bind-mount(/tmp/service) failed: Too many levels of symbolic links" "$err"
+enter alice test -e /etc/passwd
+same "mounts of it" "" "$(enter_as_root alice grep -E ' (/tmp/service|/etc) ' /proc/self/mountinfo || true)"
+EOF
+}

@@ -1,0 +1,41 @@
+// Parses words as the program's command line and keeps what was printed meanwhile.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "cli/options.h"
+#include "util/settings.h"
+
+/// The settings point into the words, so both end together.
+class CommandLine {
+public:
+    explicit CommandLine(std::vector<std::string> wordsAfterName, std::string name = "kivctl")
+        : words(std::move(wordsAfterName)) {
+        words.insert(words.begin(), std::move(name));
+        for (std::string& word : words) {
+            vector.push_back(word.data());
+        }
+        vector.push_back(nullptr);
+        settings() = Settings();
+        testing::internal::CaptureStdout();
+        testing::internal::CaptureStderr();
+        code = parseArguments(static_cast<int>(words.size()), vector.data());
+        output = testing::internal::GetCapturedStdout();
+        errorOutput = testing::internal::GetCapturedStderr();
+    }
+    CommandLine(const CommandLine&) = delete;
+    CommandLine& operator=(const CommandLine&) = delete;
+    ~CommandLine() { settings() = Settings(); }
+
+    int code = 0;
+    std::string output;
+    std::string errorOutput;
+
+private:
+    std::vector<std::string> words;
+    std::vector<char*> vector;
+};

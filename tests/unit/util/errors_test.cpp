@@ -1,0 +1,95 @@
+#include "util/errors.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <iostream>
+
+#include "child_process.h"
+#include "util/settings.h"
+
+namespace {
+
+TEST(SystemError, EndsInTheSystemsText) {
+    EXPECT_STREQ(systemError("cannot open /x: ", ENOENT).what(),
+                 "cannot open /x: No such file or directory");
+}
+
+TEST(ErrorText, OfAnUnknownNumberNamesIt) {
+    EXPECT_EQ(errorText(99'999), "Unknown error 99999");
+}
+
+TEST(Report, WritesTheLineToStandardErrorAlone) {
+    const auto result = inChild([] {
+        report("no default route");
+        return 0;
+    });
+    EXPECT_EQ(result.errorOutput, "no default route\n");
+    EXPECT_EQ(result.output, "");
+}
+
+TEST(Report, IsNoFormat) {
+    const auto result = inChild([] {
+        report("100%s %n");
+        return 0;
+    });
+    EXPECT_EQ(result.errorOutput, "100%s %n\n");
+}
+
+TEST(Report, LeavesErrnoAsItWas) {
+    const auto result = inChild([] {
+        ::close(STDERR_FILENO);  // the write fails with EBADF
+        errno = EXDEV;
+        report("lost");
+        return errno == EXDEV ? 0 : 1;
+    });
+    EXPECT_EQ(outcome(result), 0);
+}
+
+TEST(Report, WritesALineInOnePiece) {
+    const auto result = inChild([] {
+        std::array<int, 2> ends{};
+        // with O_DIRECT every write is a packet of its own, pipe(2)
+        if (::pipe2(ends.data(), O_DIRECT) != 0 || ::dup2(ends[1], STDERR_FILENO) < 0) {
+            return 2;
+        }
+        report(std::string(300, 'x'));
+        std::array<char, 1024> packet{};
+        return ::read(ends[0], packet.data(), packet.size()) == 301 ? 0 : 1;
+    });
+    EXPECT_EQ(outcome(result), 0);
+}
+
+TEST(Progress, IsSilentWithoutDebugMode) {
+    const auto result = inChild([] {
+        settings().debugMode = 0;
+        progress("mounting /proc");
+        return 0;
+    });
+    EXPECT_EQ(result.output + result.errorOutput, "");
+}
+
+TEST(Progress, GoesToStandardOutputInDebugMode) {
+    const auto result = inChild([] {
+        settings().debugMode = 1;
+        progress("mounting /proc");
+        return 0;
+    });
+    EXPECT_EQ(result.output, "mounting /proc\n");
+    EXPECT_EQ(result.errorOutput, "");
+}
+
+TEST(Progress, DoesNotWaitInABuffer) {
+    const auto result = inChild([] {
+        settings().debugMode = 1;
+        progress("mounting /proc");
+        ::_exit(0);  // loses what is buffered
+        return 0;
+    });
+    EXPECT_EQ(result.output, "mounting /proc\n");
+}
+
+}  // namespace

@@ -1,0 +1,71 @@
+#include <gtest/gtest.h>
+#include <pwd.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <iostream>
+#include <stdexcept>
+
+#include "child_process.h"
+#include "util/util.h"
+
+namespace {
+
+std::string refusal(const std::string& name) {
+    try {
+        Util::getpwnam(name);
+    } catch (const std::runtime_error& error) {
+        return error.what();
+    }
+    return "found";
+}
+
+TEST(UtilGetpwnam, IsIndependentOfLaterLookUps) {
+    const PasswordEntry root = Util::getpwnam("root");
+    const passwd* other = ::getpwnam("daemon");
+    ASSERT_NE(other, nullptr);
+    EXPECT_EQ(root.name, "root");
+    EXPECT_EQ(root.homeDirectory, "/root");
+}
+
+TEST(UtilGetpwnam, GivesWhatTheDatabaseHas) {
+    const PasswordEntry entry = Util::getpwnam("daemon");
+    const passwd* expected = ::getpwnam("daemon");
+    ASSERT_NE(expected, nullptr);
+    EXPECT_EQ(entry.uid, expected->pw_uid);
+    EXPECT_EQ(entry.gid, expected->pw_gid);
+    EXPECT_EQ(entry.homeDirectory, expected->pw_dir);
+    EXPECT_EQ(entry.shell, expected->pw_shell);
+    EXPECT_NE(entry.shell, "");
+}
+
+TEST(UtilGetpwnam, DoesNotCutANameAtANulByte) {
+    EXPECT_EQ(refusal(std::string("root\0x", 6)), "unknown user");
+}
+
+TEST(UtilGetpwnam, DoesNotKnowAUserByNumber) {
+    EXPECT_EQ(refusal("0"), "unknown user");
+}
+
+TEST(UtilGetpwnam, DoesNotKnowAnythingButAWholeName) {
+    for (const std::string name : {"roo", "root ", " root", "Root", "root:x", "root\n", "."}) {
+        EXPECT_EQ(refusal(name), "unknown user") << name;
+    }
+}
+
+TEST(UtilGetpwnam, DoesNotKnowAHugeName) {
+    EXPECT_EQ(refusal(std::string(100'000, 'a')), "unknown user");
+}
+
+TEST(UtilGetpwnam, TellsADatabaseThatCannotBeReadFromAnUnknownUser) {
+    const auto result = inChild([] {
+        Util::getpwnam("root");  // loads the name services while that is possible
+        const rlimit none = {0, 0};
+        ::setrlimit(RLIMIT_NOFILE, &none);
+        std::cerr << refusal("root");
+        return 0;
+    });
+    EXPECT_EQ(result.errorOutput, "cannot look up user: Too many open files");
+}
+
+}  // namespace
