@@ -10,8 +10,10 @@
 #include <array>
 #include <cerrno>
 #include <climits>
+#include <cstdint>
 #include <list>
 #include <optional>
+#include <utility>
 
 #include "util/string_util.h"
 
