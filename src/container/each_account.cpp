@@ -5,11 +5,16 @@
 #include <exception>
 #include <stdexcept>
 
+#include "util/string_util.h"
+
 namespace {
 
 std::string describe(const AccountEntry& account, const std::exception& error) {
     const std::string text = error.what();
-    return account.name + ": " + (text.empty() ? "unknown error" : text);
+    std::string line = account.name + ": " + (text.empty() ? "unknown error" : text);
+    // a NUL byte in a registry's name would cut the whole text off, later accounts' lines with it
+    StringUtil::replaceAll(std::string(1, '\0'), "\\x00", line);
+    return line;
 }
 
 }  // namespace

@@ -69,9 +69,10 @@ EOF
     in_host <<'EOF'
 account alice 100.64.0.4/30
 touch /srv/{one,two,three,four}
-printf '%s\n' unknown "# only its items would be a mistake" cap_add "    CAP_NET_RAW" cap_drop seccomp "    anything" \
-    "hide  " "# a comment" "" "    /srv/one" "    # another" " # one more" $'\t/srv/two' "empty" "hide" "    /srv/three" \
-    "    /srv/three" "filter" "    /etc/passwd ^\${USER}:" "    /etc/passwd ^(x|y)" >"$configuration"
+printf '%s\n' unknown "# only its items would be a mistake" cap_add "    CAP_NET_RAW" cap_drop \
+    filter "    /etc/passwd ^\${USER}:" "    /etc/passwd ^(x|y)" seccomp "    anything" \
+    "hide  " "# a comment" "" "    /srv/one" "    # another" " # one more" $'\t/srv/two' \
+    empty hide "    /srv/three" "    /srv/three" >"$configuration"
 capture kivctl start alice
 same status 0 "$status"
 same stderr "" "$err"

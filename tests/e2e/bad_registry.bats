@@ -50,8 +50,8 @@ EOF
     in_host <<'EOF'
 account alice
 account bob
-printf '# comment\r\n\n \t \r\n  # alice net=100.64.0.12/30\n#alice\n\v\f\talice\t \tnet=100.64.0.4/30 \r\n bob net=100.64.0.8/30' \
-    >"$registry"
+printf '# comment\r\n\n \t \r\n  # alice net=100.64.0.12/30\n#alice\n' >"$registry"
+printf '\v\f\talice\t \tnet=100.64.0.4/30 \r\n bob net=100.64.0.8/30' >>"$registry"
 capture kivctl start -a
 same status 0 "$status"
 same stdout "starting container: alice, network:100.64.0.4/30
@@ -148,9 +148,10 @@ for name in "${names[@]}"; do
 done
 capture kivctl start -a
 same status 0 "$status"
-same "other lines" "" "$(grep -vE '^umount\(kiv\) failed|^/nonexistent: No such|^Warning: weird character' <<<"$err" || true)"
+same "other lines" "" \
+    "$(grep -vE '^umount\(kiv\) failed|^/nonexistent: No such|^Warning: weird character' <<<"$err" || true)"
 for name in "${names[@]}"; do
-    nsenter --net="/run/kiv/$name@net" --ipc="/run/kiv/$name@ipc" --mount="/run/kiv/$name@mnt" grep -qF "$name:x:" /etc/passwd
+    enter_as_root "$name" grep -qF "$name:x:" /etc/passwd
 done
 same "addresses of the links" "${#names[@]}" "$(ip -4 -o addr show | grep -c ' 100\.64\.0\.')"
 EOF

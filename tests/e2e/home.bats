@@ -68,18 +68,6 @@ same "mounts" $'/\n/dev/pts\n/proc\n/run' "$(enter_as_root alice awk '{print $5}
 EOF
 }
 
-@test "a home that is the root directory shows nothing of the host's own root" {
-    in_host <<'EOF'
-account alice 100.64.0.4/30
-sed -i 's#:/home/alice:#:/:#' /etc/passwd
-touch /srv/hidden
-printf '%s\n' hide "    /srv/hidden" >"$configuration"
-kivctl start alice
-enter alice test -e /etc/passwd
-refused enter_as_root alice test -e /srv/hidden
-EOF
-}
-
 @test "a home on a file system of its own is there" {
     in_host <<'EOF'
 mkdir /home/alice
@@ -195,5 +183,17 @@ capture kivctl start alice
 same status 0 "$status"
 same stderr "mount(/home/alice/tmp) to /tmp failed: Not a directory" "$err"
 refused enter_as_root alice mountpoint -q /tmp
+EOF
+}
+
+@test "a home that is written with more slashes is the same directory" {
+    in_host <<'EOF'
+account alice 100.64.0.4/30
+sed -i 's#:/home/alice:#://home///alice/:#' /etc/passwd
+capture kivctl start alice
+same status 0 "$status"
+same stderr "" "$err"
+enter alice touch /home/alice/made /tmp/made
+test -e /home/alice/made -a -e /home/alice/tmp/made
 EOF
 }

@@ -293,7 +293,7 @@ mkdir -p /srv/{listed,emptied}
 touch /srv/{hidden,listed/other}
 printf '%s\n' "allowlist /srv/listed" hide "    /srv/hidden" empty "    /srv/emptied" >"$configuration"
 strace -f -o /tmp/trace -e trace=mknod,mknodat,setxattr kivctl start alice
-made() { sed -nE 's/.*(mknod|mknodat|setxattr)\(([^"]*)"/"/p' /tmp/trace | sed 's/makedev(0x0,/makedev(0,/; s/ = /=/; s/ *=/ = /'; }
+made() { grep -oE '"[^"]+", (S_IFCHR|"trusted).*' /tmp/trace | sed -E 's/makedev\(0x0,/makedev(0,/; s/ += / = /'; }
 same "what the layer is made of" '"other", S_IFCHR|000, makedev(0, 0)) = 0
 "/mnt/kiv/srv/hidden", S_IFCHR|000, makedev(0, 0)) = 0
 "/mnt/kiv/srv/emptied", "trusted.overlay.opaque", "y", 1, 0) = 0' "$(made)"

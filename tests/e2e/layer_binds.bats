@@ -174,7 +174,8 @@ printf '%s\n' bind "    /run/mysqld" "    /run/other" >"$configuration"
 capture kivctl start alice
 same status 0 "$status"
 same stderr "" "$err"
-same "what root sees inside" $'/run\n/run/mysqld\n/run/mysqld/mysqld.sock\n/run/utmp' "$(enter_as_root alice find /run | sort)"
+same "what root sees inside" $'/run\n/run/mysqld\n/run/mysqld/mysqld.sock\n/run/utmp' \
+    "$(enter_as_root alice find /run | sort)"
 EOF
 }
 
@@ -224,7 +225,8 @@ same status 0 "$status"
 same stderr "bind-mount(/srv/alices/site) failed: Too many levels of symbolic links
 bind-mount(/srv/alices/file) failed: Too many levels of symbolic links
 bind-mount(/srv/alices/site/file) failed: Too many levels of symbolic links" "$err"
-same "what root can read inside" "" "$(enter_as_root alice bash -c 'cat /srv/alices/{site,file,site/file}' 2>/dev/null || true)"
+same "what root can read inside" "" \
+    "$(enter_as_root alice bash -c 'cat /srv/alices/{site,file,site/file}' 2>/dev/null || true)"
 EOF
 }
 
