@@ -125,10 +125,12 @@ EOF
     in_host <<'EOF'
 account alice
 before=$(state)
-printf 'alice\0 net=100.64.0.4/30\n' >"$registry"
+printf 'alice\0 net=100.64.0.4/30\nnobody-here net=100.64.0.8/30\n' >"$registry"
 fails 71 kivctl start -a >/tmp/out 2>/tmp/err
-same stdout "starting container: alice?, network:100.64.0.4/30" "$(tr '\0' '?' </tmp/out)"
-grep -qa "^kivctl: alice" /tmp/err
+same stdout "starting container: alice?, network:100.64.0.4/30
+starting container: nobody-here, network:100.64.0.8/30" "$(tr '\0' '?' </tmp/out)"
+same stderr 'kivctl: alice\x00: alice
+nobody-here: nobody-here: unknown user' "$(cat /tmp/err)"
 printf 'alice net=100.64.0.4/30\0\n' >"$registry"
 fails 71 kivctl start alice >/tmp/out 2>/tmp/err
 grep -qa "^kivctl: malformed network '100.64.0.4/30" /tmp/err
