@@ -26,10 +26,12 @@ std::string anchored(const std::string& item) {
     }
     std::list<std::string> resolved;
     for (const std::string& name : components) {
-        if (name != "..") {
+        if (name == "..") {
+            if (!resolved.empty()) {
+                resolved.pop_back();
+            }
+        } else if (name != ".") {
             resolved.push_back(name);
-        } else if (!resolved.empty()) {
-            resolved.pop_back();
         }
     }
     std::string path;
@@ -37,6 +39,10 @@ std::string anchored(const std::string& item) {
         path += "/" + name;
     }
     return path;
+}
+
+std::string withoutSlashesAtEnd(const std::string& path) {
+    return path.substr(0, path.find_last_not_of('/') + 1);
 }
 
 bool mirrorFromHost(const std::string& layerDir, const std::list<std::string>& components) {

@@ -14,5 +14,8 @@ std::string parentOf(const std::string& path);
 /// unless it does not begin with "/" or has a ".." in it, which is then resolved as at "/".
 std::string anchored(const std::string& item);
 
+/// `path` without slashes at its end: calls that make or remove a name do not take them.
+std::string withoutSlashesAtEnd(const std::string& path);
+
 /// Mirrors the running host's directories `components` into the layer. False as from recMkDir.
 bool mirrorFromHost(const std::string& layerDir, const std::list<std::string>& components);

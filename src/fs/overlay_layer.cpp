@@ -82,7 +82,7 @@ void hidePath(const std::string& lowerRoot, const std::string& layerDir, const s
     if (!mirror(lowerRoot, layerDir, parent)) {
         return;
     }
-    const std::string target = layerDir + path.substr(0, path.find_last_not_of('/') + 1);
+    const std::string target = layerDir + withoutSlashesAtEnd(path);
     ::mknod(target.c_str(), kWhiteoutMode, kWhiteoutDevice);
 }
 
@@ -108,7 +108,7 @@ void emptyDirectory(const std::string& lowerRoot, const std::string& layerDir,
     }
     const std::string path = anchored(item);
     const std::string lowerPath = lowerRoot + path;
-    const std::string layerPath = layerDir + path;
+    const std::string layerPath = layerDir + withoutSlashesAtEnd(path);
     struct stat lower {};
     if (::stat(lowerPath.c_str(), &lower) != 0) {
         const int error = errno;

@@ -59,6 +59,14 @@ std::string readLink(const FileDescriptor& link) {
     return length <= 0 ? "" : std::string(target.data(), static_cast<std::size_t>(length));
 }
 
+/// As the kernel has it, a path that ends in "/" names a directory.
+FileDescriptor directoryIfSlashed(FileDescriptor opened, const std::string& path) {
+    if (opened.valid() && path.ends_with('/')) {
+        opened.reset(::openat(opened.get(), ".", kPathOnly | O_DIRECTORY));
+    }
+    return opened;
+}
+
 /// What openat2 does with RESOLVE_NO_SYMLINKS, for kernels and filters that lack it.
 FileDescriptor walkWithoutLinks(FileDescriptor current, const std::string& path) {
     for (const std::string& name : split(path)) {
@@ -70,7 +78,7 @@ FileDescriptor walkWithoutLinks(FileDescriptor current, const std::string& path)
             return fail(ELOOP);
         }
     }
-    return current;
+    return directoryIfSlashed(std::move(current), path);
 }
 
 FileDescriptor callOpenat2(int directory, const std::string& path, std::uint64_t resolve) {
@@ -152,7 +160,8 @@ FileDescriptor openThroughRootLinks(const std::string& path, LastLink lastLink) 
         }
         pending.splice(pending.begin(), split(target));
     }
-    return current;
+    return lastLink == LastLink::Keep ? std::move(current)
+                                      : directoryIfSlashed(std::move(current), path);
 }
 
 int bindMount(const FileDescriptor& source, const FileDescriptor& target) {

@@ -4,29 +4,9 @@
 
 #include <stdexcept>
 
-#include "../fs/temporary_directory.h"
+#include "registry_file.h"
 
 namespace {
-
-class Registry : public testing::Test {
-protected:
-    /// The selected accounts as "name=net" texts; what was written to standard error in `errors`.
-    std::list<std::string> read(const std::string& content, const std::string& user = "") {
-        const std::string path = directory.write("/kiv.users", content);
-        std::list<AccountEntry> entries;
-        testing::internal::CaptureStderr();
-        readAccounts(entries, user, path.c_str());
-        errors = testing::internal::GetCapturedStderr();
-        std::list<std::string> texts;
-        for (const AccountEntry& entry : entries) {
-            texts.push_back(entry.name + "=" + entry.net);
-        }
-        return texts;
-    }
-
-    TemporaryDirectory directory;
-    std::string errors;
-};
 
 using List = std::list<std::string>;
 

@@ -4,27 +4,12 @@
 
 #include <stdexcept>
 
-#include "../fs/temporary_directory.h"
 #include "config/file_filters.h"
+#include "configuration_file.h"
 
 namespace {
 
 using List = std::list<std::string>;
-
-class ConfigurationFile : public testing::Test {
-protected:
-    /// The file's content loaded; a failure's text, or "" for success.
-    std::string load(const std::string& content) {
-        try {
-            Configuration::load(directory.write("/kiv.conf", content));
-        } catch (const std::runtime_error& error) {
-            return error.what();
-        }
-        return "";
-    }
-
-    TemporaryDirectory directory;
-};
 
 TEST_F(ConfigurationFile, MayBeEmpty) {
     ASSERT_EQ(load(""), "");

@@ -24,10 +24,27 @@ TEST(PacketRules, RejectTheRestOfThePrivateRange) {
               (List{"-A", "INPUT", "-i", "veth-x", "-d", "100.64.0.0/10", "-j", "REJECT"}));
 }
 
-TEST(PacketRules, AreDeletedAsTheyWereAdded) {
+TEST(PacketRules, AppendTheMasqueradeRuleThatWasMissing) {
+    EXPECT_EQ(masqueradeRule("bond0.12").arguments("-A"),
+              (List{"-t", "nat", "-A", "POSTROUTING", "-s", "100.64.0.0/10", "-o", "bond0.12", "-j",
+                    "MASQUERADE"}));
+}
+
+TEST(PacketRules, DeleteTheRejectRuleAsItWasAdded) {
     EXPECT_EQ(rejectRule("veth-x").arguments("-D"),
               (List{"-D", "INPUT", "-i", "veth-x", "-d", "100.64.0.0/10", "-j", "REJECT"}));
-    EXPECT_EQ(databaseRule("veth-x", "100.64.0.5").arguments("-D").front(), "-t");
+}
+
+TEST(PacketRules, DeleteTheDatabaseRuleAsItWasAdded) {
+    EXPECT_EQ(
+        databaseRule("veth-x", "100.64.0.5").arguments("-D"),
+        (List{"-t", "nat", "-D", "PREROUTING", "-i", "veth-x", "-p", "tcp", "-d", "100.64.0.5",
+              "--dport", "3306", "-j", "DNAT", "--to-destination", "127.0.0.1:3306"}));
+}
+
+TEST(PacketRules, KeepEachNameOneArgument) {
+    EXPECT_EQ(rejectRule("a b\n").arguments("-A"),
+              (List{"-A", "INPUT", "-i", "a b\n", "-d", "100.64.0.0/10", "-j", "REJECT"}));
 }
 
 }  // namespace

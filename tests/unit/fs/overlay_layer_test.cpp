@@ -6,67 +6,10 @@
 
 #include <filesystem>
 
-#include "temporary_directory.h"
+#include "layer_fixture.h"
 #include "util/settings.h"
 
 namespace {
-
-/// Builds a layer in a temporary directory: lower root /lower, layer /layer. Opaque directories are
-/// root's to make; without root their error is what is expected.
-class OverlayLayer : public testing::Test {
-protected:
-    OverlayLayer() : previousMask(::umask(022)) {
-        settings() = Settings();
-        lower.makeDirectory("/lower");
-        lower.makeDirectory("/layer");
-        host = lower.at("/host");
-        lower.makeDirectory("/host");
-    }
-    ~OverlayLayer() override {
-        ::umask(previousMask);
-        settings() = Settings();
-    }
-
-    void build(const std::string& user = "alice") {
-        testing::internal::CaptureStdout();
-        testing::internal::CaptureStderr();
-        buildOverlayLayer(lower.at("/lower"), lower.at("/layer"), user,
-                          {allowlists, hide, empty, bind, filters});
-        output = testing::internal::GetCapturedStdout();
-        errors = withoutOwnerWarnings(testing::internal::GetCapturedStderr());
-    }
-
-    bool isWhiteout(const std::string& name) {
-        struct stat status {};
-        return ::lstat(lower.at("/layer" + name).c_str(), &status) == 0 &&
-               status.st_mode == S_IFCHR && status.st_rdev == 0;
-    }
-
-    static bool isRoot() { return ::geteuid() == 0; }
-
-    /// Mirrored directories may belong to others; only root can give them away.
-    static std::string withoutOwnerWarnings(const std::string& text) {
-        std::istringstream lines(text);
-        std::string kept;
-        for (std::string line; std::getline(lines, line);) {
-            kept += isRoot() || !line.starts_with("WARN: chown(") ? line + "\n" : "";
-        }
-        return kept;
-    }
-
-    std::string filteredCopy() { return lower.read("/layer" + host + "/passwd"); }
-
-    TemporaryDirectory lower;
-    std::string host;  ///< a directory of the running system, for what is taken from there
-    std::map<std::string, std::list<std::string>> allowlists;
-    std::list<std::string> hide;
-    std::list<std::string> empty;
-    std::list<std::string> bind;
-    std::map<std::string, std::string> filters;
-    std::string output;
-    std::string errors;
-    mode_t previousMask;
-};
 
 TEST_F(OverlayLayer, WithoutRulesStaysEmpty) {
     build();

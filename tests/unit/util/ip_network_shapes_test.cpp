@@ -49,8 +49,15 @@ INSTANTIATE_TEST_SUITE_P(Unicode, MisspeltNetwork,
                                          "\xef\xbb\xbf"
                                          "1.2.3.4/30"));
 
+class NetworkWithANulByte : public testing::TestWithParam<std::string> {};
+
+// what() shows the text up to that byte
+TEST_P(NetworkWithANulByte, IsRefused) {
+    EXPECT_THROW(IpNetwork{GetParam()}, std::runtime_error);
+}
+
 INSTANTIATE_TEST_SUITE_P(
-    NulBytes, MisspeltNetwork,
+    Places, NetworkWithANulByte,
     testing::Values(std::string("\0", 1), std::string("\0001.2.3.4/30", 11),
                     std::string("1\0.2.3.4/30", 11), std::string("1.2.3.4\0/30", 11),
                     std::string("1.2.3.4/\00030", 11), std::string("1.2.3.4/3\0000", 11),

@@ -1,15 +1,15 @@
 // What happens between this process and the tool that it runs: streams, signals, waiting.
 #include <dirent.h>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <sys/time.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
 #include <csignal>
 #include <iostream>
-#include <iterator>
-#include <stdexcept>
+#include <string>
 
 #include "child_process.h"
 #include "util/directory_stream.h"
@@ -205,29 +205,18 @@ long openDescriptors() {
     return count;
 }
 
-struct Capture {
-    bool output;
-    bool errors;
-};
-
-class HundredRuns : public testing::TestWithParam<Capture> {};
-
-TEST_P(HundredRuns, LeaveNoDescriptorBehind) {
+TEST(ExternalCommand, LeavesNoDescriptorBehindInAHundredRuns) {
     const long before = openDescriptors();
     for (int run = 0; run < 100; ++run) {
         std::string output;
         std::string errors;
         ExternalCommand command("true", {});
-        command.setStdout(GetParam().output ? &output : nullptr);
-        command.setStderr(GetParam().errors ? &errors : nullptr);
+        command.setStdout(run % 2 == 0 ? &output : nullptr);
+        command.setStderr(run % 3 == 0 ? &errors : nullptr);
         EXPECT_EQ(command.execute(), 0);
     }
     EXPECT_EQ(openDescriptors(), before);
 }
-
-INSTANTIATE_TEST_SUITE_P(Captures, HundredRuns,
-                         testing::Values(Capture{true, true}, Capture{true, false},
-                                         Capture{false, true}, Capture{false, false}));
 
 TEST(ExternalCommand, LeavesNoChildBehind) {
     const auto result = inChild([] {

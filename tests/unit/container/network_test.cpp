@@ -1,0 +1,183 @@
+// The order of the host tools' calls on both ends of a link, with tools that only note them.
+#include "container/network.h"
+
+#include <gtest/gtest.h>
+#include <stdlib.h>
+
+#include <functional>
+#include <stdexcept>
+
+#include "../fs/narrowed_process.h"
+#include "../fs/temporary_directory.h"
+#include "../util/child_process.h"
+#include "container/host_preparation.h"
+
+namespace {
+
+/// The tools' stand-ins write their arguments, joined by "|", into the file "calls". The call that
+/// stands in the file "failing" ends with status 3. PATH holds nothing else: a real tool is never
+/// run.
+constexpr const char* kTool = R"(#!/bin/sh
+IFS='|'
+call="${0##*/}|$*"
+echo "$call" >>"${0%/*}/calls"
+read -r failing <"${0%/*}/failing"
+if [ "$call" = "$failing" ]; then exit 3; fi
+)";
+
+class LinkSetUp : public testing::Test {
+protected:
+    LinkSetUp() {
+        for (const char* tool : {"/ip", "/iptables", "/sysctl"}) {
+            directory.write(tool, kTool);
+            ::chmod(directory.at(tool).c_str(), 0755);
+        }
+        fail("none");
+    }
+
+    void fail(const std::string& call) { directory.write("/failing", call + "\n"); }
+
+    /// `setUp`'s result with the stand-ins first and last on PATH.
+    int run(const std::function<int()>& setUp) {
+        const auto result = inChild([this, &setUp] {
+            require(::setenv("PATH", directory.path.c_str(), 1) == 0);
+            return setUp();
+        });
+        errors = result.errorOutput;
+        return outcome(result);
+    }
+
+    int runHostSide() {
+        return run([this] {
+            setUpHostSide(link, 4711);
+            return 0;
+        });
+    }
+
+    bool runContainerSide(std::optional<gid_t> group) {
+        return run([this, group] { return setUpContainerSide(link, group) ? 0 : 1; }) == 0;
+    }
+
+    std::string calls() { return directory.read("/calls"); }
+
+    /// As the host side asks for it, too.
+    static std::string defaultMtu() {
+        testing::internal::CaptureStderr();
+        const std::string mtu = std::to_string(detectDefaultMtu());
+        testing::internal::GetCapturedStderr();
+        return mtu;
+    }
+
+    TemporaryDirectory directory;
+    ContainerLink link = {"veth-alice", "vpeer-alice", "100.64.0.5", "100.64.0.6", 30};
+    std::string errors;
+};
+
+TEST_F(LinkSetUp, OnTheHostTakesTheseSteps) {
+    EXPECT_EQ(runHostSide(), 0);
+    EXPECT_EQ(calls(), "ip|link|add|veth-alice|type|veth|peer|name|vpeer-alice|mtu|" +
+                           defaultMtu() +
+                           "\n"
+                           "ip|link|set|vpeer-alice|netns|4711\n"
+                           "sysctl|-q|-w|net.ipv4.conf.veth-alice.route_localnet=1\n"
+                           "iptables|-t|nat|-I|PREROUTING|-i|veth-alice|-p|tcp|-d|100.64.0.5|"
+                           "--dport|3306|-j|DNAT|--to-destination|127.0.0.1:3306\n"
+                           "iptables|-A|INPUT|-i|veth-alice|-d|100.64.0.0/10|-j|REJECT\n"
+                           "ip|addr|add|100.64.0.5/30|dev|veth-alice\n"
+                           "ip|link|set|veth-alice|up|mtu|" +
+                           defaultMtu() + "\n");
+}
+
+TEST_F(LinkSetUp, OnTheHostGoesOnAfterAFailure) {
+    fail("ip|link|set|vpeer-alice|netns|4711");
+    EXPECT_EQ(runHostSide(), 0);
+    const std::string all = calls();
+    EXPECT_EQ(std::count(all.begin(), all.end(), '\n'), 7);
+    EXPECT_NE(errors.find("exit code 3: ip link set vpeer-alice netns 4711\n"), std::string::npos)
+        << errors;
+}
+
+TEST_F(LinkSetUp, InTheContainerTakesTheseSteps) {
+    EXPECT_TRUE(runContainerSide(1'001));
+    EXPECT_EQ(errors, "");
+    EXPECT_EQ(calls(),
+              "ip|link|set|dev|vpeer-alice|name|veth0\n"
+              "ip|addr|add|100.64.0.6/30|dev|veth0\n"
+              "ip|link|set|veth0|up\n"
+              "ip|link|set|lo|up\n"
+              "ip|route|add|default|via|100.64.0.5\n"
+              "sysctl|-q|-w|net.ipv4.conf.veth0.route_localnet=1\n"
+              "sysctl|-q|-w|net.ipv4.ping_group_range=1001 1001\n"
+              "iptables|-t|nat|-A|POSTROUTING|-s|127.0.0.1|-d|100.64.0.5|-o|veth0|-j|MASQUERADE\n"
+              "iptables|-t|nat|-A|OUTPUT|-s|127.0.0.1|-p|tcp|-d|127.0.0.1|--dport|3306|-j|DNAT|"
+              "--to|100.64.0.5:3306\n");
+}
+
+TEST_F(LinkSetUp, InTheContainerEndsAtTheFirstFailure) {
+    fail("ip|link|set|veth0|up");
+    EXPECT_FALSE(runContainerSide(1'001));
+    EXPECT_EQ(errors, "exit code 3: ip link set veth0 up\n");
+    EXPECT_EQ(calls(),
+              "ip|link|set|dev|vpeer-alice|name|veth0\n"
+              "ip|addr|add|100.64.0.6/30|dev|veth0\n"
+              "ip|link|set|veth0|up\n");
+}
+
+TEST_F(LinkSetUp, InTheContainerLeavesThePingRangeAloneWithoutAGroup) {
+    EXPECT_TRUE(runContainerSide(std::nullopt));
+    const std::string all = calls();
+    EXPECT_EQ(all.find("ping_group_range"), std::string::npos);
+    EXPECT_EQ(std::count(all.begin(), all.end(), '\n'), 8);
+}
+
+TEST_F(LinkSetUp, InTheContainerTakesGroupsBeyondTheSignedRange) {
+    EXPECT_TRUE(runContainerSide(4'294'967'294));
+    EXPECT_NE(calls().find("ping_group_range=4294967294 4294967294\n"), std::string::npos);
+}
+
+TEST(InterfaceNames, MayBeUsedWhenNeitherIsThere) {
+    checkInterfaceNames({"absent-host0", "absent-peer0", "", "", 0});
+}
+
+TEST(InterfaceNames, AreRefusedUnderTheHostInterfacesNameForALeftOverPeer) {
+    try {
+        checkInterfaceNames({"absent-host0", "lo", "", "", 0});
+        FAIL() << "accepted";
+    } catch (const std::runtime_error& error) {
+        EXPECT_STREQ(error.what(), "absent-host0: already exists!");
+    }
+}
+
+TEST(PlannedLink, NamesInterfacesAfterTheHashOfALongName) {
+    ContainerHandle handle("daemon");
+    handle.userName = "elevencharx";
+    const ContainerLink link = planLink(handle, IpNetwork("100.64.0.4/30"));
+    EXPECT_EQ(link.hostInterface, "veth-iDbKxq-F9");
+    EXPECT_EQ(link.peerInterface, "vpeer-iDbKxq-F9");
+}
+
+TEST(PlannedLink, LetsAPeerNameOfSixteenCharactersPass) {
+    ContainerHandle handle("daemon");
+    handle.userName = "tencharact";
+    EXPECT_EQ(planLink(handle, IpNetwork("100.64.0.4/30")).peerInterface, "vpeer-tencharact");
+}
+
+TEST(PlannedLink, OfASmallNetworkTakesItsTwoAddresses) {
+    ContainerHandle handle("daemon");
+    const ContainerLink link = planLink(handle, IpNetwork("100.64.0.4/30"));
+    EXPECT_EQ(link.hostAddress, "100.64.0.5");
+    EXPECT_EQ(link.containerAddress, "100.64.0.6");
+    EXPECT_EQ(link.prefixLength, 30U);
+}
+
+TEST(PlannedLink, TellsWhichAddressATooSmallNetworkLacks) {
+    ContainerHandle handle("daemon");
+    try {
+        planLink(handle, IpNetwork("100.64.0.4/31"));
+        FAIL() << "planned";
+    } catch (const std::runtime_error& error) {
+        EXPECT_STREQ(error.what(), "network 100.64.0.4/31 has no address number 2");
+    }
+}
+
+}  // namespace
