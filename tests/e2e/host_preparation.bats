@@ -196,7 +196,7 @@ capture kivctl start bob
 same status 0 "$status"
 same "first line of stderr" "Could not detect default network interface (no default route configured?)" \
     "$(head -1 <<<"$err")"
-ip -o link show veth-bob | grep -q 'mtu 1500'
+ip -o link show veth-bob | grep >/dev/null 'mtu 1500'
 EOF
 }
 

@@ -138,8 +138,8 @@ veth-alice 100.64.0.5/30" "$(brief env)"
 same "addresses in the container" $'lo 127.0.0.1/8\nveth0 100.64.0.6/30' "$(brief inside)"
 same "MTU of the host's end" "veth-alice 1400" "$(mtu env | grep veth)"
 same "interfaces in the container" $'lo 65536\nveth0 1400' "$(mtu inside)"
-ip -o link show veth-alice | grep -q '[<,]UP[,>]'
-inside ip -o link show veth0 | grep -q '[<,]UP[,>]'
+ip -o link show veth-alice | grep >/dev/null '[<,]UP[,>]'
+inside ip -o link show veth0 | grep >/dev/null '[<,]UP[,>]'
 same "routes in the container" "default via 100.64.0.5 dev veth0
 100.64.0.4/30 dev veth0 proto kernel scope link src 100.64.0.6" "$(inside ip route | sed 's/ *$//')"
 EOF
@@ -244,8 +244,8 @@ record sysctl 'case $* in *veth-*) exit 3 ;; esac; exec $real "$@"'
 capture kivctl start alice
 same status 0 "$status"
 same stderr "exit code 3: sysctl -q -w net.ipv4.conf.veth-alice.route_localnet=1" "$err"
-iptables -t nat -S | grep -q veth-alice
-ip -o link show veth-alice | grep -q '[<,]UP[,>]'
+iptables -t nat -S | grep >/dev/null veth-alice
+ip -o link show veth-alice | grep >/dev/null '[<,]UP[,>]'
 EOF
 }
 
