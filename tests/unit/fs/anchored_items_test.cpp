@@ -1,7 +1,9 @@
 // Configured items as paths that stay below the directory that they are appended to.
 #include <gtest/gtest.h>
 
-#include <filesystem>
+#include <algorithm>
+#include <list>
+#include <string>
 #include <vector>
 
 #include "fs/layer_paths.h"
@@ -69,6 +71,17 @@ TEST(AnchoredItem, GoesUpPastASingleDot) {
 
 TEST(AnchoredItem, TakesNamesThatOnlyBeginWithDotsLiterally) {
     EXPECT_EQ(anchored("/.../..a/a.."), "/.../..a/a..");
+}
+
+TEST(PathWithoutSlashesAtItsEnd, KeepsTheOthers) {
+    EXPECT_EQ(withoutSlashesAtEnd("//etc//ssh//"), "//etc//ssh");
+    EXPECT_EQ(withoutSlashesAtEnd("/etc"), "/etc");
+}
+
+TEST(PathWithoutSlashesAtItsEnd, IsEmptyForTheRoot) {
+    EXPECT_EQ(withoutSlashesAtEnd("/"), "");
+    EXPECT_EQ(withoutSlashesAtEnd("///"), "");
+    EXPECT_EQ(withoutSlashesAtEnd(""), "");
 }
 
 TEST(Components, AreTheNamesBetweenSlashes) {

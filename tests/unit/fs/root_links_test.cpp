@@ -163,6 +163,12 @@ TEST(PlainPaths, BelowAFileAreNothing) {
     EXPECT_EQ(follow(directory.at("/file/..")), failure(ENOTDIR));
 }
 
+TEST(PlainPaths, WithASlashAtTheEndAreDirectories) {
+    const TemporaryDirectory directory;
+    EXPECT_EQ(follow(directory.write("/dir/file", "") + "/"), failure(ENOTDIR));
+    EXPECT_EQ(follow(directory.at("/dir/")), directory.at("/dir"));
+}
+
 TEST(PlainPaths, OfANameThatIsTooLongAreNothing) {
     EXPECT_EQ(follow("/" + std::string(256, 'x')), failure(ENAMETOOLONG));
 }
