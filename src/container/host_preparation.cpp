@@ -1,8 +1,6 @@
 #include "container/host_preparation.h"
 
-#include <fcntl.h>
 #include <net/if.h>
-#include <sys/file.h>
 #include <sys/ioctl.h>
 #include <sys/mount.h>
 #include <sys/socket.h>
@@ -18,6 +16,7 @@
 
 #include "config/configuration.h"
 #include "container/packet_rules.h"
+#include "container/runtime_lock.h"
 #include "fs/mount_table.h"
 #include "util/errors.h"
 #include "util/external_command.h"
@@ -60,18 +59,6 @@ bool ensureRuntimeDirectory() {
         }
     }
     return false;
-}
-
-FileDescriptor lockRuntimeDirectory() {
-    FileDescriptor directory(::open(runtimeDirectory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    int result = -1;
-    do {
-        result = ::flock(directory.get(), LOCK_EX);
-    } while (result == -1 && errno == EINTR);
-    if (result == -1) {
-        directory.reset();
-    }
-    return directory;
 }
 
 /// Keeps the namespace mounts from propagating into other mount namespaces, where they would hold a
