@@ -31,6 +31,11 @@ bool hasIds(uid_t uid, gid_t gid) {
            effectiveGid == gid && savedGid == gid;
 }
 
+/// What a process that has given up root for good cannot do. A saved id that survived would show.
+bool canBecomeRoot(uid_t uid) {
+    return uid != 0 && ::setresuid(0, 0, 0) == 0;
+}
+
 }  // namespace
 
 void Daemon::cleanEnv(const std::vector<std::string>& keep) {
@@ -52,6 +57,12 @@ void Daemon::cleanEnv(const std::vector<std::string>& keep) {
 }
 
 bool Daemon::changeUser(bool primaryGroupOnly, unsigned uid, unsigned gid) {
+    // to setresuid(2) this number means "leave as it is": the process would stay root
+    constexpr unsigned kUnchanged = -1U;
+    if (uid == kUnchanged || gid == kUnchanged) {
+        errno = EINVAL;
+        return false;
+    }
     const gid_t group = gid;
     if (primaryGroupOnly && ::setgroups(1, &group) != 0) {
         return false;
@@ -60,7 +71,7 @@ bool Daemon::changeUser(bool primaryGroupOnly, unsigned uid, unsigned gid) {
     if (::setresgid(gid, gid, gid) != 0 || ::setresuid(uid, uid, uid) != 0) {
         return false;
     }
-    if (!hasIds(uid, gid)) {
+    if (!hasIds(uid, gid) || canBecomeRoot(uid)) {
         errno = EPERM;
         return false;
     }

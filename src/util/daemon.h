@@ -10,10 +10,11 @@ public:
     /// values.
     static void cleanEnv(const std::vector<std::string>& keep);
 
-    /// Changes real, effective and saved user and group id and reads them back. With
-    /// `primaryGroupOnly` the supplementary groups are replaced by `gid` alone, otherwise they
-    /// stay. False with errno set on any failure; the process may then have changed in part and
-    /// must not run anything for the user.
+    /// Changes real, effective and saved user and group id, reads them back, and makes sure that
+    /// root is out of reach. With `primaryGroupOnly` the supplementary groups are replaced by `gid`
+    /// alone, otherwise they stay. False with errno set on any failure, EINVAL for an id of
+    /// (unsigned) -1; the process may then have changed in part and must not run anything for the
+    /// user.
     static bool changeUser(bool primaryGroupOnly, unsigned uid, unsigned gid);
 
     /// Makes the process independent of its caller: descriptors 0 to 2 that are closed are opened

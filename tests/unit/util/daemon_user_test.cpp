@@ -1,5 +1,7 @@
 #include <grp.h>
 #include <gtest/gtest.h>
+#include <linux/securebits.h>
+#include <sys/prctl.h>
 #include <unistd.h>
 
 #include <array>
@@ -80,7 +82,7 @@ TEST(DaemonChangeUser, OfAnOrdinaryUserToItselfHoldsWithoutTheGroups) {
 TEST(DaemonChangeUser, RefusesTheUserIdThatMeansNoChange) {
     const auto result = inChild([] {
         errno = 0;
-        return !Daemon::changeUser(true, 4'294'967'295U, kGroup) && errno == EPERM ? 0 : 1;
+        return !Daemon::changeUser(true, 4'294'967'295U, kGroup) && errno == EINVAL ? 0 : 1;
     });
     EXPECT_EQ(outcome(result), 0);
 }
@@ -89,7 +91,7 @@ TEST(DaemonChangeUser, RefusesTheGroupIdThatMeansNoChange) {
     const auto result = inChild([] {
         errno = 0;
         const bool changed = Daemon::changeUser(true, kUser, 4'294'967'295U);
-        return !changed && errno == (isRoot() ? EINVAL : EPERM) ? 0 : 1;
+        return !changed && errno == EINVAL ? 0 : 1;
     });
     EXPECT_EQ(outcome(result), 0);
 }
@@ -98,7 +100,7 @@ TEST(DaemonChangeUser, RefusesTheGroupIdThatMeansNoChangeWithoutTheGroups) {
     const auto result = inChild([] {
         errno = 0;
         const bool changed = Daemon::changeUser(false, ::getuid(), 4'294'967'295U);
-        return !changed && errno == EPERM ? 0 : 1;
+        return !changed && errno == EINVAL ? 0 : 1;
     });
     EXPECT_EQ(outcome(result), 0);
 }
@@ -130,6 +132,18 @@ TEST(DaemonChangeUser, TakesTheSavedIdsAwayToo) {
     });
     // 3: root changed for good; 0: an ordinary user could not change and is none the better for it
     EXPECT_EQ(outcome(result), isRoot() ? 3 : 0);
+}
+
+// capabilities(7): with this bit the change of user leaves the capabilities, and with them root
+TEST(DaemonChangeUser, FailsWhenTheWayBackToRootStaysOpen) {
+    const auto result = inChild([] {
+        if (isRoot() && ::prctl(PR_SET_SECUREBITS, SECBIT_NO_SETUID_FIXUP) != 0) {
+            return 2;
+        }
+        errno = 0;
+        return !Daemon::changeUser(true, kUser, kGroup) && errno == EPERM ? 0 : 1;
+    });
+    EXPECT_EQ(outcome(result), 0);
 }
 
 }  // namespace
