@@ -12,6 +12,7 @@
 #include "cli/help_screen.h"
 #include "cli/options.h"
 #include "config/configuration.h"
+#include "container/exec.h"
 #include "container/start.h"
 #include "util/daemon.h"
 #include "util/errors.h"
@@ -31,6 +32,8 @@ Driver driverOf(int command) {
     switch (command) {
         case Start:
             return startCommand;
+        case Exec:
+            return execCommand;
         default:
             return nullptr;
     }

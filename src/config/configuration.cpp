@@ -23,6 +23,8 @@ using Words = std::list<std::string>;
 /// below.
 class Parser {
 public:
+    explicit Parser(const Configuration::ItemCheck& itemCheck) : check(itemCheck) {}
+
     void parseLine(const std::string& line);
 
     Configuration result;
@@ -36,13 +38,15 @@ private:
     void selectSection(const std::string& keyword);
     void addFilter(const std::string& item);
 
+    const Configuration::ItemCheck& check;
+    Configuration::Section currentSection = nullptr;  ///< of the two lists only this has a check
     std::list<std::string>* currentList = nullptr;
     ItemHandler currentHandler = nullptr;
 };
 
 struct ListSection {
     const char* keyword;
-    std::list<std::string> Configuration::*list;
+    Configuration::Section list;
 };
 
 constexpr ListSection kListSections[] = {
@@ -73,6 +77,7 @@ void Parser::parseHeader(const std::string& line) {
         return;  // a comment does not end the section
     }
     currentHandler = nullptr;
+    currentSection = nullptr;
     if (words.front() == "allowlist") {
         selectAllowlist(words);
     } else if (words.size() > 1) {
@@ -98,6 +103,7 @@ void Parser::selectSection(const std::string& keyword) {
     // deliberate: an unknown section is accepted, and only an item under it fails
     for (const ListSection& section : kListSections) {
         if (keyword == section.keyword) {
+            currentSection = section.list;
             currentList = &(result.*section.list);
         }
     }
@@ -113,6 +119,9 @@ void Parser::parseItem(std::string item) {
     } else if (currentList == nullptr) {
         throw std::runtime_error("not parsing a list");
     } else {
+        if (currentSection != nullptr && check) {
+            check(currentSection, item);
+        }
         currentList->push_back(std::move(item));
     }
 }
@@ -135,12 +144,12 @@ void Parser::addFilter(const std::string& item) {
 
 }  // namespace
 
-void Configuration::load(const std::string& path) {
+Configuration Configuration::read(const std::string& path, const ItemCheck& check) {
     std::ifstream file(path);
     if (!file) {
         throw std::runtime_error("cannot open file " + path);
     }
-    Parser parser;
+    Parser parser(check);
     std::string line;
     for (unsigned long number = 1; std::getline(file, line); ++number) {
         try {
@@ -152,7 +161,11 @@ void Configuration::load(const std::string& path) {
     if (file.bad()) {
         throw std::runtime_error("error while reading from file");
     }
-    instance() = std::move(parser.result);
+    return std::move(parser.result);
+}
+
+void Configuration::load(const std::string& path) {
+    instance() = read(path, nullptr);
 }
 
 const Configuration& configuration() {

@@ -1,6 +1,7 @@
 // What every account container of this host looks like: the container configuration file.
 #pragma once
 
+#include <functional>
 #include <list>
 #include <map>
 #include <string>
@@ -12,9 +13,9 @@ struct Configuration {
     std::list<std::string> hide;
     std::list<std::string> empty;
     std::list<std::string> bind;
-    std::list<std::string> cap_add;   ///< kept only; this program does not read it
-    std::list<std::string> cap_drop;  ///< kept only
-    std::list<std::string> seccomp;   ///< kept only
+    std::list<std::string> cap_add;  ///< for the container library, as the two that follow
+    std::list<std::string> cap_drop;
+    std::list<std::string> seccomp;
     /// File to expression; checked and kept only. What an account sees of a host file follows from
     /// the built-in table (config/file_filters.h), deliberately.
     std::map<std::string, std::string> filters;
@@ -22,9 +23,18 @@ struct Configuration {
     std::string iptablesCommand = "iptables";
     std::string sysctlCommand = "sysctl";
 
-    /// Reads the file and replaces the process-wide object by what it read. Throws
-    /// std::runtime_error "cannot open file …", "error while reading from file", or "line N: " and
-    /// what is wrong there; the process-wide object then stays as it was.
+    /// One of the lists above, named by its member.
+    using Section = std::list<std::string> Configuration::*;
+
+    /// Is given every item of a list section and refuses one by throwing std::runtime_error.
+    using ItemCheck = std::function<void(Section section, const std::string& item)>;
+
+    /// The file's content. Throws std::runtime_error "cannot open file …", "error while reading
+    /// from file", or "line N: " and what is wrong there, a refusal of `check` included.
+    static Configuration read(const std::string& path, const ItemCheck& check);
+
+    /// Reads the file and replaces the process-wide object by what it read. Throws what `read`
+    /// throws; the process-wide object then stays as it was.
     static void load(const std::string& path);
 };
 

@@ -1,0 +1,66 @@
+#include "libkiv/capabilities.h"
+
+#include <sys/capability.h>
+
+#include <algorithm>
+#include <array>
+#include <cctype>
+#include <cerrno>
+#include <memory>
+#include <stdexcept>
+#include <type_traits>
+
+#include "util/errors.h"
+
+namespace {
+
+using CapabilityState = std::unique_ptr<std::remove_pointer_t<cap_t>, int (*)(void*)>;
+
+constexpr std::array<cap_value_t, 2> kForChangeOfUser = {CAP_SETGID, CAP_SETUID};
+
+void dropFromBoundingSet(const CapabilitySet& kept) {
+    // cap_get_bound(3): the first number that the kernel does not know fails
+    for (Capability capability = 0; cap_get_bound(capability) >= 0; ++capability) {
+        if (kept.count(capability) == 0 && cap_drop_bound(capability) != 0) {
+            const int error = errno;
+            throw systemError("cannot drop a capability from the bounding set: ", error);
+        }
+    }
+}
+
+}  // namespace
+
+Capability parseCapability(const std::string& name) {
+    std::string known = name;
+    std::transform(known.begin(), known.end(), known.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    if (!known.starts_with("cap_")) {
+        known.insert(0, "cap_");
+    }
+    cap_value_t value = -1;
+    // cap_from_name(3) takes numbers too, which say nothing to who reads the file
+    const bool isName = known.find_first_of("0123456789") == std::string::npos;
+    if (!isName || cap_from_name(known.c_str(), &value) != 0) {
+        throw std::runtime_error("unknown capability '" + name + "'");
+    }
+    return value;
+}
+
+void restrictCapabilities(const CapabilitySet& kept) {
+    if (cap_reset_ambient() != 0) {
+        const int error = errno;
+        throw systemError("cannot empty the ambient capability set: ", error);
+    }
+    dropFromBoundingSet(kept);
+    const CapabilityState state(cap_init(), cap_free);  // all three sets empty
+    if (!state) {
+        throw std::runtime_error("out of memory");
+    }
+    for (const cap_flag_t set : {CAP_PERMITTED, CAP_EFFECTIVE}) {
+        cap_set_flag(state.get(), set, kForChangeOfUser.size(), kForChangeOfUser.data(), CAP_SET);
+    }
+    if (cap_set_proc(state.get()) != 0) {
+        const int error = errno;
+        throw systemError("cannot reduce the capabilities: ", error);
+    }
+}

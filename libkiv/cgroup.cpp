@@ -1,0 +1,100 @@
+#include "libkiv/cgroup.h"
+
+#include <fcntl.h>
+#include <linux/magic.h>
+#include <sys/stat.h>
+#include <sys/vfs.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <stdexcept>
+#include <string_view>
+
+#include "util/errors.h"
+#include "util/file_descriptor.h"
+
+namespace {
+
+constexpr mode_t kDirectoryMode = 0755;
+constexpr int kTries = 10;
+
+FileDescriptor openHierarchy(const std::string& root) {
+    FileDescriptor directory(::open(root.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    int error = errno;
+    if (!directory.valid()) {
+        throw systemError(root + ": ", error);
+    }
+    struct statfs fileSystem {};
+    if (::fstatfs(directory.get(), &fileSystem) != 0) {
+        error = errno;
+        throw systemError(root + ": ", error);
+    }
+    if (fileSystem.f_type != CGROUP2_SUPER_MAGIC) {
+        throw std::runtime_error(root + ": no cgroup v2 file system is mounted here");
+    }
+    return directory;
+}
+
+bool writeTo(const FileDescriptor& directory, const char* file, std::string_view text) {
+    const FileDescriptor target(::openat(directory.get(), file, O_WRONLY | O_CLOEXEC | O_NOFOLLOW));
+    return target.valid() &&
+           ::write(target.get(), text.data(), text.size()) == static_cast<ssize_t>(text.size());
+}
+
+/// Lets the children of a cgroup be counted. Where the kernel or the machine's other hierarchies
+/// keep a controller back the account is not counted by it, which keeps nobody out.
+void askForCounting(const FileDescriptor& parent) {
+    for (const char* controller : {"+pids", "+memory"}) {
+        writeTo(parent, "cgroup.subtree_control", controller);
+    }
+}
+
+/// Invalid, with errno set, when it cannot be opened.
+FileDescriptor openChild(const FileDescriptor& parent, const std::string& name) {
+    constexpr int kFlags = O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+    FileDescriptor child(::openat(parent.get(), name.c_str(), kFlags));
+    if (child.valid() || errno != ENOENT) {
+        return child;
+    }
+    askForCounting(parent);
+    // EEXIST: somebody else was faster, which is as good
+    if (::mkdirat(parent.get(), name.c_str(), kDirectoryMode) != 0 && errno != EEXIST) {
+        return child;
+    }
+    return FileDescriptor(::openat(parent.get(), name.c_str(), kFlags));
+}
+
+/// True when this process is in the leaf, else `failed` is the path of what could not be done and
+/// errno the reason.
+bool joinLeaf(uid_t uid, const std::string& root, std::string& failed) {
+    FileDescriptor directory = openHierarchy(root);
+    failed = root;
+    for (const std::string& name : {std::string("user.slice"),
+                                    "user-" + std::to_string(uid) + ".slice", std::string("kiv")}) {
+        failed += "/" + name;
+        directory = openChild(directory, name);
+        if (!directory.valid()) {
+            return false;
+        }
+    }
+    failed += "/cgroup.procs";
+    return writeTo(directory, "cgroup.procs", "0");
+}
+
+}  // namespace
+
+void enterCgroup(uid_t uid, const std::string& root) {
+    std::string failed;
+    int error = 0;
+    // between being made and being joined the empty leaf may be tidied away by the host's manager
+    for (int attempt = 0; attempt < kTries; ++attempt) {
+        if (joinLeaf(uid, root, failed)) {
+            return;
+        }
+        error = errno;
+        if (error != ENOENT && error != ENODEV) {
+            break;
+        }
+    }
+    throw systemError(failed + ": ", error);
+}

@@ -1,0 +1,15 @@
+// The cgroup that an account's processes are counted in.
+#pragma once
+
+#include <sys/types.h>
+
+#include <string>
+
+inline constexpr const char* kCgroupRoot = "/sys/fs/cgroup";
+
+/// Moves this process into "user.slice/user-UID.slice/kiv" below `root`. Where the slice has
+/// children, as under systemd, cgroup v2 allows no process in the slice itself, hence the leaf of
+/// our own; the slice counts it all the same. What is missing is made, and the controllers that
+/// count processes and memory are asked for above what is made. Throws std::runtime_error with the
+/// file and the reason.
+void enterCgroup(uid_t uid, const std::string& root = kCgroupRoot);

@@ -1,0 +1,92 @@
+// The calls of kiv.h: each runs one step, and turns its exception into a message and -1.
+#include "libkiv/kiv.h"
+
+#include <syslog.h>
+
+#include <exception>
+#include <stdexcept>
+#include <string>
+
+#include "libkiv/capabilities.h"
+#include "libkiv/cgroup.h"
+#include "libkiv/container_namespaces.h"
+#include "libkiv/policy.h"
+#include "libkiv/system_call_rules.h"
+
+namespace {
+
+struct Session {
+    kiv_log_cb log = nullptr;
+    Policy policy;
+    std::string fault;  ///< why there is no policy to enforce
+};
+
+Session& session() {
+    static Session values;
+    return values;
+}
+
+/// No exception may leave the library: its caller may be written in C.
+template <typename Step>
+int attempt(void* handle, Step step) noexcept {
+    try {
+        step();
+        return 0;
+    } catch (const std::exception& error) {
+        if (session().log != nullptr) {
+            session().log(handle, LOG_ERR, "%s", error.what());
+        }
+        return -1;
+    }
+}
+
+/// The policy. A file that was not understood must not mean the defaults: it may have asked for
+/// more.
+const Policy& enforceable() {
+    if (!session().fault.empty()) {
+        throw std::runtime_error(session().fault);
+    }
+    return session().policy;
+}
+
+void loadPolicy() {
+    session().fault = "no configuration";  // until it is read, should memory run out meanwhile
+    try {
+        session().policy = readPolicy(kPolicyFile);
+        session().fault.clear();
+    } catch (const std::runtime_error& error) {
+        session().fault = error.what();
+        throw;
+    }
+}
+
+}  // namespace
+
+void kiv_set_log_cb(kiv_log_cb callback) {
+    session().log = callback;
+}
+
+int kiv_load_config(void* handle) {
+    return attempt(handle, loadPolicy);
+}
+
+int kiv_cg_enter(void* handle, uid_t uid) {
+    return attempt(handle, [uid] { enterCgroup(uid); });
+}
+
+int kiv_apply_namespaces(void* handle, const char* user, int flags) {
+    return attempt(handle, [user, flags] {
+        if (flags != 0) {
+            throw std::runtime_error("unknown flags " + std::to_string(flags));
+        }
+        enterNamespaces(user == nullptr ? "" : user);
+    });
+}
+
+int kiv_seccomp(void* handle) {
+    return attempt(handle, [] { installSystemCallFilter(enforceable().systemCalls); });
+}
+
+int kiv_capabilities(void* handle) {
+    return attempt(handle, [] { restrictCapabilities(enforceable().keptCapabilities); });
+}

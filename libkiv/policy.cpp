@@ -1,0 +1,46 @@
+#include "libkiv/policy.h"
+
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <stdexcept>
+
+#include "config/configuration.h"
+
+namespace {
+
+bool isMissing(const std::string& path) {
+    struct stat status {};
+    return ::stat(path.c_str(), &status) != 0 && errno == ENOENT;
+}
+
+}  // namespace
+
+Policy readPolicy(const std::string& path) {
+    Policy policy;
+    if (isMissing(path)) {
+        return policy;
+    }
+    CapabilitySet dropped;
+    const auto take = [&](Configuration::Section section, const std::string& item) {
+        if (item.empty()) {
+            return;  // a line of blanks
+        }
+        if (section == &Configuration::cap_add) {
+            policy.keptCapabilities.insert(parseCapability(item));
+        } else if (section == &Configuration::cap_drop) {
+            dropped.insert(parseCapability(item));
+        } else if (section == &Configuration::seccomp) {
+            applySystemCallItem(policy.systemCalls, item);
+        }
+    };
+    try {
+        Configuration::read(path, take);
+    } catch (const std::runtime_error& error) {
+        throw std::runtime_error(path + ": " + error.what());
+    }
+    for (const Capability capability : dropped) {
+        policy.keptCapabilities.erase(capability);
+    }
+    return policy;
+}

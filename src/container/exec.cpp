@@ -1,0 +1,155 @@
+#include "container/exec.h"
+
+#include <kiv.h>
+#include <sys/prctl.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <climits>
+#include <csignal>
+#include <cstdarg>
+#include <cstddef>
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+#include <iostream>
+#include <stdexcept>
+#include <string>
+
+#include "container/runtime_lock.h"
+#include "util/daemon.h"
+#include "util/errors.h"
+#include "util/util.h"
+
+namespace {
+
+constexpr std::chrono::seconds kLongestBuild{5};
+
+PasswordEntry passwordEntryOf(const ContainerHandle& handle) {
+    const auto account = Util::getpwuid(handle.uid);
+    if (!account) {
+        throw std::runtime_error("Cannot get passwd details for user " + handle.userName);
+    }
+    return *account;
+}
+
+/// Without it a container could be entered while its root is still the host's. A host where nothing
+/// was ever started has nothing to lock; the library says that the container is not running.
+FileDescriptor waitUntilBuilt(const ContainerHandle& handle) {
+    FileDescriptor lock = shareRuntimeDirectory(kLongestBuild);
+    const int error = errno;
+    if (!lock.valid() && error == ETIMEDOUT) {
+        throw std::runtime_error(handle.userName +
+                                 ": containers are being started or stopped, try again later");
+    }
+    return lock;
+}
+
+/// Processes of the account share the container with this one before it has become theirs: none may
+/// trace it or read its memory. The kernel forgets this with every change of user.
+void forbidTracing() {
+    ::prctl(PR_SET_DUMPABLE, 0);
+}
+
+/// Lets the C library load its catalogue of error texts, which it would else look for inside.
+void loadErrorTexts() {
+    errorText(ENOENT);
+}
+
+void closeInheritedDescriptors() {
+    if (::close_range(STDERR_FILENO + 1, UINT_MAX, 0) != 0) {
+        const int error = errno;
+        throw systemError("close_range() failed: ", error);
+    }
+}
+
+void join(ContainerHandle& handle, uid_t uid) {
+    const auto require = [&handle](bool succeeded) {
+        if (!succeeded) {
+            throw std::runtime_error(handle.error);
+        }
+    };
+    kiv_set_log_cb(libraryLogCallback);
+    kiv_load_config(&handle);  // what it could not read makes the steps fail that depend on it
+    // deliberate: libraries differ in what they return, so the results are not judged alike
+    require(kiv_cg_enter(&handle, uid) == 0);
+    require(kiv_apply_namespaces(&handle, handle.userName.c_str(), 0) != -1);
+    require(kiv_seccomp(&handle) != -1);
+    require(kiv_capabilities(&handle) != -1);
+}
+
+void becomeAccount(const ContainerHandle& handle, const PasswordEntry& account) {
+    closeInheritedDescriptors();
+    if (!Daemon::changeUser(/*primaryGroupOnly=*/true, handle.uid, account.gid)) {
+        const int error = errno;
+        throw systemError("setuid() failed: ", error);
+    }
+    forbidTracing();
+}
+
+void goHome(const std::string& home) {
+    // where the shell is without a home; silently, because the home's own line says enough
+    [[maybe_unused]] const int ignored = ::chdir("/");
+    if (::chdir(home.c_str()) != 0) {
+        const int error = errno;
+        report("chdir(" + home + ") failed: " + errorText(error));
+    }
+    ::setenv("HOME", home.c_str(), 1);
+}
+
+[[noreturn]] void runShell(std::string shell) {
+    std::signal(SIGPIPE, SIG_DFL);  // ignored by this program, which an exec would hand on
+    const std::array<char*, 2> arguments = {shell.data(), nullptr};
+    ::execv(shell.c_str(), arguments.data());
+    const int error = errno;
+    report("ERROR during execv: " + errorText(error));
+    std::exit(-1);
+}
+
+}  // namespace
+
+void execCommand(const char* user) {
+    if (user == nullptr) {
+        throw std::runtime_error("missing user!");
+    }
+    ContainerHandle handle(user);
+    enterContainerShell(handle);
+}
+
+void enterContainerShell(ContainerHandle& handle) {
+    // Not flushed, and not by an error line either: in a pipe only the shell's own output arrives,
+    // which scripts count on.
+    std::cerr.tie(nullptr);
+    std::cout << "Switching into container '" + handle.userName + "'...\n";
+    const PasswordEntry account = passwordEntryOf(handle);
+    loadErrorTexts();
+    {
+        const FileDescriptor lock = waitUntilBuilt(handle);
+        forbidTracing();
+        join(handle, account.uid);
+    }
+    becomeAccount(handle, account);
+    goHome(account.homeDirectory);
+    runShell(account.shell);
+}
+
+void libraryLogCallback(void* handle, int /*priority*/, const char* format, ...) {
+    va_list arguments;
+    va_list measured;
+    va_start(arguments, format);
+    va_copy(measured, arguments);
+    const int length = std::vsnprintf(nullptr, 0, format, measured);
+    va_end(measured);
+    try {
+        if (length >= 0) {
+            std::string text(static_cast<std::size_t>(length), '\0');
+            std::vsnprintf(text.data(), text.size() + 1, format, arguments);
+            static_cast<ContainerHandle*>(handle)->error = std::move(text);
+        }
+    } catch (const std::exception&) {
+        // the library is written in C: an exception must not cross it; the earlier text stays
+    }
+    va_end(arguments);
+}
