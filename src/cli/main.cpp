@@ -14,6 +14,7 @@
 #include "config/configuration.h"
 #include "container/exec.h"
 #include "container/start.h"
+#include "container/status.h"
 #include "util/daemon.h"
 #include "util/errors.h"
 #include "util/exception_tracer.h"
@@ -34,6 +35,8 @@ Driver driverOf(int command) {
             return startCommand;
         case Exec:
             return execCommand;
+        case Status:
+            return statusCommand;
         default:
             return nullptr;
     }

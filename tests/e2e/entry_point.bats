@@ -143,7 +143,7 @@ EOF
     in_host <<'EOF'
 account alice 100.64.0.4/30
 before=$(state)
-for command in "stop alice" "stop -a" "status alice" "status -a"; do
+for command in "stop alice" "stop -a"; do
     capture kivctl $command
     same "status of $command" 64 "$status"
     same "stdout of $command" "" "$out"
