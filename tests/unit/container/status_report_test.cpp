@@ -1,0 +1,268 @@
+// Both layouts to the byte. Colours are taken from the process: the tests may run on a terminal.
+#include "container/status_report.h"
+
+#include <gtest/gtest.h>
+
+#include <iostream>
+#include <limits>
+#include <tuple>
+#include <utility>
+
+#include "util/console_colors.h"
+
+namespace {
+
+constexpr auto kLargest = std::numeric_limits<std::int64_t>::max();
+constexpr auto kSmallest = std::numeric_limits<std::int64_t>::min();
+
+using Figures = std::pair<std::int64_t, std::int64_t>;  // current and limit
+
+class Report : public testing::Test {
+protected:
+    ContainerStatus inactive(const std::string& name) {
+        ContainerStatus status(handle);
+        status.userName = name;
+        return status;
+    }
+
+    ContainerStatus active(const std::string& name) {
+        ContainerStatus status = inactive(name);
+        status.active = true;
+        return status;
+    }
+
+    ContainerStatus withProcesses(const std::string& name, Figures figures) {
+        ContainerStatus status = active(name);
+        status.hasProcesses = true;
+        std::tie(status.pidsCurrent, status.pidsMax) = figures;
+        return status;
+    }
+
+    ContainerStatus withMemory(const std::string& name, Figures figures) {
+        ContainerStatus status = active(name);
+        status.hasMemory = true;
+        std::tie(status.memoryCurrent, status.memoryHigh) = figures;
+        return status;
+    }
+
+    ContainerStatus withBoth(const std::string& name, Figures processes, Figures memory) {
+        ContainerStatus status = withProcesses(name, processes);
+        status.hasMemory = true;
+        std::tie(status.memoryCurrent, status.memoryHigh) = memory;
+        return status;
+    }
+
+    const ContainerHandle handle{"daemon"};
+    const std::string yes = std::string(colorGreen) + "yes" + colorReset;
+    const std::string no = std::string(colorRed) + "no" + colorReset;
+    // as cells of the table: colours outside of the padding
+    const std::string yesCell = std::string(colorGreen) + "yes   " + colorReset;
+    const std::string noCell = std::string(colorRed) + "no    " + colorReset;
+};
+
+std::string report(const ContainerStatus& status) {
+    testing::internal::CaptureStdout();
+    printStatus(status);
+    return testing::internal::GetCapturedStdout();
+}
+
+std::string table(const std::list<ContainerStatus>& statuses) {
+    testing::internal::CaptureStdout();
+    printStatusTable(statuses);
+    return testing::internal::GetCapturedStdout();
+}
+
+using SingleReport = Report;
+using Table = Report;
+
+TEST_F(SingleReport, OfAnInactiveContainerHasTwoLines) {
+    EXPECT_EQ(report(inactive("alice")), "Account: alice\nActive: " + no + "\n");
+}
+
+TEST_F(SingleReport, LeavesOutWhatIsNotKnown) {
+    EXPECT_EQ(report(active("alice")), "Account: alice\nActive: " + yes + "\n");
+    EXPECT_EQ(report(withMemory("alice", {7, 0})),
+              "Account: alice\nActive: " + yes + "\nMemory: 7\n");
+}
+
+TEST_F(SingleReport, ShowsFiguresAndPercentages) {
+    EXPECT_EQ(report(withBoth("alice", {5, 20}, {1023, 1024})),
+              "Account: alice\nActive: " + yes + "\nProcesses: 5 (25%)\nMemory: 1023 (99%)\n");
+}
+
+TEST_F(SingleReport, ShowsABareNumberWithoutLimit) {
+    EXPECT_EQ(report(withBoth("alice", {5, -1}, {1023, 0})),
+              "Account: alice\nActive: " + yes + "\nProcesses: 5\nMemory: 1023\n");
+}
+
+TEST_F(SingleReport, ShowsNegativeAndHugeFigures) {
+    EXPECT_EQ(report(withBoth("alice", {-1, 1}, {kLargest, 1})),
+              "Account: alice\nActive: " + yes +
+                  "\nProcesses: -1 (-100%)\n"
+                  "Memory: 9223372036854775807 (922337203685477580700%)\n");
+}
+
+TEST_F(Table, OfNoAccountIsAHeaderBetweenThreeRules) {
+    EXPECT_EQ(table({}),
+              "+---------+--------+-----------+----------+\n"
+              "| Account | Active | Processes | Memory   |\n"
+              "+---------+--------+-----------+----------+\n"
+              "+---------+--------+-----------+----------+\n");
+}
+
+TEST_F(Table, HasEmptyCellsForWhatIsNotKnown) {
+    EXPECT_EQ(table({inactive("alice"), active("bob")}),
+              "+---------+--------+-----------+----------+\n"
+              "| Account | Active | Processes | Memory   |\n"
+              "+---------+--------+-----------+----------+\n"
+              "| alice   | " +
+                  noCell +
+                  " |           |          |\n"
+                  "| bob     | " +
+                  yesCell +
+                  " |           |          |\n"
+                  "+---------+--------+-----------+----------+\n");
+}
+
+TEST_F(Table, KeepsTheOrderAndAlignsNumbersToTheRight) {
+    EXPECT_EQ(table({withBoth("zoe", {5, 20}, {1023, 1024}), inactive("alice"),
+                     withBoth("bob", {1000, 1000}, {0, 10})}),
+              "+---------+--------+-------------+-------------+\n"
+              "| Account | Active | Processes   | Memory      |\n"
+              "+---------+--------+-------------+-------------+\n"
+              "| zoe     | " +
+                  yesCell +
+                  " |    5  (25%) | 1023  (99%) |\n"
+                  "| alice   | " +
+                  noCell +
+                  " |             |             |\n"
+                  "| bob     | " +
+                  yesCell +
+                  " | 1000 (100%) |    0   (0%) |\n"
+                  "+---------+--------+-------------+-------------+\n");
+}
+
+TEST_F(Table, ShowsInfinityOnSevenColumnsWithoutLimit) {
+    EXPECT_EQ(table({withBoth("alice", {5, -1}, {7, 0}), withBoth("bob", {6, 0}, {8, -1})}),
+              "+---------+--------+-----------+----------+\n"
+              "| Account | Active | Processes | Memory   |\n"
+              "+---------+--------+-----------+----------+\n"
+              "| alice   | " +
+                  yesCell +
+                  " |  5    (\xe2\x88\x9e) | 7    (\xe2\x88\x9e) |\n"
+                  "| bob     | " +
+                  yesCell +
+                  " |  6    (\xe2\x88\x9e) | 8    (\xe2\x88\x9e) |\n"
+                  "+---------+--------+-----------+----------+\n");
+}
+
+TEST_F(Table, IsAsWideAsTheLongestNameAndTheLargestFigures) {
+    EXPECT_EQ(table({withBoth("web-customer-000123", {123, 0}, {12'345'678'901, 0}), active("b")}),
+              "+---------------------+--------+------------+--------------------+\n"
+              "| Account             | Active | Processes  | Memory             |\n"
+              "+---------------------+--------+------------+--------------------+\n"
+              "| web-customer-000123 | " +
+                  yesCell +
+                  " | 123    (∞) | 12345678901    (∞) |\n"
+                  "| b                   | " +
+                  yesCell +
+                  " |            |                    |\n"
+                  "+---------------------+--------+------------+--------------------+\n");
+}
+
+TEST_F(Table, IsNotWidenedByFiguresThatAreNotKnown) {
+    ContainerStatus status = active("alice");
+    status.pidsCurrent = status.memoryCurrent = kLargest;
+    EXPECT_EQ(table({status}),
+              "+---------+--------+-----------+----------+\n"
+              "| Account | Active | Processes | Memory   |\n"
+              "+---------+--------+-----------+----------+\n"
+              "| alice   | " +
+                  yesCell +
+                  " |           |          |\n"
+                  "+---------+--------+-----------+----------+\n");
+}
+
+// Seven columns hold four digits; from five on the line is longer than the others.
+TEST_F(Table, HasALongerLineForAPercentageThatIsWiderThanItsPlace) {
+    EXPECT_EQ(table({withBoth("alice", {50, 1}, {7, 0}), withBoth("bob", {99, 1}, {100, 1}),
+                     withBoth("carol", {99, 0}, {999, 1})}),
+              "+---------+--------+-----------+------------+\n"
+              "| Account | Active | Processes | Memory     |\n"
+              "+---------+--------+-----------+------------+\n"
+              "| alice   | " +
+                  yesCell +
+                  " | 50(5000%) |   7    (∞) |\n"
+                  "| bob     | " +
+                  yesCell +
+                  " | 99(9900%) | 100(10000%) |\n"
+                  "| carol   | " +
+                  yesCell +
+                  " | 99    (∞) | 999(99900%) |\n"
+                  "+---------+--------+-----------+------------+\n");
+    EXPECT_EQ(table({withBoth("alice", {200, 1}, {7, 70})}),
+              "+---------+--------+------------+----------+\n"
+              "| Account | Active | Processes  | Memory   |\n"
+              "+---------+--------+------------+----------+\n"
+              "| alice   | " +
+                  yesCell +
+                  " | 200(20000%) | 7  (10%) |\n"
+                  "+---------+--------+------------+----------+\n");
+}
+
+TEST_F(Table, CountsTheDigitsOfNegativeFiguresWithoutTheirSign) {
+    EXPECT_EQ(table({withMemory("alice", {-1, 10}), withMemory("bob", {kSmallest, -1})}),
+              "+---------+--------+-----------+----------+\n"
+              "| Account | Active | Processes | Memory   |\n"
+              "+---------+--------+-----------+----------+\n"
+              "| alice   | " +
+                  yesCell +
+                  " |           | -1 (-10%) |\n"
+                  "| bob     | " +
+                  yesCell +
+                  " |           | -9223372036854775808    (∞) |\n"
+                  "+---------+--------+-----------+----------+\n");
+    EXPECT_EQ(table({withMemory("alice", {-12'345, -1})}),
+              "+---------+--------+-----------+--------------+\n"
+              "| Account | Active | Processes | Memory       |\n"
+              "+---------+--------+-----------+--------------+\n"
+              "| alice   | " +
+                  yesCell +
+                  " |           | -12345    (∞) |\n"
+                  "+---------+--------+-----------+--------------+\n");
+}
+
+TEST_F(Table, LeavesTheStreamAsItWas) {
+    testing::internal::CaptureStdout();
+    printStatusTable({});
+    EXPECT_EQ(std::cout.fill(), ' ');
+    EXPECT_EQ(std::cout.width(), 0);
+    testing::internal::GetCapturedStdout();
+}
+
+TEST(Percentage, IsTruncatedTowardsZero) {
+    EXPECT_EQ(percentage(0, 1), "0");
+    EXPECT_EQ(percentage(5, 20), "25");
+    EXPECT_EQ(percentage(1023, 1024), "99");
+    EXPECT_EQ(percentage(1, 101), "0");
+    EXPECT_EQ(percentage(11, 1), "1100");
+    EXPECT_EQ(percentage(-1023, 1024), "-99");
+    EXPECT_EQ(percentage(-1, 101), "0");
+    EXPECT_EQ(percentage(-10, 100), "-10");
+}
+
+TEST(Percentage, IsExactWhereAHundredfoldDoesNotFit) {
+    EXPECT_EQ(percentage(kLargest, kLargest), "100");
+    EXPECT_EQ(percentage(kLargest - 1, kLargest), "99");
+    EXPECT_EQ(percentage(kSmallest, kLargest), "-100");
+    EXPECT_EQ(percentage(92'233'720'368'547'759, 1), "9223372036854775900");
+    EXPECT_EQ(percentage(92'233'720'368'547'759, 92'233'720'368'547'760), "99");
+    EXPECT_EQ(percentage(kLargest, 3), "307445734561825860233");
+}
+
+TEST(Percentage, MayNeedMoreThanSixtyFourBits) {
+    EXPECT_EQ(percentage(kLargest, 1), "922337203685477580700");
+    EXPECT_EQ(percentage(kSmallest, 1), "-922337203685477580800");
+}
+
+}  // namespace
