@@ -369,6 +369,15 @@ same stderr "kivctl: nobody-here: nobody-here: unknown user" "$err"
 EOF
 }
 
+@test "a report names its account before its figures are written" {
+    in_host <<'EOF'
+account alice
+strace -o /tmp/trace -e trace=write kivctl status alice >/tmp/out
+same "writes" 'write(1, "Account: alice\n", 15)
+write(1, "Active: no\n", 11)' "$(sed -n 's/ *= [0-9]*$//p' /tmp/trace)"
+EOF
+}
+
 @test "the table of a thousand accounts is written at once" {
     in_host <<'EOF'
 for number in {1001..2000}; do
