@@ -15,8 +15,8 @@ struct CgroupFigure {
     std::int64_t ContainerStatus::*limit;
 };
 
-// memory.high and not memory.max: the limit at which the account's processes are slowed down is the
-// one that hosts set
+// memory.high and not memory.max: an account is slowed down at the first, long before it is killed
+// at the second
 constexpr CgroupFigure kFigures[] = {
     {"/pids.current", "/pids.max", &ContainerStatus::hasProcesses, &ContainerStatus::pidsCurrent,
      &ContainerStatus::pidsMax},

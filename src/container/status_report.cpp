@@ -74,6 +74,7 @@ std::size_t digits(std::int64_t number) {
     return count;
 }
 
+/// Where no account has the figure there is room for a 0.
 std::size_t figureWidth(const Figure& figure, const std::list<ContainerStatus>& statuses) {
     std::optional<std::int64_t> largest;
     for (const ContainerStatus& status : statuses) {
