@@ -1,12 +1,22 @@
 #include "container/namespaces.h"
 
 #include <fcntl.h>
+#include <linux/magic.h>
 #include <sys/stat.h>
+#include <sys/vfs.h>
 
 #include <cerrno>
 
 #include "util/errors.h"
 #include "util/file_descriptor.h"
+
+namespace {
+
+// STATX_MNT_ID_UNIQUE of statx(2), which headers before Linux 6.8 lack. A kernel without it gives
+// the reusable number instead.
+constexpr unsigned kUniqueMountId = 0x4000;
+
+}  // namespace
 
 std::string namespaceLink(pid_t pid, const std::string& kind) {
     return "/proc/" + std::to_string(pid) + "/ns/" + kind;
@@ -38,4 +48,19 @@ void ensureFileExists(const std::string& path) {
     if (!created.valid() && error != EEXIST) {
         throw systemError(path + ": cannot create: ", error);
     }
+}
+
+std::optional<FileIdentity> identityOf(const std::string& path) {
+    struct statx status {};
+    if (::statx(AT_FDCWD, path.c_str(), AT_STATX_SYNC_AS_STAT, STATX_INO | kUniqueMountId,
+                &status) != 0) {
+        return std::nullopt;
+    }
+    return FileIdentity{status.stx_dev_major, status.stx_dev_minor, status.stx_ino,
+                        status.stx_mnt_id};
+}
+
+bool isNamespace(const std::string& path) {
+    struct statfs status {};
+    return ::statfs(path.c_str(), &status) == 0 && status.f_type == NSFS_MAGIC;
 }

@@ -5,6 +5,7 @@
 #include <sys/types.h>
 
 #include <cstdint>
+#include <optional>
 #include <string>
 
 struct NamespaceKind {
@@ -28,3 +29,20 @@ std::uint64_t getNamespaceInode(pid_t pid, const std::string& kind);
 
 /// Creates an empty file, mode 0600, where nothing stands. Throws std::runtime_error.
 void ensureFileExists(const std::string& path);
+
+/// Tells what a path names apart from everything that has stood or will stand there: a namespace's
+/// number alone is soon given to the next one. Before Linux 6.8 the mount's number is reused too.
+struct FileIdentity {
+    std::uint32_t deviceMajor = 0;
+    std::uint32_t deviceMinor = 0;
+    std::uint64_t inode = 0;
+    std::uint64_t mount = 0;
+
+    bool operator==(const FileIdentity&) const = default;
+};
+
+/// Nothing when the path cannot be examined.
+std::optional<FileIdentity> identityOf(const std::string& path);
+
+/// True for a namespace of the kernel, such as what is mounted on a namespace file.
+bool isNamespace(const std::string& path);
