@@ -51,9 +51,13 @@ ToolCall sysctl(const std::string& assignment) {
 
 }  // namespace
 
+std::string hostInterfaceName(ContainerHandle& handle) {
+    return "veth-" + handle.getShortName();
+}
+
 ContainerLink planLink(ContainerHandle& handle, const IpNetwork& network) {
-    return {"veth-" + handle.getShortName(), "vpeer-" + handle.getShortName(),
-            network.getAddress(1), network.getAddress(2), network.bitmask()};
+    return {hostInterfaceName(handle), "vpeer-" + handle.getShortName(), network.getAddress(1),
+            network.getAddress(2), network.bitmask()};
 }
 
 void checkInterfaceNames(const ContainerLink& link) {

@@ -19,6 +19,9 @@ struct ContainerLink {
     unsigned prefixLength = 0;
 };
 
+/// The host's end of the pair: "veth-" + short name.
+std::string hostInterfaceName(ContainerHandle& handle);
+
 /// Throws std::runtime_error when the network is too small for both addresses.
 ContainerLink planLink(ContainerHandle& handle, const IpNetwork& network);
 
