@@ -15,6 +15,7 @@
 #include "container/exec.h"
 #include "container/start.h"
 #include "container/status.h"
+#include "container/stop.h"
 #include "util/daemon.h"
 #include "util/errors.h"
 #include "util/exception_tracer.h"
@@ -37,6 +38,8 @@ Driver driverOf(int command) {
             return execCommand;
         case Status:
             return statusCommand;
+        case Stop:
+            return stopCommand;
         default:
             return nullptr;
     }

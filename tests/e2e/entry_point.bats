@@ -139,20 +139,6 @@ EOF
 }
 
 # until these commands exist
-@test "the commands that are not there yet say so" {
-    in_host <<'EOF'
-account alice 100.64.0.4/30
-before=$(state)
-for command in "stop alice" "stop -a"; do
-    capture kivctl $command
-    same "status of $command" 64 "$status"
-    same "stdout of $command" "" "$out"
-    same "stderr of $command" "Command not implemented!" "$err"
-done
-same "state of the host" "$before" "$(state)"
-EOF
-}
-
 @test "error lines begin with the name that the program was called by" {
     in_host <<'EOF'
 ln -s "$(command -v kivctl)" "/tmp/another name"

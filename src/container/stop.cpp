@@ -1,0 +1,158 @@
+#include "container/stop.h"
+
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <iostream>
+#include <list>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "config/configuration.h"
+#include "container/each_account.h"
+#include "container/namespace_processes.h"
+#include "container/namespaces.h"
+#include "container/network.h"
+#include "container/packet_rules.h"
+#include "container/runtime_lock.h"
+#include "util/errors.h"
+#include "util/external_command.h"
+#include "util/file_descriptor.h"
+
+namespace {
+
+// deliberate: "cgroup" too, which start does not make, and in an order of its own
+constexpr const char* kStoppedKinds[] = {"ipc", "mnt", "net", "cgroup"};
+constexpr const char* kNetworkKind = "net";
+constexpr int kPasses = 20;
+constexpr useconds_t kPassTime = 100'000;  // microseconds
+
+/// The inode to look for. A plain file's number may be that of any namespace, and kivctl's own
+/// namespace may be the whole host's: neither is looked for.
+std::uint64_t inodeToFind(const std::string& path, const char* kind, std::uint64_t inode) {
+    const auto own = identityOf(namespaceLink(::getpid(), kind));
+    const bool isOwn = own && own->inode == inode;
+    return isNamespace(path) && !isOwn ? inode : 0;
+}
+
+std::list<NamespaceEntry> namespaceEntries(const ContainerHandle& handle) {
+    std::list<NamespaceEntry> entries;
+    for (const char* kind : kStoppedKinds) {
+        const std::string path = handle.getNamespacePrefix() + kind;
+        if (const auto file = identityOf(path)) {
+            entries.push_back({path, kind, inodeToFind(path, kind, file->inode), {}, *file});
+        }
+    }
+    return entries;
+}
+
+std::vector<pid_t> distinctProcesses(const std::list<NamespaceEntry>& entries) {
+    std::vector<pid_t> distinct;
+    for (const NamespaceEntry& entry : entries) {
+        for (const pid_t pid : entry.pids) {
+            if (std::find(distinct.begin(), distinct.end(), pid) == distinct.end()) {
+                distinct.push_back(pid);
+            }
+        }
+    }
+    return distinct;
+}
+
+/// Each is told of before it is signalled, so that what ends kivctl half-way leaves a true record.
+void terminateProcesses(const std::string& user, const std::vector<pid_t>& pids,
+                        const std::list<NamespaceEntry>& entries) {
+    std::cerr << user + ": terminating processes: ";
+    const char* separator = "";
+    for (const pid_t pid : pids) {
+        std::cerr << separator + std::to_string(pid) << std::flush;
+        terminateProcess(pid, entries);
+        separator = ", ";
+    }
+    std::cerr << "\n" << std::flush;
+}
+
+bool isListed(pid_t pid) {
+    struct stat status {};
+    return ::stat((kProcesses + ("/" + std::to_string(pid))).c_str(), &status) == 0;
+}
+
+/// Waits for the full time even when nobody is left earlier, deliberately. A process that its
+/// parent has not waited for is still listed, and counts.
+bool haveEnded(std::vector<pid_t> pids) {
+    for (int pass = 0; pass < kPasses; ++pass) {
+        ::usleep(kPassTime);
+        std::erase_if(pids, [](pid_t pid) { return !isListed(pid); });
+    }
+    return pids.empty();
+}
+
+void removeRules(const std::string& interface, const std::string& address) {
+    for (const PacketRule& rule : {rejectRule(interface), databaseRule(interface, address)}) {
+        // a rule that is gone already is as good; the runner has told of it
+        ExternalCommand(configuration().iptablesCommand, rule.arguments("-D")).execute();
+    }
+}
+
+/// True when the file's turn is over but for what else belongs to it; a mount that stays is left
+/// with its file and its rules.
+bool removeNamespaceFile(const std::string& path) {
+    // EINVAL: not a mount point, which a start that failed half-way leaves
+    if (::umount(path.c_str()) != 0 && errno != EINVAL) {
+        const int error = errno;
+        report("Cannot unmount " + path + ": " + errorText(error));
+        return false;
+    }
+    if (::unlink(path.c_str()) != 0) {
+        const int error = errno;
+        report("Cannot delete " + path + ": " + errorText(error));
+    }
+    // deliberate: tells of the step, also when the file could not be deleted
+    progress("Unmounted and deleted " + path);
+    return true;
+}
+
+}  // namespace
+
+void stopCommand(const char* user) {
+    const std::string failures = forEachAccount(user, [](const AccountEntry& account) {
+        std::cout << "stopping container: " + account.name + ", network:" + account.net + "\n"
+                  << std::flush;
+        ContainerHandle handle(account.name);
+        stopContainer(handle, IpNetwork(account.net));
+    });
+    if (!failures.empty()) {
+        throw std::runtime_error(failures);
+    }
+}
+
+void stopContainer(ContainerHandle& handle, const IpNetwork& network) {
+    const std::string address = network.getAddress(1);
+    FileDescriptor lock = lockRuntimeDirectory();  // not to be had without a directory: no files
+    std::list<NamespaceEntry> entries = namespaceEntries(handle);
+    findNamespaceProcesses(entries);
+    const std::vector<pid_t> pids = distinctProcesses(entries);
+    if (!pids.empty()) {
+        terminateProcesses(handle.userName, pids, entries);
+        lock.reset();  // nobody else's start is to wait for this account's processes
+        if (!haveEnded(pids)) {
+            report("still processes left, aborting.");
+            return;
+        }
+        lock = lockRuntimeDirectory();
+    }
+    for (const NamespaceEntry& entry : entries) {
+        // Somebody else may have stopped the container while the lock was free, and even have
+        // started it again.
+        if (identityOf(entry.path) != entry.file) {
+            continue;
+        }
+        if (removeNamespaceFile(entry.path) && entry.kind == kNetworkKind) {
+            removeRules(hostInterfaceName(handle), address);
+        }
+    }
+}
