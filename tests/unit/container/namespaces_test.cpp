@@ -61,6 +61,36 @@ TEST(EnsureFileExists, ReportsAPathThatCannotBeExamined) {
     EXPECT_EQ(failureOf([&path] { ensureFileExists(path); }), path + ": Not a directory");
 }
 
+TEST(FileIdentity, StaysWhileTheFileStays) {
+    TemporaryDirectory directory;
+    const std::string path = directory.write("/file", "");
+    const auto first = identityOf(path);
+    ASSERT_TRUE(first);
+    directory.write("/file", "changed");
+    EXPECT_EQ(identityOf(path), first);
+    EXPECT_NE(identityOf(directory.write("/other", "")), first);
+}
+
+TEST(FileIdentity, HoldsTheInodeNumber) {
+    const auto identity = identityOf("/proc/self/ns/net");
+    ASSERT_TRUE(identity);
+    EXPECT_EQ(identity->inode, getNamespaceInode(::getpid(), "net"));
+    EXPECT_NE(identity->mount, 0U);
+}
+
+TEST(FileIdentity, OfNothingIsNone) {
+    TemporaryDirectory directory;
+    EXPECT_FALSE(identityOf(directory.at("/absent")));
+}
+
+TEST(IsNamespace, TellsNamespacesFromOtherFiles) {
+    TemporaryDirectory directory;
+    EXPECT_TRUE(isNamespace("/proc/self/ns/ipc"));
+    EXPECT_FALSE(isNamespace("/proc/self/status"));
+    EXPECT_FALSE(isNamespace(directory.write("/alice@ipc", "")));
+    EXPECT_FALSE(isNamespace(directory.at("/absent")));
+}
+
 TEST(ForkUnshare, HoldsTheChildUntilItIsReleased) {
     const auto result = inChild([] {
         int sync = -1;
