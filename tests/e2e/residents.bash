@@ -1,0 +1,72 @@
+# For scripts about processes in containers, on top of on_host.bash: words that put processes there.
+
+# resident NAME KINDS COMMAND…: runs a program in those of the account's namespaces (net, ipc, mnt, separated by
+# commas), as the account, in the background; its process id is left in `pid`, what it says goes to /tmp/said. It
+# has become the program when this returns.
+resident() {
+    local kind kinds=()
+    for kind in ${2//,/ }; do
+        kinds+=("--${kind/mnt/mount}=/run/kiv/$1@$kind")
+    done
+    nsenter "${kinds[@]}" -- setpriv --reuid "$1" --regid "$(id -g "$1")" --init-groups -- "${@:3}" \
+        </dev/null >/tmp/said 2>&1 &
+    pid=$!
+    disown "$pid"
+    while [[ $(<"/proc/$pid/comm") =~ ^(bash|nsenter|setpriv|env)$ ]]; do
+        sleep 0.01
+    done
+}
+
+# said TEXT: the latest resident's first line, waited for.
+said() {
+    until grep -qxF "$1" /tmp/said; do
+        sleep 0.01
+    done
+}
+
+# runs PID: the process is there and is no zombie.
+runs() { grep -qs '^State:[^Z]*$' "/proc/$1/status"; }
+
+# until_ended PID: for up to two seconds.
+until_ended() {
+    local try
+    for ((try = 0; try < 200; try++)); do
+        runs "$1" || return 0
+        sleep 0.01
+    done
+    echo "process $1 is still there" >&2
+    return 1
+}
+
+# timed COMMAND…: captures it and leaves the time it took, in milliseconds, in `took`.
+timed() {
+    local began=${EPOCHREALTIME/[.,]/}
+    capture "$@"
+    took=$(((${EPOCHREALTIME/[.,]/} - began) / 1000))
+}
+
+# between LEAST MOST: milliseconds that `took` must lie in.
+between() {
+    if ((took < $1 || took >= $2)); then
+        echo "took $took ms, not $1 to $2" >&2
+        return 1
+    fi
+}
+
+# state: what start makes on the host and stop is to take away.
+state() {
+    grep /run/kiv /proc/self/mountinfo || true
+    iptables-save | grep -v '^[#:]' | sed 's/\[[0-9:]*\]//'
+    ip -o link | cut -d: -f2 | cut -d@ -f1
+    ls -A /run/kiv
+}
+
+# settled_state: the same, once the kernel has removed the pairs of networks that are gone.
+settled_state() {
+    local try
+    for ((try = 0; try < 100; try++)); do
+        compgen -G '/sys/class/net/veth-*' >/dev/null || break
+        sleep 0.02
+    done
+    state
+}
