@@ -4,13 +4,13 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <iostream>
 #include <list>
-#include <optional>
 #include <stdexcept>
 #include <string>
+#include <unordered_set>
 #include <vector>
 
 #include "config/configuration.h"
@@ -53,9 +53,10 @@ std::list<NamespaceEntry> namespaceEntries(const ContainerHandle& handle) {
 
 std::vector<pid_t> distinctProcesses(const std::list<NamespaceEntry>& entries) {
     std::vector<pid_t> distinct;
+    std::unordered_set<pid_t> seen;  // a runaway account has tens of thousands
     for (const NamespaceEntry& entry : entries) {
         for (const pid_t pid : entry.pids) {
-            if (std::find(distinct.begin(), distinct.end(), pid) == distinct.end()) {
+            if (seen.insert(pid).second) {
                 distinct.push_back(pid);
             }
         }

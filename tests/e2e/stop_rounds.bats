@@ -226,3 +226,31 @@ same stderr "" "$err"
 same "state of the host" "$before" "$(settled_state)"
 EOF
 }
+
+# deliberate: stop deletes no interface, and a stop that is gentle lets what was written arrive
+@test "a connection with unsent data keeps the pair, and the name, until it has ended" {
+    with_residents <<'EOF'
+account alice 100.64.0.4/30
+kivctl start alice
+socat -u TCP-LISTEN:3307,reuseaddr EXEC:'sleep 100' 2>/dev/null & reader=$! # which never reads
+iptables -I INPUT -i veth-alice -p tcp --dport 3307 -j ACCEPT
+resident alice net,ipc,mnt perl -e '
+    use IO::Socket::INET;
+    $| = 1;
+    until ($peer = IO::Socket::INET->new("100.64.0.5:3307")) { select undef, undef, undef, 0.01 }
+    $peer->blocking(0);
+    1 while syswrite($peer, "x" x 65536);
+    print "full\n";
+    sleep 100;'
+said full
+kivctl stop alice 2>/dev/null
+same "files left" "" "$(ls -A /run/kiv)"
+capture kivctl start alice
+same status 71 "$status"
+same stderr "kivctl: veth-alice: already exists!" "$err"
+kill -KILL "$reader"
+capture kivctl start alice
+same status 0 "$status"
+same stderr "" "$err"
+EOF
+}
