@@ -27,6 +27,7 @@ account alice 100.64.0.4/30
 kivctl start alice
 kivctl stop alice >/dev/null
 before=$(settled_state)
+refused grep -e veth -e alice@ <<<"$before"
 kivctl start alice
 refused test "$before" = "$(state)"
 timed kivctl stop alice

@@ -9,6 +9,7 @@ account alice 100.64.0.4/30
 kivctl start alice >/dev/null
 kivctl stop alice >/dev/null
 before=$(settled_state)
+refused grep -e veth -e alice@ <<<"$before"
 for round in {1..50}; do
     capture kivctl start alice
     same "stderr of start $round" "" "$err"
@@ -32,6 +33,7 @@ account bob 100.64.0.8/30
 kivctl start -a >/dev/null 2>&1
 kivctl stop -a >/dev/null
 before=$(settled_state)
+refused grep -e veth -e alice@ <<<"$before"
 for round in 1 2 3; do
     capture kivctl start -a
     same "stderr of start $round" "umount(kiv) failed: Device or resource busy" "$err"
@@ -70,6 +72,7 @@ account alice 100.64.0.4/30
 kivctl start alice
 kivctl stop alice
 before=$(settled_state)
+refused grep -e veth -e alice@ <<<"$before"
 kivctl start alice
 # as a service with private mounts that is started after the container
 unshare --mount sleep 100 & copy=$!
@@ -89,6 +92,7 @@ account alice 100.64.0.4/30
 kivctl start alice
 kivctl stop alice >/dev/null
 before=$(settled_state)
+refused grep -e veth -e alice@ <<<"$before"
 for round in 1 2 3; do
     kivctl start alice
     stops=()
@@ -217,6 +221,7 @@ account alice 100.64.0.4/30
 kivctl start alice
 kivctl stop alice
 before=$(settled_state)
+refused grep -e veth -e alice@ <<<"$before"
 injected mount:error=ENOMEM -P /run/kiv/alice@ipc kivctl start alice
 same status 71 "$status"
 same "live namespaces" net "$(mounted alice)"
@@ -232,7 +237,7 @@ EOF
     with_residents <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice
-socat -u TCP-LISTEN:3307,reuseaddr EXEC:'sleep 100' 2>/dev/null & reader=$! # which never reads
+socat -u TCP-LISTEN:3307,reuseaddr EXEC:'sleep 100' 2>/dev/null & # which never reads
 iptables -I INPUT -i veth-alice -p tcp --dport 3307 -j ACCEPT
 resident alice net,ipc,mnt perl -e '
     use IO::Socket::INET;
@@ -248,7 +253,7 @@ same "files left" "" "$(ls -A /run/kiv)"
 capture kivctl start alice
 same status 71 "$status"
 same stderr "kivctl: veth-alice: already exists!" "$err"
-kill -KILL "$reader"
+ip link delete veth-alice
 capture kivctl start alice
 same status 0 "$status"
 same stderr "" "$err"

@@ -93,7 +93,7 @@ TEST_F(ProcessTree, TheFirstProcessAndTheSearchersOwnAreLeftOut) {
 
 TEST_F(ProcessTree, AnEntryWithoutANamespaceMatchesNothing) {
     put("20", "net", "alice");
-    directory.makeDirectory("/proc/30");  // ended meanwhile: nothing to be examined
+    directory.makeDirectory("/proc/30/task/30");  // ended, and nobody has waited for it
     std::list<NamespaceEntry> entries{{"/run/kiv/alice@net", "net", 0, {}, {}}};
     find(entries);
     EXPECT_EQ(entries.front().pids, (Pids{}));
