@@ -13,7 +13,7 @@ timed kivctl stop alice
 same status 0 "$status"
 same stdout "stopping container: alice, network:100.64.0.4/30" "$out"
 same stderr "alice: terminating processes: $first, $second" "$err"
-between 2000 2600
+between 2000 3500
 refused runs "$first"
 refused runs "$second"
 same "files left" "" "$(ls -A /run/kiv)"
@@ -51,7 +51,7 @@ same status 0 "$status"
 same stdout "stopping container: alice, network:100.64.0.4/30" "$out"
 same stderr "alice: terminating processes: $stubborn, $gentle
 still processes left, aborting." "$err"
-between 2000 2600
+between 2000 3500
 runs "$stubborn"
 refused runs "$gentle"
 same "state of the host" "$before" "$(state)"
@@ -104,14 +104,10 @@ account alice 100.64.0.4/30
 kivctl start alice
 resident alice net,ipc,mnt /usr/bin/python3 -c '
 import ctypes, threading, time
-def rest():
-    time.sleep(0.2)
-    print("ready", flush=True)
-    time.sleep(100)
-threading.Thread(target=rest).start()
+threading.Thread(target=time.sleep, args=(100,)).start()
 ctypes.CDLL(None).pthread_exit(None)'
-said ready
-refused stat -L "/proc/$pid/ns/net" 2>/dev/null
+while stat -L "/proc/$pid/ns/net" >/dev/null 2>&1; do sleep 0.01; done
+same "threads" 2 "$(ls "/proc/$pid/task" | wc -l)"
 capture kivctl stop alice
 same stderr "alice: terminating processes: $pid" "$err"
 refused test -e "/proc/$pid"
@@ -137,7 +133,7 @@ said ready
 timed kivctl stop alice
 same status 0 "$status"
 same stderr "alice: terminating processes: $pid" "$err"
-between 2000 2600
+between 2000 3500
 late=$(tail -1 /tmp/said)
 runs "$late"
 same "files left" "" "$(ls -A /run/kiv)"
@@ -182,7 +178,7 @@ timed kivctl stop alice
 same status 0 "$status"
 same stderr "alice: terminating processes: $pid
 still processes left, aborting." "$err"
-between 2000 2600
+between 2000 3500
 same "state of the process" Z "$(awk '{ print $3 }' "/proc/$pid/stat")"
 same "live namespaces" $'net\nipc\nmnt' "$(mounted alice)"
 # it has no namespaces any more
@@ -239,7 +235,7 @@ same stdout "stopping container: bob, network:100.64.0.8/30
 stopping container: alice, network:100.64.0.4/30" "$out"
 same stderr "bob: terminating processes: $bobs
 alice: terminating processes: $alices" "$err"
-between 4000 4900
+between 4000 6500
 same "files left" "" "$(ls -A /run/kiv)"
 EOF
 }

@@ -61,7 +61,7 @@ test -e /sys/class/net/veth-alice # a process holds it
 timed kivctl start alice
 same status 0 "$status"
 same stderr "" "$err"
-between 300 1300
+between 300 2000
 same "address seen outside" 192.0.2.2 "$(enter alice bash -c 'cat </dev/tcp/198.51.100.1/80')"
 EOF
 }
@@ -117,7 +117,7 @@ resident alice net,ipc,mnt perl -e '
     $SIG{TERM} = sub { $ended = 1 };
     print "ready\n";
     sleep 1 until $ended;
-    select undef, undef, undef, 0.5;'
+    select undef, undef, undef, 1;'
 said ready
 kivctl stop alice >/dev/null 2>/tmp/first & first=$!
 kivctl stop alice >/dev/null 2>/tmp/second & second=$!
