@@ -274,3 +274,19 @@ done
 same "state of the host" "$before" "$(state)"
 EOF
 }
+
+@test "an account that is listed twice is stopped twice" {
+    with_residents <<'EOF'
+account alice 100.64.0.4/30
+echo "alice net=100.64.0.4/30" >>"$registry"
+kivctl start alice
+capture kivctl -d stop alice
+same status 0 "$status"
+same stdout "stopping container: alice, network:100.64.0.4/30
+Unmounted and deleted /run/kiv/alice@ipc
+Unmounted and deleted /run/kiv/alice@mnt
+Unmounted and deleted /run/kiv/alice@net
+stopping container: alice, network:100.64.0.4/30" "$out"
+same stderr "" "$err"
+EOF
+}
