@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <iostream>
 
+#include "container/mount_namespace_order.h"
 #include "container/namespaces.h"
 #include "util/errors.h"
 #include "util/file_descriptor.h"
@@ -37,7 +38,8 @@ void waitForPeer(const FileDescriptor& readEnd) {
 }
 
 /// The child's half, up to its release. Ends the process when there are no new namespaces.
-void unshareAndWait(int flags, std::uint64_t before, Pipe& release, Pipe& ready) {
+void unshareAndWait(int flags, std::uint64_t before, const FileDescriptor& parentsMounts,
+                    Pipe& release, Pipe& ready) {
     if (::chdir("/") != 0) {
         const int error = errno;
         report("chdir(/) failed: " + errorText(error));
@@ -53,6 +55,9 @@ void unshareAndWait(int flags, std::uint64_t before, Pipe& release, Pipe& ready)
         report("mount inode hasn't changed!");
         ::_exit(1);
     }
+    if ((flags & CLONE_NEWNS) != 0) {
+        makeMountNamespaceLater(parentsMounts.get());
+    }
     ready.writeEnd.reset();
     waitForPeer(release.readEnd);
 }
@@ -64,6 +69,7 @@ pid_t forkUnshare(int flags, int& syncFd) {
     const std::uint64_t before = getNamespaceInode(::getpid(), "mnt");
     Pipe release = openPipe();
     Pipe ready = openPipe();
+    const FileDescriptor ownMounts(::open("/proc/self/ns/mnt", O_RDONLY | O_CLOEXEC));
     std::cout << std::flush;  // what is buffered must not come out of both processes
     const pid_t child = ::fork();
     if (child == -1) {
@@ -71,7 +77,7 @@ pid_t forkUnshare(int flags, int& syncFd) {
         throw systemError("fork() failed: ", error);
     }
     if (child == 0) {
-        unshareAndWait(flags, before, release, ready);
+        unshareAndWait(flags, before, ownMounts, release, ready);
         return 0;
     }
     ready.writeEnd.reset();
