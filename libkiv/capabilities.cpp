@@ -16,6 +16,7 @@ namespace {
 
 using CapabilityState = std::unique_ptr<std::remove_pointer_t<cap_t>, int (*)(void*)>;
 
+constexpr const char* kLettersOfNames = "abcdefghijklmnopqrstuvwxyz_";
 constexpr std::array<cap_value_t, 2> kForChangeOfUser = {CAP_SETGID, CAP_SETUID};
 
 void dropFromBoundingSet(const CapabilitySet& kept) {
@@ -38,8 +39,9 @@ Capability parseCapability(const std::string& name) {
         known.insert(0, "cap_");
     }
     cap_value_t value = -1;
-    // cap_from_name(3) takes numbers too, which say nothing to who reads the file
-    const bool isName = known.find_first_of("0123456789") == std::string::npos;
+    // cap_from_name(3) stops reading after the name ("cap_kill cap_chown" is the first alone), and
+    // takes numbers too, which say nothing to who reads the file
+    const bool isName = known.find_first_not_of(kLettersOfNames) == std::string::npos;
     if (!isName || cap_from_name(known.c_str(), &value) != 0) {
         throw std::runtime_error("unknown capability '" + name + "'");
     }
