@@ -9,9 +9,10 @@
 
 namespace {
 
+/// Not so a link that leads nowhere: somebody meant a file to be read.
 bool isMissing(const std::string& path) {
     struct stat status {};
-    return ::stat(path.c_str(), &status) != 0 && errno == ENOENT;
+    return ::lstat(path.c_str(), &status) != 0 && errno == ENOENT;
 }
 
 }  // namespace
