@@ -115,6 +115,8 @@ void installSystemCallFilter(const SystemCallRules& rules) {
     require(seccomp_attr_set(filter.get(), SCMP_FLTATR_CTL_NNP, 0), "no_new_privs");
     require(seccomp_attr_set(filter.get(), SCMP_FLTATR_ACT_BADARCH, SCMP_ACT_KILL_PROCESS),
             "other architectures");
+    // the kernel's own reason for a refusal; else every one reads ECANCELED
+    require(seccomp_attr_set(filter.get(), SCMP_FLTATR_API_SYSRAWRC, 1), "errors");
     // a tree by call number: most calls of a program match no rule and would pass all of them
     require(seccomp_attr_set(filter.get(), SCMP_FLTATR_CTL_OPTIMIZE, 2), "order");
     addArchitectures(filter);
