@@ -15,8 +15,11 @@
 
 namespace {
 
+/// Apart from the session, whose policy needs memory to be made: without any left a failure must
+/// still find its way to the caller.
+kiv_log_cb logCallback = nullptr;
+
 struct Session {
-    kiv_log_cb log = nullptr;
     Policy policy;
     std::string fault;  ///< why there is no policy to enforce
 };
@@ -33,8 +36,8 @@ int attempt(void* handle, Step step) noexcept {
         step();
         return 0;
     } catch (const std::exception& error) {
-        if (session().log != nullptr) {
-            session().log(handle, LOG_ERR, "%s", error.what());
+        if (logCallback != nullptr) {
+            logCallback(handle, LOG_ERR, "%s", error.what());
         }
         return -1;
     }
@@ -63,7 +66,7 @@ void loadPolicy() {
 }  // namespace
 
 void kiv_set_log_cb(kiv_log_cb callback) {
-    session().log = callback;
+    logCallback = callback;
 }
 
 int kiv_load_config(void* handle) {
