@@ -42,8 +42,18 @@ bool becomeRootOfAUserNamespace() {
     return ::geteuid() == 0;
 }
 
+/// A mount namespace is bound to a file only from an older one. Newer kernels compare numbers that
+/// each processor hands out from a batch of its own.
+bool stayOnOneProcessor() {
+    cpu_set_t processors;
+    CPU_ZERO(&processors);
+    CPU_SET(static_cast<unsigned>(::sched_getcpu()), &processors);
+    return ::sched_setaffinity(0, sizeof processors, &processors) == 0;
+}
+
 bool ownRuntimeDirectory() {
-    return (::geteuid() == 0 || becomeRootOfAUserNamespace()) && ::unshare(CLONE_NEWNS) == 0 &&
+    return stayOnOneProcessor() && (::geteuid() == 0 || becomeRootOfAUserNamespace()) &&
+           ::unshare(CLONE_NEWNS) == 0 &&
            ::mount("", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
            ::mount("test", "/run", "tmpfs", 0, nullptr) == 0 && ::mkdir("/run/kiv", 0700) == 0;
 }
