@@ -49,6 +49,15 @@ void askForCounting(const FileDescriptor& parent) {
     }
 }
 
+/// False, with errno set, when it cannot be made. Its mode does not depend on the caller's umask:
+/// the account may look at what is counted.
+bool makeChild(const FileDescriptor& parent, const std::string& name) {
+    const mode_t before = ::umask(0);
+    const int result = ::mkdirat(parent.get(), name.c_str(), kDirectoryMode);
+    ::umask(before);
+    return result == 0;
+}
+
 /// Invalid, with errno set, when it cannot be opened.
 FileDescriptor openChild(const FileDescriptor& parent, const std::string& name) {
     constexpr int kFlags = O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
@@ -58,7 +67,7 @@ FileDescriptor openChild(const FileDescriptor& parent, const std::string& name) 
     }
     askForCounting(parent);
     // EEXIST: somebody else was faster, which is as good
-    if (::mkdirat(parent.get(), name.c_str(), kDirectoryMode) != 0 && errno != EEXIST) {
+    if (!makeChild(parent, name) && errno != EEXIST) {
         return child;
     }
     return FileDescriptor(::openat(parent.get(), name.c_str(), kFlags));
