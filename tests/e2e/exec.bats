@@ -120,8 +120,13 @@ cp /bin/bash "/usr/local/bin/some shell"
 usermod --shell "/usr/local/bin/some shell" alice
 kivctl start alice >/dev/null
 cd /usr
-kivctl exec alice <<<'pwd; od -An -c "/proc/$$/cmdline"; readlink /proc/$$/exe; echo $$ $PPID; shopt -q login_shell || echo no login shell' \
-    >/tmp/seen &
+kivctl exec alice >/tmp/seen <<'END' &
+pwd
+od -An -c "/proc/$$/cmdline"
+readlink /proc/$$/exe
+echo $$ $PPID
+shopt -q login_shell || echo no login shell
+END
 child=$!
 wait "$child"
 same seen "/home/alice

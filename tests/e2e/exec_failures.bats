@@ -4,7 +4,7 @@ load helpers
 
 # refuses_entry USER MESSAGE: exec must say that it switches and then fail with the message, without a shell.
 refuses_entry() {
-    capture kivctl exec "$1" <<<'echo a shell'
+    capture timeout 20 kivctl exec "$1" <<<'echo a shell'
     same "exit status" 71 "$status"
     same stdout "Switching into container '$1'..." "$out"
     same stderr "kivctl: $2" "$err"

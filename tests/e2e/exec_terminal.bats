@@ -1,0 +1,152 @@
+#!/usr/bin/env bats
+# exec on a terminal, as a person uses it.
+load helpers
+export PATH=$PATH:$BATS_TEST_DIRNAME # for on_terminal
+
+@test "the line about the switch shows before the shell, which has job control" {
+    in_host <<'EOF'
+account alice 100.64.0.4/30
+kivctl start alice >/dev/null
+on_terminal kivctl exec alice <<'END' >/tmp/shown
+expect \ASwitching into container 'alice'\.\.\.\n
+expect \$ $
+type set -o | grep monitor\n
+expect ^monitor\s+on$
+expect \$ $
+type exit\n
+END
+refused grep -i "job control" /tmp/shown
+same "how often" 1 "$(grep -c Switching /tmp/shown)"
+EOF
+}
+
+@test "on a terminal the line about the switch shows before that of a failure" {
+    in_host <<'EOF'
+account alice 100.64.0.4/30
+fails 71 on_terminal kivctl exec alice </dev/null >/tmp/shown
+same shown "Switching into container 'alice'...
+kivctl: /run/kiv/alice@net: container is not running, start it with: kivctl start alice" "$(cat /tmp/shown)"
+EOF
+}
+
+@test "Ctrl-C interrupts a program of the shell, and Ctrl-D ends the shell with its last status" {
+    in_host <<'EOF'
+account alice 100.64.0.4/30
+kivctl start alice >/dev/null
+fails 130 on_terminal kivctl exec alice <<'END' >/tmp/shown
+expect \$ $
+type perl -e '$| = 1; print "run\x6eing\\n"; sleep 60'\n
+expect ^running$
+type \x03
+expect \$ $
+type echo "status $?"; (exit 130)\n
+expect ^status 130$
+expect \$ $
+type \x04
+END
+EOF
+}
+
+@test "Ctrl-Z stops a program, and fg continues it with the terminal" {
+    in_host <<'EOF'
+account alice 100.64.0.4/30
+kivctl start alice >/dev/null
+on_terminal kivctl exec alice <<'END' >/tmp/shown
+expect \$ $
+type bash -c 'echo wait"ing"; read -r line; echo "read: $line"'\n
+expect ^waiting$
+type \x1a
+expect Stopped
+expect \$ $
+type jobs -r; jobs\n
+expect ^\[1\]\+\s+Stopped
+expect \$ $
+type fg\n
+expect ^bash -c
+type words\n
+expect ^read: words$
+expect \$ $
+type sleep 60 &\n
+expect ^\[1\] \d+$
+expect \$ $
+type kill %1; wait %1\n
+expect Terminated
+expect \$ $
+type exit 0\n
+END
+EOF
+}
+
+@test "a change of the window's size reaches the shell and its programs" {
+    in_host <<'EOF'
+account alice 100.64.0.4/30
+kivctl start alice >/dev/null
+on_terminal kivctl exec alice <<'END' >/tmp/shown
+expect \$ $
+type stty size\n
+expect ^24 80$
+expect \$ $
+type perl -e '$| = 1; $SIG{WINCH} = sub { print "window\n"; exit }; print "run\x6eing\n"; sleep 60'\n
+expect ^running$
+resize 50 132
+expect ^window$
+expect \$ $
+type stty size; echo "$LINES $COLUMNS"\n
+expect ^50 132\n50 132$
+expect \$ $
+type exit\n
+END
+EOF
+}
+
+@test "lines can be edited, completed and called back" {
+    in_host <<'EOF'
+account alice 100.64.0.4/30
+kivctl start alice >/dev/null
+on_terminal kivctl exec alice <<'END' >/tmp/shown
+expect \$ $
+type echo wrong\x15echo rigth\x14\n
+expect ^right$
+expect \$ $
+type \x1b[A\x1b[D\x1b[D\x7f\x7f\x7fnow \n
+expect ^now ht$
+expect \$ $
+type ls -d /home/ali\t\n
+expect ^/home/alice/?$
+expect \$ $
+type exit\n
+END
+EOF
+}
+
+@test "programs that ask on the terminal itself find it" {
+    in_host <<'EOF'
+account alice 100.64.0.4/30
+kivctl start alice >/dev/null
+on_terminal kivctl exec alice <<'END' >/tmp/shown
+expect \$ $
+type bash -c 'read -rsp "pass""word: " word </dev/tty 2>/dev/tty; echo "got ${#word}"' </dev/null 2>/dev/null\n
+expect ^password: $
+type secret\n
+expect got 6$
+expect \$ $
+type exit\n
+END
+refused grep secret /tmp/shown
+EOF
+}
+
+@test "a terminal that is closed ends the shell and its programs by SIGHUP" {
+    in_host <<'EOF'
+account alice 100.64.0.4/30
+kivctl start alice >/dev/null
+leaf=/sys/fs/cgroup/user.slice/user-$(id -u alice).slice/kiv
+fails 129 on_terminal kivctl exec alice <<'END' >/tmp/shown
+expect \$ $
+type echo run"ning"; sleep 600\n
+expect ^running$
+hang-up
+END
+until [ -z "$(cat "$leaf/cgroup.procs")" ]; do sleep 0.01; done
+EOF
+}
