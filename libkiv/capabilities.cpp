@@ -19,9 +19,21 @@ using CapabilityState = std::unique_ptr<std::remove_pointer_t<cap_t>, int (*)(vo
 constexpr const char* kLettersOfNames = "abcdefghijklmnopqrstuvwxyz_";
 constexpr std::array<cap_value_t, 2> kForChangeOfUser = {CAP_SETGID, CAP_SETUID};
 
+/// cap_get_bound(3), which says EINVAL to the first number that the kernel does not know. Any other
+/// failure must not look like the end of the set: all of it would stay.
+bool isKnown(Capability capability) {
+    if (cap_get_bound(capability) >= 0) {
+        return true;
+    }
+    const int error = errno;
+    if (error != EINVAL || capability == CAP_CHOWN) {
+        throw systemError("cannot read the capability bounding set: ", error);
+    }
+    return false;
+}
+
 void dropFromBoundingSet(const CapabilitySet& kept) {
-    // cap_get_bound(3): the first number that the kernel does not know fails
-    for (Capability capability = 0; cap_get_bound(capability) >= 0; ++capability) {
+    for (Capability capability = CAP_CHOWN; isKnown(capability); ++capability) {
         if (kept.count(capability) == 0 && cap_drop_bound(capability) != 0) {
             const int error = errno;
             throw systemError("cannot drop a capability from the bounding set: ", error);
