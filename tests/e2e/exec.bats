@@ -40,6 +40,18 @@ same "many open" "0 1 2" "$(kivctl exec alice <<<'ls /proc/$$/fd' | xargs)"
 EOF
 }
 
+@test "descriptors that the caller has closed lead nowhere" {
+    in_host <<'EOF'
+account alice 100.64.0.4/30
+printf '#!/bin/bash\nreadlink /proc/$$/fd/{0,1} >&2\n' >/usr/local/bin/probe
+chmod 755 /usr/local/bin/probe
+usermod --shell /usr/local/bin/probe alice
+kivctl start alice >/dev/null
+kivctl exec alice <&- >&- 2>/tmp/seen
+same "the first two" $'/dev/null\n/dev/null' "$(cat /tmp/seen)"
+EOF
+}
+
 @test "the shell is in the three namespaces that the runtime directory holds" {
     in_host <<'EOF'
 account alice 100.64.0.4/30

@@ -168,3 +168,12 @@ for text in '%s%n' '100% of %d, %%, %5$s' "$(printf '%09000d' 7)" "$(printf '%02
 done
 EOF
 }
+
+@test "the library shows its six calls and nothing else, and the program needs it by its SONAME" {
+    library=$(dirname "$KIVCTL")/../lib/libkiv.so.1
+    shown=$(nm --dynamic --defined-only --format=just-symbols "$library" | sort | xargs)
+    [ "$shown" = "kiv_apply_namespaces kiv_capabilities kiv_cg_enter kiv_load_config kiv_seccomp kiv_set_log_cb" ]
+    readelf --dynamic "$library" | grep 'SONAME.*\[libkiv\.so\.1\]'
+    readelf --dynamic "$KIVCTL" | grep 'NEEDED.*\[libkiv\.so\.1\]'
+    run ! grep -E 'NEEDED.*\[lib(cap|seccomp)\.' <(readelf --dynamic "$KIVCTL")
+}
