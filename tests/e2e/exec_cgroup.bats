@@ -52,7 +52,8 @@ mkfifo /tmp/{one,two}
 kivctl exec alice </tmp/one & one=$!
 kivctl exec alice </tmp/two & two=$!
 exec {keepOne}>/tmp/one {keepTwo}>/tmp/two
-until [ "$(wc -l <"$leaf/cgroup.procs")" = 2 ]; do sleep 0.01; done
+both_are_in() { [ "$(wc -l <"$leaf/cgroup.procs")" = 2 ]; }
+eventually both_are_in
 same "alice's processes" "$(printf '%s\n' "$one" "$two" | sort)" "$(sort "$leaf/cgroup.procs")"
 same "bob's" "0::/user.slice/user-$(id -u bob).slice/kiv" "$(cgroup_of bob)"
 exec {keepOne}>&- {keepTwo}>&-

@@ -89,7 +89,8 @@ kivctl start alice >/dev/null
 # the child's own calls come after the namespaces are held, and before it has its root
 record ip 'sleep 0.2; exec "$real" "$@"'
 kivctl start bob >/dev/null 2>&1 & start=$!
-until [ "$(mounted bob)" = $'net\nipc\nmnt' ]; do sleep 0.01; done
+is_held() { [ "$(mounted bob)" = $'net\nipc\nmnt' ]; }
+eventually is_held
 kill -0 "$start"
 during=$(kivctl exec bob <<<'cat "/proc/$$/mountinfo"')
 wait "$start"

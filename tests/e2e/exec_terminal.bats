@@ -147,6 +147,7 @@ type echo run"ning"; sleep 600\n
 expect ^running$
 hang-up
 END
-until [ -z "$(cat "$leaf/cgroup.procs")" ]; do sleep 0.01; done
+is_empty() { [ -z "$(cat "$leaf/cgroup.procs")" ]; }
+eventually is_empty
 EOF
 }

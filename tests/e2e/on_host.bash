@@ -125,3 +125,16 @@ prepared_runtime_directory() {
     mount --bind /run/kiv /run/kiv
     mount --make-private /run/kiv
 }
+
+# eventually COMMAND…: waits up to ten seconds for the command to succeed.
+eventually() {
+    local try
+    for ((try = 0; try < 1000; try++)); do
+        if "$@"; then
+            return
+        fi
+        sleep 0.01
+    done
+    echo "has not come true: $*" >&2
+    return 1
+}
