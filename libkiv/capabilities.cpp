@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cctype>
 #include <cerrno>
 #include <memory>
 #include <stdexcept>
@@ -41,12 +40,16 @@ void dropFromBoundingSet(const CapabilitySet& kept) {
     }
 }
 
+/// tolower(3) goes by the administrator's language, and in Turkish no "i" comes of an "I".
+char toLower(char c) {
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+}
+
 }  // namespace
 
 Capability parseCapability(const std::string& name) {
     std::string known = name;
-    std::transform(known.begin(), known.end(), known.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    std::transform(known.begin(), known.end(), known.begin(), toLower);
     if (!known.starts_with("cap_")) {
         known.insert(0, "cap_");
     }

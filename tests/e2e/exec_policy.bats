@@ -54,6 +54,18 @@ same "none held" 0000000000000000 \
 EOF
 }
 
+@test "names of capabilities are read alike in every language" {
+    in_host <<'EOF'
+account alice 100.64.0.4/30
+kivctl start alice >/dev/null
+mkdir /tmp/locales
+localedef -i tr_TR -f ISO-8859-9 /tmp/locales/tr_TR # where the small letter of "I" is not "i"
+printf 'cap_add\n CAP_KILL\n' >"$configuration"
+export LOCPATH=/tmp/locales LANG=tr_TR
+same "kill" "$(set_of 5)" "$(bounding_set)"
+EOF
+}
+
 @test "a capability of cap_add works for a set-user-id program, and no other does" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
