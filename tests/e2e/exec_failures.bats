@@ -36,6 +36,8 @@ EOF
 account alice 100.64.0.4/30
 message="/run/kiv/alice@net: container is not running, start it with: kivctl start alice"
 refuses_entry alice "$message"
+same "in debug mode" "Switching into container 'alice'...
+kivctl: $message" "$(kivctl -d exec alice 2>/tmp/errors </dev/null; cat /tmp/errors)"
 refused test -e /run/kiv
 prepared_runtime_directory
 refuses_entry alice "$message"

@@ -53,9 +53,13 @@ EOF
 account alice 100.64.0.4/30
 kivctl start alice >/dev/null
 usermod --shell /none alice 2>/dev/null
+mkdir /tmp/locales
+localedef -i tr_TR -f ISO-8859-9 /tmp/locales/tr_TR # error texts are looked up in its catalogues
+export LOCPATH=/tmp/locales LANG=tr_TR
 for fault in chdir:error=EIO:when=3 setresuid:error=EPERM capset:error=EPERM seccomp:error=EPERM; do
-    LANG=C.UTF-8 injected "$fault" kivctl exec alice </dev/null
+    injected "$fault" kivctl exec alice </dev/null
     [ "$status" != 0 ]
+    grep -q 'open.*libc\.mo' /tmp/trace
     sed -n '/setns.*CLONE_NEWNS/,$p' /tmp/trace >/tmp/inside
     grep -q exit_group /tmp/inside
     refused grep -E '^[0-9]+ +(open|openat|openat2|stat|newfstatat|access|readlink)\(' /tmp/inside

@@ -1,10 +1,11 @@
-// What the container library's messages become on the handle.
+// What exec does without a container: the end-to-end tests have the rest.
+#include "container/exec.h"
+
 #include <gtest/gtest.h>
 
 #include <cwchar>
+#include <stdexcept>
 #include <string>
-
-#include "container/exec.h"
 
 namespace {
 
@@ -13,6 +14,15 @@ constexpr int kPriority = 3;
 /// An account that every host has.
 ContainerHandle anyHandle() {
     return ContainerHandle("daemon");
+}
+
+TEST(ExecCommand, RefusesToGoOnWithoutAName) {
+    try {
+        execCommand(nullptr);
+        FAIL() << "returned";
+    } catch (const std::runtime_error& error) {
+        EXPECT_STREQ(error.what(), "missing user!");
+    }
 }
 
 TEST(LibraryLogCallback, ExpandsTheFormatWithAllItsArguments) {
