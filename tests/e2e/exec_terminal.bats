@@ -77,6 +77,30 @@ END
 EOF
 }
 
+@test "exec is a job of the administrator's own shell, and gives the terminal back" {
+    in_host <<'EOF'
+account alice 100.64.0.4/30
+kivctl start alice >/dev/null
+fails 5 on_terminal bash --norc -i <<'END' >/tmp/shown
+expect # $
+type kivctl exec alice\n
+expect ^Switching
+expect \$ $
+type suspend\n
+expect Stopped
+expect # $
+type id -un; fg\n
+expect ^root$
+expect \$ $
+type id -un; exit 5\n
+expect ^alice$
+expect # $
+type exit\n
+END
+refused grep -i "job control" /tmp/shown
+EOF
+}
+
 @test "a change of the window's size reaches the shell and its programs" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
