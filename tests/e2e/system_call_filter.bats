@@ -1,0 +1,253 @@
+#!/usr/bin/env bats
+# What the system-call filter answers, on every road into the kernel that a program in a container can take.
+# The arguments are such that a kernel which gets to see them finds fault with them: they do no harm, and the
+# error tells who has answered.
+load helpers
+export project
+
+export denied_calls="acct 1
+add_key 1 1 1 1 0
+adjtimex 1
+bpf 0xffff 1 1
+clock_adjtime 0 1
+clock_settime 0 1
+clone 0x10000200
+clone 0xfeed000010000200
+delete_module 1 0
+finit_module 0xffffffff 0 0
+fsconfig 0xffffffff 0 0 0 0
+fsmount 0xffffffff 0xff00 0
+fsopen 1 0xff00
+fspick 0xffffffff 1 0xff00
+init_module 1 0 0
+io_uring_enter 0xffffffff 0 0 0 0
+io_uring_register 0xffffffff 0 0 0
+io_uring_setup 0 1
+ioctl 0xffffffff 0x5412 1
+ioctl 0xffffffff 0x541c 1
+ioctl 0xffffffff 0xfeed00005412 1
+ioctl 0xffffffff 0x8000000000005412 1
+ioctl 0xffffffff 0x10000541c 1
+ioctl 0xffffffff 0xffffffff0000541c 1
+ioperm 0x10000 1 1
+iopl 4
+kexec_load 0 0x7fffffff 1 1
+keyctl 0xffff
+mount 1 1 1 0 1
+mount_setattr 0xffffffff 1 0 1 0
+move_mount 0xffffffff 1 0xffffffff 1 0xffff0000
+open_by_handle_at 0xffffffff 1 0
+open_tree 0xffffffff 1 0xffff0000
+perf_event_open 1 0 0 0xffffffff 0
+pivot_root 1 1
+quotactl 0xffffffff 1 0 1
+quotactl_fd 0xffffffff 0xffffffff 0 1
+reboot 0 0 0 0
+request_key 1 1 1 0
+setns 0xffffffff 0
+settimeofday 1 1
+swapoff 1
+swapon 1 0
+umount2 1 0xff0000
+unshare 0x10000001
+unshare 0xfeed000010000001
+userfaultfd 0xffff0000"
+
+# on_two_accounts <<'EOF' … EOF: the script on a host where the attacker's container runs.
+on_two_accounts() {
+    local script
+    script=$(cat)
+    in_host <<<"source '$project/tests/e2e/attacks.bash'
+two_accounts
+$script"
+}
+
+@test "denied calls are answered by the filter and never by the kernel" {
+    on_two_accounts <<'EOF'
+calls=$denied_calls
+if [ "$(uname -m)" = x86_64 ]; then
+    calls+="
+kexec_file_load 0xffffffff 0xffffffff 0 0 0xff
+create_module 1 1
+get_kernel_syms 1
+query_module 1"
+fi
+same "answers to the account" "$(answered EPERM "$calls")" "$(inside alice '~/system_call native' <<<"$calls")"
+# the same as root without the filter
+kernel=$(enter_as_root alice /home/alice/system_call native <<<"$calls")
+same "number of answers" "$(wc -l <<<"$calls")" "$(wc -l <<<"$kernel")"
+refused grep -E ' (EPERM|0|SIG.*|absent)$' <<<"$kernel"
+EOF
+}
+
+@test "the 32-bit gate leads through the same filter" {
+    [ "$(uname -m)" = x86_64 ] || skip "no second gate on this architecture"
+    on_two_accounts <<'EOF'
+calls="$denied_calls
+clock_adjtime64 0 1
+clock_settime64 0 1
+stime 1
+umount 1"
+wanted=EPERM
+gate=$(enter alice /home/alice/system_call i386 getpid)
+if [ "$gate" != 0 ]; then
+    wanted=SIGSEGV # a kernel without the gate ends who tries it
+    same "a kernel without the 32-bit gate" SIGSEGV "$gate"
+fi
+same "answers to the account" "$(answered "$wanted" "$calls")" "$(inside alice '~/system_call i386' <<<"$calls")"
+kernel=$(enter_as_root alice /home/alice/system_call i386 <<<"$calls")
+same "number of answers" "$(wc -l <<<"$calls")" "$(wc -l <<<"$kernel")"
+refused grep -E ' (EPERM|0|absent)$' <<<"$kernel"
+EOF
+}
+
+@test "numbers of the x32 interface lead through the same filter, whether or not the kernel has it" {
+    [ "$(uname -m)" = x86_64 ] || skip "no such interface on this architecture"
+    on_two_accounts <<'EOF'
+same "answers to the account" "$(answered EPERM "$denied_calls")" \
+    "$(inside alice '~/system_call x32' <<<"$denied_calls")"
+kernel=$(enter_as_root alice /home/alice/system_call x32 <<<"$denied_calls")
+refused grep -E ' (EPERM|0|SIG.*|absent)$' <<<"$kernel"
+EOF
+}
+
+@test "clone3 is told to be missing, so that the C library takes clone" {
+    on_two_accounts <<'EOF'
+same "answer to the account" ENOSYS "$(inside alice '~/system_call native clone3 1 0')"
+same "answer without the filter" EINVAL "$(enter alice /home/alice/system_call native clone3 1 0)"
+same "a thread" run "$(inside alice 'perl -Mthreads -e "print threads->create(sub { q(run) })->join"')"
+if [ "$(uname -m)" = x86_64 ]; then
+    [[ $(inside alice '~/system_call i386 clone3 1 0') == @(ENOSYS|SIGSEGV) ]]
+    same "answer to x32" ENOSYS "$(inside alice '~/system_call x32 clone3 1 0')"
+fi
+EOF
+}
+
+@test "what lies next to the denied is not denied" {
+    on_two_accounts <<'EOF'
+# with an impossible flag, which the kernel looks at before it refuses namespaces of other kinds
+wanted="ioctl 0xffffffff 0x5411 1 EBADF
+ioctl 0xffffffff 0x5413 1 EBADF
+ioctl 0xffffffff 0x541b 1 EBADF
+ioctl 0xffffffff 0x541d 1 EBADF
+ioctl 0xffffffff 0x541200005411 1 EBADF
+clone 0x6e020200 EINVAL
+unshare 0x6e020001 EINVAL
+unshare 0x400 0
+name_to_handle_at 0xffffffff 1 1 1 0 EFAULT
+clock_gettime 0 1 EFAULT
+ptrace 0x4206 0x7fffffff ESRCH"
+same answers "$wanted" "$(inside alice '~/system_call native' <<<"$(sed 's/ [^ ]*$//' <<<"$wanted")")"
+EOF
+}
+
+@test "five values of personality are harmless, and every other one is denied" {
+    on_two_accounts <<'EOF'
+values() {
+    local bit
+    printf '%s\n' 0 0x8 0x20000 0x20008 0xffffffff 0x40000 0x20009 0x60008 0x400000 0xfffdfff7 0xfffffffe
+    for ((bit = 0; bit < 32; bit++)); do
+        printf '%#x\n' $((1 << bit)) $((0xffffffff ^ 1 << bit)) $((0x20008 | 1 << bit))
+    done
+}
+# wanted HARMLESS: the calls, with this answer to the harmless ones
+wanted() {
+    local value answer
+    while read -r _ value; do
+        answer=EPERM
+        case $((value & 0xffffffff)) in
+            0 | 8 | 131072 | 131080 | 4294967295) answer=$1 ;;
+        esac
+        echo "personality $value $answer"
+    done <<<"$calls"
+}
+calls=$(values | sed 's/^/personality /')
+# the kernel takes 32 bits of it
+calls+=$'\n'$(values | while read -r value; do printf 'personality %#x\n' $((value | 1 << 40)); done)
+same "number of values" 214 "$(wc -l <<<"$calls")"
+same "answers" "$(wanted 0)" "$(inside alice '~/system_call native' <<<"$calls")"
+refused grep -v ' 0$' <<<"$(enter alice /home/alice/system_call native <<<"$calls")"
+[ "$(uname -m)" = x86_64 ] || exit 0
+if [ "$(enter alice /home/alice/system_call i386 getpid)" = 0 ]; then
+    same "answers to i386" "$(wanted 0)" "$(inside alice '~/system_call i386' <<<"$calls")"
+fi
+same "answers to x32" "$(wanted "$(enter alice /home/alice/system_call x32 getpid)")" \
+    "$(inside alice '~/system_call x32' <<<"$calls")"
+EOF
+}
+
+@test "an item that allows lifts the whole rule of a call and of no other" {
+    on_two_accounts <<'EOF'
+printf '%s\n' seccomp "    allow keyctl unshare clone3" "    allow ioctl" "    allow personality" \
+    >>"$configuration"
+wanted="keyctl 0xffff EOPNOTSUPP
+unshare 0x10000001 EINVAL
+clone3 1 0 EINVAL
+ioctl 0xffffffff 0x5412 1 EBADF
+ioctl 0xffffffff 0x541c 1 EBADF
+personality 0x40000 0
+add_key 1 1 1 1 0 EPERM
+clone 0x10000200 EPERM
+setns 0xffffffff 0 EPERM"
+same answers "$wanted" "$(inside alice '~/system_call native' <<<"$(sed 's/ [^ ]*$//' <<<"$wanted")")"
+EOF
+}
+
+@test "every denied call can be allowed by its name" {
+    on_two_accounts <<'EOF'
+names=$(awk '/^[a-z]/ { print $1 }' <<<"$denied_calls" | sort -u)
+printf '%s\n' seccomp "    allow ${names//$'\n'/ }" >>"$configuration"
+same answers "$(enter alice /home/alice/system_call native <<<"$denied_calls")" \
+    "$(inside alice '~/system_call native' <<<"$denied_calls")"
+EOF
+}
+
+@test "an item that denies adds calls on every interface, with the word or by a bare name" {
+    on_two_accounts <<'EOF'
+calls="vmsplice 0xffffffff 1 1 0
+sched_yield
+semget 0 0xffffffff 0"
+same before "vmsplice 0xffffffff 1 1 0 EBADF
+sched_yield 0
+semget 0 0xffffffff 0 EINVAL" "$(inside alice '~/system_call native' <<<"$calls")"
+printf '%s\n' seccomp "    deny vmsplice sched_yield" "    semget" >>"$configuration"
+wanted=$(answered EPERM "$calls")
+same after "$wanted" "$(inside alice '~/system_call native' <<<"$calls")"
+same "another call" 0 "$(inside alice '~/system_call native getpid')"
+[ "$(uname -m)" = x86_64 ] || exit 0
+same "after, x32" "$wanted" "$(inside alice '~/system_call x32' <<<"$calls")"
+if [ "$(enter alice /home/alice/system_call i386 getpid)" = 0 ]; then
+    same "after, i386" "$(head -2 <<<"$wanted")" "$(inside alice '~/system_call i386' <<<"$(head -2 <<<"$calls")")"
+    # semget has a number of its own there, and an older one that it shares with its like
+    same "after, own number" EPERM "$(inside alice '~/system_call i386 393 0 0xffffffff 0')"
+    same "after, shared number" EPERM "$(inside alice '~/system_call i386 ipc 2 0 0xffffffff 0')"
+fi
+EOF
+}
+
+@test "an item that kills ends the process with SIGSYS" {
+    on_two_accounts <<'EOF'
+same before 0 "$(inside alice '~/system_call native sched_yield')"
+printf '%s\n' seccomp "    kill sched_yield mount" >>"$configuration"
+same after SIGSYS "$(inside alice '~/system_call native sched_yield')"
+same "a denied call" SIGSYS "$(inside alice '~/system_call native mount 1 1 1 0 1')"
+same "another call" 0 "$(inside alice '~/system_call native getpid')"
+[ "$(uname -m)" = x86_64 ] || exit 0
+same "after, x32" SIGSYS "$(inside alice '~/system_call x32 sched_yield')"
+[[ $(inside alice '~/system_call i386 sched_yield') == SIG@(SYS|SEGV) ]]
+EOF
+}
+
+@test "of two items about a call the later one holds" {
+    on_two_accounts <<'EOF'
+answer_with() {
+    cp "$project/dist/kiv.conf" "$configuration"
+    printf '%s\n' seccomp "$@" >>"$configuration"
+    inside alice '~/system_call native sched_yield'
+}
+same "deny after kill" EPERM "$(answer_with "    kill sched_yield" "    deny sched_yield")"
+same "kill after deny" SIGSYS "$(answer_with "    deny sched_yield" "    kill sched_yield")"
+same "allow after both" 0 "$(answer_with "    deny sched_yield" "    kill sched_yield" "    allow sched_yield")"
+same "deny after allow" EPERM "$(answer_with "    allow sched_yield" "    sched_yield")"
+EOF
+}
