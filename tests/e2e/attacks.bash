@@ -25,3 +25,23 @@ inside() {
 
 # answered ANSWER LIST: the calls of the list as they come out when each gets this answer.
 answered() { sed "s/\$/ $1/" <<<"$2"; }
+
+# hold POINT NAME: starts exec for the account in the background and stops it there (see hold_exec.c); leaves
+# its process id in `held`, the process to be continued and waited for.
+hold() {
+    HOLD_AT=$1 LD_PRELOAD=$programs/hold_exec.so kivctl exec "$2" </dev/null >/tmp/held 2>&1 &
+    held=$!
+    until grep -q '^State:.*stopped' "/proc/$held/status"; do sleep 0.01; done
+}
+
+# outside NAME COMMAND…: starts a command as the account on the host itself; leaves its process id in `pid`.
+outside() {
+    setpriv --reuid "$1" --regid "$1" --init-groups "${@:2}" </dev/null >/dev/null 2>&1 &
+    pid=$!
+    until [ "$(stat -c %U "/proc/$pid")" = "$1" ] && ! grep -q setpriv "/proc/$pid/cmdline"; do sleep 0.01; done
+}
+
+# as_uid_0 [PROGRAM]: gives alice a set-user-id root copy of a program, by default of system_call.
+as_uid_0() {
+    install -m 4755 "$programs/${1:-system_call}" "/home/alice/${1:-system_call}_root"
+}

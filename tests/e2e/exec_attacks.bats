@@ -1,0 +1,393 @@
+#!/usr/bin/env bats
+# What an account tries from the shell that exec gives it, and the error that it gets. Where two barriers stand
+# behind each other, both are tried alone.
+load helpers
+export project
+
+# on_two_accounts <<'EOF' … EOF: the script on a host where the attacker's container runs.
+on_two_accounts() {
+    local script
+    script=$(cat)
+    in_host <<<"source '$project/tests/e2e/attacks.bash'
+two_accounts
+$script"
+}
+
+@test "nothing can be mounted or unmounted, and the root directory stays" {
+    on_two_accounts <<'EOF'
+as_uid_0
+calls="mount @none @/tmp @tmpfs 0 0
+mount @/etc @/tmp 0 0x1000 0
+mount 0 @/ 0 0x1020 0
+umount2 @/proc/irq 2
+pivot_root @/tmp @/tmp
+fsopen @tmpfs 0
+open_tree 0xffffff9c @/etc 1
+fspick 0xffffff9c @/ 0
+chroot @/tmp"
+same "answers to the account" "$(answered EPERM "$calls")" "$(inside alice '~/system_call native' <<<"$calls")"
+same "answers to uid 0" "$(answered EPERM "$calls")" "$(inside alice '~/system_call_root native' <<<"$calls")"
+
+# without the filter it is the missing capability
+printf '%s\n' seccomp "    allow mount umount2 pivot_root fsopen open_tree fspick" >>"$configuration"
+same "answers without the filter" "$(answered EPERM "$calls")" \
+    "$(inside alice '~/system_call_root native' <<<"$calls")"
+
+# without either there is nothing left to stop it
+printf '%s\n' cap_add "    sys_admin" "    sys_chroot" >>"$configuration"
+calls=$(grep -E '^(mount @none|umount2|fsopen|open_tree|fspick|chroot)' <<<"$calls")
+same "answers with the capability" "$(answered 0 "$calls")" "$(inside alice '~/system_call_root native' <<<"$calls")"
+EOF
+}
+
+@test "with the capability alone the filter still denies mounts" {
+    on_two_accounts <<'EOF'
+as_uid_0
+printf '%s\n' cap_add "    CAP_SYS_ADMIN" >>"$configuration"
+same "answer to mount" EPERM "$(inside alice '~/system_call_root native mount @none @/tmp @tmpfs 0 0')"
+same "answer to sethostname" 0 "$(inside alice '~/system_call_root native sethostname @simulated 9')"
+EOF
+}
+
+@test "no new user namespace is to be had" {
+    on_two_accounts <<'EOF'
+same "answer to the account" EPERM "$(inside alice '~/system_call native unshare 0x10000000')"
+same "answer with other kinds" EPERM "$(inside alice '~/system_call native unshare 0x3e020000')"
+same "answer to clone" EPERM "$(inside alice '~/system_call native clone 0x10000011 0 0 0 0')"
+same "answer to clone3" ENOSYS "$(inside alice '~/system_call native clone3 1 88')"
+capture inside alice 'unshare --user --map-root-user id -u'
+[[ $err == *"unshare failed: Operation not permitted" ]]
+# other kinds need the capability, which only a user namespace would give
+for flag in 0x20000 0x02000000 0x04000000 0x08000000 0x20000000 0x40000000; do
+    same "answer to $flag" EPERM "$(inside alice '~/system_call native unshare $1' $flag)"
+done
+kernel=$(enter alice /home/alice/system_call native unshare 0x10000000)
+printf '%s\n' seccomp "    allow unshare" >>"$configuration"
+same "answer without the rule" "$kernel" "$(inside alice '~/system_call native unshare 0x10000000')"
+same "answer of this kernel" "$(enter bob unshare --user true && echo 0)" "$kernel"
+EOF
+}
+
+# join_all is perl for the account: tries to join every namespace and process that it finds, and prints the
+# kinds of answers with how often each was given
+# shellcheck disable=SC2016 # for perl
+export join_all='my $setns = `uname -m` =~ /x86_64/ ? 308 : 268;
+my %answers;
+sub answer { my ($what, $failed) = @_; $answers{"$what " . ($failed ? (grep { $!{$_} } qw(EPERM EINVAL ESRCH))[0] : 0)}++ }
+for my $path (glob "/proc/[0-9]*/ns/*") {
+    open(my $namespace, "<", $path) or next;
+    answer("namespace", syscall($setns, fileno($namespace), 0) != 0);
+}
+for my $pid (map { /(\d+)/ } glob("/proc/[0-9]*"), @ARGV) {
+    my $process = syscall(434, $pid + 0, 0);
+    next if $process < 0;
+    for my $kinds (0x20000, 0x08000000, 0x40000000, 0x48020000) {
+        answer("process", syscall($setns, $process, $kinds) != 0);
+    }
+}
+print map { "$_ $answers{$_}\n" } sort keys %answers;'
+
+@test "no namespace that is found under /proc and no process can be joined" {
+    on_two_accounts <<'EOF'
+outside alice sleep 600
+answers=$(inside alice 'perl -e "$1" "${@:2}"' "$join_all" 1 "$pid" $$)
+[[ $answers =~ ^"namespace EPERM "([0-9]+)$'\n'"process EPERM "([0-9]+)$ ]]
+# its own process and the one outside, the latter with the host's namespaces
+((BASH_REMATCH[1] >= 20 && BASH_REMATCH[2] >= 12))
+inside alice 'test -r /proc/$1/ns/mnt' "$pid"
+# root in the container's namespaces can
+answers=$(enter_as_root alice perl -e "$join_all" 1 "$pid" $$)
+[[ $answers == *"process 0 "* ]]
+EOF
+}
+
+@test "nothing can be written but home, /tmp and device nodes that are for everybody" {
+    on_two_accounts <<'EOF'
+install -d -m 777 /srv/open # read-only comes before permissions
+touch /srv/open/file
+chmod 666 /srv/open/file
+same "what can be written" "/dev/full
+/dev/null
+/dev/ptmx
+/dev/random
+/dev/tty: ENXIO
+/dev/urandom
+/dev/zero
+/home/alice/
+/tmp/" "$(inside alice '~/writable /' | sort | grep -v '^/home/alice/.')"
+EOF
+}
+
+@test "while exec enters the container the account's processes there cannot get at it" {
+    on_two_accounts <<'EOF'
+hold inside alice
+same "namespace" "$(stat -Lc %i /run/kiv/alice@mnt)" "$(stat -Lc %i /proc/$held/ns/mnt)"
+same "user" 0 "$(stat -c %u /proc/$held)"
+wanted="mem ENOENT
+environ ENOENT
+maps ENOENT
+fd/0 ENOENT
+root ENOENT
+cwd ENOENT
+exe ENOENT
+ns/mnt ENOENT
+process_vm_readv EPERM
+process_vm_writev EPERM
+pidfd_open 0
+pidfd_getfd EPERM
+PTRACE_SEIZE EPERM
+PTRACE_ATTACH EPERM"
+same "from inside, before the change of user" "$wanted" "$(inside alice '~/watch_process $1' $held)"
+same "entry in /proc" "" "$(inside alice 'ls /proc | grep -x $1' $held || true)"
+same "signal" EPERM "$(inside alice '~/system_call native kill $1 9' $held)"
+kill -CONT $held
+wait $held
+
+hold account alice
+same "user" alice "$(awk '/^Uid:/ { print $2 }' /proc/$held/status | xargs id -nu)"
+same "from inside, after the change of user" "$wanted" "$(inside alice '~/watch_process $1' $held)"
+same "entry in /proc" "" "$(inside alice 'ls /proc | grep -x $1' $held || true)"
+outside alice sleep 600
+same "from the host, after the change of user" "$(sed 's/ENOENT/EACCES/' <<<"$wanted")" \
+    "$(setpriv --reuid alice --regid alice --init-groups "$programs/watch_process" $held)"
+kill -CONT $held
+wait $held
+EOF
+}
+
+@test "what is not kept from tracing is got at in every way" {
+    on_two_accounts <<'EOF'
+hold traceable alice
+same "from inside" "mem 0
+environ 0
+maps 0
+fd/0 0
+root 0
+cwd 0
+exe 0
+ns/mnt 0
+process_vm_readv EFAULT
+process_vm_writev EFAULT
+pidfd_open 0
+pidfd_getfd 0
+PTRACE_SEIZE 0" "$(inside alice '~/watch_process $1' $held)"
+kill -CONT $held
+wait $held
+EOF
+}
+
+@test "no input can be pushed into the caller's terminal" {
+    on_two_accounts <<'EOF'
+# on_terminal COMMAND LINE: the answers that the shell's line leaves, with the command on a new terminal
+on_terminal() {
+    rm -f /home/alice/answers
+    TERM=dumb script -qec "$1" /dev/null <<<"$2 >~/answers; exit" >/dev/null
+    cat /home/alice/answers
+}
+calls="ioctl 0 0x5401 @$(printf '%064d')
+ioctl 0 0x5412 @:
+ioctl 0 0x541c @:
+ioctl 0 0x100005412 @:
+ioctl 0 0xfeedbeef00005412 @:
+ioctl 0 0xffffffff0000541c @:"
+numbers=$(awk '{ print $3 }' <<<"$calls")
+line='for number in '${numbers//$'\n'/ }'; do ~/system_call native ioctl 0 $number @:; done'
+same "answers to the account" $'0\nEPERM\nEPERM\nEPERM\nEPERM\nEPERM' "$(on_terminal 'kivctl exec alice' "$line")"
+# without the filter: some kernels have the first no more and say EIO, and the other is for consoles
+unfiltered="nsenter --net=/run/kiv/alice@net --ipc=/run/kiv/alice@ipc --mount=/run/kiv/alice@mnt \
+    setpriv --reuid alice --regid alice --init-groups env HOME=/home/alice bash --norc"
+[[ $(on_terminal "$unfiltered" "$line" | paste -sd' ') == @("0 0 ENOTTY 0 0 ENOTTY"|"0 EIO ENOTTY EIO EIO ENOTTY") ]]
+EOF
+}
+
+@test "no cgroup file is within reach, and what is started stays in the account's leaf" {
+    on_two_accounts <<'EOF'
+leaf=user.slice/user-$(id -u alice).slice/kiv
+capture inside alice 'grep cgroup /proc/self/mountinfo; ls -A /sys/fs/cgroup'
+same mounts "" "$out"
+[[ $err == *"No such file or directory" ]]
+same "a process that has left its parent" "0::/$leaf" \
+    "$(inside alice 'setsid --fork --wait sh -c "grep ^0:: /proc/self/cgroup"')"
+# through the host's view of a process of its own outside
+outside alice sleep 600
+for file in cgroup.procs user.slice/cgroup.procs "$leaf/cgroup.procs" "${leaf%/kiv}/pids.max"; do
+    capture inside alice 'echo 0 >"/proc/$1/root/sys/fs/cgroup/$2"' "$pid" "$file"
+    [[ $err == *"$file: Permission denied" ]]
+done
+same "a new cgroup" EACCES \
+    "$(inside alice '~/system_call native mkdir "@/proc/$1/root/sys/fs/cgroup/$2" 0755' "$pid" "$leaf/mine")"
+EOF
+}
+
+@test "another account's home, /tmp and processes are out of reach" {
+    on_two_accounts <<'EOF'
+echo secret | tee /home/bob/open /home/bob/tmp/open >/dev/null
+chmod 755 /home/bob /home/bob/tmp
+enter bob sleep 600 &
+until inner=$(pgrep -u bob -x sleep); do sleep 0.01; done
+outside bob sleep 601
+for path in /home/bob /home/bob/open /tmp/open; do
+    same "$path" ENOENT "$(inside alice '~/system_call native access @$1 0' "$path")"
+    enter bob test -e "$path"
+done
+for process in "$inner" "$pid"; do
+    same "entry" ENOENT "$(inside alice '~/system_call native access @/proc/$1 0' "$process")"
+    same "signal" EPERM "$(inside alice '~/system_call native kill $1 0' "$process")"
+    same "every way" "ENOENT EPERM" "$(inside alice '~/watch_process $1' "$process" |
+        awk '$1 != "pidfd_open" { print $2 }' | sort -u | paste -sd' ')"
+done
+EOF
+}
+
+@test "another account's shared memory, semaphores and message queues are not there" {
+    on_two_accounts <<'EOF'
+# made OPTION…: the id of the object that ipcmk makes for everybody
+made() { enter bob ipcmk --mode 0666 "$@" | sed 's/.*: //'; }
+memory=$(made --shmem 4096)
+semaphore=$(made --semaphore 1)
+queue=$(made --queue)
+cp "$programs/system_call" /home/bob
+[ "$(uname -m)" = x86_64 ] && mq_open=240 || mq_open=180
+same "bob makes a queue" 0 "$(enter bob /home/bob/system_call native $mq_open @mine 0102 0666 0)"
+same "bob opens it" 0 "$(enter bob /home/bob/system_call native $mq_open @mine 2 0 0)"
+same "alice opens it" ENOENT "$(inside alice '~/system_call native $1 @mine 2 0 0' $mq_open)"
+calls="shmat $memory 0 0x1000
+semctl $semaphore 0 12
+msgrcv $queue 0 0 0 0x800"
+same "bob's answers" "${calls//$'\n'/ 0$'\n'} ENOMSG" "$(enter bob /home/bob/system_call native <<<"$calls")"
+same "alice's answers" "$(answered EINVAL "$calls")" "$(inside alice '~/system_call native' <<<"$calls")"
+EOF
+}
+
+@test "another account's servers are out of reach behind the host's firewall" {
+    on_two_accounts <<'EOF'
+iptables -A FORWARD -o uplink -j ACCEPT
+iptables -A FORWARD -i uplink -m conntrack --ctstate ESTABLISHED,RELATED -j ACCEPT
+iptables -A FORWARD -j REJECT
+enter bob socat TCP-LISTEN:8080,fork,reuseaddr SYSTEM:'echo bob' &
+until [ "$(enter bob bash -c 'cat </dev/tcp/100.64.0.10/8080')" = bob ] 2>/dev/null; do sleep 0.01; done
+capture inside alice 'timeout 2 bash -c "cat </dev/tcp/100.64.0.10/8080"'
+[[ $err == *"Connection refused"* ]]
+same "way out" 192.0.2.2 "$(inside alice 'cat </dev/tcp/198.51.100.1/80')"
+EOF
+}
+
+@test "abstract sockets of the host are in another network" {
+    on_two_accounts <<'EOF'
+socat ABSTRACT-LISTEN:server,fork SYSTEM:'echo host' &
+until [ "$(socat -u ABSTRACT-CONNECT:server -)" = host ] 2>/dev/null; do sleep 0.01; done
+same "an account on the host" host "$(setpriv --reuid alice --regid alice --init-groups \
+    socat -u ABSTRACT-CONNECT:server -)"
+capture inside alice 'socat -u ABSTRACT-CONNECT:server -'
+[[ $err == *"Connection refused"* ]]
+same "names in sight" "" "$(inside alice 'grep server /proc/net/unix' || true)"
+EOF
+}
+
+@test "the runtime directory and the administrator's files are not there" {
+    on_two_accounts <<'EOF'
+as_uid_0
+for path in /run/kiv /etc/tarnwell /etc/shadow /root; do
+    test -e "$path"
+    for program in system_call system_call_root; do
+        same "$path" ENOENT "$(inside alice '~/$1 native access @$2 0' $program "$path")"
+    done
+done
+same "mounts of it" "" "$(inside alice 'grep /run/kiv /proc/self/mountinfo' || true)"
+EOF
+}
+
+@test "a set-user-id root program gains no capability" {
+    on_two_accounts <<'EOF'
+as_uid_0
+touch /home/alice/file
+chown alice: /home/alice/file
+calls="chown @/home/alice/file 0 0
+chmod @/home/alice/file 0777
+truncate @/home/alice/file 1
+setuid $(id -u bob)
+setgid 0
+setgroups 0 0
+mknod @/run/node 0x2180 0x103
+sethostname @other 5
+chroot @/
+vhangup
+setpriority 0 0 0xffffffff"
+wanted=$(answered EPERM "$calls" | sed -E '/^truncate/s/EPERM/EACCES/; /^setpriority/s/EPERM/EACCES/')
+same answers "$wanted" "$(inside alice '~/system_call_root native' <<<"$calls")"
+install -m 4755 "$(command -v cat)" /home/alice/cat_root
+same capabilities "CapInh CapPrm CapEff CapBnd CapAmb" "$(inside alice '~/cat_root /proc/self/status' |
+    awk '/^Uid:/ && $3 != 0 { exit } /^Cap.*:\t0+$/ { sub(":", ""); print $1 }' | paste -sd' ')"
+# the capability that the administrator leaves in the bounding set is there
+printf '%s\n' cap_add "    chown" >>"$configuration"
+same "with the capability" 0 "$(inside alice '~/system_call_root native chown @/home/alice/file 0 0')"
+EOF
+}
+
+@test "a set-user-id root program can do what root's files and processes allow root without capabilities" {
+    on_two_accounts <<'EOF'
+as_uid_0
+as_uid_0 writable
+# the container's own small /run, and what is bound from the host, which is the host's
+same "what it can write" "/dev/console
+/dev/full
+/dev/null
+/dev/ptmx
+/dev/pts: EPERM
+/dev/random
+/dev/tty: ENXIO
+/dev/urandom
+/dev/zero
+/etc/resolv.conf
+/proc/irq/
+/run/
+/run/mysqld/
+/run/utmp" "$(inside alice '~/writable_root /dev /etc /mnt /proc /run /srv /var' | sort)"
+# no PID namespace: signals are for who has the same user, and reach root's processes on the host
+sleep 600 &
+same "signal" 0 "$(inside alice '~/system_call_root native kill $1 15' $!)"
+fails 143 wait $!
+# what reads or traces is for who has no fewer capabilities
+sleep 600 &
+as_uid_0 watch_process
+same "every other way" "ENOENT EPERM" "$(inside alice '~/watch_process_root $1' $! |
+    awk '$1 != "pidfd_open" { print $2 }' | sort -u | paste -sd' ')"
+EOF
+}
+
+@test "a set-group-id program gains its group" {
+    on_two_accounts <<'EOF'
+install -m 2755 -g mail "$(command -v id)" /home/alice/id_mail
+same "effective group" "$(getent group mail | cut -d: -f3)" "$(inside alice '~/id_mail -g')"
+same "real group" "$(id -g alice)" "$(inside alice '~/id_mail -gr')"
+same "no new privileges" 0 "$(inside alice 'awk "/^NoNewPrivs/ { print \$2 }" /proc/self/status')"
+EOF
+}
+
+@test "a process of the account outside leads to the host's files, with the account's permissions there" {
+    on_two_accounts <<'EOF'
+outside alice sleep 600
+own=/proc/$pid/root
+outside bob sleep 600
+other=/proc/$pid/root
+sleep 600 &
+roots=/proc/$!/root
+chmod 700 /home/bob
+calls="access @$own/etc/tarnwell/kiv.users 4
+access @$own/root 1
+access @$own/etc/shadow 4
+access @$own/run/kiv 1
+access @$own/home/bob 1
+access @$own/etc 2
+access @$other/etc/passwd 4
+access @$roots/etc/passwd 4"
+same answers "access @$own/etc/tarnwell/kiv.users 4 0
+access @$own/root 1 EACCES
+access @$own/etc/shadow 4 EACCES
+access @$own/run/kiv 1 EACCES
+access @$own/home/bob 1 EACCES
+access @$own/etc 2 EACCES
+access @$other/etc/passwd 4 ENOENT
+access @$roots/etc/passwd 4 ENOENT" "$(inside alice '~/system_call native' <<<"$calls")"
+EOF
+}
