@@ -15,7 +15,7 @@ enum { kOpenDirectories = 64, kPathSize = 4096 };
 
 static int tryDirectory(const char* path) {
     char entry[kPathSize];
-    snprintf(entry, sizeof(entry), "%s/.made-by-attack", path);
+    snprintf(entry, sizeof(entry), "%s/.made-by-attack", path[0] == '\0' ? "." : path);
     if (mkdir(entry, 0700) != 0) {
         return errno;
     }
@@ -34,12 +34,13 @@ static int tryFile(const char* path) {
 
 static int visit(const char* path, const struct stat* status, int kind, struct FTW* place) {
     (void)status;
-    (void)place;
     const int isDirectory = kind == FTW_D || kind == FTW_DNR;
     if (kind == FTW_SL) {
         return 0;
     }
-    const int error = isDirectory ? tryDirectory(path) : tryFile(path);
+    // below the working directory, the parent: long paths would take most of the time
+    const char* name = path + place->base;
+    const int error = isDirectory ? tryDirectory(name) : tryFile(name);
     // ENOENT: a process has ended meanwhile, or proc has no place for entries
     if (error == 0) {
         printf("%s%s\n", path, isDirectory && path[1] != '\0' ? "/" : "");
@@ -51,7 +52,7 @@ static int visit(const char* path, const struct stat* status, int kind, struct F
 
 int main(int argc, char** argv) {
     for (int i = 1; i < argc; ++i) {
-        if (nftw(argv[i], visit, kOpenDirectories, FTW_PHYS) != 0) {
+        if (nftw(argv[i], visit, kOpenDirectories, FTW_PHYS | FTW_CHDIR) != 0) {
             perror(argv[i]);
             return 70;
         }
