@@ -66,19 +66,21 @@ $script"
 
 @test "denied calls are answered by the filter and never by the kernel" {
     on_two_accounts <<'EOF'
-calls=$denied_calls
+calls="$denied_calls
+kexec_file_load 0xffffffff 0xffffffff 0 0 0xff"
 if [ "$(uname -m)" = x86_64 ]; then
     calls+="
-kexec_file_load 0xffffffff 0xffffffff 0 0 0xff
 create_module 1 1
 get_kernel_syms 1
 query_module 1"
+else
+    calls=$(grep -v ^iop <<<"$calls") # has no ports
 fi
 same "answers to the account" "$(answered EPERM "$calls")" "$(inside alice '~/system_call native' <<<"$calls")"
 # the same as root without the filter
 kernel=$(enter_as_root alice /home/alice/system_call native <<<"$calls")
 same "number of answers" "$(wc -l <<<"$calls")" "$(wc -l <<<"$kernel")"
-refused grep -E ' (EPERM|0|SIG.*|absent)$' <<<"$kernel"
+refused grep -E ' (EPERM|0|SIG.*|absent)$' <<<"$(may_be_locked_down "$kernel")"
 EOF
 }
 
@@ -99,7 +101,7 @@ fi
 same "answers to the account" "$(answered "$wanted" "$calls")" "$(inside alice '~/system_call i386' <<<"$calls")"
 kernel=$(enter_as_root alice /home/alice/system_call i386 <<<"$calls")
 same "number of answers" "$(wc -l <<<"$calls")" "$(wc -l <<<"$kernel")"
-refused grep -E ' (EPERM|0|absent)$' <<<"$kernel"
+refused grep -E ' (EPERM|0|absent)$' <<<"$(may_be_locked_down "$kernel")"
 EOF
 }
 
