@@ -1,19 +1,13 @@
 // Turns the rules into the kernel's filter program, see seccomp(2).
 #include <asm/ioctls.h>
-#include <linux/filter.h>
-#include <linux/seccomp.h>
 #include <sched.h>
 #include <seccomp.h>
-#include <sys/syscall.h>
-#include <unistd.h>
 
 #include <cerrno>
-#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <string>
 #include <type_traits>
-#include <vector>
 
 #include "libkiv/system_call_rules.h"
 #include "util/errors.h"
@@ -32,8 +26,6 @@ constexpr std::uint64_t kTerminalSubcodes = 0x541c;  // TIOCLINUX, ioctl_console
 // nothing
 constexpr std::uint64_t kHarmlessBits = 0x0008 | 0x20000;
 constexpr std::uint64_t kTopBit = 0x80000000;
-
-constexpr std::uint32_t kX32Bit = 0x40000000;  // in the call numbers of x32
 
 /// The other architectures whose programs a machine of the native one runs.
 struct Compatible {
@@ -113,46 +105,6 @@ void addArchitectures(const Filter& filter) {
     }
 }
 
-bool isYoung(const std::string& name) {
-    return seccomp_syscall_resolve_name(name.c_str()) == __NR_SCMP_ERROR;
-}
-
-std::uint32_t actionOf(Answer answer) {
-    switch (answer) {
-        case Answer::Kill:
-            return SECCOMP_RET_KILL_PROCESS;
-        case Answer::Missing:
-            return SECCOMP_RET_ERRNO | ENOSYS;
-        default:
-            return SECCOMP_RET_ERRNO | EPERM;
-    }
-}
-
-/// A second filter, of the calls that libseccomp cannot name. Of two filters' answers the kernel
-/// takes the stricter one.
-void installYoungRules(const SystemCallRules& rules) {
-    std::vector<sock_filter> program = {
-        {BPF_LD | BPF_W | BPF_ABS, 0, 0, offsetof(seccomp_data, nr)},
-        {BPF_ALU | BPF_AND | BPF_K, 0, 0, ~kX32Bit},
-    };
-    for (const auto& [name, answer] : rules) {
-        const auto number = isYoung(name) ? youngSystemCall(name) : std::nullopt;
-        if (number) {
-            program.push_back({BPF_JMP | BPF_JEQ | BPF_K, 0, 1, *number});
-            program.push_back({BPF_RET | BPF_K, 0, 0, actionOf(answer)});
-        }
-    }
-    if (program.size() == 2) {
-        return;
-    }
-    program.push_back({BPF_RET | BPF_K, 0, 0, SECCOMP_RET_ALLOW});
-    const sock_fprog filter{static_cast<unsigned short>(program.size()), program.data()};
-    if (::syscall(SYS_seccomp, SECCOMP_SET_MODE_FILTER, 0, &filter) != 0) {
-        const int error = errno;
-        throw systemError("system-call filter: young calls: ", error);
-    }
-}
-
 }  // namespace
 
 void installSystemCallFilter(const SystemCallRules& rules) {
@@ -169,10 +121,7 @@ void installSystemCallFilter(const SystemCallRules& rules) {
     require(seccomp_attr_set(filter.get(), SCMP_FLTATR_CTL_OPTIMIZE, 2), "order");
     addArchitectures(filter);
     for (const auto& [name, answer] : rules) {
-        if (!isYoung(name)) {
-            add(Rule(filter, name), answer);
-        }
+        add(Rule(filter, name), answer);
     }
-    installYoungRules(rules);  // first, should the rules deny the call that installs rules
     require(seccomp_load(filter.get()), "seccomp()");
 }

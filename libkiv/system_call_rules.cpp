@@ -43,28 +43,11 @@ constexpr const char* kDenied[] = {
     // its ports
     "ioperm", "iopl", "pciconfig_read", "pciconfig_write", "pciconfig_iobase"};
 
-struct YoungCall {
-    const char* name;
-    unsigned number;
-};
-
-constexpr YoungCall kYoungCalls[] = {{"open_tree_attr", 467}};
-
 bool isSystemCall(const std::string& name) {
-    return seccomp_syscall_resolve_name(name.c_str()) != __NR_SCMP_ERROR ||
-           youngSystemCall(name).has_value();
+    return seccomp_syscall_resolve_name(name.c_str()) != __NR_SCMP_ERROR;
 }
 
 }  // namespace
-
-std::optional<unsigned> youngSystemCall(const std::string& name) {
-    for (const YoungCall& call : kYoungCalls) {
-        if (name == call.name) {
-            return call.number;
-        }
-    }
-    return std::nullopt;
-}
 
 SystemCallRules defaultSystemCallRules() {
     SystemCallRules rules = {
@@ -75,7 +58,7 @@ SystemCallRules defaultSystemCallRules() {
         {"personality", Answer::DenyOddPersonality},
     };
     for (const char* name : kDenied) {
-        // a libseccomp that is older than the call: the kernel may know it, we cannot
+        // a C library that is older than the call: the kernel may know it, we cannot
         if (isSystemCall(name)) {
             rules.emplace(name, Answer::Deny);
         }

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <map>
-#include <optional>
 #include <string>
 
 /// What a call of one name is answered with.
@@ -19,10 +18,6 @@ enum class Answer {
 using SystemCallRules = std::map<std::string, Answer>;
 
 SystemCallRules defaultSystemCallRules();
-
-/// The number of a call that may be younger than libseccomp, which then has no rule for it although
-/// the kernel has the call. Such numbers are the same on every architecture, x32's bit left out.
-std::optional<unsigned> youngSystemCall(const std::string& name);
 
 /// Changes the rules by an item of the configuration: "deny NAME…", "allow NAME…", "kill NAME…", or
 /// one bare name, which denies. Throws std::runtime_error with what cannot be understood.
