@@ -17,10 +17,12 @@
 #include <iostream>
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 #include "container/runtime_lock.h"
 #include "util/daemon.h"
 #include "util/errors.h"
+#include "util/runtime_directory.h"
 #include "util/util.h"
 
 namespace {
@@ -43,6 +45,9 @@ FileDescriptor waitUntilBuilt(const ContainerHandle& handle) {
     if (!lock.valid() && error == ETIMEDOUT) {
         throw std::runtime_error(handle.userName +
                                  ": containers are being started or stopped, try again later");
+    }
+    if (!lock.valid() && error != ENOENT) {
+        throw systemError(runtimeDirectory + ": cannot lock: ", error);
     }
     return lock;
 }

@@ -110,3 +110,14 @@ wait "$start"
 same shell in "$(kivctl exec bob <<<'echo in')"
 EOF
 }
+
+@test "without a lock that the kernel refuses nobody enters" {
+    in_host <<'EOF'
+account alice 100.64.0.4/30
+kivctl start alice >/dev/null
+injected flock:error=ENOLCK kivctl exec alice <<<'echo a shell'
+same status 71 "$status"
+same stderr "kivctl: /run/kiv: cannot lock: No locks available" "$err"
+refused grep -E 'setns|cgroup.procs' /tmp/trace
+EOF
+}

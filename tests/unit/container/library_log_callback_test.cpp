@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <cwchar>
 #include <string>
 
 #include "container/exec.h"
@@ -60,6 +61,13 @@ TEST_F(LibraryLogCallback, TouchesNothingElseOfTheHandle) {
     EXPECT_EQ(handle.userName, "daemon");
     EXPECT_EQ(handle.shortName, "");
     EXPECT_EQ(handle.uid, uid);
+}
+
+TEST_F(LibraryLogCallback, KeepsTheEarlierTextWhenTheNewOneCannotBeExpanded) {
+    handle.error = "earlier";
+    constexpr wint_t kNoCharacter = 0x7fffffff;
+    libraryLogCallback(&handle, 3, "new %lc", kNoCharacter);
+    EXPECT_EQ(handle.error, "earlier");
 }
 
 }  // namespace
