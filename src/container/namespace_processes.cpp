@@ -16,8 +16,6 @@
 
 namespace {
 
-constexpr pid_t kFirstProcess = 1;
-
 bool isNumbered(const std::string& name) {
     return name.front() >= '0' && name.front() <= '9';
 }
@@ -34,6 +32,10 @@ bool hasThreadIn(const NamespaceEntry& entry, const std::string& process) {
     const std::string threads = process + "/task/";
     const DirectoryStream directory(::opendir(threads.c_str()));
     if (directory == nullptr) {
+        const int error = errno;
+        if (error != ENOENT && error != ESRCH) {
+            throw systemError("Cannot open " + threads + ": ", error);
+        }
         return false;  // ended altogether
     }
     while (const dirent* found = ::readdir(directory.get())) {
@@ -92,7 +94,9 @@ void findNamespaceProcesses(std::list<NamespaceEntry>& entries, const std::strin
 
 void terminateProcess(pid_t pid, const std::list<NamespaceEntry>& entries) {
     const FileDescriptor process(static_cast<int>(::syscall(SYS_pidfd_open, pid, 0)));
-    const bool unknownToKernel = !process.valid() && errno == ENOSYS;
+    if (!process.valid() && errno == ESRCH) {
+        return;
+    }
     // From here on the descriptor means one process, whatever becomes of its number: looking at the
     // number's namespaces now tells whether it is the one that was found.
     const std::string directory = kProcesses + ("/" + std::to_string(pid));
@@ -102,9 +106,10 @@ void terminateProcess(pid_t pid, const std::list<NamespaceEntry>& entries) {
     if (!stillThere) {
         return;
     }
-    if (process.valid()) {
-        ::syscall(SYS_pidfd_send_signal, process.get(), SIGTERM, nullptr, 0);
-    } else if (unknownToKernel) {
-        ::kill(pid, SIGTERM);  // before Linux 5.3
+    const bool told = process.valid() &&
+                      (::syscall(SYS_pidfd_send_signal, process.get(), SIGTERM, nullptr, 0) == 0 ||
+                       errno == ESRCH);
+    if (!told) {
+        ::kill(pid, SIGTERM);  // before Linux 5.3, or where a filter of the host keeps pidfds back
     }
 }

@@ -20,6 +20,7 @@ struct NamespaceEntry {
 };
 
 inline constexpr const char* kProcesses = "/proc";
+inline constexpr pid_t kFirstProcess = 1;
 
 /// Appends to every entry's `pids` the processes in its namespace, in the order of the directory.
 /// One whose first thread has ended is known by its other threads. The first process of the host

@@ -62,5 +62,5 @@ std::optional<FileIdentity> identityOf(const std::string& path) {
 
 bool isNamespace(const std::string& path) {
     struct statfs status {};
-    return ::statfs(path.c_str(), &status) == 0 && status.f_type == NSFS_MAGIC;
+    return ::statfs(path.c_str(), &status) != 0 || status.f_type == NSFS_MAGIC;
 }

@@ -41,8 +41,9 @@ struct FileIdentity {
     bool operator==(const FileIdentity&) const = default;
 };
 
-/// Nothing when the path cannot be examined.
+/// Nothing, with errno set, when the path cannot be examined.
 std::optional<FileIdentity> identityOf(const std::string& path);
 
-/// True for a namespace of the kernel, such as what is mounted on a namespace file.
+/// True for a namespace of the kernel, such as what is mounted on a namespace file, and for what
+/// cannot be examined: who lives in it must not be overlooked.
 bool isNamespace(const std::string& path);

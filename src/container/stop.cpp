@@ -23,6 +23,7 @@
 #include "util/errors.h"
 #include "util/external_command.h"
 #include "util/file_descriptor.h"
+#include "util/runtime_directory.h"
 
 namespace {
 
@@ -32,12 +33,25 @@ constexpr const char* kNetworkKind = "net";
 constexpr int kPasses = 20;
 constexpr useconds_t kPassTime = 100'000;  // microseconds
 
-/// The inode to look for. A plain file's number may be that of any namespace, and kivctl's own
-/// namespace may be the whole host's: neither is looked for.
+/// True when the number is that of a namespace in which kivctl or the host's first process lives.
+bool isHosts(const char* kind, std::uint64_t inode) {
+    for (const pid_t pid : {::getpid(), kFirstProcess}) {
+        const auto own = identityOf(namespaceLink(pid, kind));
+        const int error = errno;
+        if (own && own->inode == inode) {
+            return true;
+        }
+        if (!own && error != ENOENT && pid != kFirstProcess) {
+            throw systemError(namespaceLink(pid, kind) + ": ", error);  // else all could be killed
+        }
+    }
+    return false;
+}
+
+/// The inode to look for. A plain file's number may be that of any namespace, and the host's own
+/// namespaces are the whole host's: neither is looked for.
 std::uint64_t inodeToFind(const std::string& path, const char* kind, std::uint64_t inode) {
-    const auto own = identityOf(namespaceLink(::getpid(), kind));
-    const bool isOwn = own && own->inode == inode;
-    return isNamespace(path) && !isOwn ? inode : 0;
+    return isNamespace(path) && !isHosts(kind, inode) ? inode : 0;
 }
 
 std::list<NamespaceEntry> namespaceEntries(const ContainerHandle& handle) {
@@ -92,6 +106,23 @@ bool haveEnded(std::vector<pid_t> pids) {
     return pids.empty();
 }
 
+/// Whether it was changed or taken away while the lock was free; by somebody else's stop, say, and
+/// even a start after that. What cannot be examined is still there to be reported on.
+bool hasChanged(const NamespaceEntry& entry) {
+    const auto file = identityOf(entry.path);
+    return file ? *file != entry.file : errno == ENOENT;
+}
+
+/// Without a runtime directory there is nothing to lock, and nothing to stop.
+FileDescriptor lockForStop() {
+    FileDescriptor lock = lockRuntimeDirectory();
+    const int error = errno;
+    if (!lock.valid() && error != ENOENT) {
+        throw systemError(runtimeDirectory + ": cannot lock: ", error);
+    }
+    return lock;
+}
+
 void removeRules(const std::string& interface, const std::string& address) {
     for (const PacketRule& rule : {rejectRule(interface), databaseRule(interface, address)}) {
         // a rule that is gone already is as good; the runner has told of it
@@ -133,7 +164,7 @@ void stopCommand(const char* user) {
 
 void stopContainer(ContainerHandle& handle, const IpNetwork& network) {
     const std::string address = network.getAddress(1);
-    FileDescriptor lock = lockRuntimeDirectory();  // not to be had without a directory: no files
+    FileDescriptor lock = lockForStop();
     std::list<NamespaceEntry> entries = namespaceEntries(handle);
     findNamespaceProcesses(entries);
     const std::vector<pid_t> pids = distinctProcesses(entries);
@@ -144,12 +175,10 @@ void stopContainer(ContainerHandle& handle, const IpNetwork& network) {
             report("still processes left, aborting.");
             return;
         }
-        lock = lockRuntimeDirectory();
+        lock = lockForStop();
     }
     for (const NamespaceEntry& entry : entries) {
-        // Somebody else may have stopped the container while the lock was free, and even have
-        // started it again.
-        if (identityOf(entry.path) != entry.file) {
+        if (hasChanged(entry)) {
             continue;
         }
         if (removeNamespaceFile(entry.path) && entry.kind == kNetworkKind) {

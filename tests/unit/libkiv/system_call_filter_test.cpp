@@ -183,8 +183,8 @@ TEST(DefaultFilter, LetsOtherNamespacesBeAskedForAsTheKernelAllows) {
 }
 
 TEST(DefaultFilter, LetsOtherRequestsReachTerminals) {
-    for (const unsigned long request : {TCGETS, TIOCGWINSZ, TIOCSWINSZ, TIOCSCTTY, TIOCSPGRP,
-                                        TIOCSTI - 1, TIOCSTI + 1, 0x541b, 0x541d}) {
+    for (const int request : {TCGETS, TIOCGWINSZ, TIOCSWINSZ, TIOCSCTTY, TIOCSPGRP, TIOCSTI - 1,
+                              TIOCSTI + 1, 0x541b, 0x541d}) {
         EXPECT_EQ(underRules(defaultSystemCallRules(),
                              [request] { return answerOf(SYS_ioctl, kNothing, request, 0); }),
                   EBADF)
