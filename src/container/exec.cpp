@@ -104,7 +104,8 @@ void goHome(const std::string& home) {
     ::setenv("HOME", home.c_str(), 1);
 }
 
-[[noreturn]] void runShell(std::string shell) {
+/// execv(3) wants writable arguments.
+[[noreturn]] void runShell(std::string& shell) {
     std::signal(SIGPIPE, SIG_DFL);  // ignored by this program, which an exec would hand on
     const std::array<char*, 2> arguments = {shell.data(), nullptr};
     ::execv(shell.c_str(), arguments.data());
@@ -128,7 +129,7 @@ void enterContainerShell(ContainerHandle& handle) {
     // which scripts count on.
     std::cerr.tie(nullptr);
     std::cout << "Switching into container '" + handle.userName + "'...\n";
-    const PasswordEntry account = passwordEntryOf(handle);
+    PasswordEntry account = passwordEntryOf(handle);
     loadErrorTexts();
     {
         const FileDescriptor lock = waitUntilBuilt(handle);
