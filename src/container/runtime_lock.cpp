@@ -32,12 +32,12 @@ void wakeUp(int /*signal*/) {}
 
 FileDescriptor lockRuntimeDirectory() {
     FileDescriptor directory = openRuntimeDirectory();
-    int result = -1;
-    do {
-        result = ::flock(directory.get(), LOCK_EX);
-    } while (result == -1 && errno == EINTR);
-    if (result == -1) {
-        directory.reset();
+    while (directory.valid() && ::flock(directory.get(), LOCK_EX) != 0) {
+        const int error = errno;
+        if (error != EINTR) {
+            directory.reset();
+            errno = error;
+        }
     }
     return directory;
 }

@@ -6,8 +6,9 @@
 
 #include "util/file_descriptor.h"
 
-/// Waits for the exclusive lock, as long as it takes. Invalid when the directory is not there or
-/// cannot be locked. No account's process can hold it: the directory has mode 0700.
+/// Waits for the exclusive lock, as long as it takes. Invalid, with errno set, when the directory
+/// is not there (ENOENT) or cannot be locked. No account's process can hold it: the directory has
+/// mode 0700.
 [[nodiscard]] FileDescriptor lockRuntimeDirectory();
 
 /// The shared lock, waited for `atMost`; invalid, with errno set, when it could not be had:

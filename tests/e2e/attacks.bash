@@ -48,3 +48,14 @@ as_uid_0() {
 
 # may_be_locked_down LIST: the answers without those that a kernel in lockdown refuses to root as well.
 may_be_locked_down() { grep -v '^kexec_' <<<"$1"; }
+
+# without_strays: leaves out device nodes that somebody keeps outside of /dev on this machine.
+without_strays() {
+    local line
+    while read -r line; do
+        case $line in
+            /dev/*) echo "$line" ;;
+            *) [ -c "${line%%:*}" ] || [ -b "${line%%:*}" ] || echo "$line" ;;
+        esac
+    done
+}
