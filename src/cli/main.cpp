@@ -102,8 +102,8 @@ int main(int argc, char** argv) {
     Daemon::cleanEnv({"PATH", "TERM", "LANG", "TZ"});
 
     // execve(2) takes an empty argument vector; kernels since 5.18 make one empty name of it
-    char ownName[] = "kivctl";
-    char* ownVector[] = {ownName, nullptr};
+    static char ownName[] = "kivctl";
+    static char* ownVector[] = {ownName, nullptr};
     if (argc < 1) {
         return run(1, ownVector);
     }

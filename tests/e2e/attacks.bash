@@ -43,6 +43,7 @@ outside() {
 
 # as_uid_0 [PROGRAM]: gives alice a set-user-id root copy of a program, by default of system_call.
 as_uid_0() {
+    chmod 711 /home/alice # root without capabilities is nobody special to its permissions
     install -m 4755 "$programs/${1:-system_call}" "/home/alice/${1:-system_call}_root"
 }
 

@@ -202,8 +202,8 @@ EOF
 
 @test "texts of the front end come from the catalogue of the caller's language" {
     in_host <<'EOF'
-mkdir -p /usr/share/locale/C.UTF-8/LC_MESSAGES
-msgfmt -o /usr/share/locale/C.UTF-8/LC_MESSAGES/kivctl.mo - <<'END'
+mkdir -p /usr/share/locale/de/LC_MESSAGES
+msgfmt -o /usr/share/locale/de/LC_MESSAGES/kivctl.mo - <<'END'
 msgid ""
 msgstr "Content-Type: text/plain; charset=UTF-8\n"
 msgid "ERROR"
@@ -215,14 +215,14 @@ msgstr "nur für root"
 msgid "show program version"
 msgstr "zeigt die Version"
 END
-export LC_ALL=C.UTF-8
+german
 capture kivctl restart
 same stderr "[FEHLER] kivctl: restart? %n 'restart'" "$err"
 capture as_nobody start -a
 same stderr "/usr/local/bin/kivctl: nur für root" "$err"
 same "last option" "  -v, --version         zeigt die Version" "$(kivctl -h | grep -e --version)"
 same "version" "Tarnwell Account Container (KIV) version 3.3.0 (build 18139)" "$(kivctl -v)"
-capture env LC_ALL=C kivctl restart
+capture env -u LOCPATH LC_ALL=C kivctl restart
 same stderr "[ERROR] kivctl: unknown command 'restart'" "$err"
 EOF
 }

@@ -72,10 +72,10 @@ account alice 100.64.0.4/30
 install -m 4755 "$(command -v setpriv)" /usr/local/bin/raise
 kivctl start alice >/dev/null
 printf 'cap_add\n chown\n' >"$configuration"
-same "chown" 0 "$(answer 'touch f; raise --reuid 0 chown root f')"
-same "another one" "125 Operation not permitted" "$(answer 'raise --reuid 0 chroot / true')"
+same "chown" 0 "$(answer 'touch f; /usr/local/bin/raise --reuid 0 chown root f')"
+same "another one" "125 Operation not permitted" "$(answer '/usr/local/bin/raise --reuid 0 chroot / true')"
 : >"$configuration"
-same "chown without cap_add" "1 Operation not permitted" "$(answer 'rm -f f; touch f; raise --reuid 0 chown root f')"
+same "chown without cap_add" "1 Operation not permitted" "$(answer 'rm -f f; touch f; /usr/local/bin/raise --reuid 0 chown root f')"
 EOF
 }
 

@@ -138,3 +138,10 @@ eventually() {
     echo "has not come true: $*" >&2
     return 1
 }
+
+# german: from here on programs start with a German locale. Newer C libraries translate nothing for C.UTF-8.
+german() {
+    mkdir -p /tmp/locales
+    localedef -i de_DE -f UTF-8 /tmp/locales/de_DE.UTF-8
+    export LOCPATH=/tmp/locales LC_ALL=de_DE.UTF-8
+}

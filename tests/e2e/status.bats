@@ -298,8 +298,8 @@ EOF
 
 @test "labels and words come from the catalogue of the caller's language, and columns fit their bytes" {
     in_host <<'EOF'
-mkdir -p /usr/share/locale/C.UTF-8/LC_MESSAGES
-msgfmt -o /usr/share/locale/C.UTF-8/LC_MESSAGES/kivctl.mo - <<'END'
+mkdir -p /usr/share/locale/de/LC_MESSAGES
+msgfmt -o /usr/share/locale/de/LC_MESSAGES/kivctl.mo - <<'END'
 msgid ""
 msgstr "Content-Type: text/plain; charset=UTF-8\n"
 msgid "Account:"
@@ -327,7 +327,7 @@ account alice
 account bob
 stand_in_cgroups
 figures alice pids.current=5 pids.max=20 memory.current=1023 memory.high=max
-export LC_ALL=C.UTF-8
+german
 same "report" "Konto, einzeln: alice
 Läuft: läuft
 Prozesse, einzeln: 5 (25%)
