@@ -34,13 +34,6 @@ int bindOnto(const FileDescriptor& source, const FileDescriptor& root, const std
     return 0;
 }
 
-/// The account's own tmp directory. The account may put a link there, which would lead root
-/// elsewhere.
-FileDescriptor openTmpOf(const FileDescriptor& home) {
-    return FileDescriptor(
-        ::openat(home.get(), "tmp", O_PATH | O_NOFOLLOW | O_DIRECTORY | O_CLOEXEC));
-}
-
 void mountTerminals() {
     const std::string target = std::string(kTempRoot) + "/dev/pts";
     if (::mount(nullptr, target.c_str(), "devpts", 0, "newinstance,max=64") != 0) {
@@ -120,7 +113,9 @@ void mountHome(const FileDescriptor& root, const std::string& home) {
     }
     const std::string tmp = home + "/tmp";
     progress("tmpdir: " + tmp);
-    error = bindOnto(openTmpOf(source), root, "/tmp");
+    // the account may put a link there, which would lead root elsewhere; the slash has an
+    // automounter mount it
+    error = bindOnto(openBeneath(source, "tmp/"), root, "/tmp");
     if (error != 0) {
         report("mount(" + tmp + ") to /tmp failed: " + errorText(error));
     }
