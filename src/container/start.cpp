@@ -31,6 +31,15 @@ namespace {
 constexpr mode_t kUmask = 022;
 constexpr int kNetworkFailed = 71;  // EX_OSERR, as for every command that fails
 
+/// The namespace would be bound to what the link leads to. Only root can have put it there; exec
+/// refuses it too.
+void refuseLink(const std::string& path) {
+    struct stat status {};
+    if (::lstat(path.c_str(), &status) == 0 && S_ISLNK(status.st_mode)) {
+        throw systemError(path + ": ", ELOOP);
+    }
+}
+
 /// Makes sure that each missing namespace has its file, and returns the unshare(2) flags of those.
 int missingNamespaces(const ContainerHandle& handle) {
     MountTable table;
@@ -39,7 +48,9 @@ int missingNamespaces(const ContainerHandle& handle) {
     for (const NamespaceKind& kind : kNamespaceKinds) {
         if (!checkNamespaceMount(handle.userName, table, kind.name)) {
             flags |= kind.flag;
-            ensureFileExists(handle.getNamespacePrefix() + kind.name);
+            const std::string path = handle.getNamespacePrefix() + kind.name;
+            ensureFileExists(path);
+            refuseLink(path);
         }
     }
     return flags;
