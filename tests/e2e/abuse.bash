@@ -35,7 +35,7 @@ recovers() {
     capture timeout 30 kivctl stop "$1"
     same "status of the stop before" 0 "$status"
     same "files left by it" "" "$(files_of "$1")"
-    settled_state >/dev/null
+    pair_is_gone "$1"
     capture timeout 30 kivctl start "$1"
     same "status of a start" 0 "$status"
     same "live namespaces" $'net\nipc\nmnt' "$(mounted "$1")"
@@ -47,6 +47,9 @@ recovers() {
     same "files left after" "" "$(files_of "$1")"
     same "rules left after" "" "$(iptables-save | grep -F -e "-i veth-$1 " || true)"
 }
+
+# pair_is_gone NAME: what a stop leaves to the kernel is done, so that the next start need not wait for it.
+pair_is_gone() { eventually test ! -e "/sys/class/net/veth-$1"; }
 
 # files_of NAME: what stands in the runtime directory under the account's name.
 files_of() { find /run/kiv -mindepth 1 -name "${1//[*?[\\]/\\&}@*" 2>/dev/null || true; }

@@ -23,7 +23,7 @@ for kind in / /home/bob gone fifo socket; do
     same "what root sees inside" "" "$(enter_as_root alice ls -A /tmp)"
     refused enter_as_root alice mountpoint -q /tmp
     kivctl stop alice
-    settled_state >/dev/null
+    pair_is_gone alice
     rm /home/alice/tmp
 done
 install -d -o alice /home/alice/tmp
@@ -43,7 +43,7 @@ refused enter_as_root alice mountpoint -q /tmp
 rm /home/alice/tmp
 mkfifo /home/alice/tmp
 kivctl stop alice
-settled_state >/dev/null
+pair_is_gone alice
 injected openat2:error=ENOSYS kivctl start alice
 same stderr "mount(/home/alice/tmp) to /tmp failed: Not a directory" "$err"
 EOF
@@ -71,7 +71,7 @@ for ((round = $(rounds 200 15); round > 0; round--)); do
         refused=$((refused + 1))
     fi
     kivctl stop alice
-    settled_state >/dev/null
+    pair_is_gone alice
 done
 echo "mounted $mounted times, refused $refused times"
 kill "$exchanger"
@@ -127,7 +127,7 @@ for ((round = $(rounds 200 15); round > 0; round--)); do
     no_foreign
     echo "round $round: $(wc -l <<<"$err") lines, $(enter_as_root alice ls -A /tmp | xargs)"
     kivctl stop alice
-    settled_state >/dev/null
+    pair_is_gone alice
 done
 kill "$exchanger"
 until_ended "$exchanger"
