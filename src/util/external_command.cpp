@@ -1,5 +1,6 @@
 #include "util/external_command.h"
 
+#include <fcntl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -17,6 +18,7 @@
 namespace {
 
 constexpr int kCannotRun = 255;
+constexpr int kHeldBack = 1 << 20;  // what pipe(7) allows everybody
 
 /// The pipe of one captured stream; both ends invalid when the stream is not captured.
 struct CapturePipe {
@@ -34,6 +36,14 @@ CapturePipe openCapturePipe(const std::string* target, const char* failure) {
         throw std::runtime_error(failure);
     }
     return {FileDescriptor(ends[0]), FileDescriptor(ends[1])};
+}
+
+/// Nobody reads standard error before standard output has ended: a talkative tool would wait for
+/// this process, which waits for the tool. Where there is no room for more the usual 64 KiB stay.
+void makeRoomForErrors(const CapturePipe& pipe) {
+    if (pipe.writeEnd.valid()) {
+        ::fcntl(pipe.writeEnd.get(), F_SETPIPE_SZ, kHeldBack);
+    }
 }
 
 void redirect(CapturePipe& pipe, int stream) {
@@ -91,6 +101,7 @@ std::int32_t ExternalCommand::execute() {
     executed = true;
     CapturePipe output = openCapturePipe(stdoutTarget, "cannot create pipe for stdout");
     CapturePipe errors = openCapturePipe(stderrTarget, "cannot create pipe for stderr");
+    makeRoomForErrors(errors);
 
     std::vector<char*> argv = {program.data()};
     for (std::string& argument : arguments) {

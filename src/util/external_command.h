@@ -12,8 +12,9 @@ public:
     ExternalCommand(std::string programName, std::list<std::string> argumentList);
 
     /// Captured output is appended to the target, which the caller owns and keeps until `execute`
-    /// has returned. Standard output is drained before standard error is touched: a tool that fills
-    /// a captured standard error first would block, which the host tools do not.
+    /// has returned. Standard output is drained before standard error is touched: a tool that
+    /// writes more than a megabyte to a captured standard error first would block, which the host
+    /// tools do not.
     void setStdout(std::string* target) { stdoutTarget = target; }
     void setStderr(std::string* target) { stderrTarget = target; }
 

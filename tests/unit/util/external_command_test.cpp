@@ -76,6 +76,18 @@ TEST(ExternalCommand, CapturesMoreThanAPipeHolds) {
     EXPECT_EQ(output, std::string(300'000, 'x'));
 }
 
+TEST(ExternalCommand, CapturesAMegabyteOfStandardErrorThatComesFirst) {
+    std::string output;
+    std::string errors;
+    auto command =
+        shell("timeout 10 sh -c 'head -c 1000000 /dev/zero | tr \"\\0\" x >&2; echo out'");
+    command.setStdout(&output);
+    command.setStderr(&errors);
+    EXPECT_EQ(command.execute(), 0);
+    EXPECT_EQ(output, "out\n");
+    EXPECT_EQ(errors.size(), 1'000'000U);
+}
+
 TEST(ExternalCommand, WithOnlyStandardOutputCapturedStillReportsAFailure) {
     std::string output;
     const std::string report = standardErrorOf([&output] {
