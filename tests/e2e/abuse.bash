@@ -51,5 +51,13 @@ recovers() {
 # pair_is_gone NAME: what a stop leaves to the kernel is done, so that the next start need not wait for it.
 pair_is_gone() { eventually test ! -e "/sys/class/net/veth-$1"; }
 
+# unprepared: what broken tools could not remove is gone, and the next start is the host's first again.
+unprepared() {
+    iptables -F
+    iptables -t nat -F
+    umount /run/kiv
+    rmdir /run/kiv
+}
+
 # files_of NAME: what stands in the runtime directory under the account's name.
 files_of() { find /run/kiv -mindepth 1 -name "${1//[*?[\\]/\\&}@*" 2>/dev/null || true; }
