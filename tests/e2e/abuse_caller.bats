@@ -133,10 +133,17 @@ EOF
 @test "with any limit of descriptors each command ends by itself, and what it leaves is mended" {
     with_abuse <<'EOF'
 account alice 100.64.0.4/30
+touch /srv/secret
+printf '%s\n' hide "    /srv/secret" empty "    /proc/irq" bind "    /etc/hostname" >"$configuration"
 kivctl start alice
 kivctl stop alice
 limited() { # LIMIT COMMAND: for kivctl alone, what runs it needs some itself
-    capture bash -c 'ulimit -n "$1"; exec kivctl "$2" alice' limited "$@" </dev/null
+    capture bash -c '
+        for descriptor in /proc/$$/fd/*; do
+            ((${descriptor##*/} < 3)) || eval "exec ${descriptor##*/}<&-"
+        done
+        ulimit -n "$1"
+        exec kivctl "$2" alice' limited "$@" </dev/null
     echo "limit $1, $2: $status: $err"
     # the loader itself ends with 127 when it cannot open a library
     [[ $status =~ ^(0|71|255)$ || ($status = 127 && $err == *"loading shared libraries"*) ]]
@@ -148,6 +155,7 @@ for ((limit = 3; limit <= $(rounds 40 12); limit++)); do
     if [ "$status" = 0 ] && [ -z "$err" ]; then
         same "live namespaces" $'net\nipc\nmnt' "$(mounted alice)"
         same "type of the root" overlayfs "$(enter_as_root alice stat -f -c %T /)"
+        refused enter_as_root alice test -e /srv/secret
         complete=${complete:-$limit}
     elif [ "$(mounted alice)" = $'net\nipc\nmnt' ]; then
         # it may have less than it should, and must not have the host's root
@@ -246,12 +254,12 @@ program=$(sha256sum "$(command -v kivctl)")
 kivctl start alice
 usermod --shell /home/alice/shell alice
 capture kivctl exec alice
-echo "$status: $err"
 has_run 64
+same stderr "[ERROR] /proc/self/exe: unknown command '/home/alice/shell'" "$err"
 usermod --shell /home/alice/starter alice
 capture kivctl exec alice
-echo "$status: $err"
 has_run 64
+same stderr "/proc/self/exe: only root may run this program" "$err"
 same "the program" "$program" "$(sha256sum "$(command -v kivctl)")"
 usermod --shell /bin/bash alice
 recovers alice
