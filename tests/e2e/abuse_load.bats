@@ -1,0 +1,211 @@
+#!/usr/bin/env bats
+# More of everything: mounts, directory entries, starts at once, rounds with connections that are cut.
+load helpers
+load with_abuse
+
+# a host with words for many mounts and files; the shell would take minutes
+busy_host() {
+    with_abuse <<<'
+case $(uname -m) in
+    x86_64) mount_call=165 umount_call=166 ;;
+    aarch64) mount_call=40 umount_call=39 ;;
+esac
+# mount_many HOW-MANY: on as many places below /srv/many, which is one to be unmounted with them
+mount_many() {
+    mkdir -p /srv/many
+    mount -t tmpfs many /srv/many
+    perl -e '\''
+        my ($call, $count) = map { $_ + 0 } @ARGV;
+        my ($source, $type, $options) = ("many", "tmpfs", "size=4k");
+        for (1 .. $count) {
+            my $place = "/srv/many/$_";
+            mkdir $place;
+            syscall($call, $source, $place, $type, 0, $options) == 0 or die "mount: $!\n";
+        }'\'' "$mount_call" "$1"
+}
+# fill DIRECTORY HOW-MANY: with empty files
+fill() {
+    perl -e '\''for (1 .. $ARGV[1]) { open my $file, ">", "$ARGV[0]/$_" or die "$!\n" }'\'' "$1" "$2"
+}
+# milliseconds COMMAND…: captures it, limited to a minute, and says how long it took
+milliseconds() {
+    timed timeout 60 "$@"
+    echo "$*: $took ms"
+}
+'"$(cat)"
+}
+
+@test "among 300 and among thousands of mounts a container is started, entered and stopped" {
+    busy_host <<'EOF'
+account alice 100.64.0.4/30
+for count in 300 $(rounds 20000 2000); do
+    mount_many "$count"
+    milliseconds kivctl start alice
+    has_run 0
+    same stderr "" "$err"
+    same "live namespaces" $'net\nipc\nmnt' "$(mounted alice)"
+    same "mounts inside" $'/\n/dev/pts\n/home/alice\n/proc\n/run\n/tmp' \
+        "$(enter_as_root alice awk '{print $5}' /proc/self/mountinfo | sort)"
+    milliseconds kivctl start alice
+    same "stderr of a second start" "" "$err"
+    same "who is inside" alice "$(kivctl exec alice <<<'id -un')"
+    milliseconds kivctl stop alice
+    has_run 0
+    same "files left" "" "$(files_of alice)"
+    pair_is_gone alice
+    umount --lazy /srv/many
+done
+recovers alice
+EOF
+}
+
+@test "while others mount and unmount all the time the mount table tells start the truth" {
+    busy_host <<'EOF'
+account alice 100.64.0.4/30
+account bob 100.64.0.8/30
+mount_many 300
+kivctl start bob
+bobs=$(stat -Lc %i /run/kiv/bob@{net,ipc,mnt})
+mkdir -p /srv/storm/{1..40}
+taskset --cpu-list "$all_processors" perl -e '
+    my ($mount, $umount) = map { $_ + 0 } @ARGV;
+    my ($source, $type, $options) = ("storm", "tmpfs", "size=4k");
+    my @places = map { "/srv/storm/$_" } 1 .. 40;
+    while (1) {
+        for (@places) { syscall($mount, $source, $_, $type, 0, $options) == 0 or die "mount: $!\n" }
+        for (@places) { syscall($umount, $_, 2) == 0 or die "umount: $!\n" }
+    }' "$mount_call" "$umount_call" & storm=$!
+disown "$storm"
+for ((round = $(rounds 100 10); round > 0; round--)); do
+    capture timeout 20 kivctl start alice
+    has_run 0
+    [[ $err = "" || $err = "umount(kiv) failed: Device or resource busy" ]]
+    same "live namespaces" $'net\nipc\nmnt' "$(mounted alice)"
+    # what runs is seen as running: nothing is bound a second time
+    capture timeout 20 kivctl start -a
+    has_run 0
+    same "stderr of a second start" "" "$err"
+    same "mounts in the runtime directory" 7 "$(grep -c ' /run/kiv' /proc/self/mountinfo)"
+    capture timeout 20 kivctl stop alice
+    has_run 0
+    same "stderr of stop" "" "$err"
+    pair_is_gone alice
+done
+runs "$storm"
+same "namespaces of the other" "$bobs" "$(stat -Lc %i /run/kiv/bob@{net,ipc,mnt})"
+kill -KILL "$storm"
+recovers alice
+recovers bob
+EOF
+}
+
+@test "a home, an allow-list's and a pattern's directory of many entries are dealt with in seconds" {
+    busy_host <<'EOF'
+account alice 100.64.0.4/30
+count=$(rounds 100000 20000)
+mkdir /srv/{listed,pattern}
+for directory in /home/alice /home/alice/tmp /srv/listed /srv/pattern; do fill "$directory" "$count"; done
+printf '%s\n' "allowlist /srv/listed" "    1" "    2" hide "    /srv/pattern/*" >"$configuration"
+milliseconds kivctl start alice
+has_run 0
+# deliberate: what a pattern hides lies elsewhere
+same stderr "recMkDir: '/mnt/root/mnt/root' doesn't exist" "$(sort -u <<<"$err")"
+same "lines of it" "$count" "$(wc -l <<<"$err")"
+((took < 30000))
+same "entries of the home" "$count" "$(enter alice find /home/alice -maxdepth 1 -name "[0-9]*" | wc -l)"
+same "entries of tmp" "$count" "$(enter alice find /tmp -maxdepth 1 -name "[0-9]*" | wc -l)"
+same "entries that the list keeps" $'1\n2' "$(enter alice ls /srv/listed)"
+milliseconds kivctl stop alice
+has_run 0
+recovers alice
+EOF
+}
+
+@test "eight starts of one account at once make one container" {
+    with_abuse <<'EOF'
+account alice 100.64.0.4/30
+for ((round = $(rounds 50 5); round > 0; round--)); do
+    starts=()
+    for start in {1..8}; do
+        taskset --cpu-list "$all_processors" timeout 60 kivctl start alice >>/tmp/out 2>>/tmp/err & starts+=($!)
+    done
+    for start in "${starts[@]}"; do wait "$start"; done
+    same "mounts in the runtime directory" 4 "$(grep -c ' /run/kiv' /proc/self/mountinfo)"
+    same "live namespaces" $'net\nipc\nmnt' "$(mounted alice)"
+    same "rules" 2 "$(iptables-save | grep -c -- '-i veth-alice ')"
+    same "source NAT rules" 1 "$(iptables-save | grep -c MASQUERADE)"
+    same "address seen outside" 192.0.2.2 "$(enter alice bash -c 'cat </dev/tcp/198.51.100.1/80')"
+    kivctl stop alice >/dev/null
+    same "files left" "" "$(files_of alice)"
+    pair_is_gone alice
+done
+same stderr "" "$(cat /tmp/err)"
+recovers alice
+EOF
+}
+
+@test "eight accounts at once on a host that was never prepared get a container each" {
+    with_abuse <<'EOF'
+for number in {1..8}; do account "user$number" "100.64.0.$((number * 4))/30"; done
+for ((round = $(rounds 50 2); round > 0; round--)); do
+    starts=()
+    for number in {1..8}; do
+        taskset --cpu-list "$all_processors" timeout 60 kivctl start "user$number" >>/tmp/out 2>>/tmp/err & starts+=($!)
+    done
+    for start in "${starts[@]}"; do wait "$start"; done
+    same "mounts in the runtime directory" 25 "$(grep -c ' /run/kiv' /proc/self/mountinfo)"
+    same "source NAT rules" 1 "$(iptables-save | grep -c MASQUERADE)"
+    same "other rules" 16 "$(iptables-save | grep -c -- '-i veth-user')"
+    for number in {1..8}; do
+        same "live namespaces" $'net\nipc\nmnt' "$(mounted "user$number")"
+        same "who is inside" "user$number" "$(kivctl exec "user$number" <<<'id -un')"
+    done
+    capture timeout 60 kivctl stop -a
+    has_run 0
+    same "stderr of stop" "" "$err"
+    same "files left" "" "$(ls -A /run/kiv)"
+    for number in {1..8}; do pair_is_gone "user$number"; done
+    unprepared
+done
+same "what was told" "" "$(sort -u /tmp/err | grep -vxF 'umount(kiv) failed: Device or resource busy' || true)"
+recovers user1
+EOF
+}
+
+@test "rounds in which stop cuts connections in mid-stream leave nothing in the way of the next start" {
+    KIV_HOST_DATABASE=none with_abuse <<'EOF'
+account alice 100.64.0.4/30
+# sends without end, and takes what comes
+socat TCP-LISTEN:3306,bind=127.0.0.1,fork,reuseaddr SYSTEM:'yes & cat >/dev/null' 2>/dev/null &
+kivctl start alice >/dev/null
+kivctl stop alice >/dev/null
+before=$(settled_state)
+for ((round = $(rounds 50 3); round > 0; round--)); do
+    capture timeout 30 kivctl start alice
+    has_run 0
+    same "stderr of start" "" "$err"
+    resident alice net,ipc,mnt perl -e '
+        use IO::Socket::INET;
+        $| = 1;
+        my $kind = shift;
+        for (1 .. 5) {
+            my $peer = IO::Socket::INET->new("127.0.0.1:3306") or die "connect: $!\n";
+            push @peers, $peer;
+            next if fork;
+            if ($_ % 2) { print $peer "x" x 65536 while 1 } # data on its way out
+            sysread $peer, my $data, 4096; # data that nobody has read
+            print "streaming\n" if $_ == 4;
+            sleep 100;
+        }
+        sleep 100;'
+    said streaming
+    eventually eval '[ "$(nsenter --net=/run/kiv/alice@net ss -Htn state established | wc -l)" -ge 5 ]'
+    capture timeout 30 kivctl stop alice
+    has_run 0
+    grep -qxE 'alice: terminating processes: [0-9]+(, [0-9]+){5}' <<<"$err"
+    same "files left" "" "$(files_of alice)"
+done
+same "state of the host" "$before" "$(settled_state)"
+recovers alice
+EOF
+}
