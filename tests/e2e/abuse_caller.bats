@@ -94,15 +94,22 @@ EOF
 @test "standard descriptors that are closed, each and all, hinder no command" {
     with_abuse <<'EOF'
 account alice 100.64.0.4/30
+# a tool would write into what kivctl had opened under one of these numbers
+record iptables 'readlink /proc/$$/fd/{0,1,2} >/tmp/descriptors; exec "$real" "$@"'
 for closed in 0 1 2 "0 1" "1 2" "0 2" "0 1 2"; do
     redirections=
-    for descriptor in $closed; do redirections+=" $descriptor<&-"; done
+    wanted=(/dev/null /tmp/out /tmp/err)
+    for descriptor in $closed; do
+        redirections+=" $descriptor<&-"
+        wanted[descriptor]=/dev/null
+    done
     for command in start status exec stop; do
         status=0
         (eval "exec timeout 20 kivctl $command alice </dev/null >/tmp/out 2>/tmp/err $redirections") || status=$?
         same "status of $command without $closed" 0 "$status"
         [[ $closed == *2* ]] || same "stderr of $command without $closed" "" "$(cat /tmp/err)"
     done
+    same "descriptors of a tool of stop" "$(printf '%s\n' "${wanted[@]}")" "$(cat /tmp/descriptors)"
     same "files left" "" "$(files_of alice)"
     pair_is_gone alice
 done
