@@ -3,9 +3,9 @@
 #include <seccomp.h>
 
 #include <stdexcept>
-#include <vector>
+#include <string_view>
 
-#include "util/string_util.h"
+#include "util/word_reader.h"
 
 namespace {
 
@@ -14,6 +14,7 @@ struct Verb {
     Answer answer;
 };
 
+constexpr const char* kBlanks = " \t";
 constexpr const char* kAllow = "allow";
 constexpr Verb kVerbs[] = {{"deny", Answer::Deny}, {"kill", Answer::Kill}};
 
@@ -44,7 +45,20 @@ constexpr const char* kDenied[] = {
     "ioperm", "iopl", "pciconfig_read", "pciconfig_write", "pciconfig_iobase"};
 
 bool isSystemCall(const std::string& name) {
-    return seccomp_syscall_resolve_name(name.c_str()) != __NR_SCMP_ERROR;
+    // the library reads up to a NUL byte, and would take "mount\0x" for a call that no rule is
+    // known by
+    return name.find('\0') == std::string::npos &&
+           seccomp_syscall_resolve_name(name.c_str()) != __NR_SCMP_ERROR;
+}
+
+/// All of them before any is applied: an item counts whole or not at all.
+void requireSystemCalls(WordReader names) {
+    for (auto word = names.next(); !word.empty(); word = names.next()) {
+        const std::string name(word);
+        if (!isSystemCall(name)) {
+            throw std::runtime_error("unknown system call '" + name + "'");
+        }
+    }
 }
 
 }  // namespace
@@ -67,34 +81,32 @@ SystemCallRules defaultSystemCallRules() {
 }
 
 void applySystemCallItem(SystemCallRules& rules, const std::string& item) {
-    auto words =
-        StringUtil::split<std::vector<std::string>>(item, " \t", /*dropEmpty=*/true, false);
-    const bool allow = words.front() == kAllow;
-    bool hasVerb = allow;
+    WordReader words(item, kBlanks);
+    WordReader names = words;
+    const std::string_view first = words.next();
+    bool hasVerb = first == kAllow;
     Answer answer = Answer::Deny;
     for (const Verb& verb : kVerbs) {
-        if (words.front() == verb.word) {
+        if (first == verb.word) {
             answer = verb.answer;
             hasVerb = true;
         }
     }
     if (hasVerb) {
-        words.erase(words.begin());
+        names = words;
     }
-    if (words.empty()) {
+    const std::string_view second = words.next();
+    if (first.empty() || (hasVerb && second.empty())) {
         throw std::runtime_error("'" + item + "' without a system call");
     }
-    if (!hasVerb && words.size() > 1) {
-        throw std::runtime_error("'" + words.front() + "' is not deny, allow or kill");
+    if (!hasVerb && !second.empty()) {
+        throw std::runtime_error("'" + std::string(first) + "' is not deny, allow or kill");
     }
-    for (const std::string& name : words) {
-        if (!isSystemCall(name)) {
-            throw std::runtime_error("unknown system call '" + name + "'");
-        }
-    }
-    for (const std::string& name : words) {
+    requireSystemCalls(names);
+    for (auto word = names.next(); !word.empty(); word = names.next()) {
+        const std::string name(word);
         rules.erase(name);
-        if (!allow) {
+        if (first != kAllow) {
             rules.emplace(name, answer);
         }
     }

@@ -4,26 +4,24 @@
 #include <fstream>
 #include <stdexcept>
 #include <string_view>
-#include <vector>
 
 #include "config/white_space.h"
 #include "util/errors.h"
 #include "util/string_util.h"
+#include "util/word_reader.h"
 
 namespace {
 
 constexpr std::string_view kNetSetting = "net=";
 
-AccountEntry parseEntry(const std::vector<std::string>& words) {
-    AccountEntry entry{words.front(), ""};
-    for (auto word = words.begin() + 1; word != words.end(); ++word) {
-        if (word->starts_with(kNetSetting)) {
-            entry.net = word->substr(kNetSetting.size());
+void parseSettings(AccountEntry& entry, WordReader& words) {
+    for (auto word = words.next(); !word.empty(); word = words.next()) {
+        if (word.starts_with(kNetSetting)) {
+            entry.net = word.substr(kNetSetting.size());
         } else {
-            report("unknown setting: " + *word);
+            report(std::string("unknown setting: ").append(word));
         }
     }
-    return entry;
 }
 
 }  // namespace
@@ -40,12 +38,12 @@ void readAccounts(std::list<AccountEntry>& result, const std::string& user, cons
         if (line.empty() || line.front() == '#') {
             continue;
         }
-        const auto words =
-            StringUtil::split<std::vector<std::string>>(line, " \t", /*dropEmpty=*/true, false);
-        if (words.empty() || (!user.empty() && words.front() != user)) {
+        WordReader words(line, " \t");
+        const auto name = words.next();
+        if (name.empty() || (!user.empty() && name != user)) {
             continue;
         }
-        result.push_back(parseEntry(words));
+        parseSettings(result.emplace_back(AccountEntry{std::string(name), ""}), words);
     }
 }
 

@@ -3,12 +3,13 @@
 #include <cctype>
 #include <fstream>
 #include <stdexcept>
+#include <string_view>
 #include <utility>
-#include <vector>
 
 #include "config/white_space.h"
 #include "util/reg_ex.h"
 #include "util/string_util.h"
+#include "util/word_reader.h"
 
 namespace {
 
@@ -17,15 +18,14 @@ Configuration& instance() {
     return values;
 }
 
-using Words = std::list<std::string>;
-
 /// Reads the lines of one file into a Configuration: headers at the left edge, indented items
 /// below.
 class Parser {
 public:
     explicit Parser(const Configuration::ItemCheck& itemCheck) : check(itemCheck) {}
 
-    void parseLine(const std::string& line);
+    /// Takes an item's text out of the line.
+    void parseLine(std::string& line);
 
     Configuration result;
 
@@ -33,9 +33,9 @@ private:
     using ItemHandler = void (Parser::*)(const std::string& item);
 
     void parseHeader(const std::string& line);
-    void parseItem(std::string item);
-    void selectAllowlist(const Words& words);
-    void selectSection(const std::string& keyword);
+    void parseItem(std::string& item);
+    void selectAllowlist(WordReader& words);
+    void selectSection(std::string_view keyword);
     void addFilter(const std::string& item);
 
     const Configuration::ItemCheck& check;
@@ -59,7 +59,7 @@ bool isSpace(char c) {
     return std::isspace(static_cast<unsigned char>(c)) != 0;
 }
 
-void Parser::parseLine(const std::string& line) {
+void Parser::parseLine(std::string& line) {
     if (line.empty()) {
         return;
     }
@@ -72,29 +72,31 @@ void Parser::parseLine(const std::string& line) {
 
 void Parser::parseHeader(const std::string& line) {
     // only blanks separate: a tab makes one unknown word of a header
-    const auto words = StringUtil::split<Words>(line, " ", /*dropEmpty=*/true, false);
-    if (words.empty() || words.front().front() == '#') {
+    WordReader words(line, " ");
+    const auto keyword = words.next();
+    if (keyword.empty() || keyword.front() == '#') {
         return;  // a comment does not end the section
     }
     currentHandler = nullptr;
     currentSection = nullptr;
-    if (words.front() == "allowlist") {
+    if (keyword == "allowlist") {
         selectAllowlist(words);
-    } else if (words.size() > 1) {
+    } else if (!words.next().empty()) {
         throw std::runtime_error("unexpected arguments");
     } else {
-        selectSection(words.front());
+        selectSection(keyword);
     }
 }
 
-void Parser::selectAllowlist(const Words& words) {
-    if (words.size() != 2) {
+void Parser::selectAllowlist(WordReader& words) {
+    const auto directory = words.next();
+    if (directory.empty() || !words.next().empty()) {
         throw std::runtime_error("missing argument to allowlist");
     }
-    currentList = &result.allowlists[words.back()];
+    currentList = &result.allowlists[std::string(directory)];
 }
 
-void Parser::selectSection(const std::string& keyword) {
+void Parser::selectSection(std::string_view keyword) {
     currentList = nullptr;
     if (keyword == "filter") {
         currentHandler = &Parser::addFilter;
@@ -109,7 +111,7 @@ void Parser::selectSection(const std::string& keyword) {
     }
 }
 
-void Parser::parseItem(std::string item) {
+void Parser::parseItem(std::string& item) {
     StringUtil::trim(item, kWhiteSpace);
     if (item.starts_with('#')) {
         return;
@@ -135,11 +137,10 @@ void Parser::addFilter(const std::string& item) {
     if (gap == std::string::npos || begin == item.size()) {
         throw std::runtime_error("value is not a pair");
     }
-    const std::string expression = item.substr(begin);
-    std::string sample = expression;
+    std::string sample = item.substr(begin);
     StringUtil::replaceAll("${USER}", "user", sample);
     const RegEx validated(sample, 0);
-    result.filters[item.substr(0, gap)] = expression;
+    result.filters[item.substr(0, gap)] = item.substr(begin);
 }
 
 }  // namespace

@@ -3,35 +3,51 @@
 #include <algorithm>
 #include <cerrno>
 #include <fstream>
+#include <optional>
 #include <stdexcept>
+#include <string_view>
 #include <utility>
 
 #include "util/errors.h"
 #include "util/runtime_directory.h"
-#include "util/string_util.h"
+#include "util/word_reader.h"
 
 namespace {
 
-constexpr std::size_t kRootField = 3;
-constexpr std::size_t kMountPointField = 4;
-constexpr std::size_t kFirstOptionalField = 6;
+// proc_pid_mountinfo(5) counts from one
+constexpr int kRootField = 4;
+constexpr int kMountPointField = 5;
+constexpr int kFirstOptionalField = 7;
 
-bool isPropagationTag(const std::string& field) {
+bool isPropagationTag(std::string_view field) {
     return field.starts_with("shared:") || field.starts_with("master:") ||
            field.starts_with("propagate_from:") || field == "unbindable";
 }
 
-}  // namespace
-
-MountEntry::MountEntry(const std::vector<std::string>& fields)
-    : mountPointField(fields[kMountPointField]), rootField(fields[kRootField]) {
-    for (std::size_t i = kFirstOptionalField; i < fields.size() && fields[i] != "-"; ++i) {
-        if (isPropagationTag(fields[i])) {
-            return;
+/// Nothing when the line is too short.
+std::optional<MountEntry> parseLine(const std::string& line) {
+    WordReader fields(line, " ");
+    std::string_view root;
+    std::string_view mountPoint;
+    std::string_view field;
+    for (int number = 1; number <= kFirstOptionalField; ++number) {
+        field = fields.next();
+        if (number == kRootField) {
+            root = field;
+        } else if (number == kMountPointField) {
+            mountPoint = field;
         }
     }
-    privateFlag = true;
+    if (field.empty()) {
+        return std::nullopt;
+    }
+    while (!field.empty() && field != "-" && !isPropagationTag(field)) {
+        field = fields.next();
+    }
+    return MountEntry(mountPoint, root, /*isPrivate=*/field.empty() || field == "-");
 }
+
+}  // namespace
 
 bool MountTable::contains(const std::string& mountPoint) const {
     return find(mountPoint) != nullptr;
@@ -65,12 +81,11 @@ void readMountTable(MountTable& out, const std::string& prefix, const std::strin
     }
     std::string line;
     while (std::getline(file, line)) {
-        const auto fields =
-            StringUtil::split<std::vector<std::string>>(line, " ", /*dropEmpty=*/true, false);
-        if (fields.size() <= kFirstOptionalField) {
+        auto entry = parseLine(line);
+        if (!entry) {
             report("mountinfo: invalid line: " + line);
-        } else if (fields[kMountPointField].starts_with(prefix)) {
-            out.append(MountEntry(fields));
+        } else if (entry->mountPoint().starts_with(prefix)) {
+            out.append(std::move(*entry));
         }
     }
     if (file.bad()) {

@@ -3,14 +3,14 @@
 
 #include <list>
 #include <string>
-#include <vector>
+#include <string_view>
 
 /// One line of proc_pid_mountinfo(5). Texts stay as the kernel writes them: octal escapes such as
 /// \040 are not decoded, so a mount point with a blank matches only a query in the same form.
 class MountEntry {
 public:
-    /// `fields` are a line's blank-separated fields, five at least.
-    explicit MountEntry(const std::vector<std::string>& fields);
+    MountEntry(std::string_view mountPoint, std::string_view root, bool isPrivate)
+        : mountPointField(mountPoint), rootField(root), privateFlag(isPrivate) {}
 
     const std::string& mountPoint() const { return mountPointField; }
     /// The root of the mount within its file system; of a namespace file the kind, ":" and the
@@ -22,7 +22,7 @@ public:
 private:
     std::string mountPointField;
     std::string rootField;
-    bool privateFlag = false;
+    bool privateFlag;
 };
 
 /// Mounts in file order. Of stacked mounts every query answers with the first one, the lowest.

@@ -63,12 +63,6 @@ TEST_F(MountTableFile, TakesALineWithoutASeparatorForPrivate) {
     EXPECT_TRUE(read("1 2 3:4 / /a rw foo:1\n").get("/a").isPrivate());
 }
 
-TEST(MountEntryOfFields, IsPrivateWithoutOptionalFields) {
-    const MountEntry entry({"1", "2", "3:4", "/root", "/point", "rw"});
-    EXPECT_TRUE(entry.isPrivate());
-    EXPECT_EQ(entry.root(), "/root");
-}
-
 TEST_F(MountTableFile, AnswersWithTheLowestOfStackedMounts) {
     const auto table = read(
         "1 2 3:4 /first /a rw shared:1 - ext4 x rw\n"

@@ -165,4 +165,14 @@ TEST(DefaultSystemCallRules, LeaveAloneWhatShellsLiveOn) {
     }
 }
 
+TEST(SystemCallItem, OfBlanksAloneIsRefused) {
+    EXPECT_EQ(fault(""), "'' without a system call");
+    EXPECT_EQ(fault(" \t"), "' \t' without a system call");
+}
+
+TEST(SystemCallItem, WithANulByteNamesNoSystemCall) {
+    EXPECT_NE(fault(std::string("ptrace\0x", 8)), "");
+    EXPECT_NE(fault(std::string("kill mount\0", 11)), "");
+}
+
 }  // namespace

@@ -1,0 +1,25 @@
+// The words of a line, one after another. Unlike StringUtil::split it keeps no list of them: a line
+// of one-letter words would take twenty times its own memory.
+#pragma once
+
+#include <algorithm>
+#include <string_view>
+
+class WordReader {
+public:
+    /// Every character of `wordSeparators` separates words. Both texts must outlive the reader.
+    WordReader(std::string_view text, std::string_view wordSeparators)
+        : rest(text), separators(wordSeparators) {}
+
+    /// The next word, a part of the text; empty when there is none left.
+    std::string_view next() {
+        rest.remove_prefix(std::min(rest.find_first_not_of(separators), rest.size()));
+        const std::string_view word = rest.substr(0, rest.find_first_of(separators));
+        rest.remove_prefix(word.size());
+        return word;
+    }
+
+private:
+    std::string_view rest;
+    std::string_view separators;
+};
