@@ -3,6 +3,7 @@
 #include <glob.h>
 
 #include <cerrno>
+#include <climits>
 
 #include "util/errors.h"
 #include "util/scope_guard.h"
@@ -13,6 +14,11 @@ namespace {
 constexpr int kGlobFailed = -1;
 
 void appendMatches(const std::string& pattern, std::list<std::string>& paths) {
+    if (pattern.size() >= PATH_MAX) {
+        // glob(3) calls itself for each "/" with a copy of what stands before it, on the stack
+        report("glob(" + pattern + ") failed: " + errorText(ENAMETOOLONG));
+        return;
+    }
     glob_t matches{};
     const int result = ::glob(pattern.c_str(), 0, nullptr, &matches);
     const int error = errno;

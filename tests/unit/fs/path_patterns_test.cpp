@@ -113,4 +113,16 @@ TEST_F(PathPatterns, MatchHundredsOfHomes) {
     EXPECT_EQ(expand({"home/user*"}), wanted);
 }
 
+TEST_F(PathPatterns, LongerThanAPathAreReportedAndLeftOut) {
+    directory.write("/a", "");
+    std::string pattern;
+    for (int i = 0; i < 100'000; ++i) {
+        pattern += "*/";
+    }
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(expandPaths(directory.path, {pattern, "*"}), List{directory.at("/a")});
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "glob(" + directory.path + "/" + pattern + ") failed: File name too long\n");
+}
+
 }  // namespace
