@@ -2,6 +2,8 @@
 
 #include <stdexcept>
 
+#include "util/expression_size.h"
+
 namespace {
 
 std::string describe(int code, const regex_t& pattern) {
@@ -17,7 +19,10 @@ RegEx::RegEx(const std::string& pattern, Flags flags) : compiled() {
     if (pattern.find('\0') != std::string::npos) {
         throw std::runtime_error("NUL byte in regular expression");
     }
-    const int code = ::regcomp(&compiled, pattern.c_str(), REG_EXTENDED | REG_NOSUB | flags);
+    // in the C library's words: it has the error, and never gives it in time
+    const int code = isModestExpression(pattern)
+                         ? ::regcomp(&compiled, pattern.c_str(), REG_EXTENDED | REG_NOSUB | flags)
+                         : REG_ESIZE;
     if (code != 0) {
         throw std::runtime_error(describe(code, compiled));
     }
