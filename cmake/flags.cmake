@@ -9,11 +9,18 @@ target_compile_options(kivctl_flags INTERFACE
     -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror)
 target_compile_definitions(kivctl_flags INTERFACE _GNU_SOURCE _FILE_OFFSET_BITS=64)
 
+if(KIVCTL_FUZZ AND NOT (KIVCTL_SANITIZE AND CMAKE_CXX_COMPILER_ID STREQUAL "Clang"))
+    message(FATAL_ERROR "KIVCTL_FUZZ needs clang++ and KIVCTL_SANITIZE; see the preset \"fuzz\"")
+endif()
 if(KIVCTL_SANITIZE)
     # a failed check ends the program: a test cannot pass over a report
     # (vptr left out: that check opens pipes of its own, and fails where a test has used up the descriptors)
     set(sanitize -fsanitize=address,undefined -fno-sanitize=vptr -fno-sanitize-recover=all
         -fno-omit-frame-pointer)
+    if(KIVCTL_FUZZ)
+        # counts what is reached; only the fuzz targets link libFuzzer, so that one build has all tests
+        list(APPEND sanitize -fsanitize=fuzzer-no-link)
+    endif()
     target_compile_options(kivctl_flags INTERFACE ${sanitize} -g)
     target_link_options(kivctl_flags INTERFACE ${sanitize})
 else()

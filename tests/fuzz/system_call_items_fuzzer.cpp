@@ -1,0 +1,39 @@
+// The library's "seccomp" items, one a line, on top of the default rules.
+#include <seccomp.h>
+
+#include <stdexcept>
+
+#include "input.h"
+#include "libkiv/system_call_rules.h"
+
+namespace {
+
+void requireKnownNames(const SystemCallRules& rules) {
+    for (const auto& [name, answer] : rules) {
+        demand(name.find('\0') == std::string::npos &&
+                   seccomp_syscall_resolve_name(name.c_str()) != __NR_SCMP_ERROR,
+               "a system call's name");
+    }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
+    silenceMessages();
+    return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    static const SystemCallRules defaults = defaultSystemCallRules();
+    SystemCallRules rules = defaults;
+    for (Input input(data, size); !input.empty();) {
+        const SystemCallRules before = rules;
+        try {
+            applySystemCallItem(rules, input.take('\n'));
+        } catch (const std::runtime_error&) {
+            demand(rules == before, "an item that is refused changes nothing");
+        }
+    }
+    requireKnownNames(rules);
+    return 0;
+}
