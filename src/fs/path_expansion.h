@@ -7,6 +7,5 @@
 /// A pattern without "*" comes back as written, whether it exists or not, "?" and "[" taken
 /// literally. One with "*" comes back as the sorted glob(3) matches of `base` + "/" + pattern, full
 /// paths that begin with `base`; none when nothing matches. The callers rely on that difference.
-/// One with
-/// "*" that is longer than a path may be (PATH_MAX) is reported and left out.
+/// A pattern that is longer than a path may be (PATH_MAX) is reported and left out.
 std::list<std::string> expandPaths(const std::string& base, const std::list<std::string>& patterns);

@@ -1,6 +1,5 @@
 // How much regcomp(3) would make of an expression. The C library has no limit of its own worth the
-// name:
-// "((((a{255}){255}){255}){255})" takes all memory, and 20,000 parentheses all of the stack.
+// name: "((((a{255}){255}){255}){255})" takes all memory, 20,000 parentheses take all of the stack.
 #pragma once
 
 #include <string_view>
