@@ -4,6 +4,7 @@
 #include <linux/nsfs.h>
 #include <sched.h>
 #include <sys/ioctl.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <array>
@@ -40,6 +41,20 @@ std::runtime_error notRunning(const std::string& path, const std::string& user) 
                               user);
 }
 
+/// A start that was killed leaves a view of the host pinned, and the mark that it had set.
+void requireFinished(const std::string& user) {
+    const ssize_t size =
+        ::getxattr(runtimeDirectory.c_str(), unfinishedAttribute(user).c_str(), nullptr, 0);
+    const int error = errno;
+    if (size >= 0) {
+        throw std::runtime_error(runtimeDirectory + ": starting the container of " + user +
+                                 " was interrupted, start it with: kivctl start " + user);
+    }
+    if (error != ENODATA && error != ENOTSUP) {
+        throw systemError(runtimeDirectory + ": ", error);
+    }
+}
+
 FileDescriptor openNamespace(const std::string& path, const Kind& kind, const std::string& user) {
     // not blocking: should somebody have put a FIFO there
     FileDescriptor file(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC));
@@ -68,6 +83,7 @@ void enterNamespaces(const std::string& user) {
     for (std::size_t i = 0; i < kKinds.size(); ++i) {
         files[i] = openNamespace(prefix + kKinds[i].name, kKinds[i], user);
     }
+    requireFinished(user);
     for (std::size_t i = 0; i < kKinds.size(); ++i) {
         if (::setns(files[i].get(), kKinds[i].type) != 0) {
             const int error = errno;

@@ -62,5 +62,8 @@ std::optional<FileIdentity> identityOf(const std::string& path) {
 
 bool isNamespace(const std::string& path) {
     struct statfs status {};
-    return ::statfs(path.c_str(), &status) != 0 || status.f_type == NSFS_MAGIC;
+    if (::statfs(path.c_str(), &status) != 0) {
+        return errno != ENOENT;
+    }
+    return status.f_type == NSFS_MAGIC;
 }

@@ -45,5 +45,5 @@ struct FileIdentity {
 std::optional<FileIdentity> identityOf(const std::string& path);
 
 /// True for a namespace of the kernel, such as what is mounted on a namespace file, and for what
-/// cannot be examined: who lives in it must not be overlooked.
+/// is there and cannot be examined: who lives in it must not be overlooked.
 bool isNamespace(const std::string& path);

@@ -21,6 +21,8 @@ constexpr const char* kContainerInterface = "veth0";
 constexpr const char* kLoopback = "127.0.0.1";
 constexpr useconds_t kLookInterval = 20'000;  // microseconds
 constexpr int kLooks = 50;
+constexpr int kMostCopies =
+    16;  // of a rule: an iptables that always succeeds must not hold up start
 
 /// A host tool and its arguments.
 struct ToolCall {
@@ -30,6 +32,15 @@ struct ToolCall {
 
 bool succeeds(ToolCall call) {
     return ExternalCommand(std::move(call.program), std::move(call.arguments)).execute() == 0;
+}
+
+bool deletesQuietly(const PacketRule& rule) {
+    ExternalCommand command(configuration().iptablesCommand, rule.arguments("-D"));
+    std::string output;
+    std::string errors;
+    command.setStdout(&output);
+    command.setStderr(&errors);
+    return command.execute() == 0;
 }
 
 bool interfaceExists(const std::string& name) {
@@ -70,6 +81,14 @@ void checkInterfaceNames(const ContainerLink& link) {
             throw std::runtime_error(link.hostInterface + ": already exists!");
         }
         ::usleep(kLookInterval);
+    }
+}
+
+void removeLeftRules(const ContainerLink& link) {
+    for (const PacketRule& rule :
+         {rejectRule(link.hostInterface), databaseRule(link.hostInterface, link.hostAddress)}) {
+        for (int copy = 0; copy < kMostCopies && deletesQuietly(rule); ++copy) {
+        }
     }
 }
 

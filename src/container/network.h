@@ -30,6 +30,10 @@ ContainerLink planLink(ContainerHandle& handle, const IpNetwork& network);
 /// taken name is looked at again for up to one second.
 void checkInterfaceNames(const ContainerLink& link);
 
+/// Removes the link's packet rules as often as they are there. Silent: that none is there is the
+/// usual case.
+void removeLeftRules(const ContainerLink& link);
+
 /// Runs in the parent while the child waits. Failures are reported by the runner, and the next
 /// command follows whatever its outcome.
 void setUpHostSide(const ContainerLink& link, pid_t child);

@@ -95,19 +95,22 @@ FileDescriptor mountOverlay(const std::string& userName) {
 }
 
 /// Who enters the namespace from now on finds an empty directory that nobody may read.
-void coverRoot() {
+void coverRoot(const UnfinishedMark& mark) {
     const unsigned long flags = MS_RDONLY | MS_NOSUID | MS_NODEV | MS_NOEXEC;
     if (::mount("none", "/", "tmpfs", flags, "mode=0") != 0) {
         const int error = errno;
         report("mount(cover) failed: " + errorText(error));
+        return;
     }
+    mark.clear();
 }
 
 }  // namespace
 
-void buildRootFilesystem(const std::string& userName, const std::optional<PasswordEntry>& account) {
+void buildRootFilesystem(const std::string& userName, const std::optional<PasswordEntry>& account,
+                         const UnfinishedMark& mark) {
     stopPropagation();
-    ScopeGuard leaveNoViewOfTheHost(coverRoot);
+    ScopeGuard leaveNoViewOfTheHost([&mark] { coverRoot(mark); });
     hideRuntimeDirectory();
     const FileDescriptor root = mountOverlay(userName);
     if (account && !account->homeDirectory.empty()) {
@@ -117,4 +120,5 @@ void buildRootFilesystem(const std::string& userName, const std::optional<Passwo
     mountBinds(root);
     pivotInto(kTempRoot, root);
     leaveNoViewOfTheHost.dismiss();
+    mark.clear();
 }

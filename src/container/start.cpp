@@ -19,6 +19,7 @@
 #include "container/namespaces.h"
 #include "container/network.h"
 #include "container/root_filesystem.h"
+#include "container/unfinished_mark.h"
 #include "fs/mount_table.h"
 #include "util/errors.h"
 #include "util/file_descriptor.h"
@@ -40,6 +41,22 @@ void refuseLink(const std::string& path) {
     }
 }
 
+/// What was pinned and never completed does not count as running: its view may be one of the whole
+/// host, and its network may lack addresses.
+void unpinUnfinished(const ContainerHandle& handle, const UnfinishedMark& mark) {
+    for (const NamespaceKind& kind : kNamespaceKinds) {
+        const std::string path = handle.getNamespacePrefix() + kind.name;
+        if (!mark.names(kind.name) || !isNamespace(path)) {
+            continue;
+        }
+        report("unpinning " + path + ", an earlier start or stop was interrupted");
+        if (::umount2(path.c_str(), MNT_DETACH | UMOUNT_NOFOLLOW) != 0) {
+            const int error = errno;
+            throw systemError("Cannot unmount " + path + ": ", error);
+        }
+    }
+}
+
 /// Makes sure that each missing namespace has its file, and returns the unshare(2) flags of those.
 int missingNamespaces(const ContainerHandle& handle) {
     MountTable table;
@@ -54,6 +71,16 @@ int missingNamespaces(const ContainerHandle& handle) {
         }
     }
     return flags;
+}
+
+std::string namesOf(int flags) {
+    std::string names;
+    for (const NamespaceKind& kind : kNamespaceKinds) {
+        if ((flags & kind.flag) != 0) {
+            names += std::string(kind.name) + " ";
+        }
+    }
+    return names;
 }
 
 /// Holds back what would end kivctl between the fork and the wait, and leave a child that nobody
@@ -104,7 +131,8 @@ void pinNamespaces(const ContainerHandle& handle, pid_t child, int flags) {
 
 /// The set-up child, after its release. Ends the process, or throws.
 [[noreturn]] void setUpInside(const ContainerHandle& handle, const ContainerLink& link, int flags,
-                              const std::optional<PasswordEntry>& account) {
+                              const std::optional<PasswordEntry>& account,
+                              const UnfinishedMark& mark) {
     ::umask(kUmask);
     int status = EXIT_SUCCESS;
     if ((flags & CLONE_NEWNET) != 0) {
@@ -114,7 +142,9 @@ void pinNamespaces(const ContainerHandle& handle, pid_t child, int flags) {
         }
     }
     if ((flags & CLONE_NEWNS) != 0) {
-        buildRootFilesystem(handle.userName, account);
+        buildRootFilesystem(handle.userName, account, mark);
+    } else {
+        mark.clear();
     }
     std::exit(status);
 }
@@ -138,6 +168,9 @@ void startContainer(ContainerHandle& handle, const IpNetwork& network) {
     const ContainerLink link = planLink(handle, network);
     const auto account = Util::getpwuid(handle.uid);
     const FileDescriptor lock = prepareHost(handle);
+    const UnfinishedMark mark(lock, handle.userName);
+    const bool interrupted = mark.isSet();
+    unpinUnfinished(handle, mark);
     const int flags = missingNamespaces(handle);
     if (flags == 0) {
         return;  // running already
@@ -149,11 +182,17 @@ void startContainer(ContainerHandle& handle, const IpNetwork& network) {
 
     const sigset_t before = holdSignals();
     ScopeGuard letSignalsThrough([&before] { ::sigprocmask(SIG_SETMASK, &before, nullptr); });
+    // taken away by the child, once who enters the container can see no harm
+    mark.set(namesOf(flags));
+    bool rulesAreSet = false;
+    // once the child has ended: without a pinned network no file tells of the rules
+    ScopeGuard markFailure([&] { rulesAreSet ? mark.set("") : mark.clear(); });
     int syncFd = -1;
     const pid_t child = forkUnshare(flags, syncFd);
     if (child == 0) {
         letSignalsThrough.dismiss();  // the child is to finish its set-up, or to say what failed
-        setUpInside(handle, link, flags, account);
+        markFailure.dismiss();
+        setUpInside(handle, link, flags, account, mark);
     }
     FileDescriptor sync(syncFd);
     const auto releaseAndWait = [&sync, child] {
@@ -165,9 +204,14 @@ void startContainer(ContainerHandle& handle, const IpNetwork& network) {
     ScopeGuard neverLeaveTheChild(releaseAndWait);
     requireOwnNamespaces(child, flags);
     if (newNetwork) {
+        if (interrupted) {
+            removeLeftRules(link);
+        }
+        rulesAreSet = true;
         setUpHostSide(link, child);
     }
     pinNamespaces(handle, child, flags);
+    markFailure.dismiss();
     neverLeaveTheChild.dismiss();
     releaseAndWait();
     progress("OK.");

@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdint>
 #include <iostream>
@@ -20,6 +21,7 @@
 #include "container/network.h"
 #include "container/packet_rules.h"
 #include "container/runtime_lock.h"
+#include "container/unfinished_mark.h"
 #include "util/errors.h"
 #include "util/external_command.h"
 #include "util/file_descriptor.h"
@@ -123,11 +125,15 @@ FileDescriptor lockForStop() {
     return lock;
 }
 
-void removeRules(const std::string& interface, const std::string& address) {
+/// False when iptables could not run to its end.
+bool removeRules(const std::string& interface, const std::string& address) {
+    bool ran = true;
     for (const PacketRule& rule : {rejectRule(interface), databaseRule(interface, address)}) {
         // a rule that is gone already is as good; the runner has told of it
-        ExternalCommand(configuration().iptablesCommand, rule.arguments("-D")).execute();
+        ExternalCommand command(configuration().iptablesCommand, rule.arguments("-D"));
+        ran = command.execute() >= 0 && ran;
     }
+    return ran;
 }
 
 /// True when the file's turn is over but for what else belongs to it; a mount that stays is left
@@ -146,6 +152,39 @@ bool removeNamespaceFile(const std::string& path) {
     // deliberate: tells of the step, also when the file could not be deleted
     progress("Unmounted and deleted " + path);
     return true;
+}
+
+/// Removes the files and what belongs to them. The mark stays while the rules or a view that was
+/// never completed may be there without a file that tells of them.
+void unpin(ContainerHandle& handle, const std::string& address,
+           const std::list<NamespaceEntry>& entries, const UnfinishedMark& mark) {
+    const std::string prefix = handle.getNamespacePrefix();
+    const bool interrupted = mark.isSet();
+    bool rulesLeft = interrupted;
+    for (const NamespaceEntry& entry : entries) {
+        if (hasChanged(entry)) {
+            continue;
+        }
+        const bool isNetwork = entry.kind == kNetworkKind;
+        if (isNetwork && !interrupted) {
+            mark.set("");
+        }
+        const bool removed = removeNamespaceFile(entry.path);
+        if (isNetwork) {
+            rulesLeft = removed && !removeRules(hostInterfaceName(handle), address);
+        }
+    }
+    // a stop that was killed between the file and the rules
+    const bool fileAlreadyGone =
+        std::none_of(entries.begin(), entries.end(),
+                     [](const NamespaceEntry& entry) { return entry.kind == kNetworkKind; });
+    if (interrupted && fileAlreadyGone && !identityOf(prefix + kNetworkKind)) {
+        rulesLeft = !removeRules(hostInterfaceName(handle), address);
+    }
+    const bool unfinishedView = mark.names("mnt") && isNamespace(prefix + "mnt");
+    if (!rulesLeft && !unfinishedView) {
+        mark.clear();
+    }
 }
 
 }  // namespace
@@ -177,12 +216,5 @@ void stopContainer(ContainerHandle& handle, const IpNetwork& network) {
         }
         lock = lockForStop();
     }
-    for (const NamespaceEntry& entry : entries) {
-        if (hasChanged(entry)) {
-            continue;
-        }
-        if (removeNamespaceFile(entry.path) && entry.kind == kNetworkKind) {
-            removeRules(hostInterfaceName(handle), address);
-        }
-    }
+    unpin(handle, address, entries, UnfinishedMark(lock, handle.userName));
 }

@@ -8,6 +8,7 @@
 #include <sys/mount.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -162,6 +163,21 @@ TEST_F(ContainerNamespaces, AreNotJoinedInPart) {
                   bind(container.file("ipc"), kFiles + "ipc");
               }),
               notRunning("mnt"));
+}
+
+TEST_F(ContainerNamespaces, AreNotJoinedWhileMarkedUnfinished) {
+    if (::geteuid() != 0) {
+        GTEST_SKIP() << "only root may set such an attribute";
+    }
+    EXPECT_EQ(failureAfter([] {
+                  const Container container;
+                  for (const char* kind : {"net", "ipc", "mnt"}) {
+                      bind(container.file(kind), kFiles + kind);
+                  }
+                  require(::setxattr("/run/kiv", "trusted.kiv.unfinished.alice", "", 0, 0) == 0);
+              }),
+              "/run/kiv: starting the container of alice was interrupted, start it with: "
+              "kivctl start alice");
 }
 
 TEST_F(ContainerNamespaces, AreEachOfTheirKind) {

@@ -1,0 +1,203 @@
+#!/usr/bin/env bats
+# What a start or a stop that was killed half-way leaves: nothing that is entered, taken for running or forgotten.
+load helpers
+
+# The runtime directory's attributes, which are the marks of what is unfinished.
+marks() { python3 -c 'import os; print(*os.listxattr("/run/kiv"))'; }
+
+# mark NAME: as a killed start or stop has left it.
+mark() { python3 -c 'import os, sys; os.setxattr("/run/kiv", "trusted.kiv.unfinished." + sys.argv[1], b"")' "$1"; }
+export -f marks mark
+
+@test "a start and a stop that ran to their end leave no mark" {
+    in_host <<'EOF'
+account alice 100.64.0.4/30
+kivctl start alice
+same "marks beside the running container" "" "$(marks)"
+kivctl stop alice
+same "marks after the stop" "" "$(marks)"
+EOF
+}
+
+@test "a start whose child is killed while it builds is not entered" {
+    in_host <<'EOF'
+account alice 100.64.0.4/30
+injected mount:signal=KILL:when=1 -P /mnt/temp-root kivctl start alice
+same status 0 "$status"
+same "live namespaces" $'net\nipc\nmnt' "$(mounted alice)"
+capture kivctl exec alice </dev/null
+same status 71 "$status"
+same stderr "kivctl: /run/kiv: starting the container of alice was interrupted, start it with: kivctl start alice" "$err"
+EOF
+}
+
+@test "a container that was killed while it was built is not taken for running" {
+    in_host <<'EOF'
+account alice 100.64.0.4/30
+injected mount:signal=KILL:when=1 -P /mnt/temp-root kivctl start alice
+before=$(stat -Lc %i /run/kiv/alice@mnt)
+capture kivctl start alice
+same status 0 "$status"
+same stderr "unpinning /run/kiv/alice@net, an earlier start or stop was interrupted
+unpinning /run/kiv/alice@ipc, an earlier start or stop was interrupted
+unpinning /run/kiv/alice@mnt, an earlier start or stop was interrupted" "$err"
+same marks "" "$(marks)"
+same mounts $'net\nipc\nmnt' "$(mounted alice)"
+same "type of the root" overlayfs "$(enter_as_root alice stat -f -c %T /)"
+same rules 2 "$(iptables-save | grep -c veth-alice)"
+same "address seen outside" 192.0.2.2 "$(enter alice bash -c 'cat </dev/tcp/198.51.100.1/80')"
+test "$(kivctl exec alice <<<'id -un')" = alice
+EOF
+}
+
+@test "a start that is killed whole before the child is released is not entered" {
+    in_host <<'EOF'
+account alice 100.64.0.4/30
+record iptables 'case $* in *INPUT*) : >/tmp/half-way; sleep 5 ;; esac; exec $real "$@"'
+set -m # a group of its own
+kivctl start alice &
+group=$!
+set +m
+until test -e /tmp/half-way; do sleep 0.01; done
+kill -KILL -- -$group
+wait $group || true
+rm -r /tmp/recorded
+same "live namespaces" "" "$(mounted alice)"
+refused kivctl exec alice </dev/null
+until ! test -e /sys/class/net/veth-alice; do sleep 0.01; done
+kivctl start alice
+same rules 2 "$(iptables-save | grep -c veth-alice)"
+kivctl stop alice
+same "marks left" "" "$(marks)"
+same "rules left" "" "$(iptables-save | grep veth || true)"
+EOF
+}
+
+@test "mounts that stay shared with the host are not entered" {
+    in_host <<'EOF'
+account alice 100.64.0.4/30
+injected mount:error=EPERM:when=1 -P / kivctl start alice
+same stderr "mount(unshare) failed: Operation not permitted
+kivctl: mounts are shared with the host, giving up" "$err"
+refused kivctl exec alice </dev/null
+kivctl start alice
+test "$(kivctl exec alice <<<'id -un')" = alice
+EOF
+}
+
+@test "a covered root counts as finished" {
+    in_host <<'EOF'
+account alice 100.64.0.4/30
+injected mkdir:error=ENOSPC -P /mnt/kiv kivctl start alice
+same marks "" "$(marks)"
+capture kivctl exec alice </dev/null
+same status 255 "$status"
+EOF
+}
+
+@test "a root that could not even be covered is not entered" {
+    in_host <<'EOF'
+account alice 100.64.0.4/30
+injected mount:error=ENOMEM:when=2+ -P / kivctl start alice
+same stderr "mount(cover) failed: Cannot allocate memory
+kivctl: bind-mount(root) failed: Cannot allocate memory" "$err"
+refused kivctl exec alice </dev/null
+EOF
+}
+
+@test "a stop that is killed between the file and the rules is finished by the next one" {
+    in_host <<'EOF'
+account alice 100.64.0.4/30
+kivctl start alice
+capture strace -o /tmp/trace -e inject=clone:signal=KILL:when=1 kivctl stop alice
+same "files left" "" "$(ls -A /run/kiv)"
+same "marks left" trusted.kiv.unfinished.alice "$(marks)"
+same "rules left" 2 "$(iptables-save | grep -c veth-alice)"
+kivctl stop alice
+same "files left by the next" "" "$(ls -A /run/kiv)"
+same "marks left by the next" "" "$(marks)"
+same "rules left by the next" "" "$(iptables-save | grep veth || true)"
+EOF
+}
+
+@test "a start after such a stop has its rules once" {
+    in_host <<'EOF'
+account alice 100.64.0.4/30
+kivctl start alice
+capture strace -o /tmp/trace -e inject=clone:signal=KILL:when=1 kivctl stop alice
+capture kivctl start alice
+same status 0 "$status"
+same stderr "" "$err"
+same rules 2 "$(iptables-save | grep -c veth-alice)"
+same marks "" "$(marks)"
+EOF
+}
+
+@test "a start after one that could not pin the network has its rules once" {
+    in_host <<'EOF'
+account alice 100.64.0.4/30
+injected mount:error=EINVAL -P /run/kiv/alice@net kivctl start alice
+same status 71 "$status"
+kivctl start alice
+same rules 2 "$(iptables-save | grep -c veth-alice)"
+same marks "" "$(marks)"
+EOF
+}
+
+@test "rules that stop had no process for are removed by the next stop" {
+    in_host <<'EOF'
+account alice 100.64.0.4/30
+kivctl start alice
+injected clone:error=EAGAIN kivctl stop alice
+same status 0 "$status"
+same stderr "fork() failed: Resource temporarily unavailable
+fork() failed: Resource temporarily unavailable" "$err"
+kivctl stop alice
+same "marks left" "" "$(marks)"
+same "rules left" "" "$(iptables-save | grep veth || true)"
+EOF
+}
+
+@test "an iptables that always succeeds does not hold up the start after a killed one" {
+    in_host <<'EOF'
+account alice 100.64.0.4/30
+kivctl start alice
+kivctl stop alice
+mark alice
+record iptables 'exit 0'
+timeout -s KILL 10 kivctl start alice
+same "live namespaces" $'net\nipc\nmnt' "$(mounted alice)"
+EOF
+}
+
+@test "a busy namespace of a killed start stays marked" {
+    in_host <<'EOF'
+account alice 100.64.0.4/30
+injected mount:signal=KILL:when=1 -P /mnt/temp-root kivctl start alice
+exec {holder}</run/kiv/alice@mnt
+capture kivctl stop alice
+same stderr "Cannot unmount /run/kiv/alice@mnt: Device or resource busy" "$err"
+same "files left" alice@mnt "$(ls -A /run/kiv)"
+same "marks left" trusted.kiv.unfinished.alice "$(marks)"
+exec {holder}<&-
+kivctl stop alice
+same "files left by the next" "" "$(ls -A /run/kiv)"
+same "marks left by the next" "" "$(marks)"
+EOF
+}
+
+@test "what was pinned before the start that was killed stays pinned" {
+    in_host <<'EOF'
+account alice 100.64.0.4/30
+kivctl start alice
+before=$(stat -Lc %i /run/kiv/alice@net)
+umount /run/kiv/alice@mnt
+injected mount:signal=KILL:when=1 -P /mnt/temp-root kivctl start alice
+capture kivctl start alice
+same "lines about unpinning" "unpinning /run/kiv/alice@mnt, an earlier start or stop was interrupted" \
+    "$(grep ^unpinning <<<"$err")"
+same "network namespace" "$before" "$(stat -Lc %i /run/kiv/alice@net)"
+same "live namespaces" $'net\nipc\nmnt' "$(mounted alice)"
+same marks "" "$(marks)"
+EOF
+}
