@@ -1,0 +1,270 @@
+"""Words for a simulated host on which one account's container is started and stopped again and again.
+
+Everything here runs on that host (tests/host/simulated-host) and checks from outside: the mount table, the
+packet rules, the runtime directory, the interfaces. What is amiss is returned as a list of texts.
+"""
+
+import os
+import pathlib
+import re
+import subprocess
+import time
+
+ACCOUNT = "alice"
+RUNTIME = pathlib.Path("/run/kiv")
+WORK = pathlib.Path("/tmp/faults")
+KINDS = ("net", "ipc", "mnt")
+LONGEST_RUN = 20  # seconds; what takes longer hangs
+STATUSES = (0, 64, 71, 255)
+
+# Everything that the layer and the root know how to do, so that every call of theirs is made.
+CONFIGURATION = """hide
+    /etc/shadow
+    /etc/nothing-*
+empty
+    /var/log
+    /proc/irq
+allowlist /etc/ssl
+    certs
+bind
+    /dev/null
+    /etc/hostname
+    /var/spool
+cap_add
+    CAP_NET_RAW
+seccomp
+    deny getcpu
+"""
+
+# First on PATH: writes down the descriptors that it got, lets a tracer loose on the set-up child when asked
+# to, and becomes the real tool. The look is the shell's own work and costs no process.
+RECORDER = """#!/bin/sh
+echo "{tool} $*:" /proc/$$/fd/* >>/tmp/faults/descriptors
+case "$*" in
+    "link set vpeer-alice netns "*)
+        if [ -e /tmp/faults/attach ]; then
+            strace -o /tmp/faults/trace $(cat /tmp/faults/attach) -p "$5" >/dev/null 2>/tmp/faults/attached </dev/null &
+            until grep -q attached /tmp/faults/attached 2>/dev/null; do sleep 0.005; done
+        fi ;;
+esac
+exec {real} "$@"
+"""
+
+
+class Outcome:
+    """What a run of kivctl came to. A negative status is the signal that ended it."""
+
+    def __init__(self, status, out, err, hung):
+        self.status, self.out, self.err, self.hung = status, out, err, hung
+
+    def faults(self, statuses=STATUSES):
+        if self.hung:
+            return [f"hung for {LONGEST_RUN} s"]
+        found = []
+        if self.status not in statuses:
+            found.append(f"exit status {self.status}: {self.err.strip()!r}")
+        for word in ("uncaught exception", "terminated without", "Sanitizer", "runtime error:"):
+            if word in self.err:
+                found.append(f"crash: {self.err.strip()!r}")
+        return found
+
+
+def run(command, given=""):
+    """Runs a command to its end, in a session of its own that is ended when it hangs."""
+    with subprocess.Popen(command, stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
+                          text=True, errors="replace", start_new_session=True) as process:
+        try:
+            out, err = process.communicate(given, timeout=LONGEST_RUN)
+            return Outcome(process.returncode, out, err, hung=False)
+        except subprocess.TimeoutExpired:
+            os.killpg(process.pid, 9)
+            out, err = process.communicate()
+            return Outcome(process.returncode, out, err, hung=True)
+
+
+# What the account's shell is asked: who it is, what its root is, and whether it has a network.
+LOOK = "id; stat -f -c 'root %T' /; while read -r line; do echo \"route $line\"; done </proc/net/route\n"
+
+
+def kivctl(*arguments):
+    return run(["kivctl", *arguments], LOOK if arguments[0] == "exec" else "")
+
+
+def set_up(accounts=1):
+    """The account, a configuration in which everything occurs, and the recording tools."""
+    pathlib.Path("/etc/tarnwell").mkdir(exist_ok=True)
+    pathlib.Path("/etc/tarnwell/kiv.conf").write_text(CONFIGURATION)
+    registry = []
+    for number, name in enumerate((ACCOUNT, "bob", "carol")[:accounts]):
+        subprocess.run(["useradd", "--create-home", "--shell", "/bin/bash", name], check=True)
+        subprocess.run(["install", "-d", "-o", name, "-g", name, f"/home/{name}/tmp"], check=True)
+        registry.append(f"{name} net=100.64.0.{4 * number + 4}/30\n")
+    pathlib.Path("/etc/tarnwell/kiv.users").write_text("".join(registry))
+    (WORK / "bin").mkdir(parents=True)
+    for tool in ("ip", "iptables", "sysctl"):
+        real = subprocess.run(["which", tool], check=True, capture_output=True, text=True).stdout.strip()
+        (WORK / "bin" / tool).write_text(RECORDER.format(tool=tool, real=real))
+        (WORK / "bin" / tool).chmod(0o755)
+    os.environ["PATH"] = f"{os.path.dirname(os.environ['KIVCTL'])}:{WORK}/bin:{os.environ['PATH']}"
+
+
+def mounts():
+    """(root, mount point) of everything mounted, sorted."""
+    with open("/proc/self/mountinfo", encoding="utf-8") as table:
+        return sorted(tuple(line.split(" ")[3:5]) for line in table)
+
+
+def rules(interface="veth-"):
+    saved = subprocess.run(["iptables-save"], capture_output=True, text=True, check=True).stdout
+    return [line for line in saved.splitlines() if interface in line]
+
+
+def interfaces(account=ACCOUNT):
+    return [name for name in (f"veth-{account}", f"vpeer-{account}") if os.path.exists(f"/sys/class/net/{name}")]
+
+
+def pinned(account=ACCOUNT):
+    """The kinds whose file is a mount of a namespace of that kind."""
+    found = []
+    for root, point in mounts():
+        path, _, kind = point.partition(f"{account}@")
+        if path == f"{RUNTIME}/" and re.fullmatch(kind + r":\[\d+\]", root):
+            found.append(kind)
+    return sorted(found)
+
+
+def marks():
+    """The runtime directory's attributes, which mark what was not finished."""
+    return os.listxattr(RUNTIME) if RUNTIME.exists() else []
+
+
+def wrongly_bound():
+    """Namespace files bound to something else than a namespace of their kind other than the host's."""
+    wrong = []
+    for root, point in mounts():
+        if point.startswith(f"{RUNTIME}/"):
+            kind = point.rpartition("@")[2]
+            own = f"{kind}:[{os.stat(f'/proc/self/ns/{kind}').st_ino}]" if kind in KINDS else ""
+            if not re.fullmatch(kind + r":\[\d+\]", root) or root == own:
+                wrong.append(f"{point} is bound to {root}")
+    return wrong
+
+
+def host_mounts():
+    """What is mounted apart from the runtime directory, which start makes and leaves."""
+    return [mount for mount in mounts() if not mount[1].startswith(str(RUNTIME))]
+
+
+waits = []  # how long each pair was still there after a stop, in seconds
+
+
+def wait_until_gone(account=ACCOUNT):
+    """The kernel takes the pair away with the network namespace, soon after the last user is gone: within a second
+    on a quiet machine. It has one worker for all, which other tests keep busy too, so more is noted and allowed."""
+    began = time.monotonic()
+    while interfaces(account) and time.monotonic() < began + 5:
+        time.sleep(0.01)
+    waits.append(time.monotonic() - began)
+    return not interfaces(account)
+
+
+def waits_summary():
+    late = sum(wait > 1 for wait in waits)
+    return f"{len(waits)} looks for left interfaces, the longest wait {max(waits, default=0):.2f} s, {late} above 1 s"
+
+
+class Host:
+    """What the host looked like before anything was started, to compare with."""
+
+    def __init__(self):
+        self.mounts = host_mounts()
+        self.shown = self.finished_rules = None
+
+    def dirt(self, account=ACCOUNT):
+        """What a stop has left that it should not."""
+        left = [f"mount {point}" for _, point in mounts() if point.startswith(f"{RUNTIME}/{account}@")]
+        left += [f"file {path}" for path in RUNTIME.glob(f"{account}@*")]
+        left += [f"mark {mark}" for mark in marks() if mark.endswith("." + account)]
+        left += [f"rule {rule}" for rule in rules(f"veth-{account} ")]
+        if host_mounts() != self.mounts:
+            left.append(f"the host's mounts changed: {set(host_mounts()) ^ set(self.mounts)}")
+        if not wait_until_gone(account):
+            left.append(f"interfaces {interfaces(account)}")
+        return ["left: " + what for what in left]
+
+    def lacks(self, account=ACCOUNT):
+        """What a start has not made that it should, or made twice."""
+        found = wrongly_bound() + [f"mark {mark}" for mark in marks() if mark.endswith("." + account)]
+        if pinned(account) != sorted(KINDS):
+            found.append(f"pinned: {pinned(account)}")
+        if len(rules(f"veth-{account} ")) != 2:
+            found.append(f"rules: {rules(f'veth-{account} ')}")
+        if interfaces(account) != [f"veth-{account}"]:
+            found.append(f"interfaces: {interfaces(account)}")
+        return found
+
+    def stop(self, account=ACCOUNT):
+        outcome = kivctl("stop", account)
+        return ["stop: " + fault for fault in outcome.faults((0,)) + self.dirt(account)]
+
+    def start(self, account=ACCOUNT):
+        """Starts, and looks from inside."""
+        outcome = kivctl("start", account)
+        found = outcome.faults((0,)) + ([f"stderr {outcome.err!r}"] if outcome.err else []) + self.lacks(account)
+        return ["start: " + fault for fault in found] + self.enter(account)
+
+    def enter(self, account=ACCOUNT):
+        outcome = kivctl("exec", account)
+        found = outcome.faults((0,))
+        if not re.search(rf"^uid=\d+\({account}\) gid=\d+\({account}\)", outcome.out, re.M):
+            found.append(f"no account's shell: {outcome.out!r} {outcome.err!r}")
+        if "root overlayfs" not in outcome.out:
+            found.append(f"no view of its own: {outcome.out!r}")
+        if not re.search(r"^route veth0\s+00000000", outcome.out, re.M):
+            found.append(f"no default route: {outcome.out!r}")
+        return ["exec: " + fault for fault in found]
+
+    def converges(self, account=ACCOUNT):
+        """Stop, start, exec, stop bring the account to a clean running and a clean stopped state."""
+        return self.stop(account) + self.start(account) + self.stop(account)
+
+
+def scrub(account=ACCOUNT):
+    """By hand, after a fault: what is left of one run must not be taken for the next one's."""
+    for kind in KINDS:
+        subprocess.run(["umount", "-l", f"{RUNTIME}/{account}@{kind}"], stderr=subprocess.DEVNULL, check=False)
+    for path in RUNTIME.glob(f"{account}@*"):
+        path.unlink()
+    for mark in marks():
+        os.removexattr(RUNTIME, mark)
+    for table, chain in (("filter", "INPUT"), ("nat", "PREROUTING")):
+        subprocess.run(["iptables", "-t", table, "-F", chain], check=True)
+    if interfaces(account):
+        wait_until_gone(account)
+        subprocess.run(["ip", "link", "delete", f"veth-{account}"], stderr=subprocess.DEVNULL, check=False)
+
+
+def unprepare():
+    """Back to a host on which nothing was ever started."""
+    while any(point == str(RUNTIME) for _, point in mounts()):
+        subprocess.run(["umount", str(RUNTIME)], check=True)
+    if RUNTIME.exists():
+        RUNTIME.rmdir()
+    subprocess.run(["iptables", "-t", "nat", "-F", "POSTROUTING"], check=True)
+
+
+def remove_left_pair(account=ACCOUNT):
+    """A start that could not move the peer leaves the pair on the host, and stop deletes no interface: it goes
+    as ARCHITECTURE.md says. True when there was one."""
+    if len(interfaces(account)) < 2:
+        return False
+    return subprocess.run(["ip", "link", "delete", f"veth-{account}"], check=False).returncode == 0
+
+
+def remove_left_rules(account=ACCOUNT):
+    """A stop whose iptables cannot be run has said so and ignores it: the rules go as ARCHITECTURE.md says."""
+    left = rules(f"veth-{account} ")
+    for rule in left:
+        table = "nat" if "PREROUTING" in rule else "filter"
+        subprocess.run(["iptables", "-t", table, "-D", *rule.split()[1:]], check=True)
+    return bool(left)

@@ -1,0 +1,115 @@
+"""Reads what strace wrote, and says which calls are to fail and how."""
+
+import re
+
+# The likeliest errors of each call; what is not listed cannot fail on a host, or is the C library's own.
+ERRORS = {
+    "access": ("ENOENT", "EACCES"),
+    "capset": ("EPERM", "EINVAL"),
+    "chdir": ("EACCES", "ENOENT"),
+    "chmod": ("EPERM", "EROFS"),
+    "chown": ("EPERM", "EROFS"),
+    "clone": ("EAGAIN", "ENOMEM"),
+    "clone3": ("EAGAIN", "ENOMEM"),
+    "close": ("EINTR", "EIO"),
+    "close_range": ("ENOSYS", "EINVAL"),
+    "connect": ("ENOENT", "ECONNREFUSED"),
+    "dup2": ("EBUSY", "EMFILE"),
+    "execve": ("ENOENT", "EACCES"),
+    "fchdir": ("EACCES", "EPERM"),
+    "fchmod": ("EPERM", "EROFS"),
+    "fchown": ("EPERM", "EROFS"),
+    "fcntl": ("EBADF", "EINVAL"),
+    "flock": ("EINTR", "ENOLCK"),
+    "fstatfs": ("EIO", "ENOSYS"),
+    "getdents64": ("EIO", "ENOENT"),
+    "ioctl": ("EPERM", "ENODEV"),
+    "kill": ("ESRCH", "EPERM"),
+    "lseek": ("EINVAL", "ESPIPE"),
+    "mkdir": ("EACCES", "ENOSPC"),
+    "mkdirat": ("EACCES", "ENOSPC"),
+    "mknod": ("EPERM", "ENOSPC"),
+    "mknodat": ("EPERM", "ENOSPC"),
+    "mmap": ("ENOMEM",),
+    "mount": ("EPERM", "ENOMEM"),
+    "newfstatat": ("EACCES", "ENOENT"),
+    "openat": ("EMFILE", "EACCES"),
+    "openat2": ("EACCES", "ENOSYS"),
+    "pidfd_open": ("ENOSYS", "EMFILE"),
+    "pidfd_send_signal": ("ESRCH", "EPERM"),
+    "pipe2": ("EMFILE", "ENFILE"),
+    "pivot_root": ("EINVAL", "EPERM"),
+    "prctl": ("EPERM", "EINVAL"),
+    "read": ("EIO", "EINTR"),
+    "readlink": ("EACCES", "ENOENT"),
+    "rt_sigprocmask": ("EINVAL",),
+    "seccomp": ("EINVAL", "ENOMEM"),
+    "setgroups": ("EPERM", "ENOMEM"),
+    "setitimer": ("EINVAL",),
+    "setns": ("EPERM", "EINVAL"),
+    "setresgid": ("EPERM", "EAGAIN"),
+    "setresuid": ("EPERM", "EAGAIN"),
+    "setxattr": ("EOPNOTSUPP", "ENOSPC"),
+    "socket": ("EMFILE", "EAFNOSUPPORT"),
+    "statfs": ("EACCES", "ENOSYS"),
+    "statx": ("EACCES", "ENOSYS"),
+    "umount2": ("EBUSY", "EPERM"),
+    "unlink": ("EACCES", "EROFS"),
+    "unshare": ("ENOSPC", "EPERM"),
+    "wait4": ("ECHILD", "EINTR"),
+    "write": ("EIO", "ENOSPC"),
+}
+
+# The first thing that the program itself does; before it the loader is at work, which has its own exit status.
+FIRST_OWN_CALL = 'openat(AT_FDCWD, "/dev/null", O_RDWR)'
+
+
+class Site:
+    """The nth call of that name in one process."""
+
+    def __init__(self, name, number, text):
+        self.name, self.number, self.text = name, number, text
+
+    def shape(self):
+        """What makes two sites alike: the call and what it is about, numbers left out."""
+        return re.sub(r"\d+", "0", re.sub(r"\) += .*", "", self.text))[:90]
+
+
+def sites(trace, whole=False, names=ERRORS):
+    """The sites of a process with these names, in order; of the whole trace or from the first own call."""
+    counts, found, own = {}, [], whole
+    for line in trace.splitlines():
+        called = re.match(r"(\w+)\(", line)
+        if not called:
+            continue
+        name = called[1]
+        counts[name] = counts.get(name, 0) + 1
+        own = own or line.startswith(FIRST_OWN_CALL)
+        if own and name in names:
+            found.append(Site(name, counts[name], line))
+    return found
+
+
+def until_shell(found):
+    """The calls of exec up to the one that makes it the shell; what follows is the shell's."""
+    for index, site in enumerate(found):
+        if site.name == "execve":
+            return found[:index + 1]
+    return found
+
+
+def thin(found, most):
+    """At most so many sites of one shape: the tenth whiteout fails as the second does."""
+    seen, kept = {}, []
+    for site in found:
+        shape = site.shape()
+        seen[shape] = seen.get(shape, 0) + 1
+        if seen[shape] <= most:
+            kept.append(site)
+    return kept
+
+
+def one_of_each(found):
+    """For the short selection: the first site of each call name."""
+    seen = set()
+    return [site for site in found if not (site.name in seen or seen.add(site.name))]

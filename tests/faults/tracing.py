@@ -1,0 +1,38 @@
+"""Runs a command of kivctl under strace, with something injected into one of its processes."""
+
+import re
+
+import account_host
+from account_host import ACCOUNT, WORK
+
+TRACE = WORK / "trace"
+STRACE = ["strace", "-qq", "-s", "200", "-o", str(TRACE)]
+
+
+def traced(command, role, inject=None):
+    """Runs the command with the calls of that process written down, one of them failing."""
+    injection = ["-e", f"inject={inject}"] if inject else []
+    TRACE.unlink(missing_ok=True)
+    given = account_host.LOOK if command == "exec" else ""
+    program = ["kivctl", "start" if command == "first" else command, ACCOUNT]
+    if role == "main":
+        return account_host.run(STRACE + injection + program, given)
+    if role == "forked":
+        return account_host.run(STRACE + ["-f", "-b", "execve"] + injection + program, given)
+    attach, attached = WORK / "attach", WORK / "attached"
+    attached.unlink(missing_ok=True)
+    attach.write_text(" ".join(["-s", "200"] + injection))
+    try:
+        return account_host.run(program, given)
+    finally:
+        attach.unlink()
+
+
+def trace_text():
+    return TRACE.read_text(errors="replace") if TRACE.exists() else ""
+
+
+def injected_calls():
+    """The calls that were made to fail, as strace wrote them."""
+    lines = [line for line in trace_text().splitlines() if "(INJECTED)" in line]
+    return [re.sub(r"^\d+ +", "", line) for line in lines]
