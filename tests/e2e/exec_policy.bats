@@ -69,6 +69,7 @@ EOF
 @test "a capability of cap_add works for a set-user-id program, and no other does" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
+chmod 711 /home/alice # root without capabilities is nobody special to its permissions
 install -m 4755 "$(command -v setpriv)" /usr/local/bin/raise
 kivctl start alice >/dev/null
 printf 'cap_add\n chown\n' >"$configuration"
