@@ -173,7 +173,8 @@ void startContainer(ContainerHandle& handle, const IpNetwork& network) {
     unpinUnfinished(handle, mark);
     const int flags = missingNamespaces(handle);
     if (flags == 0) {
-        return;  // running already
+        mark.clear();  // of a stop that was killed before it had taken anything
+        return;        // running already
     }
     const bool newNetwork = (flags & CLONE_NEWNET) != 0;
     if (newNetwork) {

@@ -201,3 +201,18 @@ same "live namespaces" $'net\nipc\nmnt' "$(mounted alice)"
 same marks "" "$(marks)"
 EOF
 }
+
+@test "a mark on a container of which nothing was taken or missing goes with the next start" {
+    in_host <<'EOF'
+account alice 100.64.0.4/30
+kivctl start alice
+mark alice
+capture kivctl exec alice <<<'id -un'
+same "status before" 71 "$status"
+capture kivctl start alice
+same "stderr of start" "" "$err"
+same "live namespaces" $'net\nipc\nmnt' "$(mounted alice)"
+same marks "" "$(marks)"
+same shell alice "$(kivctl exec alice <<<'id -un')"
+EOF
+}
