@@ -18,7 +18,8 @@ constexpr std::size_t kMostBranches[] = {4096, 4096, 2048, 256, 64};
 
 struct Size {
     std::size_t elements = 0;
-    std::size_t branches = 0;  ///< alternatives, and elements that may be left out or repeated
+    /// Groups, which may be empty; alternatives; elements that may be left out or repeated.
+    std::size_t branches = 0;
     std::size_t levels = 0;
     std::size_t repetitions = 0;  ///< of each other
 };
@@ -111,6 +112,7 @@ private:
         Size group = groups.back().closed;
         groups.pop_back();
         ++group.elements;
+        ++group.branches;
         ++group.levels;
         addElement(group);
     }

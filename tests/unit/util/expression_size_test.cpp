@@ -31,6 +31,7 @@ TEST(ModestExpression, HasNoRepetitionsThatMultiplyWithoutEnd) {
     EXPECT_FALSE(isModestExpression("a" + times("{2}", 30)));
     EXPECT_FALSE(isModestExpression("a" + times("+", 30)));
     EXPECT_FALSE(isModestExpression("([]a]{200}[[:alpha:]]{200}){1000}"));
+    EXPECT_FALSE(isModestExpression("((){255}){255}"));
     EXPECT_TRUE(isModestExpression("a{255}b{255}c{255}"));
 }
 
