@@ -13,6 +13,7 @@
 #include "cli/escape_sequences.h"
 #include "util/settings.h"
 #include "util/string_util.h"
+#include "util/translatable.h"
 
 namespace {
 
@@ -63,8 +64,8 @@ std::string optionText(int code) {
 }
 
 int optionError(char** argv) {
-    constexpr const char* kNeedsArgument = "option '-%s' requires an argument.";
-    constexpr const char* kUnknown = "unknown option '-%s'";
+    constexpr const char* kNeedsArgument = translatable("option '-%s' requires an argument.");
+    constexpr const char* kUnknown = translatable("unknown option '-%s'");
     switch (optopt) {
         case 'c':
         case kFormerKeyOption:
@@ -138,8 +139,8 @@ int parseCommand(int argc, char** argv) {
     }
     ++next;
     if (next >= argc) {
-        return usageError(command == Exec ? "missing user name"
-                                          : "missing user name (or '-a' option)");
+        return usageError(command == Exec ? translatable("missing user name")
+                                          : translatable("missing user name (or '-a' option)"));
     }
     if (command == Exec) {
         settings().userName = argv[next];  // whatever it looks like: exec has no -a

@@ -9,6 +9,7 @@
 #include <optional>
 
 #include "util/console_colors.h"
+#include "util/translatable.h"
 
 namespace {
 
@@ -24,10 +25,10 @@ struct Figure {
 };
 
 constexpr std::array kFigures = {
-    Figure{"Processes:", "Processes", &ContainerStatus::hasProcesses, &ContainerStatus::pidsCurrent,
-           &ContainerStatus::pidsMax},
-    Figure{"Memory:", "Memory", &ContainerStatus::hasMemory, &ContainerStatus::memoryCurrent,
-           &ContainerStatus::memoryHigh},
+    Figure{translatable("Processes:"), translatable("Processes"), &ContainerStatus::hasProcesses,
+           &ContainerStatus::pidsCurrent, &ContainerStatus::pidsMax},
+    Figure{translatable("Memory:"), translatable("Memory"), &ContainerStatus::hasMemory,
+           &ContainerStatus::memoryCurrent, &ContainerStatus::memoryHigh},
 };
 
 /// The columns that stand after the number, as in "  (25%)".
@@ -45,7 +46,7 @@ std::string translated(const char* text) {
 }
 
 std::string yesOrNo(const ContainerStatus& status) {
-    return translated(status.active ? "yes" : "no");
+    return translated(status.active ? translatable("yes") : translatable("no"));
 }
 
 const char* color(const ContainerStatus& status) {
@@ -87,6 +88,8 @@ std::size_t figureWidth(const Figure& figure, const std::list<ContainerStatus>& 
 
 Layout layOut(const std::list<ContainerStatus>& statuses) {
     Layout layout{};
+    // TRANSLATORS: the table's widths count bytes: only words of plain ASCII keep its lines
+    // straight.
     layout.account = translated("Account").size();
     for (const ContainerStatus& status : statuses) {
         layout.account = std::max(layout.account, status.userName.size());

@@ -6,6 +6,7 @@
 #include <stdexcept>
 
 #include "util/errors.h"
+#include "util/translatable.h"
 
 namespace {
 
@@ -35,7 +36,7 @@ PasswordEntry Util::getpwnam(const std::string& name) {
         if (usable && !meansNotFound(error)) {
             throw systemError("cannot look up user: ", error);
         }
-        throw std::runtime_error("unknown user");
+        throw std::runtime_error(translatable("unknown user"));
     }
     return copyOf(*entry);
 }

@@ -139,9 +139,13 @@ eventually() {
     return 1
 }
 
-# german: from here on programs start with a German locale. Newer C libraries translate nothing for C.UTF-8.
-german() {
+# speak LOCALE [CHARSET]: from here on programs start with this locale. Newer C libraries translate nothing for
+# C.UTF-8.
+speak() {
+    local charset=${2:-UTF-8}
     mkdir -p /tmp/locales
-    localedef -i de_DE -f UTF-8 /tmp/locales/de_DE.UTF-8
-    export LOCPATH=/tmp/locales LC_ALL=de_DE.UTF-8
+    localedef -i "$1" -f "$charset" "/tmp/locales/$1.$charset"
+    export LOCPATH=/tmp/locales LC_ALL="$1.$charset"
 }
+
+german() { speak de_DE; }
