@@ -1,0 +1,54 @@
+"""The texts that stand in C++ sources: each literal, with what is put together at run time as a gap."""
+
+import re
+
+TOKEN = re.compile(
+    r'//[^\n]*|/\*.*?\*/'                                     # comments
+    r'|R"(?P<delimiter>[^(\s]*)\((?P<raw>.*?)\)(?P=delimiter)"'
+    r'|"(?P<text>(?:[^"\\\n]|\\.)*)"'
+    r"|'(?P<character>(?:[^'\\\n]|\\.)+)'"
+    r"|(?<=[0-9])'(?=[0-9])"                                  # digit separator
+    r'|\#[^\n]*'                                              # directives: their literals are file names
+    r'|::|<<|[;{},?:]'
+    r'|[A-Za-z_]\w*|\d[\w\']*|\s+|.',
+    re.DOTALL)
+
+GAP = "\0"
+ENDS = {";", "{", "}", ",", "?", ":", "<<"}  # what stands behind them belongs to another text
+ESCAPES = {"n": "\n", "t": "\t", "f": "\f", "r": "\r", "v": "\v", "0": GAP, "e": "\x1b"}
+
+
+def unescaped(text):
+    return re.sub(r"\\(.)", lambda found: ESCAPES.get(found[1], found[1]), text)
+
+
+def texts(source):
+    """Every text of the source, in order. Neighbours in one expression make one text with a gap between;
+    what the C++ compiler joins is joined. "%s" is a gap as well."""
+    result = []
+    parts = []
+    joined = False  # nothing but white space since the last literal
+
+    def end():
+        if parts:
+            result.append(re.sub(f"{GAP}+", GAP, GAP.join(parts).replace("%s", GAP)))
+            parts.clear()
+
+    for found in TOKEN.finditer(source):
+        token = found[0]
+        if token.isspace() or token.startswith(("//", "/*", "#")):
+            continue
+        literal = found["text"] if found["text"] is not None else found["raw"]
+        if literal is not None:
+            literal = unescaped(literal) if found["raw"] is None else literal
+            if joined:
+                parts[-1] += literal
+            else:
+                parts.append(literal)
+            joined = True
+            continue
+        joined = False
+        if token in ENDS:
+            end()
+    end()
+    return result
