@@ -1,0 +1,112 @@
+#!/usr/bin/env bats
+# What the Tab key offers in bash, with the completion in the place that the install rule puts it into.
+load helpers
+
+# installed: from here on bash finds the completion as it does on a host.
+installed() {
+    cmake --install "$(dirname "$KIVCTL")/../dist/completion" --prefix /tmp/installed >/dev/null
+    export XDG_DATA_DIRS=/tmp/installed/share
+}
+
+# offers WANTED WORD…: exactly these words are offered for the last one, which may be empty.
+offers() {
+    local wanted offered
+    wanted=$(tr ' ' '\n' <<<"$1" | sort)
+    offered=$(bash --norc "$project/tests/e2e/offer_completion" "${@:2}" 2>&1 | sort)
+    same "what is offered for: ${*:2}" "$wanted" "$offered"
+}
+export project
+export -f installed offers
+
+@test "options, commands and accounts complete where they belong" {
+    in_host <<'EOF'
+installed
+printf '%s\n' '# dave net=100.64.0.16/30' 'alice net=100.64.0.4/30' '  # eve' $'\tanna\tnet=100.64.0.8/30' '' \
+    'bob' >"$registry"
+commands="exec start stop status"
+offers "$commands" ""
+offers "start stop status" st
+offers "$commands" -d -c /etc/x ""
+offers "$commands" -dc /etc/x ""
+offers "$commands" --config = /etc/x ""
+offers "$commands" -- ""
+offers "-c -d -h -v --config= --help --version" -
+offers "--config=" --c
+offers "-a alice anna bob" start ""
+offers "alice anna" stop a
+offers "alice" -d -c start status al
+offers "-a" status -
+offers "alice anna bob" exec ""
+offers "" exec -
+offers "" start alice ""
+offers "" restart ""
+EOF
+}
+
+@test "files complete behind -c" {
+    in_host <<'EOF'
+installed
+mkdir -p /tmp/files/folder
+touch /tmp/files/one.conf
+offers "/tmp/files/one.conf" -c /tmp/files/o
+offers "/tmp/files/one.conf" --config = /tmp/files/o
+offers "/tmp/files/folder" -dc /tmp/files/f
+EOF
+}
+
+@test "without a registry that can be read there is -a alone" {
+    in_host <<'EOF'
+installed
+rm "$registry"
+offers "-a" start ""
+mkdir "$registry"
+offers "-a" start ""
+rmdir "$registry"
+mkfifo "$registry"
+offers "-a" start ""
+EOF
+}
+
+@test "what stands in the registry is offered as one word each, and never run" {
+    in_host <<'EOF'
+installed
+mkdir /tmp/empty
+cd /tmp/empty
+names=('$(touch${IFS}ran1)' '`touch${IFS}ran2`' '$(touch' 'x;touch' '*' '~root' "a'b" 'a"b' 'al\ice' 'x[$(touch${IFS}ran3)]'
+    $'esc\e[2J' $'b\xe4r' '${HOME}')
+left_out=('-n' '-abc' 'a@b' 'c:d' 'e=f' '../etc' '#x')
+printf '%s net=100.64.0.4/30\r\n' "${names[@]}" "${left_out[@]}" >"$registry"
+printf '\v\f spaced\f\r\nlast' >>"$registry"
+bash --norc "$project/tests/e2e/offer_completion" exec "" >/tmp/offered
+same "what was run" "" "$(ls -A)"
+refused grep -q $'\e' /tmp/offered
+# in a command line
+eval "words=($(tr '\n' ' ' </tmp/offered))"
+same "what was run of the command line" "" "$(ls -A)"
+same words "$(printf '%s\n' "${names[@]}" spaced last)" "$(printf '%s\n' "${words[@]}")"
+EOF
+}
+
+@test "the Tab key completes in a shell on a terminal" {
+    in_host <<'EOF'
+installed
+account alice 100.64.0.4/30
+account bob 100.64.0.8/30
+HOME=/tmp "$project/tests/e2e/on_terminal" bash --norc --noprofile -i <<'STEPS'
+type PS1='ready> '; source /usr/share/bash-completion/bash_completion\n
+expect ^ready> 
+type kivctl sto\tal\t\n
+expect ^stopping container: alice, network:100.64.0.4/30
+expect ^ready> 
+type kivctl --ver\t\n
+expect version 3
+expect ^ready> 
+type kivctl status \t\t
+expect -a +alice +bob
+type b\t\n
+expect Account: bob
+expect ^ready> 
+type exit\n
+STEPS
+EOF
+}
