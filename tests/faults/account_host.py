@@ -82,12 +82,21 @@ def run(command, given=""):
             return Outcome(process.returncode, out, err, hung=True)
 
 
-# What the account's shell is asked: who it is, what its root is, and whether it has a network.
-LOOK = "id; stat -f -c 'root %T' /; while read -r line; do echo \"route $line\"; done </proc/net/route\n"
+# What the account's shell is asked: who it is, what its root is, whether it has a network, and what else it was given.
+LOOK = ("id; stat -f -c 'root %T' /; while read -r line; do echo \"route $line\"; done </proc/net/route\n"
+        "echo descriptors /proc/$$/fd/*\n")
 
 
 def kivctl(*arguments):
     return run(["kivctl", *arguments], LOOK if arguments[0] == "exec" else "")
+
+
+def descriptors_too_many(looked):
+    """What the shell got beside its standard streams; one is the look's own."""
+    listed = re.search(r"^descriptors (.*)", looked, re.M)
+    if listed and len(listed[1].split()) > 4:
+        return [f"descriptors given to the shell: {listed[1]}"]
+    return []
 
 
 def set_up(accounts=1):
@@ -139,14 +148,16 @@ def marks():
 
 
 def wrongly_bound():
-    """Namespace files bound to something else than a namespace of their kind other than the host's."""
-    wrong = []
+    """Namespace files bound to something else than a namespace of their kind that is nobody else's."""
+    wrong, users = [], {}
     for root, point in mounts():
         if point.startswith(f"{RUNTIME}/"):
             kind = point.rpartition("@")[2]
             own = f"{kind}:[{os.stat(f'/proc/self/ns/{kind}').st_ino}]" if kind in KINDS else ""
             if not re.fullmatch(kind + r":\[\d+\]", root) or root == own:
                 wrong.append(f"{point} is bound to {root}")
+            elif users.setdefault(root, point) != point:
+                wrong.append(f"{point} is bound to {root} as {users[root]} is")
     return wrong
 
 
@@ -215,13 +226,13 @@ class Host:
 
     def enter(self, account=ACCOUNT):
         outcome = kivctl("exec", account)
-        found = outcome.faults((0,))
+        found = outcome.faults((0,)) + descriptors_too_many(outcome.out)
         if not re.search(rf"^uid=\d+\({account}\) gid=\d+\({account}\)", outcome.out, re.M):
             found.append(f"no account's shell: {outcome.out!r} {outcome.err!r}")
         if "root overlayfs" not in outcome.out:
             found.append(f"no view of its own: {outcome.out!r}")
-        if not re.search(r"^route veth0\s+00000000", outcome.out, re.M):
-            found.append(f"no default route: {outcome.out!r}")
+        if not re.search(r"^route veth0\s+00000000", outcome.out, re.M) or "\ndescriptors " not in outcome.out:
+            found.append(f"no default route, or not looked to the end: {outcome.out!r}")
         return ["exec: " + fault for fault in found]
 
     def converges(self, account=ACCOUNT):

@@ -5,6 +5,7 @@ import re
 # The likeliest errors of each call; what is not listed cannot fail on a host, or is the C library's own.
 ERRORS = {
     "access": ("ENOENT", "EACCES"),
+    "capget": ("EPERM", "EINVAL"),
     "capset": ("EPERM", "EINVAL"),
     "chdir": ("EACCES", "ENOENT"),
     "chmod": ("EPERM", "EROFS"),
@@ -20,9 +21,15 @@ ERRORS = {
     "fchmod": ("EPERM", "EROFS"),
     "fchown": ("EPERM", "EROFS"),
     "fcntl": ("EBADF", "EINVAL"),
+    "fgetxattr": ("EOPNOTSUPP", "EPERM"),
     "flock": ("EINTR", "ENOLCK"),
+    "fremovexattr": ("EPERM", "ENODATA"),
+    "fsetxattr": ("EOPNOTSUPP", "ENOSPC"),
     "fstatfs": ("EIO", "ENOSYS"),
     "getdents64": ("EIO", "ENOENT"),
+    "getresgid": ("EFAULT", "ENOSYS"),
+    "getresuid": ("EFAULT", "ENOSYS"),
+    "getxattr": ("EOPNOTSUPP", "EPERM"),
     "ioctl": ("EPERM", "ENODEV"),
     "kill": ("ESRCH", "EPERM"),
     "lseek": ("EINVAL", "ESPIPE"),

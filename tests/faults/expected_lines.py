@@ -59,7 +59,7 @@ ROWS = [
      r"^kivctl: system-call filter: seccomp\(\): {E}$", 71),
     ("exec", r"^capset\(", ANY, r"^kivctl: cannot reduce the capabilities: {E}$", 71),
     ("exec", r"^close_range\(", ANY, r"^kivctl: close_range\(\) failed: {E}$", 71),
-    ("exec", r"^(setgroups|setresgid)\(", ANY, r"^kivctl: setuid\(\) failed: {E}$", 71),
+    ("exec", r"^(setgroups|setresgid|getresuid|getresgid)\(", ANY, r"^kivctl: setuid\(\) failed: {E}$", 71),
     ("exec", r"^setresuid\([1-9]", ANY, r"^kivctl: setuid\(\) failed: {E}$", 71),
     ("exec", r'^chdir\("/home/alice"\)', ANY, r"^chdir\(/home/alice\) failed: {E}$", 0),
     ("exec", r'^execve\("/bin/bash"', ANY, r"^ERROR during execv: {E}$", 255),
