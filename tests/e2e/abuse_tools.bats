@@ -24,13 +24,60 @@ done
 EOF
 }
 
-@test "tools that exit with 4" { badly 'exit 4'; }
+# reported WAY LINE RESULT: a tool that ends in that way at once is named behind LINE each time, and the rule
+# check's result is RESULT. First on a host that was never prepared, then on one that was.
+reported() {
+    export WAY=$1 LINE=$2 RESULT=$3
+    with_abuse <<'EOF'
+account alice 100.64.0.4/30
+check="iptables -t nat -C POSTROUTING -s 100.64.0.0/10 -o uplink -j MASQUERADE"
+first_start() { # TOOL
+    capture timeout 20 kivctl start alice
+    case $1 in
+        ip) wanted="$LINE: ip -4 route show default 0.0.0.0/0"$'\nkivctl: Error while querying default route' ;;
+        iptables) wanted="kivctl: Error while checking for default MASQUERADE rule ($RESULT): "
+            [[ $LINE != signal* ]] || wanted="$LINE: $check"$'\n'"$wanted" ;;
+        sysctl) wanted="$LINE: sysctl -q -w net.ipv4.conf.veth-alice.route_localnet=1
+$LINE: sysctl -q -w net.ipv4.conf.veth0.route_localnet=1" ;;
+    esac
+    same "stderr of the first start, without $1" "$wanted" "$err"
+    if [ "$1" = sysctl ]; then has_run 0; else has_run 71; fi
+}
+later_start() { # TOOL HOW-OFTEN: it is run for the host, and once inside, where nothing follows a failure
+    capture timeout 20 kivctl start alice
+    has_run 0
+    same "lines about $1" "$2" "$(grep -c "^$LINE: $1 " <<<"$err")"
+    same "other lines without $1" "" "$(grep -vE "^$LINE: $1 |sysctl" <<<"$err" || true)"
+    same "live namespaces" $'net\nipc\nmnt' "$(mounted alice)"
+    same "who is inside" alice "$(kivctl exec alice <<<'id -un')"
+}
+original=$PATH
+for tool in "ip 5" "iptables 3" "sysctl 2"; do
+    name=${tool% *}
+    for host in first later; do
+        record "$name" "$WAY"
+        ${host}_start $tool
+        capture timeout 20 kivctl stop alice
+        has_run 0
+        removals=0
+        [ "$host $name" != "later iptables" ] || removals=2
+        same "lines of stop" "$removals" "$(grep -c "^$LINE: iptables .*-D " <<<"$err" || true)"
+        PATH=$original
+        rm "/tmp/recorded/$name"
+        recovers alice
+    done
+    unprepared
+done
+EOF
+}
 
-@test "tools that exit with 255" { badly 'exit 255'; }
+@test "tools that exit with 4" { reported 'exit 4' "exit code 4" 4; }
+
+@test "tools that exit with 255" { reported 'exit 255' "exit code 255" 255; }
 
 @test "tools that die by a signal" {
-    badly 'kill -KILL $$'
-    badly 'ulimit -c 0; kill -SEGV $$'
+    reported 'kill -KILL $$' "signal 9" -9
+    reported 'ulimit -c 0; kill -SEGV $$' "signal 11" -11
 }
 
 @test "tools that print a megabyte" {
