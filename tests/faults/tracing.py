@@ -36,3 +36,8 @@ def injected_calls():
     """The calls that were made to fail, as strace wrote them."""
     lines = [line for line in trace_text().splitlines() if "(INJECTED)" in line]
     return [re.sub(r"^\d+ +", "", line) for line in lines]
+
+
+def crashes():
+    """Signals of a fault of the program's own; the line stands there before the parent can know of the end."""
+    return re.findall(r"--- SIG(?:ABRT|BUS|FPE|ILL|SEGV|SYS|TRAP) .*", trace_text())
