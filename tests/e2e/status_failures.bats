@@ -109,3 +109,21 @@ figures alice pids.current=18446744073709551616
 aborts std::out_of_range
 EOF
 }
+
+@test "a negative figure and one with something behind it are figures" {
+    in_host <<'EOF'
+account alice
+stand_in_cgroups
+figures alice pids.current=-1 pids.max=20 memory.current="5 x" memory.high=-1
+capture kivctl status alice
+same status 0 "$status"
+same stderr "" "$err"
+same report "Account: alice
+Active: yes
+Processes: -1 (-5%)
+Memory: 5" "$out"
+capture kivctl status -a
+same status 0 "$status"
+same "line of the table" "| alice   | yes    | -1  (-5%) | 5    (∞) |" "$(sed -n 4p <<<"$out")"
+EOF
+}
