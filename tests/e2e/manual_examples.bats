@@ -1,0 +1,107 @@
+#!/usr/bin/env bats
+# What the manual pages show is what the program does.
+load helpers
+
+# display PAGE N: the page's Nth literal display, as it is read.
+display() {
+    awk -v wanted="$2" '/^\.Ed/ { shown = 0 } shown; /^\.Bd -literal/ { shown = ++count == wanted }' \
+        "$project/docs/man/$1" | sed -e "s/\\\\(aq/'/g" -e 's/\\-/-/g' -e 's/\\(if/∞/g' -e 's/\\e/\\/g'
+}
+
+# holds PAGE N: each command of the display, behind "# ", prints what stands below it.
+holds() {
+    local shown line
+    shown=$(display "$1" "$2" | sed "s/uid=1001(alice) gid=1001(alice) groups=1001/$ids/")
+    [ -n "$shown" ] || return 1
+    same "display $2 of $1" "$shown" "$(sed -n 's/^# //p' <<<"$shown" | while read -r line; do
+        printf '# %s\n' "$line"
+        bash -c "$line" 2>&1 </dev/null
+    done)"
+}
+export project
+export -f display holds
+
+@test "the examples of kivctl(8)" {
+    in_host <<'EOF'
+account alice 100.64.0.4/30
+account bob 100.64.0.8/30
+ids="uid=$(id -u alice)(alice) gid=$(id -g alice)(alice) groups=$(id -g alice)"
+holds kivctl.8 1
+holds kivctl.8 2
+# the display shows a host where controllers count; not every machine has them to give away
+account carol 100.64.0.12/30
+slices=/sys/fs/cgroup/user.slice
+mkdir -p "$slices"
+mount -t tmpfs slices "$slices"
+# figures NAME PROCESSES LIMIT BYTES LIMIT
+figures() {
+    local slice
+    slice=$slices/user-$(id -u "$1").slice
+    mkdir "$slice"
+    echo "$2" >"$slice/pids.current"
+    echo "$3" >"$slice/pids.max"
+    echo "$4" >"$slice/memory.current"
+    echo "$5" >"$slice/memory.high"
+}
+figures alice 14 100 104857600 1073741824
+figures bob 2 max 6295552 max
+holds kivctl.8 3
+EOF
+}
+
+@test "a stop that is held up, as kivctl(8) shows it" {
+    in_host <<'EOF'
+account alice 100.64.0.4/30
+kivctl start alice >/dev/null
+kivctl exec alice <<<'trap "" TERM; sleep 60 & exec sleep 60' &
+eventually pgrep -u alice -f 'sleep 60' >/dev/null
+first=$(kivctl stop alice 2>&1)
+pids=$(sed -n 's/.*processes: //p' <<<"$first")
+# shellcheck disable=SC2086 # two numbers
+kill -KILL ${pids//,/}
+gone() { ! pgrep -u alice >/dev/null; }
+eventually gone
+second=$(kivctl stop alice 2>&1)
+shown=$(display kivctl.8 4 | sed '/^# /d')
+same "both stops" "$(sed 's/168, 170/'"$pids"'/' <<<"$shown")" "$first"$'\n'"$second"
+EOF
+}
+
+@test "the rules and the remedies of kiv(7)" {
+    in_host <<'EOF'
+account alice 100.64.0.4/30
+kivctl start alice >/dev/null
+# lines that are too long for a page go on indented
+same rules "$(display kiv.7 7 | sed '1d' | sed -e ':join' -e '$!N' -e 's/\n    / /' -e 'tjoin' -e 'P;D')" \
+    "$(iptables-save --table filter | grep veth-alice; iptables-save --table nat | grep veth-alice)"
+for number in 2 3 4; do
+    bash -ec "$(display kiv.7 "$number" | sed 's/^# //')"
+done
+# duplicate address detection takes a second or two
+settled() { [ -z "$(ip -6 addr show tentative && enter alice ip -6 addr show tentative)" ]; }
+eventually settled
+link_local=$(ip -6 -oneline addr show dev veth-alice | grep -o 'fe80[^/]*')
+socat TCP6-LISTEN:8080,fork,reuseaddr SYSTEM:'echo reached' &
+eventually grep -q ':1F90 .* 0A ' /proc/net/tcp6
+reach() { enter alice socat -T 2 - "TCP6:[$link_local%veth0]:8080,connect-timeout=2" </dev/null 2>/dev/null; }
+refused reach
+ip6tables -D INPUT -i veth-+ -j REJECT
+same "what it would reach" reached "$(reach)"
+EOF
+}
+
+@test "the program of libkiv(3)" {
+    in_host <<'EOF'
+account alice 100.64.0.4/30
+display libkiv.3 1 >/tmp/id.c
+cc -Wall -Wextra -Werror -I "$project/libkiv" -o /tmp/id /tmp/id.c -L "$(dirname "$KIVCTL")/../lib" -lkiv
+export LD_LIBRARY_PATH=$(dirname "$KIVCTL")/../lib
+capture /tmp/id alice
+same "status without a container" 1 "$status"
+same "what it says" "/run/kiv/alice@net: container is not running, start it with: kivctl start alice" "$err"
+kivctl start alice >/dev/null
+capture /tmp/id alice
+same status 0 "$status"
+same "what it runs" "uid=$(id -u alice)(alice) gid=$(id -g alice)(alice) groups=$(id -g alice)(alice)" "$out"
+EOF
+}
