@@ -53,6 +53,32 @@ recovers alice
 EOF
 }
 
+@test "catalogues are read from the host's directory and not from one that the caller names" {
+    with_abuse <<'EOF'
+catalogue() { # DIRECTORY TEXT
+    mkdir -p "$1/LC_MESSAGES"
+    printf 'msgid ""\nmsgstr "Content-Type: text/plain; charset=UTF-8\\n"\nmsgid "%s"\nmsgstr "%s"\n' \
+        "unknown command '%s'" "$2" | msgfmt -o "$1/LC_MESSAGES/kivctl.mo" -
+}
+catalogue /tmp/catalogues/de "foreign %n%s%s"
+catalogue /tmp "foreign %n%s%s"
+german 2>/dev/null
+says() { # TEXT VARIABLE…
+    capture env "${@:2}" kivctl restart
+    has_run 64
+    same "stderr with ${*:2}" "[ERROR] kivctl: $1" "$err"
+}
+elsewhere=(TEXTDOMAINDIR=/tmp/catalogues TEXTDOMAIN=kivctl NLSPATH=/tmp/catalogues/de/LC_MESSAGES/%N.mo)
+says "unknown command 'restart'" "${elsewhere[@]}"
+for language in de ../../../tmp/catalogues/de ../../../tmp /tmp; do
+    says "unknown command 'restart'" "${elsewhere[@]}" "LANGUAGE=$language"
+done
+# the language is known and its own catalogue is read, formats of which are no formats
+catalogue /usr/share/locale/de "%n: %s %s"
+says "%n: restart restart" "${elsewhere[@]}"
+EOF
+}
+
 @test "without PATH, or with one that leads nowhere, start names the missing tool and the next one mends it" {
     with_abuse <<'EOF'
 account alice 100.64.0.4/30
