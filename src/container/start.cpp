@@ -36,7 +36,12 @@ constexpr int kNetworkFailed = 71;  // EX_OSERR, as for every command that fails
 /// refuses it too.
 void refuseLink(const std::string& path) {
     struct stat status {};
-    if (::lstat(path.c_str(), &status) == 0 && S_ISLNK(status.st_mode)) {
+    if (::lstat(path.c_str(), &status) != 0) {
+        const int error = errno;
+        if (error != ENOENT) {
+            throw systemError(path + ": ", error);
+        }
+    } else if (S_ISLNK(status.st_mode)) {
         throw systemError(path + ": ", ELOOP);
     }
 }

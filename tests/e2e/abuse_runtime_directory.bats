@@ -113,6 +113,7 @@ for kind in net ipc mnt cgroup; do
     same "status of start with $kind" 0 "$status"
     same "stderr of start with $kind" "" "$err"
     same "live namespaces" $'net\nipc\nmnt' "$(mounted alice)"
+    same "who is inside" alice "$(kivctl exec alice <<<'id -un')"
     capture timeout 20 kivctl stop alice
     same "stderr of stop with $kind" "" "$err"
     same "files left" "" "$(ls -A /run/kiv)"

@@ -259,6 +259,18 @@ same stderr "kivctl: /run/kiv/alice@net: cannot create: Read-only file system" "
 EOF
 }
 
+@test "a namespace file that cannot be examined ends the start, whichever look at it fails" {
+    in_host <<'EOF'
+account alice 100.64.0.4/30
+for look in 1 2; do
+    injected "newfstatat:error=EACCES:when=$look" -P /run/kiv/alice@net kivctl start alice
+    same "status at look $look" 71 "$status"
+    same "stderr at look $look" "kivctl: /run/kiv/alice@net: Permission denied" "$err"
+    same "live namespaces" "" "$(mounted alice)"
+done
+EOF
+}
+
 @test "a namespace that cannot be pinned ends the start and leaves no process" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
