@@ -1,0 +1,4 @@
+// What starting and ending a process costs here, built with the flags that kivctl is built with.
+int main() {
+    return 0;
+}
