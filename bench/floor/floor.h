@@ -1,0 +1,70 @@
+// What the floor programs share: a host tool run as cheaply as the C library can, and the list of accounts.
+#pragma once
+
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <initializer_list>
+#include <string>
+#include <vector>
+
+/// A line of the list that bench/run writes: looked up and calculated already.
+struct Account {
+    std::string name;
+    unsigned uid = 0;
+    std::string home;
+    std::string hostEnd;
+    std::string containerEnd;
+};
+
+inline std::vector<Account> readList(const char* path) {
+    std::vector<Account> accounts;
+    FILE* file = std::fopen(path, "re");
+    char name[64];
+    char home[256];
+    char hostEnd[64];
+    char containerEnd[64];
+    unsigned uid = 0;
+    while (file != nullptr && std::fscanf(file, "%63s %u %255s %63s %63s", name, &uid, home, hostEnd, containerEnd) == 5) {
+        accounts.push_back({name, uid, home, hostEnd, containerEnd});
+    }
+    return accounts;
+}
+
+inline void must(bool done, const char* what) {
+    if (!done) {
+        std::perror(what);
+        std::_Exit(1);
+    }
+}
+
+/// Without copying this process: posix_spawn(3) shares its memory until the tool runs.
+inline void tool(std::initializer_list<std::string> words) {
+    std::vector<char*> argv;
+    for (const std::string& word : words) {
+        argv.push_back(const_cast<char*>(word.c_str()));
+    }
+    argv.push_back(nullptr);
+    pid_t child = 0;
+    int status = 0;
+    must(::posix_spawnp(&child, argv[0], nullptr, nullptr, argv.data(), environ) == 0, "posix_spawnp");
+    must(::waitpid(child, &status, 0) == child && status == 0, argv[0]);
+}
+
+/// The whole file read and thrown away; the number of its bytes.
+inline std::size_t readThrough(const char* path) {
+    static char buffer[65536];
+    const int file = ::open(path, O_RDONLY | O_CLOEXEC);
+    std::size_t total = 0;
+    ssize_t length = 0;
+    while ((length = ::read(file, buffer, sizeof(buffer))) > 0) {
+        total += static_cast<std::size_t>(length);
+    }
+    ::close(file);
+    return total;
+}

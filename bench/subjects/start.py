@@ -1,0 +1,89 @@
+"""start: one account, kivctl's own processor time, and the cost per account with many."""
+
+import statistics
+
+from frame.containers import OWN, TIMES, Containers
+from frame.report import Plot, Table
+
+COUNTS = (1, 10, 100, 300)
+KINDS = ("kivctl", "floor", "script")
+
+
+def one_account(bench, containers):
+    account = bench.make_accounts(1)
+    start = {"kivctl": containers.start_kivctl, "floor": containers.start_floor, "script": containers.start_script}
+
+    def stop(name):
+        (containers.stop_script if name == "script" else containers.stop_kivctl)(account)
+        containers.wait_for_network_end()
+
+    taken = bench.medians({name: (lambda way=way: way(account)) for name, way in start.items()},
+                          bench.rounds(30), after=stop)
+    wall = {name: seconds * 1e3 for name, seconds in taken.items()}
+    return Table("start", "`kivctl start` of one account, wall time",
+                 ["what", *KINDS, "kivctl / floor", "script / kivctl"],
+                 [["start", *(wall[name] for name in KINDS), wall["kivctl"] / wall["floor"],
+                   wall["script"] / wall["kivctl"]]],
+                 f"Medians of {bench.rounds(30)} runs each. The floor makes no layer; kivctl's is that of `dist/kiv.conf`.")
+
+
+def own_time(bench, containers):
+    """What kivctl's own two processes took: each writes it when it ends, from a library that is loaded into them."""
+    account = bench.make_accounts(1)
+    environment = bench.environment | {"LD_PRELOAD": bench.floor("libown_time.so"), "KIV_OWN_TIME": str(OWN)}
+    shares = {"kivctl": [], "set-up child": []}
+    walls = []
+    for _ in range(bench.rounds(30)):
+        OWN.write_text("")
+        walls.append(containers.start_kivctl(account, environment))
+        child, parent = (int(line.split()[0]) / 1e9 for line in OWN.read_text().splitlines())
+        shares["kivctl"].append(parent)
+        shares["set-up child"].append(child)
+        containers.stop_kivctl(account)
+        containers.wait_for_network_end()
+    wall = statistics.median(walls)
+    rows = [[name, statistics.median(times) * 1e3, wall * 1e3, statistics.median(times) / wall * 100]
+            for name, times in shares.items()]
+    return Table("start_own_time", "`kivctl start`, processor time of its own",
+                 ["process", "processor", "wall", "% of wall"], rows,
+                 "`RUSAGE_SELF` of the process at its end, host tools left out. The set-up child makes the layer and "
+                 "the mounts: most of its time is the kernel's, and the floor has it too.")
+
+
+def many_accounts(bench, containers):
+    counts = COUNTS[:2] if bench.quick else COUNTS
+    rows, parts, lines = [], [], {"kivctl": [], "floor": []}
+    for count in counts:
+        accounts = bench.make_accounts(count)
+        times = []
+
+        def stop(name):
+            if name == "floor":
+                times.append([int(word) / 1e6 / count for word in TIMES.read_text().split()])
+            containers.stop_floor(accounts)
+            containers.wait_for_network_end()
+
+        bench.say(f"start -a: {count} accounts")
+        taken = bench.medians({"kivctl": lambda: containers.start_kivctl(accounts),
+                               "floor": lambda: containers.start_floor(accounts)},
+                              bench.rounds(30 if count == 1 else 10 if count == 10 else 3), after=stop)
+        cost = {name: seconds * 1e3 / count for name, seconds in taken.items()}
+        rows.append([count, cost["kivctl"], cost["floor"], cost["kivctl"] / cost["floor"],
+                     cost["kivctl"] - cost["floor"]])
+        parts.append([count, *(statistics.median(column) for column in zip(*times))])
+        for name, line in lines.items():
+            line.append([count, cost[name]])
+    return [
+        Table("start_all", "`kivctl start -a`, cost per account",
+              ["accounts", "kivctl", "floor", "kivctl / floor", "difference"], rows),
+        Table("start_all_parts", "What grows with the accounts, in the floor: cost per account",
+              ["accounts", "ip, sysctl", "iptables", "namespaces, mounts, reads"], parts,
+              "iptables fetches every rule of a table to change one; a new mount namespace starts as a copy of all "
+              "mounts, three more for each container."),
+        Plot("start_all", "start -a: cost per account", "accounts", "milliseconds per account", lines),
+    ]
+
+
+def measure(bench):
+    containers = Containers(bench)
+    return [one_account(bench, containers), own_time(bench, containers), *many_accounts(bench, containers)]
