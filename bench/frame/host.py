@@ -106,9 +106,16 @@ class Bench:
                     taken[name].append(seconds)
         return taken
 
-    def medians(self, *arguments, **options):
-        """{name: median of the seconds}, as interleaved()."""
-        return {name: statistics.median(taken) for name, taken in self.interleaved(*arguments, **options).items()}
+    @staticmethod
+    def medians(taken):
+        """{name: median of the milliseconds} of what interleaved() gave."""
+        return {name: statistics.median(seconds) * 1e3 for name, seconds in taken.items()}
+
+    @staticmethod
+    def ratio(taken, name, other):
+        """How often `name` takes the time of `other`: the median over pairs of runs that stood next to each other, so
+        that a machine that becomes slower half-way changes nothing."""
+        return statistics.median(a / b for a, b in zip(taken[name], taken[other]))
 
     def peak_memory(self, command):
         """Of one run, in KiB. Through time(1), which is small: the peak of a process counts what it was forked from."""
