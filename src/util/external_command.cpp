@@ -46,14 +46,20 @@ void makeRoomForErrors(const CapturePipe& pipe) {
     }
 }
 
-void redirect(CapturePipe& pipe, int stream) {
+/// In the child, whose descriptors are its own while the objects that hold them are the parent's.
+void redirect(const CapturePipe& pipe, int stream) {
     if (pipe.writeEnd.valid()) {
         ::dup2(pipe.writeEnd.get(), stream);
-        pipe.readEnd.reset();
+        ::close(pipe.readEnd.get());
     }
 }
 
-[[noreturn]] void runProgram(char* const* argv) {
+/// The child's side of vfork(2): it runs in the memory of the parent, which waits, and may change
+/// nothing there but what the parent does not look at again.
+[[noreturn]] void runProgram(char* const* argv, const CapturePipe& output,
+                             const CapturePipe& errors) {
+    redirect(output, STDOUT_FILENO);
+    redirect(errors, STDERR_FILENO);
     // ignored signals survive an exec; the tool expects the default
     std::signal(SIGPIPE, SIG_DFL);
     ::execvp(argv[0], argv);
@@ -61,6 +67,16 @@ void redirect(CapturePipe& pipe, int stream) {
     report("ERROR during execvp: " + errorText(error));
     // not exit(3): the parent's exit handlers and buffers are the parent's
     ::_exit(kCannotRun);
+}
+
+/// fork(2) would copy the memory only for the tool to throw it away: half of what kivctl itself
+/// takes for a start.
+pid_t spawn(char* const* argv, const CapturePipe& output, const CapturePipe& errors) {
+    const pid_t child = ::vfork();
+    if (child == 0) {
+        runProgram(argv, output, errors);
+    }
+    return child;
 }
 
 void drain(CapturePipe& pipe, std::string* target) {
@@ -109,17 +125,12 @@ std::int32_t ExternalCommand::execute() {
     }
     argv.push_back(nullptr);
 
-    std::cout << std::flush;  // what is buffered must not come out of both processes
-    const pid_t child = ::fork();
+    std::cout << std::flush;  // before what the tool says
+    const pid_t child = spawn(argv.data(), output, errors);
     if (child == -1) {
         const int error = errno;
         report("fork() failed: " + errorText(error));
         return -1;
-    }
-    if (child == 0) {
-        redirect(output, STDOUT_FILENO);
-        redirect(errors, STDERR_FILENO);
-        runProgram(argv.data());
     }
     drain(output, stdoutTarget);
     drain(errors, stderrTarget);

@@ -109,7 +109,7 @@ EOF
     in_host <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice
-capture strace -o /tmp/trace -e inject=clone:signal=KILL:when=1 kivctl stop alice
+capture strace -o /tmp/trace -e inject=clone,?vfork:signal=KILL:when=1 kivctl stop alice
 same "files left" "" "$(ls -A /run/kiv)"
 same "marks left" trusted.kiv.unfinished.alice "$(marks)"
 same "rules left" 2 "$(iptables-save | grep -c veth-alice)"
@@ -124,7 +124,7 @@ EOF
     in_host <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice
-capture strace -o /tmp/trace -e inject=clone:signal=KILL:when=1 kivctl stop alice
+capture strace -o /tmp/trace -e inject=clone,?vfork:signal=KILL:when=1 kivctl stop alice
 capture kivctl start alice
 same status 0 "$status"
 same stderr "" "$err"
@@ -148,7 +148,7 @@ EOF
     in_host <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice
-injected clone:error=EAGAIN kivctl stop alice
+injected clone,?vfork:error=EAGAIN kivctl stop alice
 same status 0 "$status"
 same stderr "fork() failed: Resource temporarily unavailable
 fork() failed: Resource temporarily unavailable" "$err"

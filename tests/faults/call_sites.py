@@ -63,6 +63,7 @@ ERRORS = {
     "umount2": ("EBUSY", "EPERM"),
     "unlink": ("EACCES", "EROFS"),
     "unshare": ("ENOSPC", "EPERM"),
+    "vfork": ("EAGAIN", "ENOMEM"),
     "wait4": ("ECHILD", "EINTR"),
     "write": ("EIO", "ENOSPC"),
 }
