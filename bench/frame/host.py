@@ -67,10 +67,14 @@ class Bench:
         GROUPS.write_text(self._groups + "".join(f"{a.name}:x:{a.uid}:\n" for a in accounts))
         REGISTRY.write_text("".join(f"{a.name} net={a.network}/30\n" for a in accounts))
         for account in accounts if homes else []:
-            for directory in (account.home, account.home + "/tmp"):
-                os.makedirs(directory, exist_ok=True)
-                os.chown(directory, account.uid, account.uid)
+            self.make_home(account)
         return accounts
+
+    @staticmethod
+    def make_home(account):
+        for directory in (account.home, account.home + "/tmp"):
+            os.makedirs(directory, exist_ok=True)
+            os.chown(directory, account.uid, account.uid)
 
     def run(self, command, check=True, env=None):
         """Wall time of one run in seconds. Output is thrown away; with `check` a failure ends the measurement.
@@ -117,8 +121,8 @@ class Bench:
         that a machine that becomes slower half-way changes nothing."""
         return statistics.median(a / b for a, b in zip(taken[name], taken[other]))
 
-    def peak_memory(self, command):
+    def peak_memory(self, command, check=True):
         """Of one run, in KiB. Through time(1), which is small: the peak of a process counts what it was forked from."""
         measured = pathlib.Path("/tmp/peak-memory")
-        self.run(["/usr/bin/time", "--quiet", "-f", "%M", "-o", measured, *command])
+        self.run(["/usr/bin/time", "--quiet", "-f", "%M", "-o", measured, *command], check)
         return int(measured.read_text())
