@@ -9,7 +9,6 @@
 #include "util/hash.h"
 #include "util/runtime_directory.h"
 #include "util/string_util.h"
-#include "util/util.h"
 
 namespace {
 
@@ -19,7 +18,8 @@ constexpr std::size_t kHashedNameLength = 9;
 
 }  // namespace
 
-ContainerHandle::ContainerHandle(std::string name) : userName(std::move(name)) {
+ContainerHandle::ContainerHandle(std::string name, const UserIds& ids)
+    : userName(std::move(name)) {
     const auto refuse = [this](const char* reason) {
         return std::runtime_error(userName + ": " + ::gettext(reason));
     };
@@ -27,7 +27,7 @@ ContainerHandle::ContainerHandle(std::string name) : userName(std::move(name)) {
         throw refuse("invalid character '@' in user name");
     }
     try {
-        uid = Util::getpwnam(userName).uid;
+        uid = ids.of(userName);
     } catch (const std::runtime_error& failure) {
         throw refuse(failure.what());
     }

@@ -3,7 +3,11 @@
 #include <unistd.h>
 
 #include <exception>
+#include <list>
 #include <stdexcept>
+#include <string_view>
+#include <utility>
+#include <vector>
 
 #include "util/string_util.h"
 
@@ -17,15 +21,25 @@ std::string describe(const AccountEntry& account, const std::exception& error) {
     return line;
 }
 
+UserIds userIdsOf(const std::list<AccountEntry>& accounts) {
+    std::vector<std::string_view> names;
+    names.reserve(accounts.size());
+    for (const AccountEntry& account : accounts) {
+        names.emplace_back(account.name);
+    }
+    return UserIds(std::move(names));
+}
+
 }  // namespace
 
-std::string forEachAccount(const char* user,
-                           const std::function<void(const AccountEntry&)>& action) {
+std::string forEachAccount(const char* user, const AccountAction& action) {
     const pid_t self = ::getpid();
+    const std::list<AccountEntry> accounts = selectAccounts(user);
+    const UserIds ids = user == nullptr ? userIdsOf(accounts) : UserIds();
     std::string failures;
-    for (const AccountEntry& account : selectAccounts(user)) {
+    for (const AccountEntry& account : accounts) {
         try {
-            action(account);
+            action(account, ids);
         } catch (const std::exception& error) {
             if (user != nullptr) {
                 throw;

@@ -5,13 +5,15 @@
 #include <string>
 
 #include "config/account_registry.h"
+#include "util/user_ids.h"
+
+using AccountAction = std::function<void(const AccountEntry& account, const UserIds& ids)>;
 
 /// Calls `action` for the account `user`, or with null for every configured one. Of a named account
 /// an exception travels on unchanged. Without a name the loop goes on with the next account, and
 /// the result is one line per failed account, name + ": " + message, joined by newlines; empty when
-/// none failed. Throws what selectAccounts throws.
+/// none failed. Throws what selectAccounts throws. `ids` is for the look-up of the account.
 ///
 /// `action` may fork. An exception that arrives in the child ends the loop there, carrying its
 /// account's name: the remaining accounts are the parent's.
-std::string forEachAccount(const char* user,
-                           const std::function<void(const AccountEntry&)>& action);
+std::string forEachAccount(const char* user, const AccountAction& action);

@@ -158,10 +158,10 @@ void pinNamespaces(const ContainerHandle& handle, pid_t child, int flags) {
 
 void startCommand(const char* user) {
     ::umask(kUmask);  // whatever the caller's: modes of what is created here must not depend on it
-    const std::string failures = forEachAccount(user, [](const AccountEntry& account) {
+    const std::string failures = forEachAccount(user, [](const AccountEntry& account, const UserIds& ids) {
         std::cout << "starting container: " + account.name + ", network:" + account.net + "\n"
                   << std::flush;
-        ContainerHandle handle(account.name);
+        ContainerHandle handle(account.name, ids);
         startContainer(handle, IpNetwork(account.net));
     });
     if (!failures.empty()) {

@@ -13,9 +13,10 @@
 
 void statusCommand(const char* user) {
     std::list<ContainerStatus> statuses;
-    const std::string failures = forEachAccount(user, [&statuses](const AccountEntry& account) {
+    const std::string failures = forEachAccount(user, [&statuses](const AccountEntry& account,
+                                                                const UserIds& ids) {
         progress("collecting status for container: " + account.name);
-        const ContainerHandle handle(account.name);
+        const ContainerHandle handle(account.name, ids);
         ContainerStatus status(handle);
         collectStatus(status);
         status.handle = nullptr;  // the handle ends with its account's turn

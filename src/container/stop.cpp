@@ -190,10 +190,10 @@ void unpin(ContainerHandle& handle, const std::string& address,
 }  // namespace
 
 void stopCommand(const char* user) {
-    const std::string failures = forEachAccount(user, [](const AccountEntry& account) {
+    const std::string failures = forEachAccount(user, [](const AccountEntry& account, const UserIds& ids) {
         std::cout << "stopping container: " + account.name + ", network:" + account.net + "\n"
                   << std::flush;
-        ContainerHandle handle(account.name);
+        ContainerHandle handle(account.name, ids);
         stopContainer(handle, IpNetwork(account.net));
     });
     if (!failures.empty()) {

@@ -1,0 +1,100 @@
+#!/usr/bin/env bats
+# Commands over all accounts look the users up as a look-up by name does, and do not take longer for it.
+load helpers
+load cgroups
+
+# slices UID…: the cgroup of each has as many processes as its number.
+slices() {
+    local uid
+    for uid in "$@"; do
+        mkdir -p "/sys/fs/cgroup/user.slice/user-$uid.slice"
+        echo "$uid" >"/sys/fs/cgroup/user.slice/user-$uid.slice/pids.current"
+    done
+}
+
+# sources SERVICE…: where users are looked up. "early" refuses to be enumerated and knows alice and dora.
+sources() {
+    sed -i "s/^passwd:.*/passwd: $*/" /etc/nsswitch.conf
+    grep -q "^passwd: $*$" /etc/nsswitch.conf
+    export LD_LIBRARY_PATH
+    LD_LIBRARY_PATH=$(dirname "$KIVCTL")/../tests/e2e/programs
+}
+
+# shown: the accounts of the table with the figure that tells whose slice was read.
+shown() {
+    kivctl status -a | awk '/yes/ { printf "%s=%s ", $2, $6 }'
+}
+export -f slices sources shown
+
+@test "a source that comes before the password file is believed, though it cannot be enumerated" {
+    in_host <<'EOF'
+stand_in_cgroups
+account alice
+account bob
+mkdir /run/kiv
+touch /run/kiv/{alice,bob}@mnt
+alice=$(id -u alice) bob=$(id -u bob)
+slices "$alice" "$bob" 31000 31001
+same "user ids of the file" "alice=$alice bob=$bob " "$(shown)"
+sources early files
+same "user ids of the first source" "alice=31000 bob=$bob " "$(shown)"
+sources files early
+same "user ids of the file again" "alice=$alice bob=$bob " "$(shown)"
+EOF
+}
+
+@test "users that the password file lacks are those of the next source" {
+    in_host <<'EOF'
+stand_in_cgroups
+account alice
+sed -i 1i\\dora /etc/tarnwell/kiv.users
+mkdir /run/kiv
+touch /run/kiv/{alice,dora}@mnt
+alice=$(id -u alice)
+slices "$alice" 31001
+sources files early
+same "user ids" "dora=31001 alice=$alice " "$(shown)"
+EOF
+}
+
+@test "the first of several lines of a user counts" {
+    in_host <<'EOF'
+stand_in_cgroups
+account alice
+alice=$(id -u alice)
+echo alice:x:31000:31000::/home/alice:/bin/bash >>/etc/passwd
+mkdir /run/kiv
+touch /run/kiv/alice@mnt
+slices "$alice" 31000
+same "user id" "alice=$alice " "$(shown)"
+EOF
+}
+
+@test "all commands refuse what a look-up by name refuses, in the order of the registry" {
+    in_host <<'EOF'
+account alice
+printf '%s\n' nobody-here alice a@b root >/etc/tarnwell/kiv.users
+for command in start stop status; do
+    capture kivctl "$command" -a
+    same "status of $command" 71 "$status"
+    # without a network start and stop refuse alice too, but not to look it up
+    same "lines of $command" "kivctl: nobody-here: nobody-here: unknown user
+a@b: a@b: invalid character '@' in user name
+root: root: cannot create container for uid 0" "$(grep -v '^alice' <<<"$err")"
+done
+EOF
+}
+
+@test "the password file is read once for all accounts" {
+    in_host <<'EOF'
+account alice
+for ((i = 0; i < 500; i++)); do
+    echo "user$i:x:$((30000 + i)):30000::/home/user$i:/bin/bash" >>/etc/passwd
+    echo "user$i" >>/etc/tarnwell/kiv.users
+done
+for command in status stop; do
+    strace -o /tmp/trace -e trace=openat kivctl "$command" -a >/dev/null 2>&1 || true
+    same "times that $command opens it" 1 "$(grep -c '"/etc/passwd"' /tmp/trace)"
+done
+EOF
+}
