@@ -1,8 +1,14 @@
 #include "container/container_status.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
-#include <fstream>
+#include <array>
+#include <cerrno>
+#include <string_view>
+
+#include "util/file_descriptor.h"
 
 namespace {
 
@@ -73,8 +79,22 @@ void collectStatus(ContainerStatus& status, const std::string& namespaceFile,
 }
 
 std::string readFirstLine(const std::string& path) {
-    std::ifstream file(path);
+    const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
     std::string line;
-    std::getline(file, line);
-    return line;
+    std::array<char, 64> part{};
+    for (;;) {
+        const ssize_t length = ::read(file.get(), part.data(), part.size());
+        if (length == -1 && errno == EINTR) {
+            continue;
+        }
+        if (length <= 0) {
+            return line;
+        }
+        const std::string_view text(part.data(), static_cast<std::size_t>(length));
+        const std::size_t end = text.find('\n');
+        line += text.substr(0, end);
+        if (end != std::string_view::npos) {
+            return line;
+        }
+    }
 }

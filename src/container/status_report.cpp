@@ -35,6 +35,9 @@ constexpr std::array kFigures = {
 constexpr std::size_t kSuffixWidth = 7;
 constexpr const char* kInfinite = "    (∞)";  // nine bytes on seven columns
 
+/// Colours and the infinity signs, at most.
+constexpr std::size_t kExtraBytes = 16;
+
 struct Layout {
     std::size_t account;
     std::size_t active;
@@ -176,11 +179,14 @@ void printStatusTable(const std::list<ContainerStatus>& statuses) {
     const Layout layout = layOut(statuses);
     const std::string rule = ruleLine(layout);
     std::string table = rule + headerLine(layout) + rule;
+    // a line of the table and the bytes that take no column; growing would need the room twice
+    table.reserve(table.size() + (statuses.size() + 1) * (rule.size() + kExtraBytes));
     for (const ContainerStatus& status : statuses) {
         appendStatus(table, status, layout);
     }
     // one write: a table of thousands of accounts neither trickles nor costs a call for each line
-    std::cout << table + rule << std::flush;
+    table += rule;
+    std::cout << table << std::flush;
 }
 
 std::string percentage(std::int64_t current, std::int64_t limit) {
