@@ -2,11 +2,11 @@
 
 #include <unistd.h>
 
-#include <iostream>
 #include <string>
 
 #include "cli/escape_sequences.h"
 #include "cli/options.h"
+#include "util/output.h"
 
 namespace {
 
@@ -28,9 +28,8 @@ const char* onTerminal(const char* sequence) {
 }  // namespace
 
 void printHelpScreen() {
-    std::cout << onTerminal(kRed) << kLogo << onTerminal(kReset) << "\n";
+    print(std::string(onTerminal(kRed)) + kLogo + onTerminal(kReset) + "\n");
     printHelp();
-    std::cout << onTerminal(kRed) << std::string(kRuleWidth, '_') << "\n"
-              << kCopyright << "\n"
-              << onTerminal(kReset) << "\n\n";
+    print(onTerminal(kRed) + std::string(kRuleWidth, '_') + "\n" + kCopyright + "\n" +
+          onTerminal(kReset) + "\n\n");
 }

@@ -6,8 +6,8 @@
 
 #include <clocale>
 #include <cstdlib>
-#include <iostream>
 #include <stdexcept>
+#include <string>
 
 #include "cli/help_screen.h"
 #include "cli/options.h"
@@ -19,6 +19,7 @@
 #include "util/daemon.h"
 #include "util/errors.h"
 #include "util/exception_tracer.h"
+#include "util/output.h"
 #include "util/settings.h"
 
 namespace {
@@ -83,7 +84,7 @@ int run(int argc, char** argv) {
         case UsageError:
             return EX_USAGE;
         case Version:
-            std::cout << kVersionLine << "\n";
+            print(std::string(kVersionLine) + "\n");
             return EXIT_SUCCESS;
         default:
             return runCommand(command);

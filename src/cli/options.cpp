@@ -4,13 +4,14 @@
 #include <libintl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cctype>
+#include <cstddef>
 #include <cstring>
-#include <iomanip>
-#include <iostream>
 #include <string>
 
 #include "cli/escape_sequences.h"
+#include "util/output.h"
 #include "util/settings.h"
 #include "util/string_util.h"
 #include "util/translatable.h"
@@ -48,10 +49,12 @@ int usageError(const char* message, const std::string& detail = "") {
     StringUtil::replaceAll("%s", detail, text);
     // deliberate: the colours go to standard output, whatever it is
     const bool colored = ::isatty(STDERR_FILENO) != 0;
-    std::cout << (colored ? kRed : "") << std::flush;
-    std::cerr << std::string("[") + ::gettext("ERROR") + "]" << std::flush;
-    std::cout << (colored ? kReset : "") << std::flush;
-    std::cerr << std::string(" ") + programName() + ": " + text + "\n" << std::flush;
+    print(colored ? kRed : "");
+    flushOutput();
+    printError(std::string("[") + ::gettext("ERROR") + "]");
+    print(colored ? kReset : "");
+    flushOutput();
+    printError(std::string(" ") + programName() + ": " + text + "\n");
     return UsageError;
 }
 
@@ -160,27 +163,24 @@ int parseArguments(int argc, char** argv) {
 }
 
 void printHelp() {
-    const std::string config = std::string("-c, --config=") + ::gettext("FILE");
-    std::cout << ::gettext("Usage:") << " " << programName() << " [" << ::gettext("options")
-              << "] [" << ::gettext("command") << "]\n\n"
-              << ::gettext("Options:") << "\n"
-              << "  " << std::left << std::setw(22) << config
-              << ::gettext("use configuration file FILE") << "\n"
-              << std::string(24, ' ') << ::gettext("default:") << " " << kDefaultConfigFile
-              << "\n\n"
-              << ::gettext("Commands:") << "\n"
-              << "  exec   <user>         "
-              << ::gettext("run shell within container of user <user>") << "\n"
-              << "  start  <user> | -a    "
-              << ::gettext("start container for user <user>, or with '-a' for all configured users")
-              << "\n"
-              << "  stop   <user> | -a    "
-              << ::gettext("stop container for user <user>, or with '-a' for all configured users")
-              << "\n"
-              << "  status <user> | -a    "
-              << ::gettext(
-                     "show container status for user <user>, or with '-a' for all configured users")
-              << "\n"
-              << "  -h, --help            " << ::gettext("show this help") << "\n"
-              << "  -v, --version         " << ::gettext("show program version") << "\n";
+    std::string config = std::string("-c, --config=") + ::gettext("FILE");
+    config.resize(std::max<std::size_t>(config.size(), 22), ' ');
+    const auto line = [](const std::string& usage, const char* description) {
+        print("  " + usage + description + "\n");
+    };
+    print(std::string(::gettext("Usage:")) + " " + programName() + " [" + ::gettext("options") +
+          "] [" + ::gettext("command") + "]\n\n");
+    print(std::string(::gettext("Options:")) + "\n");
+    line(config, ::gettext("use configuration file FILE"));
+    print(std::string(24, ' ') + ::gettext("default:") + " " + kDefaultConfigFile + "\n\n");
+    print(std::string(::gettext("Commands:")) + "\n");
+    line("exec   <user>         ", ::gettext("run shell within container of user <user>"));
+    line("start  <user> | -a    ",
+         ::gettext("start container for user <user>, or with '-a' for all configured users"));
+    line("stop   <user> | -a    ",
+         ::gettext("stop container for user <user>, or with '-a' for all configured users"));
+    line("status <user> | -a    ",
+         ::gettext("show container status for user <user>, or with '-a' for all configured users"));
+    line("-h, --help            ", ::gettext("show this help"));
+    line("-v, --version         ", ::gettext("show program version"));
 }

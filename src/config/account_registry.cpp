@@ -1,12 +1,12 @@
 #include "config/account_registry.h"
 
 #include <cerrno>
-#include <fstream>
 #include <stdexcept>
 #include <string_view>
 
 #include "config/white_space.h"
 #include "util/errors.h"
+#include "util/line_reader.h"
 #include "util/string_util.h"
 #include "util/word_reader.h"
 
@@ -27,13 +27,13 @@ void parseSettings(AccountEntry& entry, WordReader& words) {
 }  // namespace
 
 void readAccounts(std::list<AccountEntry>& result, const std::string& user, const char* registry) {
-    std::ifstream file(registry);
-    if (!file) {
+    LineReader file(registry);
+    if (!file.opened()) {
         const int error = errno;
         throw systemError("cannot open " + std::string(registry) + ": ", error);
     }
     std::string line;
-    while (std::getline(file, line)) {
+    while (file.next(line)) {
         StringUtil::trim(line, kWhiteSpace);
         if (line.empty() || line.front() == '#') {
             continue;

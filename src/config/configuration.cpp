@@ -1,12 +1,12 @@
 #include "config/configuration.h"
 
 #include <cctype>
-#include <fstream>
 #include <stdexcept>
 #include <string_view>
 #include <utility>
 
 #include "config/white_space.h"
+#include "util/line_reader.h"
 #include "util/reg_ex.h"
 #include "util/string_util.h"
 #include "util/word_reader.h"
@@ -146,20 +146,20 @@ void Parser::addFilter(const std::string& item) {
 }  // namespace
 
 Configuration Configuration::read(const std::string& path, const ItemCheck& check) {
-    std::ifstream file(path);
-    if (!file) {
+    LineReader file(path);
+    if (!file.opened()) {
         throw std::runtime_error("cannot open file " + path);
     }
     Parser parser(check);
     std::string line;
-    for (unsigned long number = 1; std::getline(file, line); ++number) {
+    for (unsigned long number = 1; file.next(line); ++number) {
         try {
             parser.parseLine(line);
         } catch (const std::runtime_error& error) {
             throw std::runtime_error("line " + std::to_string(number) + ": " + error.what());
         }
     }
-    if (file.bad()) {
+    if (file.error() != 0) {
         throw std::runtime_error("error while reading from file");
     }
     return std::move(parser.result);

@@ -14,7 +14,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
-#include <iostream>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -22,6 +21,7 @@
 #include "container/runtime_lock.h"
 #include "util/daemon.h"
 #include "util/errors.h"
+#include "util/output.h"
 #include "util/runtime_directory.h"
 #include "util/util.h"
 
@@ -125,10 +125,8 @@ void execCommand(const char* user) {
 }
 
 void enterContainerShell(ContainerHandle& handle) {
-    // Not flushed, and not by an error line either: in a pipe only the shell's own output arrives,
-    // which scripts count on.
-    std::cerr.tie(nullptr);
-    std::cout << "Switching into container '" + handle.userName + "'...\n";
+    // not flushed: in a pipe only the shell's own output arrives, which scripts count on
+    print("Switching into container '" + handle.userName + "'...\n");
     PasswordEntry account = passwordEntryOf(handle);
     loadErrorTexts();
     {

@@ -7,12 +7,12 @@
 #include <array>
 #include <cerrno>
 #include <cstdint>
-#include <iostream>
 
 #include "container/mount_namespace_order.h"
 #include "container/namespaces.h"
 #include "util/errors.h"
 #include "util/file_descriptor.h"
+#include "util/output.h"
 
 namespace {
 
@@ -70,7 +70,7 @@ pid_t forkUnshare(int flags, int& syncFd) {
     Pipe release = openPipe();
     Pipe ready = openPipe();
     const FileDescriptor ownMounts(::open("/proc/self/ns/mnt", O_RDONLY | O_CLOEXEC));
-    std::cout << std::flush;  // what is buffered must not come out of both processes
+    flushOutput();  // what is buffered must not come out of both processes
     const pid_t child = ::fork();
     if (child == -1) {
         const int error = errno;

@@ -8,20 +8,22 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <fstream>
 #include <list>
-#include <sstream>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 
 #include "config/configuration.h"
+#include "config/white_space.h"
 #include "container/packet_rules.h"
 #include "container/runtime_lock.h"
 #include "fs/mount_table.h"
 #include "util/errors.h"
 #include "util/external_command.h"
+#include "util/line_reader.h"
 #include "util/runtime_directory.h"
 #include "util/string_util.h"
+#include "util/word_reader.h"
 
 namespace {
 
@@ -135,16 +137,15 @@ void ensureMasquerade(const std::string& defaultInterface) {
 
 /// The first interface with a default route, empty when there is none; the file is
 /// proc_pid_net(5)'s "route".
-std::string firstDefaultInterface(std::istream& routes) {
+std::string firstDefaultInterface(LineReader& routes) {
     std::string line;
-    std::getline(routes, line);  // the column header
-    while (std::getline(routes, line)) {
-        std::istringstream words(line);
-        std::string interface;
-        std::string destination;
-        words >> interface >> destination;
+    routes.next(line);  // the column header
+    while (routes.next(line)) {
+        WordReader words(line, kWhiteSpace);
+        const std::string_view interface = words.next();
+        const std::string_view destination = words.next();
         if (destination == "00000000") {
-            return interface;
+            return std::string(interface);
         }
     }
     return "";
@@ -180,8 +181,8 @@ FileDescriptor prepareHost(const ContainerHandle& /*handle*/) {
 }
 
 int detectDefaultMtu(const char* routeTable) {
-    std::ifstream routes(routeTable);
-    if (!routes) {
+    LineReader routes(routeTable);
+    if (!routes.opened()) {
         return kUsualMtu;
     }
     const std::string interface = firstDefaultInterface(routes);

@@ -8,7 +8,6 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
-#include <iostream>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -23,6 +22,7 @@
 #include "fs/mount_table.h"
 #include "util/errors.h"
 #include "util/file_descriptor.h"
+#include "util/output.h"
 #include "util/runtime_directory.h"
 #include "util/scope_guard.h"
 #include "util/util.h"
@@ -159,8 +159,8 @@ void pinNamespaces(const ContainerHandle& handle, pid_t child, int flags) {
 void startCommand(const char* user) {
     ::umask(kUmask);  // whatever the caller's: modes of what is created here must not depend on it
     const std::string failures = forEachAccount(user, [](const AccountEntry& account, const UserIds& ids) {
-        std::cout << "starting container: " + account.name + ", network:" + account.net + "\n"
-                  << std::flush;
+        print("starting container: " + account.name + ", network:" + account.net + "\n");
+        flushOutput();
         ContainerHandle handle(account.name, ids);
         startContainer(handle, IpNetwork(account.net));
     });

@@ -5,10 +5,10 @@
 #include <algorithm>
 #include <array>
 #include <cstdlib>
-#include <iostream>
 #include <optional>
 
 #include "util/console_colors.h"
+#include "util/output.h"
 #include "util/translatable.h"
 
 namespace {
@@ -160,7 +160,8 @@ void appendStatus(std::string& table, const ContainerStatus& status, const Layou
 }  // namespace
 
 void printStatus(const ContainerStatus& status) {
-    std::cout << translated("Account:") + " " + status.userName + "\n" << std::flush;
+    print(translated("Account:") + " " + status.userName + "\n");
+    flushOutput();
     std::string lines =
         translated("Active:") + " " + color(status) + yesOrNo(status) + colorReset + "\n";
     for (const Figure& figure : kFigures) {
@@ -172,7 +173,7 @@ void printStatus(const ContainerStatus& status) {
         lines += translated(figure.label) + " " + std::to_string(current);
         lines += limit > 0 ? " " + bracketed(current, limit) + "\n" : "\n";
     }
-    std::cout << lines;
+    print(lines);
 }
 
 void printStatusTable(const std::list<ContainerStatus>& statuses) {
@@ -186,7 +187,8 @@ void printStatusTable(const std::list<ContainerStatus>& statuses) {
     }
     // one write: a table of thousands of accounts neither trickles nor costs a call for each line
     table += rule;
-    std::cout << table << std::flush;
+    print(table);
+    flushOutput();
 }
 
 std::string percentage(std::int64_t current, std::int64_t limit) {

@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdint>
-#include <iostream>
 #include <list>
 #include <stdexcept>
 #include <string>
@@ -25,6 +24,7 @@
 #include "util/errors.h"
 #include "util/external_command.h"
 #include "util/file_descriptor.h"
+#include "util/output.h"
 #include "util/runtime_directory.h"
 
 namespace {
@@ -83,14 +83,14 @@ std::vector<pid_t> distinctProcesses(const std::list<NamespaceEntry>& entries) {
 /// Each is told of before it is signalled, so that what ends kivctl half-way leaves a true record.
 void terminateProcesses(const std::string& user, const std::vector<pid_t>& pids,
                         const std::list<NamespaceEntry>& entries) {
-    std::cerr << user + ": terminating processes: ";
+    printError(user + ": terminating processes: ");
     const char* separator = "";
     for (const pid_t pid : pids) {
-        std::cerr << separator + std::to_string(pid) << std::flush;
+        printError(separator + std::to_string(pid));
         terminateProcess(pid, entries);
         separator = ", ";
     }
-    std::cerr << "\n" << std::flush;
+    printError("\n");
 }
 
 bool isListed(pid_t pid) {
@@ -191,8 +191,8 @@ void unpin(ContainerHandle& handle, const std::string& address,
 
 void stopCommand(const char* user) {
     const std::string failures = forEachAccount(user, [](const AccountEntry& account, const UserIds& ids) {
-        std::cout << "stopping container: " + account.name + ", network:" + account.net + "\n"
-                  << std::flush;
+        print("stopping container: " + account.name + ", network:" + account.net + "\n");
+        flushOutput();
         ContainerHandle handle(account.name, ids);
         stopContainer(handle, IpNetwork(account.net));
     });

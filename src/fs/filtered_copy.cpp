@@ -1,18 +1,36 @@
 #include "fs/filtered_copy.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <fstream>
 #include <stdexcept>
+#include <string_view>
 
 #include "fs/layer_paths.h"
 #include "util/errors.h"
+#include "util/file_descriptor.h"
+#include "util/line_reader.h"
 #include "util/reg_ex.h"
 #include "util/string_util.h"
 
 namespace {
+
+constexpr std::size_t kPiece = 16384;       ///< what is collected before it is written
+constexpr mode_t kModeWhileWritten = 0666;  ///< but for the umask
+
+bool writeAll(const FileDescriptor& out, std::string_view text) {
+    while (!text.empty()) {
+        const ssize_t written = ::write(out.get(), text.data(), text.size());
+        if (written > 0) {
+            text.remove_prefix(static_cast<std::size_t>(written));
+        } else if (written == 0 || errno != EINTR) {
+            return false;
+        }
+    }
+    return true;
+}
 
 /// The name as an expression that matches just it: an account "a.b" must not see the line of "axb".
 std::string escaped(const std::string& userName) {
@@ -26,18 +44,27 @@ std::string escaped(const std::string& userName) {
     return text;
 }
 
-/// Throws std::runtime_error when the expression does not compile; `out` is then empty, so that the
-/// account sees nothing of the file instead of all of it.
-void copyMatchingLines(std::istream& in, std::ostream& out, std::string expression,
+/// False when not all could be copied. Throws std::runtime_error when the expression does not
+/// compile; `out` is then empty, so that the account sees nothing of the file instead of all of it.
+bool copyMatchingLines(LineReader& in, const FileDescriptor& out, std::string expression,
                        const std::string& userName) {
     StringUtil::replaceAll("${USER}", escaped(userName), expression);
     const RegEx wanted(expression, 0);
     std::string line;
-    while (std::getline(in, line)) {
-        if (wanted.match(line, 0)) {
-            out << line << '\n';
+    std::string kept;
+    while (in.next(line)) {
+        if (!wanted.match(line, 0)) {
+            continue;
+        }
+        kept.append(line) += '\n';
+        if (kept.size() >= kPiece) {
+            if (!writeAll(out, kept)) {
+                return false;
+            }
+            kept.clear();
         }
     }
+    return writeAll(out, kept) && in.error() == 0;
 }
 
 void copyOwnerAndMode(const struct stat& source, const std::string& target) {
@@ -59,8 +86,8 @@ void writeFilteredCopy(const std::string& file, const std::string& expression,
         report(file + ": " + errorText(error));
         return;
     }
-    std::ifstream in(file);
-    if (!in) {
+    LineReader in(file);
+    if (!in.opened()) {
         const int error = errno;
         report("Cannot open '" + file + "': " + errorText(error));
         return;
@@ -72,21 +99,20 @@ void writeFilteredCopy(const std::string& file, const std::string& expression,
     }
     progress("Creating file: " + target);
     ::unlink(target.c_str());  // an earlier step may have left a whiteout or a mount point there
-    std::ofstream out(target, std::ios::trunc);
-    if (!out) {
+    FileDescriptor out(
+        ::open(target.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, kModeWhileWritten));
+    if (!out.valid()) {
         const int error = errno;
         report(target + ": error while opening: " + errorText(error));
         return;
     }
     try {
-        copyMatchingLines(in, out, expression, userName);
+        if (!copyMatchingLines(in, out, expression, userName)) {
+            report(target + ": error while copying");
+        }
     } catch (const std::runtime_error& error) {
         report(file + ": " + error.what());
         return;
-    }
-    out.close();
-    if (in.bad() || !out) {
-        report(target + ": error while copying");
     }
     copyOwnerAndMode(source, target);
 }

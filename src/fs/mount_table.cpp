@@ -2,13 +2,13 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <fstream>
 #include <optional>
 #include <stdexcept>
 #include <string_view>
 #include <utility>
 
 #include "util/errors.h"
+#include "util/line_reader.h"
 #include "util/runtime_directory.h"
 #include "util/word_reader.h"
 
@@ -74,13 +74,13 @@ const MountEntry* MountTable::find(const std::string& mountPoint) const {
 
 void readMountTable(MountTable& out, const std::string& prefix, const std::string& path) {
     out.clear();
-    std::ifstream file(path);
-    if (!file) {
+    LineReader file(path);
+    if (!file.opened()) {
         const int error = errno;
         throw systemError("cannot open '" + path + "': ", error);
     }
     std::string line;
-    while (std::getline(file, line)) {
+    while (file.next(line)) {
         auto entry = parseLine(line);
         if (!entry) {
             report("mountinfo: invalid line: " + line);
@@ -88,9 +88,8 @@ void readMountTable(MountTable& out, const std::string& prefix, const std::strin
             out.append(std::move(*entry));
         }
     }
-    if (file.bad()) {
-        const int error = errno;
-        throw systemError("error while reading '" + path + "': ", error);
+    if (file.error() != 0) {
+        throw systemError("error while reading '" + path + "': ", file.error());
     }
 }
 

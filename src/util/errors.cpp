@@ -2,8 +2,8 @@
 
 #include <cerrno>
 #include <cstring>
-#include <iostream>
 
+#include "util/output.h"
 #include "util/settings.h"
 
 std::runtime_error systemError(const std::string& text, int error) {
@@ -16,12 +16,13 @@ std::string errorText(int error) {
 
 void report(const std::string& line) {
     const int kept = errno;
-    std::cerr << line + "\n" << std::flush;
+    printError(line + "\n");
     errno = kept;
 }
 
 void progress(const std::string& line) {
     if (debugMode() != 0) {
-        std::cout << line + "\n" << std::flush;
+        print(line + "\n");
+        flushOutput();
     }
 }

@@ -7,13 +7,13 @@
 #include <array>
 #include <cerrno>
 #include <csignal>
-#include <iostream>
 #include <stdexcept>
 #include <utility>
 #include <vector>
 
 #include "util/errors.h"
 #include "util/file_descriptor.h"
+#include "util/output.h"
 
 namespace {
 
@@ -125,7 +125,7 @@ std::int32_t ExternalCommand::execute() {
     }
     argv.push_back(nullptr);
 
-    std::cout << std::flush;  // before what the tool says
+    flushOutput();  // before what the tool says
     const pid_t child = spawn(argv.data(), output, errors);
     if (child == -1) {
         const int error = errno;

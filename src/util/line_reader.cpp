@@ -1,0 +1,39 @@
+#include "util/line_reader.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+LineReader::LineReader(const std::string& path)
+    : file(::open(path.c_str(), O_RDONLY | O_CLOEXEC)) {}
+
+bool LineReader::next(std::string& line) {
+    line.clear();
+    bool started = false;
+    while (!pending.empty() || refill()) {
+        const auto end = pending.find('\n');
+        line.append(pending.substr(0, end));
+        if (end != std::string_view::npos) {
+            pending.remove_prefix(end + 1);
+            return true;
+        }
+        pending = {};
+        started = true;
+    }
+    return started && failure == 0;
+}
+
+/// False at the end of the file, and when it cannot be read.
+bool LineReader::refill() {
+    ssize_t length = -1;
+    do {
+        length = ::read(file.get(), buffer.data(), buffer.size());
+    } while (length == -1 && errno == EINTR);
+    if (length == -1) {
+        failure = errno;
+        return false;
+    }
+    pending = {buffer.data(), static_cast<std::size_t>(length)};
+    return length > 0;
+}

@@ -1,0 +1,23 @@
+#include "util/output.h"
+
+#include <cstdio>
+
+namespace {
+
+void writeTo(std::FILE* stream, std::string_view text) {
+    [[maybe_unused]] const auto ignored = std::fwrite(text.data(), 1, text.size(), stream);
+}
+
+}  // namespace
+
+void print(std::string_view text) {
+    writeTo(stdout, text);
+}
+
+void flushOutput() {
+    std::fflush(stdout);
+}
+
+void printError(std::string_view text) {
+    writeTo(stderr, text);
+}
