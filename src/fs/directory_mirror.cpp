@@ -63,3 +63,20 @@ bool recMkDir(std::string& src, std::string& dst, std::list<std::string> compone
     }
     return true;
 }
+
+bool TreeMirror::mirror(std::list<std::string> components) {
+    std::string path;
+    while (!components.empty() && mirrored.contains(path + "/" + components.front())) {
+        path += "/" + components.front();
+        components.pop_front();
+    }
+    std::string source = sourceRoot + path;
+    std::string target = targetRoot + path;
+    if (!recMkDir(source, target, components)) {
+        return false;
+    }
+    for (const std::string& component : components) {
+        mirrored.insert(path += "/" + component);
+    }
+    return true;
+}

@@ -69,7 +69,7 @@ void hideUnlisted(const std::string& lowerRoot, const std::string& layerDir,
 }
 
 /// Step 2: one path disappears.
-void hidePath(const std::string& lowerRoot, const std::string& layerDir, const std::string& item) {
+void hidePath(TreeMirror& parents, const std::string& layerDir, const std::string& item) {
     const std::string path = anchored(item);
     const std::string parent = parentOf(path);
     // a whiteout below a link would hide the name in the wrong directory
@@ -79,7 +79,7 @@ void hidePath(const std::string& lowerRoot, const std::string& layerDir, const s
         }
         return;
     }
-    if (!mirror(lowerRoot, layerDir, parent)) {
+    if (!parents.mirror(componentsOf(parent))) {
         return;
     }
     const std::string target = layerDir + withoutSlashesAtEnd(path);
@@ -132,7 +132,7 @@ void emptyDirectory(const std::string& lowerRoot, const std::string& layerDir,
 }
 
 /// Step 4: a place for a bind mount.
-void prepareBindTarget(const std::string& layerDir, const std::string& item) {
+void prepareBindTarget(TreeMirror& parents, const std::string& layerDir, const std::string& item) {
     struct stat source {};
     if (::stat(item.c_str(), &source) != 0) {
         const int error = errno;
@@ -143,7 +143,7 @@ void prepareBindTarget(const std::string& layerDir, const std::string& item) {
     }
     const std::string path = anchored(item);
     const bool isDirectory = S_ISDIR(source.st_mode);
-    if (!mirrorFromHost(layerDir, componentsOf(isDirectory ? path : parentOf(path)))) {
+    if (!parents.mirror(componentsOf(isDirectory ? path : parentOf(path)))) {
         const int error = errno;
         report("mkdir(" + layerDir + item + ") failed (2): " + errorText(error));
         return;
@@ -167,14 +167,16 @@ void buildOverlayLayer(const std::string& lowerRoot, const std::string& layerDir
     for (const auto& [directory, patterns] : rules.allowlists) {
         hideUnlisted(lowerRoot, layerDir, anchored(directory), patterns);
     }
+    TreeMirror hiddenParents(lowerRoot, layerDir);
     for (const std::string& path : expandPaths(lowerRoot, rules.hide)) {
-        hidePath(lowerRoot, layerDir, path);
+        hidePath(hiddenParents, layerDir, path);
     }
     for (const std::string& path : expandPaths(lowerRoot, rules.empty)) {
         emptyDirectory(lowerRoot, layerDir, path);
     }
+    TreeMirror bindParents("", layerDir);
     for (const std::string& path : rules.bind) {
-        prepareBindTarget(layerDir, path);
+        prepareBindTarget(bindParents, layerDir, path);
     }
     writeFilteredCopies(rules.filters, layerDir, userName);
 }
