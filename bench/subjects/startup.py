@@ -1,0 +1,30 @@
+"""What a run costs before it does anything: kivctl -v."""
+
+from frame.report import Table
+
+ROUNDS = 200
+LANGUAGES = ("C", "C.UTF-8")
+
+
+def installed(bench):
+    """Where a package puts it: found through the loader's cache, not through the build folder's own path."""
+    library = bench.build / "lib/libkiv.so.1"
+    bench.run(["install", "-m", "644", library, "/usr/lib/libkiv.so.1"])
+    bench.run(["install", bench.kivctl, "/usr/sbin/kivctl"])
+    bench.run(["ldconfig"])
+    return "/usr/sbin/kivctl"
+
+
+def measure(bench):
+    rows = []
+    commands = {"/bin/true": ["/bin/true"], "kivctl -v": [installed(bench), "-v"],
+                "kivctl -v, build folder": [bench.kivctl, "-v"], "/bin/true --version": ["/bin/true", "--version"],
+                "/bin/sh -c :": ["/bin/sh", "-c", ":"]}
+    for language in LANGUAGES:
+        bench.environment["LANG"] = language
+        medians = bench.medians(commands, bench.rounds(ROUNDS))
+        for name, command in commands.items():
+            rows.append([name, language, medians[name] * 1000, medians[name] / medians["/bin/true"],
+                         bench.peak_memory(command) / 1024])
+    return [Table("startup", "kivctl -v", ["what", "LANG", "ms", "× /bin/true", "MiB"], rows,
+                  "With another language than C the program reads its locale, which /bin/true does with an option only.")]
