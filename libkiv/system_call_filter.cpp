@@ -62,14 +62,22 @@ public:
         require(seccomp_rule_add_array(filter.get(), SCMP_ACT_ERRNO(EPERM), call, 1, &bits), name);
     }
 
-    /// A rule compares an argument once, so the complement of the allowed values is told bit by
-    /// bit: below the top bit any bit but the harmless ones is too much, above it any missing bit.
+    /// A rule compares an argument once, so the complement of the allowed values is told by pairs
+    /// of bits. Allowed are none of the harmful bits, and all bits. Anything between has, going
+    /// around the harmful ones, one that is set before one that is not; or all of these, and lacks
+    /// another. A rule takes libseccomp microseconds, which every shell waits for: these are 32.
     void whenOddPersonality() const {
-        for (std::uint64_t bit = 1; bit < kTopBit; bit <<= 1) {
-            if ((bit & kHarmlessBits) == 0) {
-                when(0, kTopBit | bit, bit);
+        const auto whenFirstAlone = [this](std::uint64_t set, std::uint64_t unset) {
+            when(0, set | unset, set);
+        };
+        std::uint64_t before = kTopBit;
+        for (std::uint64_t bit = 1; bit <= kTopBit; bit <<= 1) {
+            if ((bit & kHarmlessBits) != 0) {
+                whenFirstAlone(kTopBit, bit);
+                continue;
             }
-            when(0, kTopBit | bit, kTopBit);
+            whenFirstAlone(before, bit);
+            before = bit;
         }
     }
 

@@ -233,4 +233,19 @@ TEST(DefaultFilter, DeniesEveryOtherBitOfAPersonality) {
     EXPECT_EQ(harmless(asked), "8 20008 20000 20008 ");
 }
 
+TEST(DefaultFilter, DeniesEveryPairOfBitsOfAPersonalityAndAllButTwo) {
+    std::vector<unsigned long> asked;
+    for (unsigned long one = 1; one <= 0x8000'0000; one <<= 1) {
+        for (unsigned long other = 1; other < one; other <<= 1) {
+            asked.push_back(one | other);
+            asked.push_back(0xffffffff & ~(one | other));
+            asked.push_back((one | other) ^ 0x20008);
+            asked.push_back(0xffffffff & ~(one - other));  // all but those between
+            asked.push_back(one - other);
+        }
+    }
+    std::erase_if(asked, [](unsigned long value) { return (value & ~0x20008UL) == 0; });
+    EXPECT_EQ(harmless(asked), "");
+}
+
 }  // namespace
