@@ -18,8 +18,7 @@ constexpr std::size_t kHashedNameLength = 9;
 
 }  // namespace
 
-ContainerHandle::ContainerHandle(std::string name, const UserIds& ids)
-    : userName(std::move(name)) {
+ContainerHandle::ContainerHandle(std::string name, const UserIds& ids) : userName(std::move(name)) {
     const auto refuse = [this](const char* reason) {
         return std::runtime_error(userName + ": " + ::gettext(reason));
     };

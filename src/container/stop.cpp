@@ -26,6 +26,7 @@
 #include "util/file_descriptor.h"
 #include "util/output.h"
 #include "util/runtime_directory.h"
+#include "util/scope_guard.h"
 
 namespace {
 
@@ -84,13 +85,13 @@ std::vector<pid_t> distinctProcesses(const std::list<NamespaceEntry>& entries) {
 void terminateProcesses(const std::string& user, const std::vector<pid_t>& pids,
                         const std::list<NamespaceEntry>& entries) {
     printError(user + ": terminating processes: ");
+    const ScopeGuard lineEnd([] { printError("\n"); });  // before an error's own line too
     const char* separator = "";
     for (const pid_t pid : pids) {
         printError(separator + std::to_string(pid));
         terminateProcess(pid, entries);
         separator = ", ";
     }
-    printError("\n");
 }
 
 bool isListed(pid_t pid) {
@@ -190,12 +191,13 @@ void unpin(ContainerHandle& handle, const std::string& address,
 }  // namespace
 
 void stopCommand(const char* user) {
-    const std::string failures = forEachAccount(user, [](const AccountEntry& account, const UserIds& ids) {
-        print("stopping container: " + account.name + ", network:" + account.net + "\n");
-        flushOutput();
-        ContainerHandle handle(account.name, ids);
-        stopContainer(handle, IpNetwork(account.net));
-    });
+    const std::string failures =
+        forEachAccount(user, [](const AccountEntry& account, const UserIds& ids) {
+            print("stopping container: " + account.name + ", network:" + account.net + "\n");
+            flushOutput();
+            ContainerHandle handle(account.name, ids);
+            stopContainer(handle, IpNetwork(account.net));
+        });
     if (!failures.empty()) {
         throw std::runtime_error(failures);
     }

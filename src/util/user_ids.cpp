@@ -4,9 +4,9 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <fstream>
 #include <memory>
 
+#include "util/line_reader.h"
 #include "util/util.h"
 #include "util/word_reader.h"
 
@@ -37,10 +37,10 @@ bool startsWithFilesAlone(std::string_view services) {
 }  // namespace
 
 bool passwordFileComesFirst(const char* sourcesFile) {
-    std::ifstream file(sourcesFile);
+    LineReader file(sourcesFile);
     int lines = 0;
     bool first = false;
-    for (std::string line; std::getline(file, line);) {
+    for (std::string line; file.next(line);) {
         std::string_view text = line;
         text = text.substr(0, text.find('#'));
         text.remove_prefix(std::min(text.find_first_not_of(kBlanks), text.size()));
@@ -64,8 +64,8 @@ UserIds::UserIds(std::vector<std::string_view> userNames, const char* passwordFi
                  const char* sourcesFile)
     : passwords{passwordFile}, sources{sourcesFile} {
     // taken before the reading: a change meanwhile shows when the first user is asked for
-    if (::stat(passwordFile, &passwords.status) != 0 ||
-        ::stat(sourcesFile, &sources.status) != 0 || !passwordFileComesFirst(sourcesFile)) {
+    if (::stat(passwordFile, &passwords.status) != 0 || ::stat(sourcesFile, &sources.status) != 0 ||
+        !passwordFileComesFirst(sourcesFile)) {
         return;
     }
     std::sort(userNames.begin(), userNames.end());

@@ -29,6 +29,22 @@ runs "$pid"
 EOF
 }
 
+@test "threads that cannot be listed once stop tells of them leave a whole line before the error" {
+    with_residents <<'EOF'
+account alice 100.64.0.4/30
+kivctl start alice
+resident alice net sleep 60
+ns="/proc/$pid/ns/net"
+capture strace -f -o /tmp/trace -P "$ns" -P "/proc/$pid/task/" -e inject=openat:error=EMFILE \
+    -e inject=newfstatat:error=ENOENT:when=2+ kivctl stop alice
+same status 71 "$status"
+same stderr "alice: terminating processes: $pid
+kivctl: Cannot open /proc/$pid/task/: Too many open files" "$(grep -v '^strace' <<<"$err")"
+same "live namespaces" $'net\nipc\nmnt' "$(mounted alice)"
+runs "$pid"
+EOF
+}
+
 @test "where process descriptors are refused processes are signalled by their numbers" {
     with_residents <<'EOF'
 account alice 100.64.0.4/30

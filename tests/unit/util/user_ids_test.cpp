@@ -108,15 +108,18 @@ TEST_F(UserIdsTest, AreLookedUpByNameWhereAnotherSourceMayAnswer) {
 TEST_F(UserIdsTest, AreThoseOfTheFileWhereItAnswersFirst) {
     for (const char* services :
          {"passwd: files\n", "passwd:files", "  passwd:\tfiles\tsss\n", "passwd: files # sss\n",
-          "passwd: files sss [NOTFOUND=return] ldap\n", "group: sss\npasswd: files\nshadow: sss\n"}) {
+          "passwd: files sss [NOTFOUND=return] ldap\n",
+          "group: sss\npasswd: files\nshadow: sss\n"}) {
         EXPECT_EQ(read(kRootLine, {"root"}, services).of("root"), kFromFile) << services;
     }
 }
 
 TEST_F(UserIdsTest, AreLookedUpByNameWithoutTheFiles) {
     read(kRootLine);
-    EXPECT_EQ(UserIds({"root"}, passwords.c_str(), directory.at("/none").c_str()).of("root"), kByName);
-    EXPECT_EQ(UserIds({"root"}, directory.at("/none").c_str(), sources.c_str()).of("root"), kByName);
+    EXPECT_EQ(UserIds({"root"}, passwords.c_str(), directory.at("/none").c_str()).of("root"),
+              kByName);
+    EXPECT_EQ(UserIds({"root"}, directory.at("/none").c_str(), sources.c_str()).of("root"),
+              kByName);
 }
 
 TEST_F(UserIdsTest, AreLookedUpByNameOnceThePasswordFileHasChanged) {
