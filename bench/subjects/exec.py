@@ -96,9 +96,9 @@ def with_bwrap(bench, account):
             *change_user(account), SHELL]
 
 
-def rows(medians, does):
-    return [[name, seconds * 1000, seconds / medians["floor"], seconds / medians["kivctl exec"], does[name]]
-            for name, seconds in medians.items()]
+def rows(bench, taken, does):
+    return [[name, milliseconds, bench.ratio(taken, name, "floor"), bench.ratio(taken, name, "kivctl exec"), does[name]]
+            for name, milliseconds in bench.medians(taken).items()]
 
 
 def measure(bench):
@@ -131,8 +131,8 @@ def measure(bench):
     }
     # The kernel waits for all processors before it moves a process into a cgroup, and is prepared for the next moves
     # for a while: without a pause, or a move just before, each command would be measured by what ran before it.
-    single = bench.medians(commands, bench.rounds(ROUNDS), before=lambda name: time.sleep(PAUSE))
-    frequent = bench.medians(commands, bench.rounds(ROUNDS), before=lambda name: bench.run(commands["floor"]))
+    single = bench.interleaved(commands, bench.rounds(ROUNDS), before=lambda name: time.sleep(PAUSE))
+    frequent = bench.interleaved(commands, bench.rounds(ROUNDS), before=lambda name: bench.run(commands["floor"]))
     header = ["what", "ms", "× floor", "× kivctl", "what it does"]
-    return [Table("exec", f"exec of a shell that is {SHELL}, one after a pause", header, rows(single, does)),
-            Table("exec-frequent", "the same, one just after another", header, rows(frequent, does))]
+    return [Table("exec", f"exec of a shell that is {SHELL}, one after a pause", header, rows(bench, single, does)),
+            Table("exec-frequent", "the same, one just after another", header, rows(bench, frequent, does))]

@@ -94,7 +94,7 @@ def measure(bench):
                               ("binds", 100, "100 bind items"), ("hidden", 1000, "1,000 hidden paths")):
         prepare(part, count)
         require_same_work(bench, part)
-        medians = bench.medians({"kivctl": lambda: run(bench, part, "kivctl"), "bare": lambda: run(bench, part, "bare")},
-                                bench.rounds(ROUNDS))
-        rows.append([what, medians["kivctl"] * 1000, medians["bare"] * 1000, medians["kivctl"] / medians["bare"]])
+        ways = {way: lambda way=way: run(bench, part, way) for way in ("kivctl", "bare")}
+        taken = bench.interleaved(ways, bench.rounds(ROUNDS))
+        rows.append([what, *bench.medians(taken).values(), bench.ratio(taken, "kivctl", "bare")])
     return [Table("layer", "The overlay layer against the bare calls", ["what", "kivctl ms", "bare ms", "ratio"], rows)]
