@@ -1,10 +1,10 @@
-// The least that an exec takes: joins a cgroup and three namespaces, installs a filter that was made before, changes
-// the user and runs the shell. Nothing is looked up, checked or locked, and no capability is taken from the bounding
-// set.
+// The least that an exec takes: joins a cgroup and three namespaces, installs a filter that was
+// made before, changes the user and runs the shell. Nothing is looked up, checked or locked, and no
+// capability is taken from the bounding set.
 //   exec CGROUP USER FILTER UID GID HOME SHELL
+#include <grp.h>
 #include <linux/filter.h>
 #include <linux/seccomp.h>
-#include <grp.h>
 #include <sched.h>
 #include <sys/syscall.h>
 
@@ -43,12 +43,15 @@ int main(int argc, char** argv) {
     must(size > 0, argv[3]);
     enterCgroup(argv[1]);
     enterNamespaces(std::string("/run/kiv/") + argv[2] + "@");
-    const sock_fprog program{static_cast<unsigned short>(static_cast<std::size_t>(size) / sizeof(sock_filter)),
-                             filter.data()};
+    const sock_fprog program{
+        static_cast<unsigned short>(static_cast<std::size_t>(size) / sizeof(sock_filter)),
+        filter.data()};
     must(::syscall(SYS_seccomp, SECCOMP_SET_MODE_FILTER, 0, &program) == 0, "seccomp");
-    const auto uid = static_cast<uid_t>(std::atoi(argv[4]));
-    const auto gid = static_cast<gid_t>(std::atoi(argv[5]));
-    must(::setgroups(1, &gid) == 0 && ::setresgid(gid, gid, gid) == 0 && ::setresuid(uid, uid, uid) == 0, "setuid");
+    const auto uid = static_cast<uid_t>(std::strtoul(argv[4], nullptr, 10));
+    const auto gid = static_cast<gid_t>(std::strtoul(argv[5], nullptr, 10));
+    must(::setgroups(1, &gid) == 0 && ::setresgid(gid, gid, gid) == 0 &&
+             ::setresuid(uid, uid, uid) == 0,
+         "setuid");
     must(::chdir(argv[6]) == 0, argv[6]);
     ::execv(argv[7], argv + 7);
     must(false, argv[7]);

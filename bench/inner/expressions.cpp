@@ -1,4 +1,5 @@
-// The expressions of the file filters: what compiling them takes, what looking at them before takes, and what a line.
+// The expressions of the file filters: what compiling them takes, what looking at them before
+// takes, and what a line.
 #include <benchmark/benchmark.h>
 #include <regex.h>
 
@@ -22,7 +23,8 @@ std::string passwordFilter() {
 void filterOfAPasswordFile(benchmark::State& state) {
     const LargeFile file(static_cast<int>(state.range(0)), "", [](int number) {
         const std::string n = std::to_string(number);
-        return "u" + n + ":x:" + n + ":" + n + ":Customer number " + n + ":/home/u" + n + ":/bin/bash";
+        return "u" + n + ":x:" + n + ":" + n + ":Customer number " + n + ":/home/u" + n +
+               ":/bin/bash";
     });
     const RegEx wanted(passwordFilter(), 0);
     std::string line;
@@ -39,7 +41,8 @@ void filterOfAPasswordFile(benchmark::State& state) {
 
 void linesOfAPasswordFile(benchmark::State& state) {
     const LargeFile file(static_cast<int>(state.range(0)), "", [](int number) {
-        return "u" + std::to_string(number) + ":x:20000:20000:Customer number 20000:/home/u:/bin/bash";
+        return "u" + std::to_string(number) +
+               ":x:20000:20000:Customer number 20000:/home/u:/bin/bash";
     });
     std::string line;
     for ([[maybe_unused]] auto round : state) {
@@ -63,7 +66,8 @@ void compilingItWithTheLibraryAlone(benchmark::State& state) {
     const std::string expression = passwordFilter();
     for ([[maybe_unused]] auto round : state) {
         regex_t compiled;
-        benchmark::DoNotOptimize(::regcomp(&compiled, expression.c_str(), REG_EXTENDED | REG_NOSUB));
+        benchmark::DoNotOptimize(
+            ::regcomp(&compiled, expression.c_str(), REG_EXTENDED | REG_NOSUB));
         ::regfree(&compiled);
     }
 }

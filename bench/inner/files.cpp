@@ -40,8 +40,9 @@ void policyOfTheSampleConfiguration(benchmark::State& state) {
 void mountTable(benchmark::State& state) {
     const LargeFile file(static_cast<int>(state.range(0)), "", [](int number) {
         const std::string account = "u" + std::to_string(number);
-        return std::to_string(100 + number) + " 30 0:4 net:[" + std::to_string(4026532008 + number) +
-               "] /run/kiv/" + account + "@net rw shared:7 - nsfs nsfs rw";
+        return std::to_string(100 + number) + " 30 0:4 net:[" +
+               std::to_string(4026532008 + number) + "] /run/kiv/" + account +
+               "@net rw shared:7 - nsfs nsfs rw";
     });
     MountTable table;
     for ([[maybe_unused]] auto round : state) {

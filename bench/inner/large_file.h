@@ -16,7 +16,8 @@ public:
         for (int number = 0; number < lines; ++number) {
             content += line(number) + "\n";
         }
-        if (::write(descriptor, content.data(), content.size()) != static_cast<ssize_t>(content.size())) {
+        if (::write(descriptor, content.data(), content.size()) !=
+            static_cast<ssize_t>(content.size())) {
             throw std::runtime_error("cannot write a file in memory");
         }
     }

@@ -1,5 +1,5 @@
-// One part of the overlay layer, made by kivctl's own code or by the bare calls that it cannot do without, in one
-// process each: what starting it costs does not count. Prints the seconds.
+// One part of the overlay layer, made by kivctl's own code or by the bare calls that it cannot do
+// without, in one process each: what starting it costs does not count. Prints the seconds.
 //   layer filters|binds|hidden kivctl|bare SOURCE TARGET
 // SOURCE has what bench/subjects/layer.py has put there, TARGET is an empty directory.
 #include <fcntl.h>
@@ -72,14 +72,16 @@ Work workOf(const std::string& part, const std::string& source) {
 /// Each directory once: its mode and owner are read, and it is made with them.
 void bareParents(const std::string& source, const std::string& target, const std::string& path,
                  std::set<std::string>& made) {
-    for (auto slash = path.find('/', 1); slash != std::string::npos; slash = path.find('/', slash + 1)) {
+    for (auto slash = path.find('/', 1); slash != std::string::npos;
+         slash = path.find('/', slash + 1)) {
         const std::string directory = path.substr(0, slash);
         if (!made.insert(directory).second) {
             continue;
         }
         struct stat status {};
         must(::stat((source + directory).c_str(), &status) == 0, directory);
-        must(::mkdir((target + directory).c_str(), status.st_mode) == 0 || errno == EEXIST, directory);
+        must(::mkdir((target + directory).c_str(), status.st_mode) == 0 || errno == EEXIST,
+             directory);
         must(::chown((target + directory).c_str(), status.st_uid, status.st_gid) == 0, directory);
     }
 }
@@ -162,7 +164,8 @@ int main(int argc, char** argv) {
     ::umask(022);
     const auto begin = std::chrono::steady_clock::now();
     if (std::strcmp(argv[2], "kivctl") == 0) {
-        buildOverlayLayer(lower, target, kUser, {work.allowlists, work.hide, work.empty, work.bind, work.filters});
+        buildOverlayLayer(lower, target, kUser,
+                          {work.allowlists, work.hide, work.empty, work.bind, work.filters});
     } else {
         bare(work, lower, target);
     }
