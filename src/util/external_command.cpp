@@ -7,6 +7,8 @@
 #include <array>
 #include <cerrno>
 #include <csignal>
+#include <cstdio>
+#include <cstring>
 #include <stdexcept>
 #include <utility>
 #include <vector>
@@ -63,8 +65,8 @@ void redirect(const CapturePipe& pipe, int stream) {
     // ignored signals survive an exec; the tool expects the default
     std::signal(SIGPIPE, SIG_DFL);
     ::execvp(argv[0], argv);
-    const int error = errno;
-    report("ERROR during execvp: " + errorText(error));
+    // not report(): what becomes of stderr would be the parent's too
+    ::dprintf(STDERR_FILENO, "ERROR during execvp: %s\n", ::strerror(errno));
     // not exit(3): the parent's exit handlers and buffers are the parent's
     ::_exit(kCannotRun);
 }
@@ -74,6 +76,7 @@ void redirect(const CapturePipe& pipe, int stream) {
 pid_t spawn(char* const* argv, const CapturePipe& output, const CapturePipe& errors) {
     const pid_t child = ::vfork();
     if (child == 0) {
+        // NOLINTNEXTLINE(clang-analyzer-unix.Vfork): POSIX allows less than Linux, vfork(2)
         runProgram(argv, output, errors);
     }
     return child;

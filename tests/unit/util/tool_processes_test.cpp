@@ -128,6 +128,23 @@ TEST(ExternalCommand, DoesNotCaptureTextThatWasBufferedBefore) {
     EXPECT_EQ(result.output, "mine");
 }
 
+TEST(ExternalCommand, KeepsItsOwnStreamsWhenTheProgramCannotBeRun) {
+    const auto result = inChild([] {
+        std::string output;
+        std::string errors;
+        ExternalCommand command("no-such-program", {});
+        command.setStdout(&output);
+        command.setStderr(&errors);
+        const auto status = command.execute();
+        std::cout << "out" << std::flush;
+        std::cerr << "err" << std::flush;
+        return status == 255 && output.empty() && std::cerr.good() ? 0 : 1;
+    });
+    EXPECT_EQ(outcome(result), 0);
+    EXPECT_EQ(result.output, "out");
+    EXPECT_EQ(result.errorOutput, "err");
+}
+
 volatile std::sig_atomic_t alarms = 0;
 
 void countAlarm(int) {
