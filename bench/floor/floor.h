@@ -1,4 +1,5 @@
-// What the floor programs share: a host tool run as cheaply as the C library can, and the list of accounts.
+// What the floor programs share: a host tool run as cheaply as the C library can, and the list of
+// accounts.
 #pragma once
 
 #include <fcntl.h>
@@ -30,7 +31,8 @@ inline std::vector<Account> readList(const char* path) {
     char hostEnd[64];
     char containerEnd[64];
     unsigned uid = 0;
-    while (file != nullptr && std::fscanf(file, "%63s %u %255s %63s %63s", name, &uid, home, hostEnd, containerEnd) == 5) {
+    while (file != nullptr && std::fscanf(file, "%63s %u %255s %63s %63s", name, &uid, home,
+                                          hostEnd, containerEnd) == 5) {
         accounts.push_back({name, uid, home, hostEnd, containerEnd});
     }
     return accounts;
@@ -52,7 +54,8 @@ inline void tool(std::initializer_list<std::string> words) {
     argv.push_back(nullptr);
     pid_t child = 0;
     int status = 0;
-    must(::posix_spawnp(&child, argv[0], nullptr, nullptr, argv.data(), environ) == 0, "posix_spawnp");
+    must(::posix_spawnp(&child, argv[0], nullptr, nullptr, argv.data(), environ) == 0,
+         "posix_spawnp");
     must(::waitpid(child, &status, 0) == child && status == 0, argv[0]);
 }
 

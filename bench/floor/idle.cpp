@@ -1,4 +1,5 @@
-// idle COUNT: that many processes that do nothing, until this one ends. Says "ready" when they are there.
+// idle COUNT: that many processes that do nothing, until this one ends. Says "ready" when they are
+// there.
 #include <sys/prctl.h>
 #include <unistd.h>
 

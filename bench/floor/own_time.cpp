@@ -1,5 +1,6 @@
-// Loaded into kivctl: when a process of it ends by exit(3), its processor time in nanoseconds and its number are
-// appended to the file that KIV_OWN_TIME names. Host tools do not get it: kivctl gives them an environment without.
+// Loaded into kivctl: when a process of it ends by exit(3), its processor time in nanoseconds and
+// its number are appended to the file that KIV_OWN_TIME names. Host tools do not get it: kivctl
+// gives them an environment without.
 #include <fcntl.h>
 #include <unistd.h>
 

@@ -1,6 +1,7 @@
-// start ACCOUNTS PATHS TIMES: the host tools, reads and mounts of a container's start, for each account of the first
-// list. PATHS has a "bind PATH" or "cover PATH" a line. Writes how long what took into TIMES: host tools but
-// iptables, iptables, and all else, in nanoseconds. No layer but the account's home, no checks.
+// start ACCOUNTS PATHS TIMES: the host tools, reads and mounts of a container's start, for each
+// account of the first list. PATHS has a "bind PATH" or "cover PATH" a line. Writes how long what
+// took into TIMES: host tools but iptables, iptables, and all else, in nanoseconds. No layer but
+// the account's home, no checks.
 #include <sched.h>
 #include <sys/mman.h>
 #include <sys/mount.h>
@@ -44,7 +45,8 @@ void iptables(std::initializer_list<std::string> words) {
     timed(&Times::iptables, words);
 }
 
-void mountAt(const char* source, const std::string& target, const char* type, unsigned long flags, const char* data) {
+void mountAt(const char* source, const std::string& target, const char* type, unsigned long flags,
+             const char* data) {
     must(::mount(source, target.c_str(), type, flags, data) == 0, target.c_str());
 }
 
@@ -57,8 +59,9 @@ void mountInside(const Account& account, const Paths& paths) {
     mountAt(nullptr, "/mnt", "tmpfs", 0, nullptr);
     ::mkdir("/mnt/root", 0755);
     mountAt("/", "/mnt/root", nullptr, MS_BIND, nullptr);
-    for (const std::string& path : {std::string("/mnt/kiv"), std::string("/mnt/kiv/home"), "/mnt/kiv" + account.home,
-                                    root, std::string("/mnt/empty-dir")}) {
+    for (const std::string& path :
+         {std::string("/mnt/kiv"), std::string("/mnt/kiv/home"), "/mnt/kiv" + account.home, root,
+          std::string("/mnt/empty-dir")}) {
         ::mkdir(path.c_str(), 0755);
     }
     mountAt("overlay", root, "overlay", 0, "lowerdir=/mnt/kiv:/mnt/root");
@@ -69,14 +72,17 @@ void mountInside(const Account& account, const Paths& paths) {
     for (const std::string& path : paths.covers) {
         mountAt("/mnt/empty-dir", root + path, nullptr, MS_BIND, nullptr);
     }
-    mountAt(nullptr, root + "/run", "tmpfs", MS_NOSUID | MS_NODEV | MS_NOEXEC | MS_RELATIME, "size=1m,mode=755");
+    mountAt(nullptr, root + "/run", "tmpfs", MS_NOSUID | MS_NODEV | MS_NOEXEC | MS_RELATIME,
+            "size=1m,mode=755");
     ::mkdir((root + "/run/mysqld").c_str(), 0755);
     ::close(::open((root + "/run/utmp").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0664));
     for (const std::string& path : paths.binds) {
         mountAt(path.c_str(), root + path, nullptr, MS_BIND, nullptr);
     }
     const int oldRoot = ::open("/", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    must(::chdir(root.c_str()) == 0 && ::syscall(SYS_pivot_root, ".", ".") == 0 && ::fchdir(oldRoot) == 0, "pivot");
+    must(::chdir(root.c_str()) == 0 && ::syscall(SYS_pivot_root, ".", ".") == 0 &&
+             ::fchdir(oldRoot) == 0,
+         "pivot");
     mountAt(nullptr, ".", nullptr, MS_SLAVE | MS_REC, nullptr);
     must(::umount2(".", MNT_DETACH) == 0 && ::chdir("/") == 0, "detach");
 }
@@ -90,19 +96,21 @@ void setUpInside(const Account& account, const std::string& peer, const Paths& p
     ip({"ip", "route", "add", "default", "via", account.hostEnd});
     ip({"sysctl", "-q", "-w", "net.ipv4.conf.veth0.route_localnet=1"});
     ip({"sysctl", "-q", "-w", "net.ipv4.ping_group_range=" + uid + " " + uid});
-    iptables({"iptables", "-t", "nat", "-A", "POSTROUTING", "-s", "127.0.0.1", "-d", account.hostEnd, "-o", "veth0",
-              "-j", "MASQUERADE"});
-    iptables({"iptables", "-t", "nat", "-A", "OUTPUT", "-s", "127.0.0.1", "-p", "tcp", "-d", "127.0.0.1", "--dport",
-              "3306", "-j", "DNAT", "--to", account.hostEnd + ":3306"});
+    iptables({"iptables", "-t", "nat", "-A", "POSTROUTING", "-s", "127.0.0.1", "-d",
+              account.hostEnd, "-o", "veth0", "-j", "MASQUERADE"});
+    iptables({"iptables", "-t", "nat", "-A", "OUTPUT", "-s", "127.0.0.1", "-p", "tcp", "-d",
+              "127.0.0.1", "--dport", "3306", "-j", "DNAT", "--to", account.hostEnd + ":3306"});
     mountInside(account, paths);
 }
 
-void setUpHostSide(const Account& account, const std::string& host, const std::string& peer, pid_t child) {
+void setUpHostSide(const Account& account, const std::string& host, const std::string& peer,
+                   pid_t child) {
     ip({"ip", "link", "add", host, "type", "veth", "peer", "name", peer, "mtu", "1400"});
     ip({"ip", "link", "set", peer, "netns", std::to_string(child)});
     ip({"sysctl", "-q", "-w", "net.ipv4.conf." + host + ".route_localnet=1"});
-    iptables({"iptables", "-t", "nat", "-I", "PREROUTING", "-i", host, "-p", "tcp", "-d", account.hostEnd, "--dport",
-              "3306", "-j", "DNAT", "--to-destination", "127.0.0.1:3306"});
+    iptables({"iptables", "-t", "nat", "-I", "PREROUTING", "-i", host, "-p", "tcp", "-d",
+              account.hostEnd, "--dport", "3306", "-j", "DNAT", "--to-destination",
+              "127.0.0.1:3306"});
     iptables({"iptables", "-A", "INPUT", "-i", host, "-d", "100.64.0.0/10", "-j", "REJECT"});
     ip({"ip", "addr", "add", account.hostEnd + "/30", "dev", host});
     ip({"ip", "link", "set", host, "up", "mtu", "1400"});

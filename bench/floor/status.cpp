@@ -1,4 +1,5 @@
-// status REGISTRY PASSWORDS: both files once, two looks and four reads for each account, and the table.
+// status REGISTRY PASSWORDS: both files once, two looks and four reads for each account, and the
+// table.
 #include <cstring>
 #include <string_view>
 #include <unordered_map>
@@ -40,7 +41,8 @@ void row(std::string& table, std::string_view name, unsigned uid) {
     char path[128];
     char line[160];
     struct stat status {};
-    std::snprintf(path, sizeof(path), "/run/kiv/%.*s@mnt", static_cast<int>(name.size()), name.data());
+    std::snprintf(path, sizeof(path), "/run/kiv/%.*s@mnt", static_cast<int>(name.size()),
+                  name.data());
     const bool active = ::stat(path, &status) == 0;
     long long figures[4] = {};
     std::snprintf(path, sizeof(path), "/sys/fs/cgroup/user.slice/user-%u.slice", uid);
@@ -50,9 +52,10 @@ void row(std::string& table, std::string_view name, unsigned uid) {
             figures[number++] = figure(path, file);
         }
     }
-    const int length = std::snprintf(line, sizeof(line), "| %-7.*s | %-6s | %9lld %7lld | %12lld %7lld |\n",
-                                     static_cast<int>(name.size()), name.data(), active ? "yes" : "no", figures[0],
-                                     figures[1], figures[2], figures[3]);
+    const int length =
+        std::snprintf(line, sizeof(line), "| %-7.*s | %-6s | %9lld %7lld | %12lld %7lld |\n",
+                      static_cast<int>(name.size()), name.data(), active ? "yes" : "no", figures[0],
+                      figures[1], figures[2], figures[3]);
     table.append(line, static_cast<std::size_t>(length));
 }
 
@@ -64,7 +67,8 @@ int main(int /*argc*/, char** argv) {
     for (std::string_view rest = passwords; !rest.empty();) {
         const std::string_view line = nextLine(rest);
         const std::size_t name = line.find(':');
-        uids.emplace(line.substr(0, name), std::strtoul(line.data() + line.find(':', name + 1) + 1, nullptr, 10));
+        uids.emplace(line.substr(0, name),
+                     std::strtoul(line.data() + line.find(':', name + 1) + 1, nullptr, 10));
     }
     const std::string registry = whole(argv[1]);
     std::string table;

@@ -1,4 +1,5 @@
-// stop ACCOUNTS: for each account of the list one scan of /proc, the three unmounts, unlinks and the two rules.
+// stop ACCOUNTS: for each account of the list one scan of /proc, the three unmounts, unlinks and
+// the two rules.
 #include <dirent.h>
 #include <sys/mount.h>
 
@@ -43,8 +44,8 @@ void stop(const Account& account) {
         must(::umount(path.c_str()) == 0 && ::unlink(path.c_str()) == 0, "umount");
     }
     tool({"iptables", "-D", "INPUT", "-i", host, "-d", "100.64.0.0/10", "-j", "REJECT"});
-    tool({"iptables", "-t", "nat", "-D", "PREROUTING", "-i", host, "-p", "tcp", "-d", account.hostEnd, "--dport", "3306",
-          "-j", "DNAT", "--to-destination", "127.0.0.1:3306"});
+    tool({"iptables", "-t", "nat", "-D", "PREROUTING", "-i", host, "-p", "tcp", "-d",
+          account.hostEnd, "--dport", "3306", "-j", "DNAT", "--to-destination", "127.0.0.1:3306"});
 }
 
 }  // namespace
