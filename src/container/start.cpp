@@ -30,7 +30,8 @@
 namespace {
 
 constexpr mode_t kUmask = 022;
-constexpr int kNetworkFailed = 71;  // EX_OSERR, as for every command that fails
+constexpr const char* kPinned = "pinned";  // in the mark, behind the kinds
+constexpr int kNetworkFailed = 71;         // EX_OSERR, as for every command that fails
 
 /// The namespace would be bound to what the link leads to. Only root can have put it there; exec
 /// refuses it too.
@@ -199,7 +200,11 @@ void startContainer(ContainerHandle& handle, const IpNetwork& network) {
     if (child == 0) {
         letSignalsThrough.dismiss();  // the child is to finish its set-up, or to say what failed
         markFailure.dismiss();
-        setUpInside(handle, link, flags, account, mark);
+        // a parent that was killed before it had pinned all releases the child too: what that has
+        // left behind stays marked
+        const FileDescriptor none;
+        const UnfinishedMark ended(mark.names(kPinned) ? lock : none, handle.userName);
+        setUpInside(handle, link, flags, account, ended);
     }
     FileDescriptor sync(syncFd);
     const auto releaseAndWait = [&sync, child] {
@@ -219,6 +224,7 @@ void startContainer(ContainerHandle& handle, const IpNetwork& network) {
     }
     pinNamespaces(handle, child, flags);
     markFailure.dismiss();
+    mark.set(namesOf(flags) + kPinned);
     neverLeaveTheChild.dismiss();
     releaseAndWait();
     progress("OK.");

@@ -73,6 +73,33 @@ same "rules left" "" "$(iptables-save | grep veth || true)"
 EOF
 }
 
+@test "a start that is killed alone before it has pinned all stays marked, though its child goes on" {
+    for place in rules net ipc mnt; do
+        export place
+        in_host <<'EOF'
+account alice 100.64.0.4/30
+if [ "$place" = rules ]; then
+    record iptables 'case $* in *INPUT*) kill -KILL "$PPID"; exit ;; esac; exec $real "$@"'
+    refused kivctl start alice
+    rm /tmp/recorded/iptables
+else
+    injected mount:signal=KILL -P "/run/kiv/alice@$place" kivctl start alice
+fi
+flock /run/kiv true # the child has it too
+same "marks after $place" trusted.kiv.unfinished.alice "$(marks)"
+refused kivctl exec alice </dev/null
+[[ $place != [rn]* ]] || eventually test ! -e /sys/class/net/veth-alice
+capture kivctl start alice
+same "status after $place" 0 "$status"
+same "rules after $place" 2 "$(iptables-save | grep -c veth-alice)"
+same "marks after $place" "" "$(marks)"
+same "who is inside" alice "$(kivctl exec alice <<<'id -un')"
+kivctl stop alice
+same "rules left after $place" "" "$(iptables-save | grep veth || true)"
+EOF
+    done
+}
+
 @test "mounts that stay shared with the host are not entered" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
