@@ -4,7 +4,7 @@ import math
 from xml.sax.saxutils import escape
 
 WIDTH, HEIGHT = 720, 400
-LEFT, RIGHT, TOP, BOTTOM = 70, 20, 40, 60
+LEFT, RIGHT, TOP, BOTTOM = 70, 110, 40, 60
 COLORS = ("#1f5fa8", "#c0392b", "#2e8b57", "#8e44ad", "#b8860b", "#555555")
 
 
@@ -42,6 +42,6 @@ def svg(plot):
         out.append(f'<polyline points="{path}" fill="none" stroke="{color}" stroke-width="2"/>')
         out += [f'<circle cx="{across(x):.1f}" cy="{up(y):.1f}" r="3" fill="{color}"/>' for x, y in line]
         y = TOP + 16 * number + 4
-        out += [f'<line x1="{LEFT + 12}" x2="{LEFT + 36}" y1="{y}" y2="{y}" stroke="{color}" stroke-width="2"/>',
-                text(LEFT + 42, y + 4, name, "start")]
+        out += [f'<line x1="{WIDTH - RIGHT + 14}" x2="{WIDTH - RIGHT + 38}" y1="{y}" y2="{y}" stroke="{color}" stroke-width="2"/>',
+                text(WIDTH - RIGHT + 44, y + 4, name, "start")]
     return "\n".join([*out, "</svg>"]) + "\n"
