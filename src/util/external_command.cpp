@@ -71,8 +71,8 @@ void redirect(const CapturePipe& pipe, int stream) {
     ::_exit(kCannotRun);
 }
 
-/// fork(2) would copy the memory only for the tool to throw it away: half of what kivctl itself
-/// takes for a start.
+/// fork(2) would copy the page tables only for the tool to throw them away: a start, which runs
+/// sixteen tools, took 7 % longer with it.
 pid_t spawn(char* const* argv, const CapturePipe& output, const CapturePipe& errors) {
     const pid_t child = ::vfork();
     if (child == 0) {

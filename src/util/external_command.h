@@ -19,7 +19,7 @@ public:
     void setStderr(std::string* target) { stderrTarget = target; }
 
     /// The exit status (255 also when the program could not be run), minus the number of the signal
-    /// that killed it, or -1 when there was no child because fork(2) failed. Reports a failure on
+    /// that killed it, or -1 when there was no child because vfork(2) failed. Reports a failure on
     /// standard error; a non-zero exit status only when standard error is not captured, since a
     /// caller that captures it judges for itself. Throws std::runtime_error "command already
     /// executed" on a second call, and "cannot create pipe for stdout" or "… stderr".
