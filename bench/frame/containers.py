@@ -51,9 +51,9 @@ class Containers:
         word = "-a" if len(accounts) > 1 else accounts[0].name
         return self.bench.run([self.bench.kivctl, "start", word], env=environment)
 
-    def start_floor(self, accounts):
+    def start_floor(self, accounts, environment=None):
         self.choose(accounts)
-        return self.bench.run([self.bench.floor("start"), LIST, PATHS, TIMES])
+        return self.bench.run([self.bench.floor("start"), LIST, PATHS, TIMES], env=environment)
 
     def start_script(self, accounts):
         return sum(self.bench.run([PEERS / "start.sh", a.name, a.uid, a.home, a.host_end, a.container_end, PATHS])

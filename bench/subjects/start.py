@@ -28,26 +28,30 @@ def one_account(bench, containers):
 
 
 def own_time(bench, containers):
-    """What kivctl's own two processes took: each writes it when it ends, from a library that is loaded into them."""
+    """What the two processes of a start took: each writes it when it ends, from a library that is loaded into them."""
     account = bench.make_accounts(1)
     environment = bench.environment | {"LD_PRELOAD": bench.floor("libown_time.so"), "KIV_OWN_TIME": str(OWN)}
-    shares = {"kivctl": [], "set-up child": []}
-    walls = []
-    for _ in range(bench.rounds(30)):
+    own = {"kivctl": ([], []), "floor": ([], [])}
+    start = {"kivctl": lambda: containers.start_kivctl(account, environment),
+             "floor": lambda: containers.start_floor(account, environment)}
+
+    def stop(name):
+        for line, times in zip(OWN.read_text().splitlines(), own[name]):
+            times.append(int(line.split()[0]) / 1e6)
         OWN.write_text("")
-        walls.append(containers.start_kivctl(account, environment))
-        child, parent = (int(line.split()[0]) / 1e9 for line in OWN.read_text().splitlines())
-        shares["kivctl"].append(parent)
-        shares["set-up child"].append(child)
         containers.stop_kivctl(account)
         containers.wait_for_network_end()
-    wall = statistics.median(walls)
-    rows = [[name, statistics.median(times) * 1e3, wall * 1e3, statistics.median(times) / wall * 100]
-            for name, times in shares.items()]
+
+    OWN.write_text("")
+    wall = bench.medians(bench.interleaved(start, bench.rounds(30), after=stop))
+    rows = []
+    for name, times in own.items():
+        child, parent = map(statistics.median, times)
+        rows.append([name, parent, parent / wall[name] * 100, child, child / wall[name] * 100, wall[name]])
     return Table("start_own_time", "`kivctl start`, processor time of its own",
-                 ["process", "processor", "wall", "% of wall"], rows,
-                 "`RUSAGE_SELF` of the process at its end, host tools left out. The set-up child makes the layer and "
-                 "the mounts: most of its time is the kernel's, and the floor has it too.")
+                 ["what", "itself", "% of wall", "set-up child", "% of wall", "wall"], rows,
+                 "Processor time of each process at its end, host tools left out. The set-up child makes the layer and "
+                 "the mounts.")
 
 
 def many_accounts(bench, containers):
