@@ -4,9 +4,9 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <memory>
 
 #include "util/line_reader.h"
+#include "util/scope_guard.h"
 #include "util/util.h"
 #include "util/word_reader.h"
 
@@ -14,8 +14,6 @@ namespace {
 
 constexpr std::string_view kBlanks = " \t\n\v\f\r";
 constexpr std::string_view kDatabase = "passwd";
-
-using Stream = std::unique_ptr<std::FILE, decltype(&std::fclose)>;
 
 bool sameTime(const timespec& one, const timespec& other) {
     return one.tv_sec == other.tv_sec && one.tv_nsec == other.tv_nsec;
@@ -79,8 +77,12 @@ UserIds::UserIds(std::vector<std::string_view> userNames, const char* passwordFi
 
 /// With the C library's own parser, so that a broken line means here what it means to a look-up.
 void UserIds::readPasswords(const char* path) {
-    const Stream file(std::fopen(path, "re"), &std::fclose);
-    while (const passwd* line = file ? ::fgetpwent(file.get()) : nullptr) {
+    std::FILE* const file = std::fopen(path, "re");
+    if (file == nullptr) {
+        return;  // nobody is known then, and everybody looked up by name
+    }
+    const ScopeGuard close([file] { std::fclose(file); });
+    while (const passwd* line = ::fgetpwent(file)) {
         const auto entry = entries.begin() + (find(line->pw_name) - entries.cbegin());
         // the first of several lines counts
         if (entry != entries.end() && !entry->known && !isNeverLookedUp(entry->name)) {
