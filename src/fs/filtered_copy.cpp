@@ -114,6 +114,7 @@ void writeFilteredCopy(const std::string& file, const std::string& expression,
         report(file + ": " + error.what());
         return;
     }
+    out.reset();  // complete before the account may own it
     copyOwnerAndMode(source, target);
 }
 
