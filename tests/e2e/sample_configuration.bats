@@ -104,11 +104,13 @@ SCRIPT
     in_host <<'SCRIPT'
 mkdir -p /opt/tarnwell /var/lib/tarnwell /var/lib/mysql /root /etc/sudoers.d /var/log /var/backups
 touch /etc/shadow- /etc/gshadow- /etc/sudoers /var/log/syslog /var/backups/shadow.bak
+echo bob:100000:65536 | tee /etc/subuid /etc/subuid- /etc/subgid >/etc/subgid-
 account bob 100.64.0.8/30
 sampled_account
 kivctl exec alice >/tmp/seen <<'EOF'
-for path in /etc/shadow /etc/shadow- /etc/gshadow /etc/gshadow- /etc/sudoers /etc/sudoers.d /etc/tarnwell \
-    /opt/tarnwell /var/lib/tarnwell /var/lib/mysql /root /boot; do [ ! -e $path ] || echo $path; done
+for path in /etc/shadow /etc/shadow- /etc/gshadow /etc/gshadow- /etc/subuid /etc/subuid- /etc/subgid \
+    /etc/subgid- /etc/sudoers /etc/sudoers.d /etc/tarnwell /opt/tarnwell /var/lib/tarnwell /var/lib/mysql \
+    /root /boot; do [ ! -e $path ] || echo $path; done
 ls -A /home /var/log /var/backups
 getent passwd bob || true
 EOF
@@ -118,6 +120,21 @@ alice
 /var/backups:
 
 /var/log:" "$(cat /tmp/seen)"
+SCRIPT
+}
+
+@test "an account cannot reach the host's cron jobs" {
+    in_host <<'SCRIPT'
+install -m 755 /dev/null /usr/bin/crontab
+mkdir -p /var/spool/cron
+install -d -m 777 /var/spool/cron/crontabs
+sampled_account
+kivctl exec alice >/tmp/seen 2>&1 <<'EOF' || true
+command -v crontab
+touch /var/spool/cron/crontabs/alice
+EOF
+same "what a shell says" "touch: cannot touch '/var/spool/cron/crontabs/alice': Read-only file system" \
+    "$(cat /tmp/seen)"
 SCRIPT
 }
 
