@@ -1,0 +1,72 @@
+#!/usr/bin/env bats
+# Debian's cron daemon on a host with the sample configuration. It is started when everything is in place, because
+# it reads the jobs once before the first minute. libfaketime makes its minutes one second long.
+load helpers
+
+setup() {
+    export sample="$project/dist/kiv.conf"
+}
+
+# leave_jobs: what alice tries inside, as herself and as root without capabilities. The jobs write into her home,
+# the one place that she shares with the host.
+leave_jobs() {
+    kivctl exec alice <<'INSIDE'
+job='* * * * * touch /home/alice'
+system_job='* * * * * root touch /home/alice'
+attempts="
+    echo '$job/ran-by-crontab' | crontab -
+    echo '$job/ran-from-spool' >/var/spool/cron/crontabs/USER
+    chmod 600 /var/spool/cron/crontabs/USER
+    echo '$system_job/ran-from-table' >>/etc/crontab
+    echo '$system_job/ran-from-directory' >/etc/cron.d/USER"
+bash -c "${attempts//USER/alice}"
+left-behind -pc "id -u; ${attempts//USER/root}"
+INSIDE
+}
+
+# run_cron: the host's daemon, until the job of bob, who has no container, has run in two minutes.
+run_cron() {
+    local library
+    library=$(echo /usr/lib/*/faketime/libfaketime.so.1)
+    test -e "$library" # else the minutes are as long as ever
+    install -o bob /dev/null /home/bob/ran
+    # shellcheck disable=SC2016 # for cron's shell
+    echo '* * * * * echo $$ >>/home/bob/ran' | crontab -u bob -
+    LD_PRELOAD=$library FAKETIME="+0 x60" cron -f </dev/null >/tmp/cron 2>&1 &
+    eventually two_minutes_are_over
+}
+
+two_minutes_are_over() { (($(wc -l </home/bob/ran) >= 2)); }
+export -f leave_jobs run_cron two_minutes_are_over
+
+@test "the host's cron never runs what an account or root without capabilities leaves in a container" {
+    in_host <<'SCRIPT'
+account alice 100.64.0.4/30
+account bob
+install -m 4755 /usr/bin/dash /usr/local/bin/left-behind
+cp "$sample" "$configuration"
+kivctl start alice
+leave_jobs >/tmp/said 2>&1 || true
+grep -x 0 /tmp/said >/dev/null # the program that was left behind did become root
+run_cron
+same "what cron has run" "" "$(find /home/alice -name 'ran-*')"
+same "whose jobs it knows" bob "$(ls /var/spool/cron/crontabs)"
+SCRIPT
+}
+
+@test "the host's cron runs what an account leaves where the configuration binds its spool" {
+    in_host <<'SCRIPT'
+account alice 100.64.0.4/30
+account bob
+install -m 4755 /usr/bin/dash /usr/local/bin/left-behind
+grep -v /usr/bin/crontab "$sample" >"$configuration"
+printf '%s\n' bind "    /var/spool/cron/crontabs" >>"$configuration"
+kivctl start alice
+leave_jobs >/dev/null 2>&1 || true
+run_cron
+eventually test -e /home/alice/ran-by-crontab
+eventually test -e /home/alice/ran-from-spool
+same "whose jobs cron has run" "alice ran-by-crontab
+root ran-from-spool" "$(find /home/alice -name 'ran-*' -printf '%u %f\n' | sort)"
+SCRIPT
+}
