@@ -7,6 +7,12 @@ setup() {
     export sample="$project/dist/kiv.conf"
 }
 
+# host_without_jobs: the machine's own are not for the simulated host.
+host_without_jobs() {
+    find /etc/cron.d /var/spool/cron/crontabs -mindepth 1 -delete
+    : >/etc/crontab
+}
+
 # leave_jobs: what alice tries inside, as herself and as root without capabilities. The jobs write into her home,
 # the one place that she shares with the host.
 leave_jobs() {
@@ -37,10 +43,11 @@ run_cron() {
 }
 
 two_minutes_are_over() { (($(wc -l </home/bob/ran) >= 2)); }
-export -f leave_jobs run_cron two_minutes_are_over
+export -f host_without_jobs leave_jobs run_cron two_minutes_are_over
 
 @test "the host's cron never runs what an account or root without capabilities leaves in a container" {
     in_host <<'SCRIPT'
+host_without_jobs
 account alice 100.64.0.4/30
 account bob
 install -m 4755 /usr/bin/dash /usr/local/bin/left-behind
@@ -56,6 +63,7 @@ SCRIPT
 
 @test "the host's cron runs what an account leaves where the configuration binds its spool" {
     in_host <<'SCRIPT'
+host_without_jobs
 account alice 100.64.0.4/30
 account bob
 install -m 4755 /usr/bin/dash /usr/local/bin/left-behind
