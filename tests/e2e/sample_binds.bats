@@ -1,0 +1,99 @@
+#!/usr/bin/env bats
+# What the sample configuration binds is the host's own. Whatever can be written there must be nothing that the
+# host takes its orders from.
+load helpers
+
+setup() {
+    export project sample="$project/dist/kiv.conf"
+}
+
+# permitted: what may be written, by whom, and why that leads nobody out of the container. "root" is uid 0 without
+# capabilities, as a set-user-id program becomes it inside; it may change the mode of whatever root owns.
+permitted() {
+    sed 's/ *#.*//' <<'LIST'
+alice /dev/full     # refuses what is written
+alice /dev/null     # drops what is written
+alice /dev/random   # mixes it into the pool, where it can only add
+alice /dev/tty      # the writer's own terminal
+alice /dev/urandom  # as random
+alice /dev/zero     # drops what is written
+alice /run/mysqld/mysqld.sock  # connecting: the database itself decides whom it lets in
+root /dev/full      # as for alice; another mode of the six disturbs programs of the host, it starts none
+root /dev/null
+root /dev/random
+root /dev/tty
+root /dev/urandom
+root /dev/zero
+root /etc/resolv.conf  # names that the host looks up may be answered wrongly, nothing is run; the sample says when
+                       # to do without the line
+root /run/mysqld/mysqld.sock
+LIST
+}
+
+# bound_items: the items of "bind" in the sample.
+bound_items() { awk '/^[^ #]/ { inside = $1 == "bind" } inside && /^ +[^ #]/ { print $1 }' "$sample"; }
+
+# mysql_runs: its directory and socket as Debian's packages make them.
+mysql_runs() {
+    getent passwd mysql >/dev/null || useradd --system mysql
+    install -d -o mysql -g root -m 755 /run/mysqld
+    setpriv --reuid mysql --regid mysql --clear-groups \
+        socat UNIX-LISTEN:/run/mysqld/mysqld.sock,fork,mode=777 - &
+    eventually test -S /run/mysqld/mysqld.sock
+}
+
+# set_id_copy NAME MODE GROUP: gives alice the program that walks, with a set-ID bit.
+set_id_copy() { install -g "$3" -m "$2" "$programs/writable" "/home/alice/$1"; }
+
+# writes WHO PROGRAM: what the program finds writable among the bound places.
+writes() {
+    # shellcheck disable=SC2016 # for the shell inside
+    inside alice 'setsid --wait ~/"$@"' "$2" "${binds[@]}" | sed "s/: ENXIO$//; s/^/$1 /"
+}
+
+# root_owns: what uid 0 may make writable for itself.
+root_owns() { enter_as_root alice find "${binds[@]}" -user root ! -type l -printf 'root %p\n'; }
+
+# group_writes: what set-group-id programs could write, of whichever group something is bound.
+group_writes() {
+    local group
+    enter_as_root alice find "${binds[@]}" ! -group root -printf '%g\n' | sort -u >/tmp/groups
+    while read -r group; do
+        set_id_copy "writable_$group" 2755 "$group"
+        writes alice "writable_$group" # more than alice alone writes is not permitted
+    done </tmp/groups
+}
+
+# bound: the items of "bind" that are mounted in the container.
+bound() { enter_as_root alice findmnt --raw --noheadings --output TARGET | grep -Fx "$(bound_items)" | sort; }
+export -f permitted bound_items mysql_runs set_id_copy writes root_owns group_writes bound
+
+@test "a host that has everything that the sample binds can bind it" {
+    in_host <<'SCRIPT'
+while read -r item; do
+    [ -e "$item" ] || mkdir -p "$item"
+done < <(bound_items)
+account alice 100.64.0.4/30
+cp "$sample" "$configuration"
+kivctl start alice
+same "what is bound" "$(bound_items | sort)" "$(bound)"
+SCRIPT
+}
+
+@test "what the sample binds can be written only where the host takes no orders from it" {
+    in_host <<'SCRIPT'
+source "$project/tests/e2e/attacks.bash"
+mysql_runs
+rm /etc/resolv.conf # which may be a link
+echo "nameserver 192.0.2.53" >/etc/resolv.conf
+account alice 100.64.0.4/30
+chmod 711 /home/alice # root without capabilities passes through it
+set_id_copy writable 755 root
+set_id_copy writable_root 4755 root
+cp "$sample" "$configuration"
+kivctl start alice
+mapfile -t binds < <(bound)
+same "what can be written" "$(permitted | grep . | sort)" \
+    "$({ writes alice writable; writes root writable_root; root_owns; group_writes; } | sort -u)"
+SCRIPT
+}
