@@ -66,7 +66,10 @@ group_writes() {
 
 # bound: the items of "bind" that are mounted in the container.
 bound() { enter_as_root alice findmnt --raw --noheadings --output TARGET | grep -Fx "$(bound_items)" | sort; }
-export -f permitted bound_items mysql_runs set_id_copy writes root_owns group_writes bound
+
+# find_binds: leaves them in `binds`.
+find_binds() { mapfile -t binds < <(bound); }
+export -f permitted bound_items mysql_runs set_id_copy writes root_owns group_writes bound find_binds
 
 @test "a host that has everything that the sample binds can bind it" {
     in_host <<'SCRIPT'
@@ -92,7 +95,7 @@ set_id_copy writable 755 root
 set_id_copy writable_root 4755 root
 cp "$sample" "$configuration"
 kivctl start alice
-mapfile -t binds < <(bound)
+find_binds
 same "what can be written" "$(permitted | grep . | sort)" \
     "$({ writes alice writable; writes root writable_root; root_owns; group_writes; } | sort -u)"
 SCRIPT

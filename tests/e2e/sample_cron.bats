@@ -78,3 +78,19 @@ same "whose jobs cron has run" "alice ran-by-crontab
 root ran-from-spool" "$(find /home/alice -name 'ran-*' -printf '%u %f\n' | sort)"
 SCRIPT
 }
+
+@test "a line of the administrator's runs an account's job in its container" {
+    in_host <<'SCRIPT'
+host_without_jobs
+account alice 100.64.0.4/30
+account bob
+cp "$sample" "$configuration"
+kivctl start alice
+install -o alice -m 755 /dev/stdin /home/alice/job <<<'#!/bin/sh
+echo "$(id -un) $(readlink /proc/self/ns/mnt)" >>ran'
+echo "* * * * * root echo ./job | '$KIVCTL' exec alice" >/etc/cron.d/alice
+run_cron
+eventually test -s /home/alice/ran
+same "who ran the job and where" "alice mnt:[$(stat -Lc %i /run/kiv/alice@mnt)]" "$(head -n 1 /home/alice/ran)"
+SCRIPT
+}
