@@ -9,6 +9,7 @@
 #include "util/hash.h"
 #include "util/runtime_directory.h"
 #include "util/string_util.h"
+#include "util/util.h"
 
 namespace {
 
@@ -18,7 +19,7 @@ constexpr std::size_t kHashedNameLength = 9;
 
 }  // namespace
 
-ContainerHandle::ContainerHandle(std::string name, const UserIds& ids) : userName(std::move(name)) {
+ContainerHandle::ContainerHandle(std::string name) : userName(std::move(name)) {
     const auto refuse = [this](const char* reason) {
         return std::runtime_error(userName + ": " + ::gettext(reason));
     };
@@ -26,7 +27,7 @@ ContainerHandle::ContainerHandle(std::string name, const UserIds& ids) : userNam
         throw refuse("invalid character '@' in user name");
     }
     try {
-        uid = ids.of(userName);
+        uid = Util::getpwnam(userName).uid;
     } catch (const std::runtime_error& failure) {
         throw refuse(failure.what());
     }

@@ -4,8 +4,6 @@
 #include <cstdint>
 #include <string>
 
-#include "util/user_ids.h"
-
 /// Built per account and command; holds no open resources. The container library reads `userName`
 /// and `uid` and has its error text put into `error`: the fields and their order are shared with
 /// it.
@@ -13,7 +11,7 @@ class ContainerHandle {
 public:
     /// Throws std::runtime_error, beginning with the user name and ": ", for a name with "@" (it
     /// separates user and kind in namespace files), an unknown user and user id 0.
-    explicit ContainerHandle(std::string userName, const UserIds& ids = UserIds());
+    explicit ContainerHandle(std::string userName);
     ContainerHandle(const ContainerHandle&) = delete;
     ContainerHandle& operator=(const ContainerHandle&) = delete;
 

@@ -5,9 +5,6 @@
 #include <exception>
 #include <list>
 #include <stdexcept>
-#include <string_view>
-#include <utility>
-#include <vector>
 
 #include "util/string_util.h"
 
@@ -21,25 +18,15 @@ std::string describe(const AccountEntry& account, const std::exception& error) {
     return line;
 }
 
-UserIds userIdsOf(const std::list<AccountEntry>& accounts) {
-    std::vector<std::string_view> names;
-    names.reserve(accounts.size());
-    for (const AccountEntry& account : accounts) {
-        names.emplace_back(account.name);
-    }
-    return UserIds(std::move(names));
-}
-
 }  // namespace
 
 std::string forEachAccount(const char* user, const AccountAction& action) {
     const pid_t self = ::getpid();
     const std::list<AccountEntry> accounts = selectAccounts(user);
-    const UserIds ids = user == nullptr ? userIdsOf(accounts) : UserIds();
     std::string failures;
     for (const AccountEntry& account : accounts) {
         try {
-            action(account, ids);
+            action(account);
         } catch (const std::exception& error) {
             if (user != nullptr) {
                 throw;

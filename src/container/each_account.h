@@ -5,14 +5,13 @@
 #include <string>
 
 #include "config/account_registry.h"
-#include "util/user_ids.h"
 
-using AccountAction = std::function<void(const AccountEntry& account, const UserIds& ids)>;
+using AccountAction = std::function<void(const AccountEntry& account)>;
 
 /// Calls `action` for the account `user`, or with null for every configured one. Of a named account
 /// an exception travels on unchanged. Without a name the loop goes on with the next account, and
 /// the result is one line per failed account, name + ": " + message, joined by newlines; empty when
-/// none failed. Throws what selectAccounts throws. `ids` is for the look-up of the account.
+/// none failed. Throws what selectAccounts throws.
 ///
 /// `action` may fork. An exception that arrives in the child ends the loop there, carrying its
 /// account's name: the remaining accounts are the parent's.

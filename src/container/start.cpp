@@ -159,13 +159,12 @@ void pinNamespaces(const ContainerHandle& handle, pid_t child, int flags) {
 
 void startCommand(const char* user) {
     ::umask(kUmask);  // whatever the caller's: modes of what is created here must not depend on it
-    const std::string failures =
-        forEachAccount(user, [](const AccountEntry& account, const UserIds& ids) {
-            print("starting container: " + account.name + ", network:" + account.net + "\n");
-            flushOutput();
-            ContainerHandle handle(account.name, ids);
-            startContainer(handle, IpNetwork(account.net));
-        });
+    const std::string failures = forEachAccount(user, [](const AccountEntry& account) {
+        print("starting container: " + account.name + ", network:" + account.net + "\n");
+        flushOutput();
+        ContainerHandle handle(account.name);
+        startContainer(handle, IpNetwork(account.net));
+    });
     if (!failures.empty()) {
         throw std::runtime_error(failures);
     }

@@ -13,15 +13,14 @@
 
 void statusCommand(const char* user) {
     std::list<ContainerStatus> statuses;
-    const std::string failures =
-        forEachAccount(user, [&statuses](const AccountEntry& account, const UserIds& ids) {
-            progress("collecting status for container: " + account.name);
-            const ContainerHandle handle(account.name, ids);
-            ContainerStatus status(handle);
-            collectStatus(status);
-            status.handle = nullptr;  // the handle ends with its account's turn
-            statuses.push_back(std::move(status));
-        });
+    const std::string failures = forEachAccount(user, [&statuses](const AccountEntry& account) {
+        progress("collecting status for container: " + account.name);
+        const ContainerHandle handle(account.name);
+        ContainerStatus status(handle);
+        collectStatus(status);
+        status.handle = nullptr;  // the handle ends with its account's turn
+        statuses.push_back(std::move(status));
+    });
     if (user != nullptr) {
         if (statuses.size() != 1) {
             throw std::runtime_error("Unexpected size of status list");

@@ -191,13 +191,12 @@ void unpin(ContainerHandle& handle, const std::string& address,
 }  // namespace
 
 void stopCommand(const char* user) {
-    const std::string failures =
-        forEachAccount(user, [](const AccountEntry& account, const UserIds& ids) {
-            print("stopping container: " + account.name + ", network:" + account.net + "\n");
-            flushOutput();
-            ContainerHandle handle(account.name, ids);
-            stopContainer(handle, IpNetwork(account.net));
-        });
+    const std::string failures = forEachAccount(user, [](const AccountEntry& account) {
+        print("stopping container: " + account.name + ", network:" + account.net + "\n");
+        flushOutput();
+        ContainerHandle handle(account.name);
+        stopContainer(handle, IpNetwork(account.net));
+    });
     if (!failures.empty()) {
         throw std::runtime_error(failures);
     }

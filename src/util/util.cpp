@@ -4,8 +4,10 @@
 
 #include <cerrno>
 #include <stdexcept>
+#include <utility>
 
 #include "util/errors.h"
+#include "util/password_file.h"
 #include "util/translatable.h"
 
 namespace {
@@ -24,11 +26,21 @@ bool meansNotFound(int error) {
     return error == 0 || error == ENOENT || error == ESRCH || error == EBADF || error == EPERM;
 }
 
+/// Reads the file only from the second look-up of a run on: for one user the C library is quicker.
+std::optional<PasswordEntry> findInPasswordFile(const std::string& name) {
+    static PasswordFile file;
+    static bool isFirst = true;
+    return std::exchange(isFirst, false) ? std::nullopt : file.find(name);
+}
+
 }  // namespace
 
 PasswordEntry Util::getpwnam(const std::string& name) {
     const bool usable = !name.empty() && name.find('/') == std::string::npos &&
                         name.find('\0') == std::string::npos;
+    if (auto found = usable ? findInPasswordFile(name) : std::nullopt) {
+        return *std::move(found);
+    }
     errno = 0;
     const passwd* entry = usable ? ::getpwnam(name.c_str()) : nullptr;
     const int error = errno;

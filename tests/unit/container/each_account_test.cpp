@@ -16,8 +16,7 @@ ChildResult eachAccount(const char* user) {
     return inChild([user] {
         leaveDescriptors(0);
         try {
-            forEachAccount(user,
-                           [](const AccountEntry&, const UserIds&) { std::cout << "called;"; });
+            forEachAccount(user, [](const AccountEntry&) { std::cout << "called;"; });
         } catch (const std::runtime_error& error) {
             std::cout << error.what() << std::flush;
             return 0;

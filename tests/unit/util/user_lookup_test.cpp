@@ -64,7 +64,7 @@ TEST(UtilGetpwnam, TellsADatabaseThatCannotBeReadFromAnUnknownUser) {
         ::__nss_configure_lookup("passwd", "files");
         const rlimit none = {0, 0};
         ::setrlimit(RLIMIT_NOFILE, &none);
-        std::cerr << refusal("daemon");
+        std::cerr << refusal("no-such-user");
         return 0;
     });
     EXPECT_EQ(result.errorOutput, "cannot look up user: Too many open files");

@@ -1,0 +1,115 @@
+#include "util/password_file.h"
+
+#include <pwd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <utility>
+
+#include "util/line_reader.h"
+#include "util/scope_guard.h"
+#include "util/word_reader.h"
+
+namespace {
+
+constexpr std::string_view kBlanks = " \t\n\v\f\r";
+constexpr std::string_view kDatabase = "passwd";
+
+bool sameTime(const timespec& one, const timespec& other) {
+    return one.tv_sec == other.tv_sec && one.tv_nsec == other.tv_nsec;
+}
+
+/// The C library looks up no user of such a line by name.
+bool isNeverLookedUp(const char* name) {
+    return *name == '\0' || *name == '+' || *name == '-';
+}
+
+/// A word in brackets may send the look-up on although the user was found.
+bool startsWithFilesAlone(std::string_view services) {
+    WordReader words(services, kBlanks);
+    const std::string_view first = words.next();
+    return first == "files" && !words.next().starts_with('[');
+}
+
+}  // namespace
+
+bool passwordFileComesFirst(const std::string& sourcesFile) {
+    LineReader file(sourcesFile);
+    int lines = 0;
+    bool first = false;
+    for (std::string line; file.next(line);) {
+        std::string_view text = line;
+        text = text.substr(0, text.find('#'));
+        text.remove_prefix(std::min(text.find_first_not_of(kBlanks), text.size()));
+        const std::size_t end = text.find_first_of(" \t\n\v\f\r:");
+        if (end != std::string_view::npos && text.substr(0, end) == kDatabase) {
+            ++lines;
+            first = text[end] == ':' && startsWithFilesAlone(text.substr(end + 1));
+        }
+    }
+    return lines == 1 && first;
+}
+
+bool PasswordFile::Version::take() {
+    return ::stat(path.c_str(), &status) == 0;
+}
+
+bool PasswordFile::Version::isCurrent() const {
+    struct stat now {};
+    return ::stat(path.c_str(), &now) == 0 && now.st_dev == status.st_dev &&
+           now.st_ino == status.st_ino && now.st_size == status.st_size &&
+           sameTime(now.st_mtim, status.st_mtim) && sameTime(now.st_ctim, status.st_ctim);
+}
+
+PasswordFile::PasswordFile(std::string passwordFile, std::string sourcesFile)
+    : passwords{std::move(passwordFile)}, sources{std::move(sourcesFile)} {}
+
+std::optional<PasswordEntry> PasswordFile::find(std::string_view name) {
+    if (!isCurrent()) {
+        read();
+        if (!isCurrent()) {
+            return std::nullopt;
+        }
+    }
+    const auto entry = std::lower_bound(
+        entries.begin(), entries.end(), name,
+        [this](const Entry& one, std::string_view wanted) { return nameOf(one) < wanted; });
+    if (entry == entries.end() || nameOf(*entry) != name) {
+        return std::nullopt;
+    }
+    const char* const home = nameOf(*entry) + name.size() + 1;
+    return PasswordEntry{std::string(name), entry->uid, entry->gid, home,
+                         home + std::strlen(home) + 1};
+}
+
+void PasswordFile::read() {
+    texts.clear();
+    entries.clear();
+    // taken before the reading: isCurrent shows a change meanwhile
+    if (passwords.take() && sources.take() && passwordFileComesFirst(sources.path)) {
+        readPasswords();
+    }
+}
+
+/// With the C library's own parser, so that a broken line means here what it means to a look-up.
+void PasswordFile::readPasswords() {
+    std::FILE* const file = std::fopen(passwords.path.c_str(), "re");
+    if (file == nullptr) {
+        return;
+    }
+    const ScopeGuard close([file] { std::fclose(file); });
+    while (const passwd* line = ::fgetpwent(file)) {
+        if (isNeverLookedUp(line->pw_name)) {
+            continue;
+        }
+        entries.push_back({texts.size(), line->pw_uid, line->pw_gid});
+        for (const char* text : {line->pw_name, line->pw_dir, line->pw_shell}) {
+            texts.append(text).push_back('\0');
+        }
+    }
+    // stable: find takes the first of several lines of a user, as a look-up does
+    std::stable_sort(entries.begin(), entries.end(), [this](const Entry& one, const Entry& other) {
+        return std::strcmp(nameOf(one), nameOf(other)) < 0;
+    });
+}

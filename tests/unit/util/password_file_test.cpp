@@ -1,0 +1,158 @@
+// The files of a test know a root of their own; the C library would know the machine's.
+#include "util/password_file.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <initializer_list>
+#include <optional>
+#include <string>
+
+#include "../fs/temporary_directory.h"
+
+namespace {
+
+constexpr const char* kRootLine = "root:x:4242:4343::/home:/bin/sh\n";
+
+using testing::Optional;
+
+class PasswordFileTest : public testing::Test {
+protected:
+    PasswordFile file(const std::string& lines,
+                      const std::string& services = "passwd: files systemd\n") {
+        passwords = directory.write("/passwd", lines);
+        sources = directory.write("/nsswitch.conf", services);
+        return PasswordFile(passwords, sources);
+    }
+
+    static std::optional<uid_t> uidOf(PasswordFile& file, const std::string& name = "root") {
+        const auto entry = file.find(name);
+        return entry ? std::optional(entry->uid) : std::nullopt;
+    }
+
+    std::optional<uid_t> uidOfRoot(const std::string& lines,
+                                   const std::string& services = "passwd: files\n") {
+        PasswordFile read = file(lines, services);
+        return uidOf(read);
+    }
+
+    TemporaryDirectory directory;
+    std::string passwords;
+    std::string sources;
+};
+
+TEST_F(PasswordFileTest, GivesWholeEntries) {
+    PasswordFile read = file("b:x:2:9:B::\nroot:x:4242:4343:R:/home:/bin/sh\na:x:1:8:::/bin/a\n");
+    const auto root = read.find("root");
+    ASSERT_TRUE(root);
+    EXPECT_EQ(root->name, "root");
+    EXPECT_EQ(root->uid, 4242U);
+    EXPECT_EQ(root->gid, 4343U);
+    EXPECT_EQ(root->homeDirectory, "/home");
+    EXPECT_EQ(root->shell, "/bin/sh");
+    EXPECT_THAT(uidOf(read, "a"), Optional(1U));
+    EXPECT_EQ(read.find("a")->shell, "/bin/a");
+    EXPECT_THAT(uidOf(read, "b"), Optional(2U));
+    EXPECT_EQ(read.find("b")->homeDirectory, "");
+    EXPECT_EQ(read.find("b")->shell, "");
+}
+
+TEST_F(PasswordFileTest, GivesTheFirstOfSeveralLinesOfAUser) {
+    std::string lines = "root:x:4242:0:::\n";
+    for (int i = 0; i < 100; ++i) {
+        lines += "user" + std::to_string(i) + ":x:1:1:::\nroot:x:7:0:::\n";
+    }
+    EXPECT_THAT(uidOfRoot(lines), Optional(4242U));
+}
+
+TEST_F(PasswordFileTest, GivesNothingForOtherNames) {
+    PasswordFile read = file(kRootLine);
+    for (const char* name : {"", "roo", "root2", "Root", "x", "/home", "zoe"}) {
+        EXPECT_FALSE(read.find(name)) << name;
+    }
+}
+
+TEST_F(PasswordFileTest, SkipsBrokenLinesAndComments) {
+    EXPECT_THAT(uidOfRoot("\n# root:x:1:1:::\nroot\nroot:x\nroot:x:one:1:::\nroot:x::1:::\n  " +
+                          std::string(kRootLine)),
+                Optional(4242U));
+}
+
+TEST_F(PasswordFileTest, HasTheUserAfterAVeryLongLine) {
+    const std::string line = "long:x:1:1:" + std::string(100'000, 'g') + "::\n";
+    EXPECT_THAT(uidOfRoot(line + kRootLine), Optional(4242U));
+}
+
+TEST_F(PasswordFileTest, NeedsNoNewlineAtItsEnd) {
+    EXPECT_THAT(uidOfRoot("root:x:4242:1:::"), Optional(4242U));
+}
+
+TEST_F(PasswordFileTest, HasNoNameThatIsNeverLookedUp) {
+    PasswordFile read = file("+root:x:1:1:::\n-root:x:1:1:::\n:x:1:1:::\n+\n");
+    for (const char* name : {"+root", "-root", "+", "-", ""}) {
+        EXPECT_FALSE(read.find(name)) << name;
+    }
+}
+
+TEST_F(PasswordFileTest, IsNotBelievedWhereAnotherSourceMayAnswer) {
+    for (const char* services :
+         {"passwd: sss files\n", "passwd: compat\n", "passwd: db files\n", "passwd:\n",
+          "passwd: files [SUCCESS=continue] sss\n", "passwd: files[SUCCESS=continue] sss\n",
+          "passwd: files [!UNAVAIL=return] sss\n", "passwd: FILES\n", "passwd: files2\n",
+          "passwd: files\npasswd: sss files\n", "passwd: sss\npasswd: files\n", "passwd files\n",
+          "passwd :files\n", "group: files\n", "#passwd: files\n", "Passwd: files\n", ""}) {
+        EXPECT_FALSE(uidOfRoot(kRootLine, services)) << services;
+    }
+}
+
+TEST_F(PasswordFileTest, IsBelievedWhereItAnswersFirst) {
+    for (const char* services :
+         {"passwd: files\n", "passwd:files", "  passwd:\tfiles\tsss\n", "passwd: files # sss\n",
+          "passwd: files sss [NOTFOUND=return] ldap\n",
+          "group: sss\npasswd: files\nshadow: sss\n"}) {
+        EXPECT_THAT(uidOfRoot(kRootLine, services), Optional(4242U)) << services;
+    }
+}
+
+TEST_F(PasswordFileTest, GivesNothingWithoutOneOfTheFiles) {
+    file(kRootLine);
+    PasswordFile noSources(passwords, directory.at("/none"));
+    PasswordFile noPasswords(directory.at("/none"), sources);
+    EXPECT_FALSE(noSources.find("root"));
+    EXPECT_FALSE(noPasswords.find("root"));
+}
+
+TEST_F(PasswordFileTest, IsReadAgainOnceItHasChanged) {
+    PasswordFile read = file(kRootLine);
+    EXPECT_THAT(uidOf(read), Optional(4242U));
+    directory.write("/passwd", "root:x:5:5:::\nmore:x:6:6:::\n");
+    EXPECT_THAT(uidOf(read), Optional(5U));
+    EXPECT_THAT(uidOf(read, "more"), Optional(6U));
+}
+
+TEST_F(PasswordFileTest, IsReadAgainOnceItHasBeenReplaced) {
+    PasswordFile read = file(kRootLine);
+    EXPECT_THAT(uidOf(read), Optional(4242U));
+    const std::string other = directory.write("/new", "root:x:2424:4343::/home:/bin/sh\n");
+    ASSERT_EQ(std::rename(other.c_str(), passwords.c_str()), 0);
+    EXPECT_THAT(uidOf(read), Optional(2424U));
+}
+
+TEST_F(PasswordFileTest, GivesNothingOnceItIsGone) {
+    PasswordFile read = file(kRootLine);
+    EXPECT_THAT(uidOf(read), Optional(4242U));
+    ASSERT_EQ(std::remove(passwords.c_str()), 0);
+    EXPECT_FALSE(uidOf(read));
+}
+
+TEST_F(PasswordFileTest, FollowsAChangeOfTheSources) {
+    PasswordFile read = file(kRootLine);
+    EXPECT_THAT(uidOf(read), Optional(4242U));
+    directory.write("/nsswitch.conf", "passwd: sss files\n");
+    EXPECT_FALSE(uidOf(read));
+    directory.write("/nsswitch.conf", "passwd: files sss\n");
+    EXPECT_THAT(uidOf(read), Optional(4242U));
+}
+
+}  // namespace
