@@ -3,7 +3,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cerrno>
+#include <algorithm>
 #include <list>
 #include <stdexcept>
 #include <utility>
@@ -18,11 +18,10 @@
 namespace {
 
 constexpr const char* kContainerInterface = "veth0";
-constexpr const char* kLoopback = "127.0.0.1";
 constexpr useconds_t kLookInterval = 20'000;  // microseconds
 constexpr int kLooks = 50;
-constexpr int kMostCopies =
-    16;  // of a rule: an iptables that always succeeds must not hold up start
+/// Of a rule: an iptables that always succeeds must not hold up start.
+constexpr int kMostCopies = 16;
 
 /// A host tool and its arguments.
 struct ToolCall {
@@ -30,7 +29,8 @@ struct ToolCall {
     std::list<std::string> arguments;
 };
 
-bool succeeds(ToolCall call) {
+/// True when the tool ended with status 0. The runner has reported any other outcome.
+bool run(ToolCall call) {
     return ExternalCommand(std::move(call.program), std::move(call.arguments)).execute() == 0;
 }
 
@@ -52,12 +52,22 @@ ToolCall ip(std::list<std::string> arguments) {
     return {configuration().ipCommand, std::move(arguments)};
 }
 
-ToolCall iptables(std::list<std::string> arguments) {
-    return {configuration().iptablesCommand, std::move(arguments)};
+ToolCall iptables(const PacketRule& rule, const char* action) {
+    return {configuration().iptablesCommand, rule.arguments(action)};
 }
 
 ToolCall sysctl(const std::string& assignment) {
     return {configuration().sysctlCommand, {"-q", "-w", assignment}};
+}
+
+/// Loopback addresses are routed on the pair for the database's sake.
+ToolCall routeLocalnet(const std::string& interface) {
+    std::string setting = "net/ipv4/conf/" + interface + "/route_localnet=1";
+    // between dots a dot of the name would begin a directory of its own, sysctl(8)
+    if (interface.find('.') == std::string::npos) {
+        std::replace(setting.begin(), setting.end(), '/', '.');
+    }
+    return sysctl(setting);
 }
 
 }  // namespace
@@ -101,14 +111,14 @@ void setUpHostSide(const ContainerLink& link, pid_t child) {
         // this gives the MTU to the peer alone; the host end gets it with the last call
         ip({"link", "add", host, "type", "veth", "peer", "name", peer, "mtu", mtu}),
         ip({"link", "set", peer, "netns", std::to_string(child)}),
-        sysctl("net.ipv4.conf." + host + ".route_localnet=1"),
-        iptables(databaseRule(host, link.hostAddress).arguments("-I")),
-        iptables(rejectRule(host).arguments("-A")),
+        routeLocalnet(host),
+        iptables(databaseRule(host, link.hostAddress), "-I"),
+        iptables(rejectRule(host), "-A"),
         ip({"addr", "add", address, "dev", host}),
         ip({"link", "set", host, "up", "mtu", mtu}),
     };
     for (const ToolCall& call : calls) {
-        succeeds(call);
+        run(call);  // the rest is as useful without it
     }
 }
 
@@ -121,7 +131,7 @@ bool setUpContainerSide(const ContainerLink& link, std::optional<gid_t> group) {
         ip({"link", "set", kContainerInterface, "up"}),
         ip({"link", "set", "lo", "up"}),
         ip({"route", "add", "default", "via", host}),
-        sysctl("net.ipv4.conf.veth0.route_localnet=1"),
+        routeLocalnet(kContainerInterface),
     };
     if (group) {
         // lets the account's group use ICMP echo sockets without privileges, icmp(7)
@@ -129,12 +139,10 @@ bool setUpContainerSide(const ContainerLink& link, std::optional<gid_t> group) {
             sysctl(StringUtil::sprintf("net.ipv4.ping_group_range=%u %u", *group, *group)));
     }
     // a connection to the container's own 127.0.0.1:3306 crosses the pair to the host's end
-    calls.push_back(iptables({"-t", "nat", "-A", "POSTROUTING", "-s", kLoopback, "-d", host, "-o",
-                              kContainerInterface, "-j", "MASQUERADE"}));
-    calls.push_back(iptables({"-t", "nat", "-A", "OUTPUT", "-s", kLoopback, "-p", "tcp", "-d",
-                              kLoopback, "--dport", "3306", "-j", "DNAT", "--to", host + ":3306"}));
+    calls.push_back(iptables(loopbackMasqueradeRule(host, kContainerInterface), "-A"));
+    calls.push_back(iptables(loopbackDatabaseRule(host), "-A"));
     for (const ToolCall& call : calls) {
-        if (!succeeds(call)) {
+        if (!run(call)) {
             return false;
         }
     }

@@ -3,6 +3,12 @@
 namespace {
 
 constexpr const char* kContainerRange = "100.64.0.0/10";
+constexpr const char* kLoopback = "127.0.0.1";
+constexpr const char* kDatabasePort = "3306";
+
+std::string withDatabasePort(const std::string& address) {
+    return address + ":" + kDatabasePort;
+}
 
 }  // namespace
 
@@ -23,10 +29,23 @@ PacketRule masqueradeRule(const std::string& defaultInterface) {
 PacketRule databaseRule(const std::string& hostInterface, const std::string& hostAddress) {
     return {{"-t", "nat"},
             "PREROUTING",
-            {"-i", hostInterface, "-p", "tcp", "-d", hostAddress, "--dport", "3306", "-j", "DNAT",
-             "--to-destination", "127.0.0.1:3306"}};
+            {"-i", hostInterface, "-p", "tcp", "-d", hostAddress, "--dport", kDatabasePort, "-j",
+             "DNAT", "--to-destination", withDatabasePort(kLoopback)}};
 }
 
 PacketRule rejectRule(const std::string& hostInterface) {
     return {{}, "INPUT", {"-i", hostInterface, "-d", kContainerRange, "-j", "REJECT"}};
+}
+
+PacketRule loopbackDatabaseRule(const std::string& hostAddress) {
+    return {{"-t", "nat"},
+            "OUTPUT",
+            {"-s", kLoopback, "-p", "tcp", "-d", kLoopback, "--dport", kDatabasePort, "-j", "DNAT",
+             "--to", withDatabasePort(hostAddress)}};
+}
+
+PacketRule loopbackMasqueradeRule(const std::string& hostAddress, const std::string& interface) {
+    return {{"-t", "nat"},
+            "POSTROUTING",
+            {"-s", kLoopback, "-d", hostAddress, "-o", interface, "-j", "MASQUERADE"}};
 }

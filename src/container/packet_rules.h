@@ -1,5 +1,5 @@
-// The packet-filter rules that containers need on the host. A rule is added, checked and deleted
-// from the same value, so that what stop deletes is what start has added.
+// The packet-filter rules that containers need on the host, and those inside them. A rule is added,
+// checked and deleted from the same value, so that what stop deletes is what start has added.
 #pragma once
 
 #include <list>
@@ -17,8 +17,13 @@ struct PacketRule {
 /// Source NAT for all containers through the host's default interface.
 PacketRule masqueradeRule(const std::string& defaultInterface);
 
-/// Connections to the host's end of the pair, port 3306, reach the database on the host's loopback.
+/// Connections to the database's port on the host's end of the pair reach the host's loopback.
 PacketRule databaseRule(const std::string& hostInterface, const std::string& hostAddress);
 
 /// Nothing else in the containers' private range is reached through the host's input path.
 PacketRule rejectRule(const std::string& hostInterface);
+
+/// Inside a container: connections to the database's port on its own loopback go to the host's end
+/// of the pair. They leave with a source address that the host can answer by the second rule.
+PacketRule loopbackDatabaseRule(const std::string& hostAddress);
+PacketRule loopbackMasqueradeRule(const std::string& hostAddress, const std::string& interface);

@@ -20,6 +20,17 @@ answer=$(enter alice bash -c 'cat </dev/tcp/127.0.0.1/3306')
 EOF
 }
 
+@test "a dot in a name keeps nobody from the database" {
+    in_host <<'EOF'
+useradd --badname --create-home --shell /bin/bash a.b
+mkdir ~a.b/tmp
+echo "a.b net=100.64.0.4/30" >"$registry"
+kivctl start a.b
+same "routing of loopback addresses" 1 "$(cat /proc/sys/net/ipv4/conf/veth-a.b/route_localnet)"
+[[ $(enter a.b bash -c 'cat </dev/tcp/127.0.0.1/3306') == *database* ]]
+EOF
+}
+
 @test "a real database answers the account on its loopback address" {
     if ! command -v mariadbd mysqld >/dev/null; then
         # without a server package the simulated host must say so rather than start another one

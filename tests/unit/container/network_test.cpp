@@ -98,6 +98,66 @@ TEST_F(LinkSetUp, OnTheHostGoesOnAfterAFailure) {
         << errors;
 }
 
+TEST_F(LinkSetUp, OnTheHostSeparatesBySlashesWhereTheNameHasADot) {
+    link.hostInterface = "veth-a.b";
+    EXPECT_EQ(runHostSide(), 0);
+    EXPECT_NE(calls().find("sysctl|-q|-w|net/ipv4/conf/veth-a.b/route_localnet=1\n"),
+              std::string::npos)
+        << calls();
+}
+
+/// Deletes as many rules as the file "rules" says, and has none to delete from then on.
+constexpr const char* kCountingTool = R"sh(#!/bin/sh
+IFS='|'
+echo "${0##*/}|$*" >>"${0%/*}/calls"
+echo output
+echo errors >&2
+read -r rules <"${0%/*}/rules"
+if [ "$rules" = 0 ]; then exit 1; fi
+echo "$((rules - 1))" >"${0%/*}/rules"
+)sh";
+
+class LeftRules : public LinkSetUp {
+protected:
+    void leave(int rules) {
+        directory.write("/iptables", kCountingTool);
+        directory.write("/rules", std::to_string(rules) + "\n");
+    }
+
+    int remove() {
+        return run([this] {
+            removeLeftRules(link);
+            return 0;
+        });
+    }
+
+    long callsFor(const std::string& chain) {
+        const std::string all = calls();
+        long count = 0;
+        for (auto hit = all.find(chain); hit != std::string::npos; hit = all.find(chain, hit + 1)) {
+            ++count;
+        }
+        return count;
+    }
+};
+
+TEST_F(LeftRules, AreRemovedAsOftenAsTheyAreThereAndSilently) {
+    leave(2);
+    EXPECT_EQ(remove(), 0);
+    const std::string reject = "iptables|-D|INPUT|-i|veth-alice|-d|100.64.0.0/10|-j|REJECT\n";
+    EXPECT_EQ(calls(), reject + reject + reject +
+                           "iptables|-t|nat|-D|PREROUTING|-i|veth-alice|-p|tcp|-d|100.64.0.5|"
+                           "--dport|3306|-j|DNAT|--to-destination|127.0.0.1:3306\n");
+    EXPECT_EQ(errors, "");
+}
+
+TEST_F(LeftRules, DoNotHoldUpAStartWhoseIptablesAlwaysSucceeds) {
+    leave(1000);
+    EXPECT_EQ(remove(), 0);
+    EXPECT_EQ(callsFor("|INPUT|"), 16);
+    EXPECT_EQ(callsFor("|PREROUTING|"), 16);
+}
+
 TEST_F(LinkSetUp, InTheContainerTakesTheseSteps) {
     EXPECT_TRUE(runContainerSide(1'001));
     EXPECT_EQ(errors, "");
