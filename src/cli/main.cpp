@@ -46,9 +46,11 @@ Driver driverOf(int command) {
     }
 }
 
-/// The exit status of a failure, printed as one error line.
-int fail(int status, const std::string& message) {
-    report(std::string(programName()) + ": " + message);
+using Report = void (*)(const std::string&);
+
+/// The exit status of a failure, printed behind the program's name.
+int fail(int status, const std::string& message, Report print = report) {
+    print(std::string(programName()) + ": " + message);
     return status;
 }
 
@@ -69,7 +71,8 @@ int runCommand(int command) {
     try {
         driver(userName());
     } catch (const std::runtime_error& error) {
-        return fail(EX_OSERR, error.what());
+        // with -a the text has one line for each account that failed
+        return fail(EX_OSERR, error.what(), userName() == nullptr ? reportLines : report);
     }
     return EXIT_SUCCESS;
 }

@@ -2,9 +2,11 @@
 
 #include <cerrno>
 #include <cstring>
+#include <list>
 
 #include "util/output.h"
 #include "util/settings.h"
+#include "util/string_util.h"
 
 std::runtime_error systemError(const std::string& text, int error) {
     return std::runtime_error(text + errorText(error));
@@ -16,13 +18,20 @@ std::string errorText(int error) {
 
 void report(const std::string& line) {
     const int kept = errno;
-    printError(line + "\n");
+    printError(StringUtil::escapeControls(line) + "\n");
     errno = kept;
+}
+
+void reportLines(const std::string& lines) {
+    for (const std::string& line : StringUtil::split<std::list<std::string>>(
+             lines, "\n", /*dropEmpty=*/false, /*keepSeparators=*/false)) {
+        report(line);
+    }
 }
 
 void progress(const std::string& line) {
     if (debugMode() != 0) {
-        print(line + "\n");
+        print(StringUtil::escapeControls(line) + "\n");
         flushOutput();
     }
 }

@@ -14,8 +14,14 @@ std::runtime_error systemError(const std::string& text, int error);
 std::string errorText(int error);
 
 /// Writes `line` and a newline to standard error at once, so that lines of several processes on the
-/// same terminal stay whole. Leaves errno as it was.
+/// same terminal stay whole. Leaves errno as it was. Control characters are escaped: an account
+/// chooses the names of its files, and must not forge lines or steer the administrator's terminal.
 void report(const std::string& line);
 
-/// Writes `line` and a newline to standard output and flushes, when -d was given.
+/// As report, for each of the lines that newlines separate. A name in `lines` that may hold a
+/// newline is escaped already.
+void reportLines(const std::string& lines);
+
+/// Writes `line`, escaped as by report, and a newline to standard output and flushes, when -d was
+/// given.
 void progress(const std::string& line);

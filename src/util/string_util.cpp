@@ -1,8 +1,25 @@
 #include "util/string_util.h"
 
+#include <algorithm>
 #include <cstdarg>
+#include <cstddef>
 #include <cstdio>
 #include <stdexcept>
+
+namespace {
+
+/// How many bytes at the beginning of `text`, which is not empty, are a control character.
+std::size_t controlLength(std::string_view text) {
+    const auto byte = [text](std::size_t i) { return static_cast<unsigned char>(text[i]); };
+    if (byte(0) < 0x20 || byte(0) == 0x7f) {
+        return 1;
+    }
+    // U+0080 to U+009F: terminals obey them like ESC and a letter
+    const bool isC1 = text.size() > 1 && byte(0) == 0xc2 && byte(1) >= 0x80 && byte(1) <= 0x9f;
+    return isC1 ? 2 : 0;
+}
+
+}  // namespace
 
 std::string& StringUtil::trim(std::string& text, const std::string& characters) {
     const auto last = text.find_last_not_of(characters);
@@ -49,4 +66,19 @@ std::string StringUtil::sprintf(const char* format, ...) {
 
 std::string StringUtil::hexEscape(char c, const std::string& prefix) {
     return prefix + sprintf("%02x", static_cast<unsigned>(static_cast<unsigned char>(c)));
+}
+
+std::string StringUtil::escapeControls(std::string_view text) {
+    std::string escaped;
+    while (!text.empty()) {
+        const std::size_t controls = controlLength(text);
+        if (controls == 0) {
+            escaped += text.front();
+        }
+        for (const char c : text.substr(0, controls)) {
+            escaped += hexEscape(c, "\\x");
+        }
+        text.remove_prefix(std::max<std::size_t>(controls, 1));
+    }
+    return escaped;
 }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 
 class StringUtil {
 public:
@@ -26,6 +27,10 @@ public:
 
     /// `prefix` and the byte's value as two lower-case hexadecimal digits.
     static std::string hexEscape(char c, const std::string& prefix);
+
+    /// `text` with each byte of a control character as "\xHH": C0, DEL and C1, the last as UTF-8
+    /// has it. All other bytes stay, those of other character sets too.
+    static std::string escapeControls(std::string_view text);
 };
 
 template <typename Container>

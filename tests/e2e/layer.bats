@@ -238,6 +238,49 @@ same "what the account sees" $'a\nfile' "$(enter alice ls -A --quoting-style=lit
 EOF
 }
 
+@test "control characters in names that an account chose are escaped in every line about them" {
+    in_host <<'EOF'
+account alice 100.64.0.4/30
+install -d -o alice /srv/site /srv/site/real
+touch /srv/site/real/file
+for name in $'1\nkivctl: bob: forged' $'2\e[2J\t\r\a' $'3\x7f\x01' $'4\xc2\x85\xc2\x9b' \
+    $'5 \xc3\x85\xe2\x82\xac\xc2\xa0\x85\\\xc2'; do
+    ln -s real "/srv/site/$name"
+    chown -h alice "/srv/site/$name"
+done
+printf '%s\n' hide "    /srv/site/*/file" empty "    /srv/site/1*" >"$configuration"
+capture kivctl start alice
+same status 0 "$status"
+below=/mnt/root//srv/site
+same stderr "Path contains symlink, ignoring: $below/1\\x0akivctl: bob: forged/file
+Path contains symlink, ignoring: $below/2\\x1b[2J\\x09\\x0d\\x07/file
+Path contains symlink, ignoring: $below/3\\x7f\\x01/file
+Path contains symlink, ignoring: $below/4\\xc2\\x85\\xc2\\x9b/file
+Path contains symlink, ignoring: $below/5 "$'\xc3\x85\xe2\x82\xac\xc2\xa0\x85\\\xc2'"/file
+recMkDir: '/mnt/root/mnt/root' doesn't exist
+stat(/mnt/root$below/1\\x0akivctl: bob: forged) failed: No such file or directory" "$err"
+EOF
+}
+
+@test "control characters are escaped in progress and in errors, with -a line by line" {
+    in_host <<'EOF'
+account alice 100.64.0.4/30
+home=$(printf '/srv/\033]0;x')
+mkdir "$home"
+sed -i "s#:/home/alice:#:$home:#" /etc/passwd
+capture kivctl -d start alice
+same status 0 "$status"
+same stderr 'mount(/srv/\x1b]0;x/tmp) to /tmp failed: No such file or directory' "$err"
+grep -qxF 'tmpdir: /srv/\x1b]0;x/tmp' <<<"$out"
+capture kivctl exec $'al\ni\xc2\x85ce'
+same "stderr of exec" 'kivctl: al\x0ai\xc2\x85ce: unknown user' "$err"
+printf '%s\n' $'al\eice net=100.64.0.4/30' "nobody-here net=100.64.0.8/30" >"$registry"
+capture kivctl start -a
+same "stderr of start -a" 'kivctl: al\x1bice: al\x1bice: unknown user
+nobody-here: nobody-here: unknown user' "$err"
+EOF
+}
+
 @test "without openat2 hidden paths are hidden and links in them reported all the same" {
     for error in ENOSYS EPERM; do
         export error

@@ -63,6 +63,22 @@ TEST(Report, WritesALineInOnePiece) {
     EXPECT_EQ(outcome(result), 0);
 }
 
+TEST(Report, EscapesControlCharactersButItsOwnLineEnd) {
+    const auto result = inChild([] {
+        report("/srv/a\nkivctl: forged\x1b[2J");
+        return 0;
+    });
+    EXPECT_EQ(result.errorOutput, "/srv/a\\x0akivctl: forged\\x1b[2J\n");
+}
+
+TEST(ReportLines, KeepsTheNewlinesBetweenLines) {
+    const auto result = inChild([] {
+        reportLines("alice: one\nbob: two\x07");
+        return 0;
+    });
+    EXPECT_EQ(result.errorOutput, "alice: one\nbob: two\\x07\n");
+}
+
 TEST(Progress, IsSilentWithoutDebugMode) {
     const auto result = inChild([] {
         settings().debugMode = 0;
@@ -80,6 +96,15 @@ TEST(Progress, GoesToStandardOutputInDebugMode) {
     });
     EXPECT_EQ(result.output, "mounting /proc\n");
     EXPECT_EQ(result.errorOutput, "");
+}
+
+TEST(Progress, EscapesControlCharacters) {
+    const auto result = inChild([] {
+        settings().debugMode = 1;
+        progress("tmpdir: /srv/\n\xc2\x9b");
+        return 0;
+    });
+    EXPECT_EQ(result.output, "tmpdir: /srv/\\x0a\\xc2\\x9b\n");
 }
 
 TEST(Progress, DoesNotWaitInABuffer) {

@@ -102,4 +102,29 @@ TEST(StringUtilHexEscape, WritesTwoLowerCaseDigits) {
     EXPECT_EQ(StringUtil::hexEscape('\xfe', "\\x"), "\\xfe");
 }
 
+TEST(EscapeControls, WritesC0AndDelAsTheirTwoDigits) {
+    using namespace std::string_view_literals;
+    EXPECT_EQ(StringUtil::escapeControls("\0\x01\t\n\r\x1b[31m\x1f\x7f"sv),
+              "\\x00\\x01\\x09\\x0a\\x0d\\x1b[31m\\x1f\\x7f");
+}
+
+TEST(EscapeControls, WritesBothBytesOfAC1ControlInUtf8) {
+    EXPECT_EQ(StringUtil::escapeControls("a\xc2\x80\xc2\x85\xc2\x9f"),
+              "a\\xc2\\x80\\xc2\\x85\\xc2\\x9f");
+}
+
+TEST(EscapeControls, LeavesTextInUtf8AndOtherCharacterSets) {
+    // U+00A0, U+00FC, U+0705, U+20AC, U+1F600; Latin-1; continuation bytes on their own; a cut pair
+    for (const char* text :
+         {"", "/srv/a b~\\x0a", "\xc2\xa0\xc3\xbc\xdc\x85\xe2\x82\xac\xf0\x9f\x98\x80",
+          "gr\xfc\xdf", "\x80\x85\x9f", "\xc3\x85\xe2\x82\x85", "cut \xc2"}) {
+        EXPECT_EQ(StringUtil::escapeControls(text), text);
+    }
+}
+
+TEST(EscapeControls, ChangesNothingTheSecondTime) {
+    const std::string once = StringUtil::escapeControls("a\n\xc2\x85\x1b");
+    EXPECT_EQ(StringUtil::escapeControls(once), once);
+}
+
 }  // namespace
