@@ -2,12 +2,25 @@
 
 #include <gtest/gtest.h>
 
+#include <list>
 #include <stdexcept>
+#include <string>
+#include <vector>
 
-#include "config/file_filters.h"
-#include "configuration_file.h"
+#include "../fs/temporary_directory.h"
+#include "../util/failure_of.h"
 
 namespace {
+
+class ConfigurationFile : public testing::Test {
+protected:
+    /// The file's content loaded; a failure's text, or "" for success.
+    std::string load(const std::string& content) {
+        return failureOf([&] { Configuration::load(directory.write("/kiv.conf", content)); });
+    }
+
+    TemporaryDirectory directory;
+};
 
 using List = std::list<std::string>;
 
@@ -162,11 +175,351 @@ TEST_F(ConfigurationFile, ThatIsADirectoryIsAReadError) {
     }
 }
 
-TEST(FileFilters, KeepTheirTwoDifferentLists) {
-    const std::map<std::string, std::string> wanted = {
-        {"/etc/group", "^(root|daemon|bin|sys|adm|tty|www-data|mysql|${USER}):"},
-        {"/etc/passwd", "^(root|daemon|bin|sys|man|www-data|mysql|${USER}):"}};
-    EXPECT_EQ(builtInFileFilters(), wanted);
+// Which section an item belongs to, and what a filter's item is made of.
+
+using List = std::list<std::string>;
+
+TEST_F(ConfigurationFile, EndsAFilterSectionAtTheNextHeader) {
+    ASSERT_EQ(load("filter\n /etc/x a\nhide\n /b c\n"), "");
+    EXPECT_EQ(configuration().hide, List{"/b c"});
+    EXPECT_EQ(configuration().filters.size(), 1U);
+}
+
+TEST_F(ConfigurationFile, EndsAListAtAFilterSection) {
+    ASSERT_EQ(load("hide\n /a\nfilter\n /etc/x b\n"), "");
+    EXPECT_EQ(configuration().hide, List{"/a"});
+    EXPECT_EQ(configuration().filters.at("/etc/x"), "b");
+}
+
+TEST_F(ConfigurationFile, EndsAFilterSectionAtAnAllowlist) {
+    ASSERT_EQ(load("filter\nallowlist /srv\n a b\n"), "");
+    EXPECT_EQ(configuration().allowlists.at("/srv"), List{"a b"});
+}
+
+TEST_F(ConfigurationFile, EndsAFilterSectionAtAnUnknownHeader) {
+    EXPECT_EQ(load("filter\n /a b\nfilters\n /c d\n"), "line 4: not parsing a list");
+}
+
+TEST_F(ConfigurationFile, ContinuesAFilterSectionAfterAComment) {
+    ASSERT_EQ(load("filter\n /a b\n# comment\n  # /x (\n\n /c d\n"), "");
+    EXPECT_EQ(configuration().filters,
+              (std::map<std::string, std::string>{{"/a", "b"}, {"/c", "d"}}));
+}
+
+TEST_F(ConfigurationFile, ContinuesAnAllowlistAfterAComment) {
+    ASSERT_EQ(load("allowlist /srv\n a\n#hide\n b\n"), "");
+    EXPECT_EQ(configuration().allowlists.at("/srv"), (List{"a", "b"}));
+}
+
+TEST_F(ConfigurationFile, TakesACommentOfSeveralWordsForAComment) {
+    EXPECT_EQ(load("# hide /a\n#hide /b\n"), "");
+}
+
+TEST_F(ConfigurationFile, TakesANumberSignInsideAnItemLiterally) {
+    ASSERT_EQ(load("hide\n /a # b\n"), "");
+    EXPECT_EQ(configuration().hide, List{"/a # b"});
+}
+
+TEST_F(ConfigurationFile, TakesANumberSignAfterAHeaderForAnArgument) {
+    EXPECT_EQ(load("hide # these\n"), "line 1: unexpected arguments");
+}
+
+TEST_F(ConfigurationFile, AcceptsIndentedCommentsBeforeTheFirstHeader) {
+    EXPECT_EQ(load("  # indented\nhide\n /a\n"), "");
+    EXPECT_EQ(configuration().hide, List{"/a"});
+}
+
+TEST_F(ConfigurationFile, OrdersAllowlistsByTheBytesOfTheirNames) {
+    ASSERT_EQ(load("allowlist /b\nallowlist /\xc3\xa4\nallowlist /B\nallowlist /a/b\n"
+                   "allowlist /a\n"),
+              "");
+    List names;
+    for (const auto& [name, items] : configuration().allowlists) {
+        names.push_back(name);
+    }
+    EXPECT_EQ(names, (List{"/B", "/a", "/a/b", "/b", "/\xc3\xa4"}));
+}
+
+TEST_F(ConfigurationFile, KeepsItemsThatAreNamedTwice) {
+    ASSERT_EQ(load("bind\n /a\n /b\n /a\n"), "");
+    EXPECT_EQ(configuration().bind, (List{"/a", "/b", "/a"}));
+}
+
+TEST_F(ConfigurationFile, DoesNotLookIntoCapabilitiesAndSystemCalls) {
+    ASSERT_EQ(load("cap_add\n no such (capability\nseccomp\n ((\n"), "");
+    EXPECT_EQ(configuration().cap_add, List{"no such (capability"});
+    EXPECT_EQ(configuration().seccomp, List{"(("});
+}
+
+TEST_F(ConfigurationFile, SplitsAFilterAtItsFirstBlankOrTab) {
+    ASSERT_EQ(load("filter\n /a\tb c\n /d e\tf\n"), "");
+    EXPECT_EQ(configuration().filters.at("/a"), "b c");
+    EXPECT_EQ(configuration().filters.at("/d"), "e\tf");
+}
+
+TEST_F(ConfigurationFile, SkipsAllWhiteSpaceBeforeAnExpression) {
+    ASSERT_EQ(load("filter\n /a \v\f\r\tb\n"), "");
+    EXPECT_EQ(configuration().filters.at("/a"), "b");
+}
+
+TEST_F(ConfigurationFile, TakesOtherWhiteSpaceForAPartOfAFiltersPath) {
+    EXPECT_EQ(load("filter\n /a\vb\n"), "line 2: value is not a pair");
+    ASSERT_EQ(load("filter\n /a\vb c\n"), "");
+    EXPECT_EQ(configuration().filters.at("/a\vb"), "c");
+}
+
+TEST_F(ConfigurationFile, ReplacesTheUserEverywhereBeforeItChecksAnExpression) {
+    // as it stands, "{USER}" after an anchor or a "|" would be a repetition of nothing
+    ASSERT_EQ(load("filter\n /a ^${USER}:|${USER}$\n"), "");
+    EXPECT_EQ(configuration().filters.at("/a"), "^${USER}:|${USER}$");
+}
+
+TEST_F(ConfigurationFile, ChecksAnExpressionWithAWordInPlaceOfTheUser) {
+    // an empty text in that place would leave a repetition of nothing
+    EXPECT_EQ(load("filter\n /a ^(${USER}*|b)\n"), "");
+}
+
+TEST_F(ConfigurationFile, ReportsABadBracketWithTheLibrarysText) {
+    EXPECT_EQ(load("\nfilter\n /a [b\n"), "line 3: Unmatched [, [^, [:, [., or [=");
+}
+
+TEST_F(ConfigurationFile, ReportsABadRepetitionWithTheLibrarysText) {
+    EXPECT_EQ(load("filter\n /a b\n /c d{2,1}\n"), "line 3: Invalid content of \\{\\}");
+}
+
+// Lines as editors on other systems, broken disks and hurried hands leave them.
+
+using List = std::list<std::string>;
+
+TEST_F(ConfigurationFile, TrimsCarriageReturnsFromItems) {
+    ASSERT_EQ(load("hide\n /a\r\n\t/b\r\n"), "");
+    EXPECT_EQ(configuration().hide, (List{"/a", "/b"}));
+}
+
+TEST_F(ConfigurationFile, TrimsAllSixWhiteSpaceCharacters) {
+    ASSERT_EQ(load("hide\n \t\f\r\v/a b\v\r\f\t \n"), "");
+    EXPECT_EQ(configuration().hide, List{"/a b"});
+}
+
+TEST_F(ConfigurationFile, KeepsACarriageReturnInTheNameOfAnAllowlist) {
+    ASSERT_EQ(load("allowlist /srv\r\n a\r\n"), "");
+    EXPECT_EQ(configuration().allowlists.count("/srv"), 0U);
+    EXPECT_EQ(configuration().allowlists.at("/srv\r"), List{"a"});
+}
+
+TEST_F(ConfigurationFile, TakesACarriageReturnAloneForAnItemThatIsEmpty) {
+    ASSERT_EQ(load("hide\n /a\n\r\n /b\n"), "");
+    EXPECT_EQ(configuration().hide, (List{"/a", "", "/b"}));
+}
+
+TEST_F(ConfigurationFile, TakesEveryKindOfWhiteSpaceForAnIndentation) {
+    ASSERT_EQ(load("hide\n\t/a\n\v/b\n\f/c\n\r/d\n /e\n"), "");
+    EXPECT_EQ(configuration().hide, (List{"/a", "/b", "/c", "/d", "/e"}));
+}
+
+TEST_F(ConfigurationFile, TakesALineThatBeginsWithANulByteForAnUnknownHeader) {
+    EXPECT_EQ(load(std::string("hide\n /a\n\0\n /b\n", 15)), "line 4: not parsing a list");
+}
+
+TEST_F(ConfigurationFile, DoesNotTakeAHeaderCutOffAtANulByteForAKeyword) {
+    EXPECT_EQ(load(std::string("hide\0x\n /a\n", 11)), "line 2: not parsing a list");
+}
+
+TEST_F(ConfigurationFile, TakesALineThatBeginsWithANonAsciiByteForAHeader) {
+    EXPECT_EQ(load("hide\n /a\n\xa0/b\n"), "");
+    EXPECT_EQ(configuration().hide, List{"/a"});
+    EXPECT_EQ(load("hide\n\xff /b\n"), "line 2: unexpected arguments");
+}
+
+TEST_F(ConfigurationFile, DoesNotSkipAByteOrderMark) {
+    EXPECT_EQ(load("\xef\xbb\xbfhide\n /a\n"), "line 2: not parsing a list");
+}
+
+TEST_F(ConfigurationFile, KeepsInvalidTextInTheNameOfAnAllowlist) {
+    ASSERT_EQ(load("allowlist /s\xc3\x28\n \xfe\n"), "");
+    EXPECT_EQ(configuration().allowlists.at("/s\xc3\x28"), List{"\xfe"});
+}
+
+TEST_F(ConfigurationFile, RefusesANulByteInAnExpression) {
+    EXPECT_EQ(load(std::string("filter\n /etc/x a\0b\n", 19)),
+              "line 2: NUL byte in regular expression");
+}
+
+TEST_F(ConfigurationFile, TakesANulByteInAFiltersPathForAPartOfIt) {
+    ASSERT_EQ(load(std::string("filter\n /etc/x\0y a\n", 19)), "");
+    EXPECT_EQ(configuration().filters.at(std::string("/etc/x\0y", 8)), "a");
+}
+
+TEST_F(ConfigurationFile, TakesAHeaderOfAMegabyteWithAnArgumentForAnError) {
+    EXPECT_EQ(load(std::string(1 << 20, 'h') + " x\n"), "line 1: unexpected arguments");
+}
+
+TEST_F(ConfigurationFile, TakesACommentOfAMegabyte) {
+    ASSERT_EQ(load("hide\n#" + std::string(1 << 20, ' ') + "\n /a\n"), "");
+    EXPECT_EQ(configuration().hide, List{"/a"});
+}
+
+TEST_F(ConfigurationFile, ReadsALastHeaderWithoutANewline) {
+    ASSERT_EQ(load("hide\n /a\nallowlist /srv"), "");
+    EXPECT_EQ(configuration().allowlists.count("/srv"), 1U);
+    EXPECT_EQ(load("hide\n /a\nallowlist"), "line 3: missing argument to allowlist");
+}
+
+TEST_F(ConfigurationFile, CountsEveryLineThatItReads) {
+    std::string content = "hide\n";
+    for (int i = 0; i < 5'000; ++i) {
+        content += "\n# comment\n   # indented comment\n /item\n";
+    }
+    EXPECT_EQ(load(content + "hide /a\n"), "line 20002: unexpected arguments");
+}
+
+// The process-wide object: replaced as a whole, or left alone.
+
+using List = std::list<std::string>;
+
+constexpr const char* kEverything =
+    "allowlist /srv\n a\nhide\n /b\nempty\n /c\nbind\n /d\ncap_add\n e\ncap_drop\n f\n"
+    "seccomp\n g\nfilter\n /h i\n";
+
+void expectEverything() {
+    const Configuration& values = configuration();
+    EXPECT_EQ(values.allowlists, (std::map<std::string, List>{{"/srv", {"a"}}}));
+    EXPECT_EQ(values.hide, List{"/b"});
+    EXPECT_EQ(values.empty, List{"/c"});
+    EXPECT_EQ(values.bind, List{"/d"});
+    EXPECT_EQ(values.cap_add, List{"e"});
+    EXPECT_EQ(values.cap_drop, List{"f"});
+    EXPECT_EQ(values.seccomp, List{"g"});
+    EXPECT_EQ(values.filters, (std::map<std::string, std::string>{{"/h", "i"}}));
+}
+
+TEST_F(ConfigurationFile, FillsEveryFieldFromItsOwnSection) {
+    ASSERT_EQ(load(kEverything), "");
+    expectEverything();
+}
+
+TEST_F(ConfigurationFile, LeavesNothingOfTheContentsBefore) {
+    ASSERT_EQ(load(kEverything), "");
+    ASSERT_EQ(load("hide\n /other\n"), "");
+    EXPECT_EQ(configuration().hide, List{"/other"});
+    EXPECT_TRUE(configuration().allowlists.empty());
+    EXPECT_TRUE(configuration().empty.empty());
+    EXPECT_TRUE(configuration().bind.empty());
+    EXPECT_TRUE(configuration().cap_add.empty());
+    EXPECT_TRUE(configuration().cap_drop.empty());
+    EXPECT_TRUE(configuration().seccomp.empty());
+    EXPECT_TRUE(configuration().filters.empty());
+    EXPECT_EQ(configuration().ipCommand, "ip");
+    EXPECT_EQ(configuration().iptablesCommand, "iptables");
+    EXPECT_EQ(configuration().sysctlCommand, "sysctl");
+}
+
+TEST_F(ConfigurationFile, WithAFaultKeepsEveryFieldOfTheContentsBefore) {
+    ASSERT_EQ(load(kEverything), "");
+    EXPECT_EQ(load("hide\n /x\nbind\n /y\nallowlist /z\n z\nfilter\n /x y\n /x\n"),
+              "line 9: value is not a pair");
+    expectEverything();
+}
+
+TEST_F(ConfigurationFile, ThatCannotBeOpenedKeepsTheContentsBefore) {
+    ASSERT_EQ(load(kEverything), "");
+    EXPECT_THROW(Configuration::load(directory.at("/absent")), std::runtime_error);
+    expectEverything();
+}
+
+TEST_F(ConfigurationFile, ThatCannotBeReadKeepsTheContentsBefore) {
+    ASSERT_EQ(load(kEverything), "");
+    EXPECT_THROW(Configuration::load(directory.path), std::runtime_error);
+    expectEverything();
+}
+
+TEST_F(ConfigurationFile, BelowARegularFileCannotBeOpened) {
+    const std::string path = directory.write("/kiv.conf", "") + "/below";
+    try {
+        Configuration::load(path);
+        FAIL() << "loaded";
+    } catch (const std::runtime_error& error) {
+        EXPECT_EQ(error.what(), "cannot open file " + path);
+    }
+}
+
+TEST_F(ConfigurationFile, ReportsTheFirstOfSeveralFaults) {
+    EXPECT_EQ(load("hide\n /a\nbind x\nallowlist\n"), "line 3: unexpected arguments");
+}
+
+TEST_F(ConfigurationFile, DoesNotLetItsKeywordsChangeTheHostTools) {
+    EXPECT_EQ(load("ipCommand\n /opt/ip\n"), "line 2: not parsing a list");
+    ASSERT_EQ(load("ipCommand\niptablesCommand\nsysctlCommand\n"), "");
+    EXPECT_EQ(configuration().ipCommand, "ip");
+}
+
+// Configuration::read with a check of its items.
+
+struct Seen {
+    Configuration::Section section;
+    std::string item;
+    bool operator==(const Seen&) const = default;
+};
+
+class ItemCheck : public testing::Test {
+protected:
+    Configuration read(const std::string& content) {
+        return Configuration::read(directory.write("/kiv.conf", content),
+                                   [this](Configuration::Section section, const std::string& item) {
+                                       if (item == "refused") {
+                                           throw std::runtime_error("no, not '" + item + "'");
+                                       }
+                                       seen.push_back({section, item});
+                                   });
+    }
+
+    std::string fault(const std::string& content) {
+        return failureOf([&] { read(content); });
+    }
+
+    std::vector<Seen> seen;
+    TemporaryDirectory directory;
+};
+
+TEST_F(ItemCheck, IsGivenTheItemsOfEveryListInFileOrder) {
+    read(
+        "seccomp\n f g\nhide\n /a\n\t/b \nempty\n /c\nbind\n /d\ncap_add\n e\ncap_drop\n h\nhide\n"
+        " /i\n");
+    EXPECT_EQ(seen, (std::vector<Seen>{{&Configuration::seccomp, "f g"},
+                                       {&Configuration::hide, "/a"},
+                                       {&Configuration::hide, "/b"},
+                                       {&Configuration::empty, "/c"},
+                                       {&Configuration::bind, "/d"},
+                                       {&Configuration::cap_add, "e"},
+                                       {&Configuration::cap_drop, "h"},
+                                       {&Configuration::hide, "/i"}}));
+}
+
+TEST_F(ItemCheck, IsGivenNeitherNamesOfAllowlistsNorFiltersNorComments) {
+    read("hide\n # x\nallowlist /etc\n refused\nfilter\n refused x\n /etc/x refused\n");
+    EXPECT_TRUE(seen.empty());
+}
+
+TEST_F(ItemCheck, IsGivenALineOfBlanksAsAnEmptyItem) {
+    read("cap_add\n\n  \t \n");
+    EXPECT_EQ(seen, (std::vector<Seen>{{&Configuration::cap_add, ""}}));
+}
+
+TEST_F(ItemCheck, HasItsRefusalReportedWithTheLine) {
+    EXPECT_EQ(fault("# x\nhide\n /a\n\n refused\n /b\n"), "line 5: no, not 'refused'");
+    EXPECT_EQ(seen, (std::vector<Seen>{{&Configuration::hide, "/a"}}));
+}
+
+TEST_F(ItemCheck, LeavesTheItemsInTheResult) {
+    const Configuration read = this->read("hide\n /a\nallowlist /etc\n refused\n");
+    EXPECT_EQ(read.hide, std::list<std::string>{"/a"});
+    EXPECT_EQ(read.allowlists.at("/etc"), std::list<std::string>{"refused"});
+}
+
+TEST_F(ItemCheck, DoesNotChangeTheProcessesConfiguration) {
+    Configuration::load(directory.write("/other.conf", "hide\n /kept\n"));
+    read("hide\n /a\n");
+    EXPECT_EQ(configuration().hide, std::list<std::string>{"/kept"});
 }
 
 }  // namespace

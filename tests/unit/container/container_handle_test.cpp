@@ -1,10 +1,11 @@
 #include "container/container_handle.h"
 
 #include <gtest/gtest.h>
+#include <pwd.h>
 
+#include <limits>
 #include <stdexcept>
-
-#include "container/network.h"
+#include <type_traits>
 
 namespace {
 
@@ -75,20 +76,109 @@ TEST_F(ShortName, StaysTheSame) {
     EXPECT_EQ(handle.shortName, "daemon");
 }
 
-TEST(ContainerLink, TakesNamesFromTheShortNameAndAddressesFromTheNetwork) {
-    ContainerHandle handle("daemon");
-    const ContainerLink link = planLink(handle, IpNetwork("100.64.0.7/29"));
-    EXPECT_EQ(link.hostInterface, "veth-daemon");
-    EXPECT_EQ(link.peerInterface, "vpeer-daemon");
-    EXPECT_EQ(link.hostAddress, "100.64.0.1");
-    EXPECT_EQ(link.containerAddress, "100.64.0.2");
-    EXPECT_EQ(link.prefixLength, 29U);
+// The handle's shape, which the container library shares, and what its names are made of.
+
+/// An account that every host has, whose fields a test may change.
+ContainerHandle anyHandle() {
+    return ContainerHandle("daemon");
 }
 
-TEST(ContainerLink, NeedsTwoAddresses) {
-    ContainerHandle handle("daemon");
-    EXPECT_THROW(planLink(handle, IpNetwork("100.64.0.4/31")), std::runtime_error);
-    EXPECT_THROW(planLink(handle, IpNetwork("100.64.0.4/32")), std::runtime_error);
+template <typename Field>
+std::ptrdiff_t offsetIn(const ContainerHandle& handle, const Field& field) {
+    return reinterpret_cast<const char*>(&field) - reinterpret_cast<const char*>(&handle);
+}
+
+TEST(HandleFields, StandInTheirOrderFromTheBeginning) {
+    const ContainerHandle handle = anyHandle();
+    constexpr auto kText = static_cast<std::ptrdiff_t>(sizeof(std::string));
+    EXPECT_EQ(offsetIn(handle, handle.error), 0);
+    EXPECT_EQ(offsetIn(handle, handle.userName), kText);
+    EXPECT_EQ(offsetIn(handle, handle.shortName), 2 * kText);
+    EXPECT_EQ(offsetIn(handle, handle.uid), 3 * kText);
+}
+
+TEST(HandleFields, AreAllThatAHandleHolds) {
+    EXPECT_EQ(sizeof(ContainerHandle),
+              (sizeof(std::string) * 3 + sizeof(std::uint32_t) + alignof(std::string) - 1) /
+                  alignof(std::string) * alignof(std::string));
+    EXPECT_FALSE(std::is_polymorphic_v<ContainerHandle>);
+    EXPECT_FALSE(std::is_copy_constructible_v<ContainerHandle>);
+}
+
+TEST(HandleFields, HoldTheUserIdOfThePasswordDatabase) {
+    const ContainerHandle handle("nobody");
+    const passwd* entry = ::getpwnam("nobody");
+    ASSERT_NE(entry, nullptr);
+    EXPECT_EQ(handle.uid, entry->pw_uid);
+}
+
+TEST(RefusedHandle, NamesTheSignWhereverItStands) {
+    for (const std::string name : {"@", "@daemon", "daemon@", "a@b@c", "root@"}) {
+        EXPECT_EQ(refusal(name), name + ": invalid character '@' in user name");
+    }
+}
+
+TEST(RefusedHandle, IsNotMadeOfPathsAndNulBytes) {
+    EXPECT_EQ(refusal("daemon/"), "daemon/: unknown user");
+    EXPECT_EQ(refusal("/"), "/: unknown user");
+    // the message ends at the NUL byte, as every text that is printed with what() does
+    EXPECT_EQ(refusal(std::string("daemon\0x", 8)), "daemon");
+}
+
+TEST(RefusedHandle, ComparesNamesExactly) {
+    EXPECT_EQ(refusal("DAEMON"), "DAEMON: unknown user");
+    EXPECT_EQ(refusal(" daemon"), " daemon: unknown user");
+    EXPECT_EQ(refusal("daemon\n"), "daemon\n: unknown user");
+}
+
+TEST(CgroupPath, WritesTheUserIdAsAnUnsignedNumber) {
+    ContainerHandle handle = anyHandle();
+    handle.uid = 1'000;
+    EXPECT_EQ(handle.getCgroupPath(), "/sys/fs/cgroup/user.slice/user-1000.slice");
+    handle.uid = std::numeric_limits<std::uint32_t>::max();
+    EXPECT_EQ(handle.getCgroupPath(), "/sys/fs/cgroup/user.slice/user-4294967295.slice");
+}
+
+TEST(NamespacePrefix, HoldsTheWholeUserName) {
+    ContainerHandle handle = anyHandle();
+    handle.userName = "a-user-name-longer-than-a-short-one";
+    EXPECT_EQ(handle.getNamespacePrefix(), "/run/kiv/a-user-name-longer-than-a-short-one@");
+}
+
+TEST(DerivedShortName, HasNineCharactersOfInterfaceNamesForEveryLongName) {
+    for (int i = 0; i < 2'000; ++i) {
+        ContainerHandle handle = anyHandle();
+        handle.userName = "customer-" + std::to_string(10 + i);
+        const std::string name = handle.getShortName();
+        EXPECT_EQ(name.size(), 9U);
+        EXPECT_EQ(name.find_first_not_of("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz"
+                                         "0123456789-_"),
+                  std::string::npos)
+            << name;
+    }
+}
+
+TEST(DerivedShortName, IsTheSameForEveryHandleOfAName) {
+    ContainerHandle first = anyHandle();
+    ContainerHandle second = anyHandle();
+    first.userName = second.userName = "customer-0001";
+    EXPECT_EQ(first.getShortName(), "aW4-QJ05Z");
+    EXPECT_EQ(second.getShortName(), "aW4-QJ05Z");
+}
+
+TEST(DerivedShortName, IsComputedOnce) {
+    ContainerHandle handle = anyHandle();
+    handle.userName = "customer-0001";
+    ASSERT_EQ(handle.getShortName(), "aW4-QJ05Z");
+    handle.userName = "somebody-else";
+    EXPECT_EQ(handle.getShortName(), "aW4-QJ05Z");
+}
+
+TEST(DerivedShortName, LeavesTheUserNameAsItIs) {
+    ContainerHandle handle = anyHandle();
+    handle.userName = "elevencharx";
+    handle.getShortName();
+    EXPECT_EQ(handle.userName, "elevencharx");
 }
 
 }  // namespace

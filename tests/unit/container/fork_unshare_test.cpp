@@ -257,4 +257,67 @@ TEST(ForkingParent, ReportsThatThereIsNoSecondPipe) {
     EXPECT_EQ(result.output, "pipe() failed: Too many open files");
 }
 
+TEST(ForkUnshare, HoldsTheChildUntilItIsReleased) {
+    const auto result = inChild([] {
+        int sync = -1;
+        const pid_t child = forkUnshare(0, sync);
+        if (child == 0) {
+            ::_exit(42);
+        }
+        int status = 0;
+        ::usleep(50'000);
+        const bool waiting = ::waitpid(child, &status, WNOHANG) == 0;
+        ::close(sync);
+        ::waitpid(child, &status, 0);
+        return waiting && WIFEXITED(status) && WEXITSTATUS(status) == 42 ? 0 : 1;
+    });
+    EXPECT_EQ(outcome(result), 0);
+    EXPECT_EQ(result.errorOutput, "");
+}
+
+TEST(ForkUnshare, ReleasesTheChildAlsoByAByte) {
+    const auto result = inChild([] {
+        int sync = -1;
+        const pid_t child = forkUnshare(0, sync);
+        if (child == 0) {
+            ::_exit(42);
+        }
+        int status = 0;
+        const bool written = ::write(sync, "x", 1) == 1;
+        ::waitpid(child, &status, 0);
+        return written && WEXITSTATUS(status) == 42 ? 0 : 1;
+    });
+    EXPECT_EQ(outcome(result), 0);
+}
+
+TEST(ForkUnshare, ReturnsWhenTheChildCannotUnshare) {
+    const auto result = inChild([] {
+        int sync = -1;
+        // a flag that unshare(2) does not take, for root and everybody else
+        const pid_t child = forkUnshare(CLONE_SETTLS, sync);
+        int status = 0;
+        ::waitpid(child, &status, 0);
+        return WEXITSTATUS(status);
+    });
+    EXPECT_EQ(outcome(result), 1);
+    EXPECT_EQ(result.errorOutput, "unshare() failed: Invalid argument\n");
+}
+
+TEST(ForkUnshare, PutsTheChildAtTheRootDirectory) {
+    const auto result = inChild([] {
+        int sync = -1;
+        const pid_t child = forkUnshare(0, sync);
+        if (child == 0) {
+            char directory[64] = "";
+            ::_exit(::getcwd(directory, sizeof directory) != nullptr && directory[1] == '\0' ? 0
+                                                                                             : 1);
+        }
+        ::close(sync);
+        int status = 0;
+        ::waitpid(child, &status, 0);
+        return WEXITSTATUS(status);
+    });
+    EXPECT_EQ(outcome(result), 0);
+}
+
 }  // namespace

@@ -1,25 +1,22 @@
 #include "container/namespaces.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <filesystem>
+#include <iterator>
 #include <stdexcept>
 
+#include "../fs/narrowed_process.h"
 #include "../fs/temporary_directory.h"
 #include "../util/child_process.h"
+#include "../util/failure_of.h"
 #include "container/fork_unshare.h"
 
 namespace {
-
-std::string failureOf(const std::function<void()>& action) {
-    try {
-        action();
-    } catch (const std::runtime_error& error) {
-        return error.what();
-    }
-    return "";
-}
 
 TEST(NamespaceInode, IsThatOfTheProcesssLink) {
     struct stat status {};
@@ -91,67 +88,129 @@ TEST(IsNamespace, TellsNamespacesFromOtherFiles) {
     EXPECT_FALSE(isNamespace(directory.at("/absent")));
 }
 
-TEST(ForkUnshare, HoldsTheChildUntilItIsReleased) {
-    const auto result = inChild([] {
-        int sync = -1;
-        const pid_t child = forkUnshare(0, sync);
-        if (child == 0) {
-            ::_exit(42);
-        }
-        int status = 0;
-        ::usleep(50'000);
-        const bool waiting = ::waitpid(child, &status, WNOHANG) == 0;
-        ::close(sync);
-        ::waitpid(child, &status, 0);
-        return waiting && WIFEXITED(status) && WEXITSTATUS(status) == 42 ? 0 : 1;
-    });
-    EXPECT_EQ(outcome(result), 0);
-    EXPECT_EQ(result.errorOutput, "");
+// Namespace kinds, their links in proc, and the files that hold them.
+
+TEST(NamespaceKinds, AreTheNetworkThenIpcThenTheMounts) {
+    ASSERT_EQ(std::size(kNamespaceKinds), 3U);
+    EXPECT_STREQ(kNamespaceKinds[0].name, "net");
+    EXPECT_EQ(kNamespaceKinds[0].flag, 0x40000000);
+    EXPECT_STREQ(kNamespaceKinds[1].name, "ipc");
+    EXPECT_EQ(kNamespaceKinds[1].flag, 0x08000000);
+    EXPECT_STREQ(kNamespaceKinds[2].name, "mnt");
+    EXPECT_EQ(kNamespaceKinds[2].flag, 0x00020000);
 }
 
-TEST(ForkUnshare, ReleasesTheChildAlsoByAByte) {
+TEST(NamespaceLink, IsInTheProcesssDirectory) {
+    EXPECT_EQ(namespaceLink(4711, "net"), "/proc/4711/ns/net");
+}
+
+TEST(NamespaceInode, IsTheNumberThatTheKernelWritesInBrackets) {
+    for (const NamespaceKind& kind : kNamespaceKinds) {
+        const std::string link =
+            std::filesystem::read_symlink(namespaceLink(::getpid(), kind.name)).string();
+        EXPECT_EQ(link, std::string(kind.name) + ":[" +
+                            std::to_string(getNamespaceInode(::getpid(), kind.name)) + "]");
+    }
+}
+
+TEST(NamespaceInode, IsSharedWithAChild) {
     const auto result = inChild([] {
-        int sync = -1;
-        const pid_t child = forkUnshare(0, sync);
-        if (child == 0) {
-            ::_exit(42);
-        }
-        int status = 0;
-        const bool written = ::write(sync, "x", 1) == 1;
-        ::waitpid(child, &status, 0);
-        return written && WEXITSTATUS(status) == 42 ? 0 : 1;
+        return getNamespaceInode(::getpid(), "mnt") == getNamespaceInode(::getppid(), "mnt") ? 0
+                                                                                             : 1;
     });
     EXPECT_EQ(outcome(result), 0);
 }
 
-TEST(ForkUnshare, ReturnsWhenTheChildCannotUnshare) {
-    const auto result = inChild([] {
-        int sync = -1;
-        // a flag that unshare(2) does not take, for root and everybody else
-        const pid_t child = forkUnshare(CLONE_SETTLS, sync);
-        int status = 0;
-        ::waitpid(child, &status, 0);
-        return WEXITSTATUS(status);
-    });
-    EXPECT_EQ(outcome(result), 1);
-    EXPECT_EQ(result.errorOutput, "unshare() failed: Invalid argument\n");
+TEST(NamespaceInode, OfAProcessThatHasEndedIsAnError) {
+    const pid_t child = ::fork();
+    if (child == 0) {
+        ::_exit(0);
+    }
+    int status = 0;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    EXPECT_EQ(failureOf([child] { getNamespaceInode(child, "net"); }),
+              "/proc/" + std::to_string(child) +
+                  "/ns/net: stat() failed: No such file or "
+                  "directory");
 }
 
-TEST(ForkUnshare, PutsTheChildAtTheRootDirectory) {
-    const auto result = inChild([] {
-        int sync = -1;
-        const pid_t child = forkUnshare(0, sync);
-        if (child == 0) {
-            char directory[64] = "";
-            ::_exit(::getcwd(directory, sizeof directory) != nullptr && directory[1] == '\0' ? 0
-                                                                                             : 1);
-        }
-        ::close(sync);
-        int status = 0;
-        ::waitpid(child, &status, 0);
-        return WEXITSTATUS(status);
+TEST(NamespaceInode, OfAnUnknownKindIsAnErrorWithItsPath) {
+    const std::string link = "/proc/" + std::to_string(::getpid()) + "/ns/absent";
+    EXPECT_EQ(failureOf([] { getNamespaceInode(::getpid(), "absent"); }),
+              link + ": stat() failed: No such file or directory");
+}
+
+TEST(NamespaceFile, HasMode0600UnderAnyUmask) {
+    TemporaryDirectory directory;
+    const mode_t previous = ::umask(0);
+    ensureFileExists(directory.at("/open"));
+    ::umask(0277);
+    ensureFileExists(directory.at("/closed"));
+    ::umask(previous);
+    EXPECT_EQ(directory.mode("/open"), static_cast<mode_t>(S_IFREG | 0600));
+    EXPECT_EQ(directory.mode("/closed"), static_cast<mode_t>(S_IFREG | 0400));
+}
+
+TEST(NamespaceFile, ThatExistsKeepsItsMode) {
+    TemporaryDirectory directory;
+    directory.write("/file", "");
+    ::chmod(directory.at("/file").c_str(), 0444);
+    ensureFileExists(directory.at("/file"));
+    EXPECT_EQ(directory.mode("/file"), static_cast<mode_t>(S_IFREG | 0444));
+}
+
+TEST(NamespaceFile, MayBeOfAnyType) {
+    TemporaryDirectory directory;
+    ASSERT_EQ(::mkfifo(directory.at("/fifo").c_str(), 0600), 0);
+    ensureFileExists(directory.at("/fifo"));
+    EXPECT_TRUE(S_ISFIFO(directory.mode("/fifo")));
+    ensureFileExists("/dev/null");
+}
+
+TEST(NamespaceFile, InWhosePlaceADanglingLinkStandsCountsAsThere) {
+    TemporaryDirectory directory;
+    std::filesystem::create_symlink("nowhere", directory.at("/link"));
+    ensureFileExists(directory.at("/link"));
+    EXPECT_FALSE(directory.has("/nowhere"));
+}
+
+TEST(NamespaceFile, InALoopOfLinksIsAnError) {
+    TemporaryDirectory directory;
+    std::filesystem::create_symlink("loop", directory.at("/loop"));
+    const std::string path = directory.at("/loop");
+    EXPECT_EQ(failureOf([&path] { ensureFileExists(path); }),
+              path + ": Too many levels of symbolic links");
+}
+
+TEST(NamespaceFile, OfAnEmptyPathCannotBeCreated) {
+    EXPECT_EQ(failureOf([] { ensureFileExists(""); }),
+              ": cannot create: No such file or directory");
+}
+
+TEST(NamespaceFile, InAFullDescriptorTableCannotBeCreated) {
+    TemporaryDirectory directory;
+    const std::string path = directory.at("/file");
+    const auto result = inChild([&path] {
+        leaveDescriptors(0);
+        return failureOf([&path] { ensureFileExists(path); }) ==
+                       path + ": cannot create: Too many open files"
+                   ? 0
+                   : 1;
     });
     EXPECT_EQ(outcome(result), 0);
+    EXPECT_FALSE(directory.has("/file"));
+}
+
+TEST(NamespaceFile, LeavesNoDescriptorOpen) {
+    TemporaryDirectory directory;
+    const auto result = inChild([&directory] {
+        leaveDescriptors(1);
+        ensureFileExists(directory.at("/first"));
+        ensureFileExists(directory.at("/second"));
+        return 0;
+    });
+    EXPECT_EQ(outcome(result), 0);
+    EXPECT_TRUE(directory.has("/second"));
 }
 
 }  // namespace

@@ -241,4 +241,20 @@ TEST(PlannedLink, TellsWhichAddressATooSmallNetworkLacks) {
     }
 }
 
+TEST(ContainerLink, TakesNamesFromTheShortNameAndAddressesFromTheNetwork) {
+    ContainerHandle handle("daemon");
+    const ContainerLink link = planLink(handle, IpNetwork("100.64.0.7/29"));
+    EXPECT_EQ(link.hostInterface, "veth-daemon");
+    EXPECT_EQ(link.peerInterface, "vpeer-daemon");
+    EXPECT_EQ(link.hostAddress, "100.64.0.1");
+    EXPECT_EQ(link.containerAddress, "100.64.0.2");
+    EXPECT_EQ(link.prefixLength, 29U);
+}
+
+TEST(ContainerLink, NeedsTwoAddresses) {
+    ContainerHandle handle("daemon");
+    EXPECT_THROW(planLink(handle, IpNetwork("100.64.0.4/31")), std::runtime_error);
+    EXPECT_THROW(planLink(handle, IpNetwork("100.64.0.4/32")), std::runtime_error);
+}
+
 }  // namespace

@@ -2,8 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <iterator>
 #include <stdexcept>
 
+#include "../util/child_process.h"
+#include "narrowed_process.h"
 #include "temporary_directory.h"
 
 namespace {
@@ -173,6 +176,162 @@ TEST_F(MountTableFile, TellsANamespaceFileByTheKindOfItsRoot) {
     EXPECT_EQ(testing::internal::GetCapturedStderr(),
               "Unexpected mount source for /run/kiv/alice@ipc: mnt:[4026531840]\n"
               "Unexpected mount source for /run/kiv/bob@net: netx:[4026531840]\n");
+}
+
+// Mount tables of odd shapes, and of a busy host.
+
+using MountLines = MountTableFile;
+
+TEST_F(MountLines, AreKeptInFileOrder) {
+    const auto table = read(
+        "1 2 3:4 / /z rw - ext4 x rw\n1 2 3:4 / /a rw - ext4 x rw\n1 2 3:4 / /m rw - ext4 x rw\n");
+    std::string order;
+    for (const MountEntry& entry : table) {
+        order += entry.mountPoint();
+    }
+    EXPECT_EQ(order, "/z/a/m");
+}
+
+TEST_F(MountLines, ReplaceWhatTheTableHeld) {
+    auto table = read("1 2 3:4 / /old rw - ext4 x rw\n");
+    readMountTable(table, "", directory.write("/mountinfo", "1 2 3:4 / /new rw - ext4 x rw\n"));
+    EXPECT_EQ(size(table), 1);
+    EXPECT_TRUE(table.contains("/new"));
+}
+
+TEST_F(MountLines, CountAlsoWithoutANewlineAtTheEnd) {
+    EXPECT_TRUE(read("1 2 3:4 / /a rw - ext4 x rw").contains("/a"));
+    read("1 2 3:4");
+    EXPECT_EQ(errors, "mountinfo: invalid line: 1 2 3:4\n");
+}
+
+TEST_F(MountLines, OfSevenFieldsAreLongEnough) {
+    EXPECT_TRUE(read("1 2 3:4 / /a rw -\n").contains("/a"));
+    EXPECT_FALSE(read("1 2 3:4 / /a rw \n").contains("/a"));
+    EXPECT_EQ(errors, "mountinfo: invalid line: 1 2 3:4 / /a rw \n");
+}
+
+TEST_F(MountLines, ThatAreTooShortAreReportedWhateverTheirMountPoint) {
+    read("1 2 3:4 / /other rw\n", "/run/kiv");
+    EXPECT_EQ(errors, "mountinfo: invalid line: 1 2 3:4 / /other rw\n");
+}
+
+TEST_F(MountLines, OfABadFileDoNotHideTheGoodOnes) {
+    const auto table = read(std::string("\0\n", 2) + "\xff\xfe\n\r\n1 2 3:4 / /a rw - ext4 x rw\n");
+    EXPECT_EQ(size(table), 1);
+    EXPECT_EQ(errors, std::string("mountinfo: invalid line: \0\n", 27) +
+                          "mountinfo: invalid line: \xff\xfe\nmountinfo: invalid line: \r\n");
+}
+
+TEST_F(MountLines, KeepBytesThatAreNoText) {
+    const auto table = read(std::string("1 2 3:4 /\xff /a\0b rw - ext4 x rw\n", 31));
+    const std::string point("/a\0b", 4);
+    ASSERT_TRUE(table.contains(point));
+    EXPECT_EQ(table.get(point).root(), "/\xff");
+    EXPECT_FALSE(table.contains("/a"));
+}
+
+TEST_F(MountLines, DoNotTakeATabForASeparator) {
+    EXPECT_EQ(size(read("1\t2\t3:4\t/\t/a\trw\t-\text4\tx\trw\n")), 0);
+}
+
+TEST_F(MountLines, OfAMegabyteAreRead) {
+    const std::string point = "/" + std::string(1 << 20, 'x');
+    EXPECT_TRUE(read("1 2 3:4 / " + point + " rw - ext4 x rw\n").contains(point));
+}
+
+TEST_F(MountLines, WithManyOptionalFieldsAreSearchedToTheLast) {
+    std::string fields;
+    for (int i = 0; i < 1'000; ++i) {
+        fields += "foo:" + std::to_string(i) + " ";
+    }
+    const std::string begin = "1 2 3:4 / /a rw " + fields;
+    EXPECT_FALSE(read(begin + "master:1 - ext4 x rw\n").get("/a").isPrivate());
+    EXPECT_TRUE(read(begin + "- ext4 x rw\n").get("/a").isPrivate());
+}
+
+TEST_F(MountLines, AreNotPrivateByATagWithoutANumber) {
+    EXPECT_FALSE(read("1 2 3:4 / /a rw shared: - ext4 x rw\n").get("/a").isPrivate());
+    EXPECT_TRUE(read("1 2 3:4 / /a rw shared - ext4 x rw\n").get("/a").isPrivate());
+}
+
+TEST_F(MountLines, AreNotJudgedByTheirMountOptions) {
+    EXPECT_TRUE(read("1 2 3:4 / /a shared:1 - ext4 x rw\n").get("/a").isPrivate());
+}
+
+TEST_F(MountLines, DoNotMatchAPrefixThatIsLongerThanTheirMountPoint) {
+    EXPECT_EQ(size(read("1 2 3:4 / /run/ki rw - ext4 x rw\n", "/run/kiv")), 0);
+}
+
+TEST_F(MountLines, AnswerAQueryInTheKernelsEscapesAlone) {
+    const auto table = read("1 2 0:4 net:[1] /run/kiv/a\\134b@net rw - nsfs nsfs rw\n");
+    EXPECT_EQ(table.get("/run/kiv/a\\134b@net").root(), "net:[1]");
+    EXPECT_FALSE(checkNamespaceMount("a\\b", table, "net"));
+}
+
+TEST_F(MountLines, OfAStackedNamespaceFileAreJudgedByTheLowestMount) {
+    const auto table = read(
+        "1 2 0:4 / /run/kiv/alice@net rw - tmpfs x rw\n"
+        "1 2 0:4 net:[4026532008] /run/kiv/alice@net rw - nsfs nsfs rw\n");
+    testing::internal::CaptureStderr();
+    EXPECT_FALSE(checkNamespaceMount("alice", table, "net"));
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "Unexpected mount source for /run/kiv/alice@net: /\n");
+}
+
+TEST_F(MountLines, OfOneAccountDoNotSpeakForAnother) {
+    const auto table = read("1 2 0:4 net:[1] /run/kiv/alice@net rw - nsfs nsfs rw\n");
+    EXPECT_FALSE(checkNamespaceMount("alic", table, "net"));
+    EXPECT_FALSE(checkNamespaceMount("alice2", table, "net"));
+    EXPECT_FALSE(checkNamespaceMount("", table, "net"));
+}
+
+TEST_F(MountLines, OfABusyHostAreFilteredByTheirMountPoint) {
+    std::string content;
+    for (int i = 0; i < 6'000; ++i) {
+        const std::string number = std::to_string(i);
+        content +=
+            "24 30 0:22 / /sys rw,nosuid,nodev,noexec,relatime shared:7 - sysfs sysfs rw\n"
+            "512 30 0:" +
+            number + " / /var/lib/engine/layers/" + number +
+            "/merged rw,relatime shared:" + number +
+            " - overlay overlay rw,lowerdir=/l/A:/l/B,upperdir=/u,workdir=/w,index=off\n"
+            "513 30 254:1 /srv/backup\\040of\\040" +
+            number + " /home/user" + number +
+            "/old\\040files rw,relatime shared:1 master:2 - ext4 /dev/mapper/vg-home rw\n"
+            "514 30 0:4 net:[" +
+            std::to_string(4'026'532'000 + i) + "] /run/netns/cni-" + number +
+            " rw shared:3 - nsfs nsfs rw\n"
+            "515 40 0:4 mnt:[" +
+            std::to_string(4'026'632'000 + i) + "] /run/kiv/user" + number +
+            "@mnt rw - nsfs nsfs rw\n";
+    }
+    const auto table = read(content, "/run/kiv");
+    EXPECT_EQ(errors, "");
+    EXPECT_EQ(size(table), 6'000);
+    const MountEntry& entry = table.get("/run/kiv/user4711@mnt");
+    EXPECT_EQ(entry.root(), "mnt:[4026636711]");
+    EXPECT_TRUE(entry.isPrivate());
+    EXPECT_TRUE(checkNamespaceMount("user5999", table, "mnt"));
+    EXPECT_FALSE(checkNamespaceMount("user5999", table, "net"));
+}
+
+TEST_F(MountLines, OfAFileThatCannotBeOpenedAreAnErrorWithTheReason) {
+    directory.write("/mountinfo", "");
+    const auto result = inChild([this] {
+        leaveDescriptors(0);
+        MountTable table;
+        try {
+            readMountTable(table, "", directory.at("/mountinfo"));
+        } catch (const std::runtime_error& error) {
+            return error.what() ==
+                           "cannot open '" + directory.at("/mountinfo") + "': Too many open files"
+                       ? 0
+                       : 1;
+        }
+        return 2;
+    });
+    EXPECT_EQ(outcome(result), 0);
 }
 
 }  // namespace

@@ -2,11 +2,8 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <linux/audit.h>
-#include <linux/filter.h>
 #include <linux/openat2.h>
-#include <linux/seccomp.h>
-#include <sys/prctl.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -17,22 +14,10 @@
 #include <functional>
 
 #include "../util/child_process.h"
+#include "narrowed_process.h"
 #include "temporary_directory.h"
 
 namespace {
-
-/// Makes openat2 fail with `error` for the rest of this process, as old kernels and filters do.
-void denyOpenat2(unsigned error) {
-    std::array<sock_filter, 4> rules = {{
-        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
-        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_openat2, 0, 1),
-        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | error),
-        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
-    }};
-    sock_fprog program = {static_cast<unsigned short>(rules.size()), rules.data()};
-    ::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0);
-    ::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program);
-}
 
 /// Every case holds with openat2 and without.
 class PathResolution : public testing::TestWithParam<unsigned> {
@@ -45,10 +30,10 @@ protected:
     }
 
     /// The errno of an opening, 0 for success.
-    int errorOf(const std::function<FileDescriptor()>& opening) {
+    static int errorOf(const std::function<FileDescriptor()>& opening) {
         const auto result = inChild([&opening] {
             if (GetParam() != 0) {
-                denyOpenat2(GetParam());
+                denySystemCall(SYS_openat2, GetParam());
             }
             return opening().valid() ? 0 : errno;
         });
@@ -170,6 +155,405 @@ TEST(OpenThroughRootLinks, EndsInALoopOfLinks) {
     std::filesystem::create_symlink("a", directory.at("/b"));
     EXPECT_FALSE(openThroughRootLinks(directory.at("/a"), LastLink::Follow).valid());
     EXPECT_EQ(errno, ELOOP);
+}
+
+// Links on the way to a home or a bind source: those of root are followed, nobody else's.
+
+std::string follow(const std::string& path) {
+    const auto opened = openThroughRootLinks(path, LastLink::Follow);
+    return opened.valid() ? pathOf(opened) : "errno " + std::to_string(errno);
+}
+
+std::string keep(const std::string& path) {
+    const auto opened = openThroughRootLinks(path, LastLink::Keep);
+    return opened.valid() ? pathOf(opened) : "errno " + std::to_string(errno);
+}
+
+std::string failure(int error) {
+    return "errno " + std::to_string(error);
+}
+
+/// Links that root owns. Other users cannot make any, and take those that every Linux has in /dev:
+/// fd leads to /proc/self/fd, stdin to /proc/self/fd/0.
+class RootsLinks : public testing::Test {
+protected:
+    static std::string process() { return "/proc/" + std::to_string(::getpid()); }
+};
+
+TEST_F(RootsLinks, AreFollowedOnTheWay) {
+    EXPECT_EQ(follow("/proc/self/task"), process() + "/task");
+    EXPECT_EQ(keep("/proc/self/task"), process() + "/task");
+}
+
+TEST_F(RootsLinks, AreFollowedAtTheEndWhenAsked) {
+    EXPECT_EQ(follow("/proc/self"), process());
+}
+
+TEST_F(RootsLinks, AreKeptAtTheEndWhenAsked) {
+    EXPECT_EQ(keep("/proc/self"), "/proc/self");
+}
+
+TEST_F(RootsLinks, OnTheWayAreFollowedAlsoWhenTheLastIsKept) {
+    EXPECT_EQ(keep("/proc/self/cwd"), process() + "/cwd");
+}
+
+TEST_F(RootsLinks, OfTheHostsLayoutAreFollowed) {
+    for (const std::string path : {"/bin", "/lib", "/etc/mtab", "/var/run", "/var/lock"}) {
+        std::error_code absent;
+        const auto target = std::filesystem::canonical(path, absent);
+        if (absent) {
+            EXPECT_EQ(follow(path), failure(ENOENT)) << path;
+        } else if (!target.string().starts_with("/proc/")) {
+            EXPECT_EQ(follow(path), target.string()) << path;
+        }
+    }
+}
+
+TEST_F(RootsLinks, LeadToAFileBelowADirectoryLink) {
+    const auto shell = std::filesystem::canonical("/bin/sh");
+    EXPECT_EQ(follow("/bin/sh"), shell.string());
+}
+
+TEST_F(RootsLinks, ThatLeadNowhereAreMissing) {
+    // a descriptor number that no process has
+    EXPECT_EQ(follow("/proc/self/fd/2147483647"), failure(ENOENT));
+}
+
+class OthersLinks : public testing::Test {
+protected:
+    OthersLinks() {
+        directory.makeDirectory("/target/deep");
+        link("target", "/relative");
+        link(directory.at("/target"), "/absolute");
+        link("/proc/self", "/system");
+        link("nowhere", "/dangling");
+        link("itself", "/itself");
+    }
+
+    void link(const std::string& target, const std::string& name) {
+        std::filesystem::create_symlink(target, directory.at(name));
+        giveToNobody(directory.at(name));
+    }
+
+    TemporaryDirectory directory;
+};
+
+TEST_F(OthersLinks, AreNotFollowedAtTheEnd) {
+    for (const char* name : {"/relative", "/absolute", "/system", "/dangling", "/itself"}) {
+        EXPECT_EQ(follow(directory.at(name)), failure(ELOOP)) << name;
+    }
+}
+
+TEST_F(OthersLinks, AreNotFollowedOnTheWay) {
+    for (const LastLink last : {LastLink::Follow, LastLink::Keep}) {
+        EXPECT_FALSE(openThroughRootLinks(directory.at("/relative/deep"), last).valid());
+        EXPECT_EQ(errno, ELOOP);
+        EXPECT_FALSE(openThroughRootLinks(directory.at("/system/status"), last).valid());
+        EXPECT_EQ(errno, ELOOP);
+    }
+}
+
+TEST_F(OthersLinks, AreNotFollowedBeforeTwoDots) {
+    EXPECT_EQ(follow(directory.at("/relative/../target")), failure(ELOOP));
+}
+
+TEST_F(OthersLinks, AreNotFollowedWhenWrittenWithASlashAtTheirEnd) {
+    const std::string found = follow(directory.at("/relative/"));
+    EXPECT_EQ(found, failure(ELOOP));
+}
+
+TEST_F(OthersLinks, AreOpenedThemselvesWhenTheLastIsKept) {
+    EXPECT_EQ(keep(directory.at("/dangling")), directory.at("/dangling"));
+    struct stat status {};
+    const auto opened = openThroughRootLinks(directory.at("/relative"), LastLink::Keep);
+    ASSERT_EQ(::fstat(opened.get(), &status), 0);
+    EXPECT_TRUE(S_ISLNK(status.st_mode));
+}
+
+TEST_F(OthersLinks, AreNotFollowedBehindOneOfRoots) {
+    const auto result = inChild([this] {
+        require(::chdir(directory.path.c_str()) == 0);
+        // the process's own cwd belongs to its user: root's to follow, nobody's not
+        dropPrivileges();
+        return follow("/proc/self/cwd/target") == failure(ELOOP) ? 0 : 1;
+    });
+    EXPECT_EQ(outcome(result), 0);
+}
+
+TEST(PlainPaths, AreOpenedAsTheyAre) {
+    const TemporaryDirectory directory;
+    const std::string file = directory.write("/dir/file", "");
+    EXPECT_EQ(follow(file), file);
+    EXPECT_EQ(keep(file), file);
+    EXPECT_EQ(follow(directory.at("//dir/./..//dir/file")), file);
+}
+
+TEST(PlainPaths, OfTheRootAreTheRoot) {
+    EXPECT_EQ(follow("/"), "/");
+    EXPECT_EQ(keep("///"), "/");
+    EXPECT_EQ(follow("/.."), "/");
+}
+
+TEST(PlainPaths, WithoutASlashBeginAtTheRootToo) {
+    EXPECT_EQ(follow("proc"), "/proc");
+}
+
+TEST(PlainPaths, BelowAFileAreNothing) {
+    const TemporaryDirectory directory;
+    EXPECT_EQ(follow(directory.write("/file", "") + "/below"), failure(ENOTDIR));
+    EXPECT_EQ(follow(directory.at("/file/..")), failure(ENOTDIR));
+}
+
+TEST(PlainPaths, WithASlashAtTheEndAreDirectories) {
+    const TemporaryDirectory directory;
+    EXPECT_EQ(follow(directory.write("/dir/file", "") + "/"), failure(ENOTDIR));
+    EXPECT_EQ(follow(directory.at("/dir/")), directory.at("/dir"));
+}
+
+TEST(PlainPaths, OfANameThatIsTooLongAreNothing) {
+    EXPECT_EQ(follow("/" + std::string(256, 'x')), failure(ENAMETOOLONG));
+}
+
+/// Only root can make links that root owns; for everybody else the first link of a chain ends it.
+TEST(ChainOfLinks, IsFollowedAsFarAsTheKernelWould) {
+    const TemporaryDirectory directory;
+    directory.makeDirectory("/0");
+    for (int i = 1; i <= 41; ++i) {
+        std::filesystem::create_symlink(std::to_string(i - 1),
+                                        directory.at("/" + std::to_string(i)));
+    }
+    const bool root = ::geteuid() == 0;
+    EXPECT_EQ(follow(directory.at("/40")), root ? directory.at("/0") : failure(ELOOP));
+    EXPECT_EQ(follow(directory.at("/41")), failure(ELOOP));
+}
+
+TEST(ChainOfLinks, CountsEveryLinkOfThePath) {
+    const TemporaryDirectory directory;
+    std::filesystem::create_symlink(".", directory.at("/here"));
+    std::string path = directory.path;
+    for (int i = 0; i < 41; ++i) {
+        path += "/here";
+    }
+    EXPECT_EQ(follow(path), failure(ELOOP));
+    path.resize(path.size() - std::string("/here").size());
+    EXPECT_EQ(follow(path), ::geteuid() == 0 ? directory.path : failure(ELOOP));
+}
+
+// What the descriptors of resolved paths are, and that they are the right file's, with openat2 and
+// without it.
+
+constexpr int kAsWanted = 0;
+constexpr int kSomethingElse = 200;  // above every errno that is looked for
+
+class OpenedPath : public testing::TestWithParam<unsigned> {
+protected:
+    OpenedPath() {
+        directory.write("/root/etc/passwd", "text");
+        directory.makeDirectory("/root/etc/ssh");
+        directory.makeDirectory("/outside");
+    }
+
+    /// `check`'s result in a child in which openat2 fails as the parameter says.
+    static int inNarrowedChild(const std::function<int()>& check) {
+        return outcome(inChild([&check] {
+            if (GetParam() != 0) {
+                denySystemCall(SYS_openat2, GetParam());
+            }
+            return check();
+        }));
+    }
+
+    /// Whether `opened` is the file `path`; the errno when it is nothing.
+    static int isFile(const FileDescriptor& opened, const std::string& path) {
+        if (!opened.valid()) {
+            return errno;
+        }
+        struct stat found {};
+        struct stat wanted {};
+        const bool same = ::fstat(opened.get(), &found) == 0 &&
+                          ::lstat(path.c_str(), &wanted) == 0 && found.st_ino == wanted.st_ino &&
+                          found.st_dev == wanted.st_dev;
+        return same ? kAsWanted : kSomethingElse;
+    }
+
+    int beneathIs(const std::string& path, const std::string& wanted) {
+        return inNarrowedChild([this, &path, &wanted] {
+            const FileDescriptor root(::open(directory.at("/root").c_str(), O_PATH | O_CLOEXEC));
+            return isFile(openBeneath(root, path), directory.at(wanted));
+        });
+    }
+
+    int withoutLinksIs(const std::string& path, const std::string& wanted) {
+        return inNarrowedChild([&path, &wanted] { return isFile(openWithoutLinks(path), wanted); });
+    }
+
+    TemporaryDirectory directory;
+};
+
+INSTANTIATE_TEST_SUITE_P(Openat2, OpenedPath,
+                         testing::Values(0U, unsigned{ENOSYS}, unsigned{EPERM}));
+
+bool isPathOnly(const FileDescriptor& opened) {
+    return (::fcntl(opened.get(), F_GETFL) & O_PATH) != 0 &&
+           (::fcntl(opened.get(), F_GETFD) & FD_CLOEXEC) != 0;
+}
+
+TEST_P(OpenedPath, IsOpenedForItsPathAloneAndClosedOnExec) {
+    const int result = inNarrowedChild([this] {
+        const FileDescriptor root(::open(directory.at("/root").c_str(), O_PATH | O_CLOEXEC));
+        const std::string file = directory.at("/root/etc/passwd");
+        return isPathOnly(openBeneath(root, "/etc/passwd")) && isPathOnly(openWithoutLinks(file)) &&
+                       isPathOnly(openThroughRootLinks(file, LastLink::Keep))
+                   ? 0
+                   : 1;
+    });
+    EXPECT_EQ(result, 0);
+}
+
+TEST_P(OpenedPath, NeedsNoRightToReadTheFile) {
+    giveToNobody(directory.path);
+    ::chmod(directory.at("/root/etc/passwd").c_str(), 0000);
+    const int result = inNarrowedChild([this] {
+        dropPrivileges();
+        const std::string file = directory.at("/root/etc/passwd");
+        return isFile(openWithoutLinks(file), file);
+    });
+    EXPECT_EQ(result, kAsWanted);
+}
+
+TEST_P(OpenedPath, NeedsTheRightToSearchEveryDirectory) {
+    giveToNobody(directory.path);
+    directory.makeDirectory("/root/etc", 0600);
+    const int result = inNarrowedChild([this] {
+        dropPrivileges();
+        return isFile(openWithoutLinks(directory.at("/root/etc/passwd")), "/");
+    });
+    directory.makeDirectory("/root/etc", 0700);
+    EXPECT_EQ(result, EACCES);
+}
+
+TEST_P(OpenedPath, BeneathIsNotTheRunningSystemsOwn) {
+    EXPECT_EQ(beneathIs("/etc/passwd", "/root/etc/passwd"), kAsWanted);
+    EXPECT_EQ(beneathIs("etc/passwd", "/root/etc/passwd"), kAsWanted);
+}
+
+TEST_P(OpenedPath, BeneathOfNoNameIsTheDirectoryItself) {
+    EXPECT_EQ(beneathIs("", "/root"), kAsWanted);
+    EXPECT_EQ(beneathIs("/", "/root"), kAsWanted);
+    EXPECT_EQ(beneathIs("///", "/root"), kAsWanted);
+    EXPECT_EQ(beneathIs("/.", "/root"), kAsWanted);
+}
+
+TEST_P(OpenedPath, BeneathSkipsSuperfluousSlashesAndDots) {
+    EXPECT_EQ(beneathIs("//etc/.//ssh//", "/root/etc/ssh"), kAsWanted);
+}
+
+TEST_P(OpenedPath, BeneathIsNeverTheDirectoryAbove) {
+    EXPECT_EQ(beneathIs("..", "/"), EXDEV);
+    EXPECT_EQ(beneathIs("/..", "/"), EXDEV);
+    EXPECT_EQ(beneathIs("../outside", "/outside"), EXDEV);
+    EXPECT_EQ(beneathIs("/etc/ssh/../../../outside", "/outside"), EXDEV);
+}
+
+TEST_P(OpenedPath, BeneathGoesUpInsideOnlyWhereTheKernelWatches) {
+    const int wanted = GetParam() == 0 ? kAsWanted : EXDEV;
+    EXPECT_EQ(beneathIs("/etc/../etc/ssh", "/root/etc/ssh"), wanted);
+}
+
+TEST_P(OpenedPath, BeneathDoesNotFollowALinkThatStaysInside) {
+    std::filesystem::create_symlink("ssh", directory.at("/root/etc/link"));
+    EXPECT_EQ(beneathIs("/etc/link", "/root/etc/ssh"), ELOOP);
+}
+
+TEST_P(OpenedPath, BeneathRefusesADanglingLink) {
+    std::filesystem::create_symlink("nowhere", directory.at("/root/link"));
+    EXPECT_EQ(beneathIs("/link", "/root/link"), ELOOP);
+}
+
+TEST_P(OpenedPath, BeneathAFileIsNothing) {
+    EXPECT_EQ(beneathIs("/etc/passwd/x", "/root/etc/passwd"), ENOTDIR);
+}
+
+TEST_P(OpenedPath, OfAFileDoesNotEndInASlash) {
+    EXPECT_EQ(beneathIs("/etc/passwd/", "/root/etc/passwd"), ENOTDIR);
+    const std::string file = directory.at("/root/etc/passwd");
+    EXPECT_EQ(withoutLinksIs(file + "/", file), ENOTDIR);
+}
+
+TEST_P(OpenedPath, WithoutLinksIsTheFileOfThatName) {
+    const std::string file = directory.at("/root/etc/passwd");
+    EXPECT_EQ(withoutLinksIs(file, file), kAsWanted);
+    EXPECT_EQ(withoutLinksIs("/", "/"), kAsWanted);
+    EXPECT_EQ(withoutLinksIs("//", "/"), kAsWanted);
+}
+
+TEST_P(OpenedPath, WithoutLinksGoesUp) {
+    EXPECT_EQ(withoutLinksIs(directory.at("/root/etc/../../outside"), directory.at("/outside")),
+              kAsWanted);
+    EXPECT_EQ(withoutLinksIs("/../usr", "/usr"), kAsWanted);
+}
+
+TEST_P(OpenedPath, WithoutLinksIsRelativeToTheWorkingDirectory) {
+    const int result = inNarrowedChild([this] {
+        require(::chdir(directory.at("/root").c_str()) == 0);
+        return isFile(openWithoutLinks("etc/ssh"), directory.at("/root/etc/ssh"));
+    });
+    EXPECT_EQ(result, kAsWanted);
+}
+
+TEST_P(OpenedPath, WithoutLinksRefusesALinkWrittenWithASlashAtItsEnd) {
+    std::filesystem::create_symlink("outside", directory.at("/link"));
+    EXPECT_EQ(withoutLinksIs(directory.at("/link/"), directory.at("/outside")), ELOOP);
+}
+
+TEST_P(OpenedPath, WithoutLinksRefusesALinkBeforeTwoDots) {
+    std::filesystem::create_symlink("root/etc", directory.at("/link"));
+    EXPECT_EQ(withoutLinksIs(directory.at("/link/../etc"), directory.at("/root/etc")), ELOOP);
+}
+
+TEST_P(OpenedPath, WithoutLinksRefusesRootsLinksToo) {
+    EXPECT_EQ(withoutLinksIs("/proc/self/status", "/"), ELOOP);
+}
+
+TEST_P(OpenedPath, WithoutLinksRefusesTheKernelsOwnLinks) {
+    const int result = inNarrowedChild([] {
+        const std::string process = "/proc/" + std::to_string(::getpid());
+        return isFile(openWithoutLinks(process + "/cwd"), "/");
+    });
+    EXPECT_EQ(result, ELOOP);
+}
+
+TEST_P(OpenedPath, OfANameThatIsTooLongIsNothing) {
+    EXPECT_EQ(beneathIs("/" + std::string(256, 'x'), "/root"), ENAMETOOLONG);
+    EXPECT_EQ(withoutLinksIs("/" + std::string(256, 'x'), "/"), ENAMETOOLONG);
+}
+
+TEST_P(OpenedPath, BeneathAnInvalidDescriptorIsNothing) {
+    EXPECT_EQ(inNarrowedChild([] { return isFile(openBeneath(FileDescriptor(), "etc"), "/etc"); }),
+              EBADF);
+}
+
+TEST_P(OpenedPath, ThroughRootsLinksDoesNotNeedOpenat2) {
+    const int result = inNarrowedChild(
+        [] { return isFile(openThroughRootLinks("/proc/self", LastLink::Keep), "/proc/self"); });
+    EXPECT_EQ(result, kAsWanted);
+}
+
+TEST(BindMount, ReturnsTheKernelsRefusal) {
+    const auto result = inChild([] {
+        dropPrivileges();
+        const FileDescriptor root(::open("/", O_PATH | O_CLOEXEC));
+        return bindMount(root, root) == -1 ? errno : 0;
+    });
+    EXPECT_EQ(outcome(result), EPERM);
+}
+
+TEST(BindMount, OfNothingIsAnError) {
+    const auto result = inChild([] {
+        dropPrivileges();
+        return bindMount(FileDescriptor(), FileDescriptor()) == -1 ? errno : 0;
+    });
+    EXPECT_EQ(outcome(result), ENOENT);
 }
 
 }  // namespace

@@ -114,4 +114,33 @@ TEST(Base64, OfDigestsHoldsNothingThatAnInterfaceNameMayNot) {
     }
 }
 
+std::string encoded(const std::string& data, bool urlSafe, unsigned char lineLength = 0) {
+    return Base64::encode({data.begin(), data.end()}, urlSafe, lineLength);
+}
+
+// RFC 4648, section 10
+TEST(Base64, PadsTheStandardAlphabet) {
+    EXPECT_EQ(encoded("", false), "");
+    EXPECT_EQ(encoded("f", false), "Zg==");
+    EXPECT_EQ(encoded("fo", false), "Zm8=");
+    EXPECT_EQ(encoded("foo", false), "Zm9v");
+    EXPECT_EQ(encoded("foobar", false), "Zm9vYmFy");
+}
+
+TEST(Base64, LeavesThePaddingOutOfTheUrlSafeAlphabet) {
+    EXPECT_EQ(encoded("f", true), "Zg");
+    EXPECT_EQ(encoded("fo", true), "Zm8");
+}
+
+TEST(Base64, UsesNoSlashInTheUrlSafeAlphabet) {
+    EXPECT_EQ(encoded("\xff\xef\xbe", false), "/+++");
+    EXPECT_EQ(encoded("\xff\xef\xbe", true), "_---");
+}
+
+TEST(Base64, BreaksLinesWhereAsked) {
+    EXPECT_EQ(encoded("foobarfoo", false, 5), "Zm9vY\nmFyZm\n9v");
+    EXPECT_EQ(encoded("foobar", false, 4), "Zm9v\nYmFy");
+    EXPECT_EQ(encoded("foobar", false, 255), "Zm9vYmFy");
+}
+
 }  // namespace

@@ -76,4 +76,31 @@ TEST(Hash, NamesTheAlgorithmThatItDoesNotKnow) {
     }
 }
 
+// The first three are the examples of FIPS 180-4, the others are what sha256sum says.
+TEST(Hash, AlgorithmOneIsSha256) {
+    static_assert(Hash::Sha256 == 1);
+    EXPECT_EQ(hexOf(""), "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855");
+    EXPECT_EQ(hexOf("abc"), "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
+    EXPECT_EQ(hexOf("abcdbcdecdefdefgefghfghighijhijkijkljklmklmnlmnomnopnopq"),
+              "248d6a61d20638b8e5c026930c3e6039a33ce45964ff2167f6ecedd419db06c1");
+}
+
+TEST(Hash, PadsTextsAroundABlocksLength) {
+    EXPECT_EQ(hexOf(std::string(55, 'a')),
+              "9f4390f8d30c2dd92ec9f095b65e2b9ae9b0a925a5258e241c9f1e910f734318");
+    EXPECT_EQ(hexOf(std::string(56, 'a')),
+              "b35439a4ac6f0948b6d6f9e3c6af0f5f590ce20f1bde7090ef7970686ec6738a");
+    EXPECT_EQ(hexOf(std::string(64, 'a')),
+              "ffe054fe7ae0cb6dc65c3af9b61d5209f439851db43d0ba5997337df154668eb");
+}
+
+TEST(Hash, TakesLongTexts) {
+    EXPECT_EQ(hexOf(std::string(1'000'000, 'a')),
+              "cdc76e5c9914fb9281a1c7e284d73e67f1809a48a497200e046d39ccc7112cd0");
+}
+
+TEST(Hash, RefusesAnotherAlgorithm) {
+    EXPECT_THROW(Hash::hash("abc", static_cast<Hash::Algorithm>(2)), std::runtime_error);
+}
+
 }  // namespace

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <limits>
 #include <stdexcept>
 
 namespace {
@@ -77,6 +78,129 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST(IpNetwork, RefusesANulByte) {
     EXPECT_THROW(IpNetwork(std::string("100.64.0.4/30\0", 14)), std::runtime_error);
+}
+
+std::string firstAddress(const std::string& text) {
+    return IpNetwork(text).getAddress(0);
+}
+
+class MisspeltNetwork : public testing::TestWithParam<std::string> {};
+
+TEST_P(MisspeltNetwork, IsRefusedWithItsText) {
+    try {
+        const IpNetwork network(GetParam());
+        FAIL() << "accepted";
+    } catch (const std::runtime_error& error) {
+        EXPECT_EQ(error.what(), "malformed network '" + GetParam() + "'");
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Prefix, MisspeltNetwork,
+    testing::Values("1.2.3.4/033", "1.2.3.4/00", "1.2.3.4/01", "1.2.3.4/0x1", "1.2.3.4/0x1e",
+                    "1.2.3.4/1e1", "1.2.3.4/256", "1.2.3.4/4294967295", "1.2.3.4/4294967296",
+                    "1.2.3.4/18446744073709551617", "1.2.3.4/99999999999999999999999999",
+                    "1.2.3.4/-0", "1.2.3.4//30", "1.2.3.4/3 0", "1.2.3.4/30.", "1.2.3.4/30/",
+                    "1.2.3.4/30\r", "1.2.3.4/30\t", "1.2.3.4/\n30", "1.2.3.4/255.255.255.252",
+                    "1.2.3.4/30 # office", "1.2.3.4/30,1.2.3.8/30"));
+
+INSTANTIATE_TEST_SUITE_P(
+    Numbers, MisspeltNetwork,
+    testing::Values("1.2.3/30", "1.2/30", "1/30", "0/0", "00.0.0.0/0", "0.0.0.00/0", "01.2.3.4/30",
+                    "1.2.3.4./30", "1...4/30", "...", ".../30", "-0.2.3.4/30", "1.2.3.-0/30",
+                    "1.2.3.+4/30", "1.2.3.4e0/30", "1.2.3.0x4/30", "1.2.3.1000/30",
+                    "1.2.3.4294967300/30", "1.2.3.99999999999999999999999/30", "1.2.3.4.5/30",
+                    "1.2.3.4:5/30", "1 2 3 4/30", "\t1.2.3.4/30", "\n1.2.3.4/30", "1.2.3.4 30",
+                    "1.2.3.0b1/30", "1.2.3.'4'/30", "localhost/30", "::ffff:1.2.3.4/30", "%s"));
+
+// digits of other scripts: Arabic-Indic, full-width, superscript
+INSTANTIATE_TEST_SUITE_P(Unicode, MisspeltNetwork,
+                         testing::Values("\xd9\xa1.2.3.4/30", "\xef\xbc\x91.2.3.4/30",
+                                         "1.2.3.4/\xc2\xb3", "1.2.3.\xd9\xa4/30",
+                                         "1\xe3\x80\x82"
+                                         "2.3.4/30",
+                                         "\xef\xbb\xbf"
+                                         "1.2.3.4/30"));
+
+class NetworkWithANulByte : public testing::TestWithParam<std::string> {};
+
+// what() shows the text up to that byte
+TEST_P(NetworkWithANulByte, IsRefused) {
+    EXPECT_THROW(IpNetwork{GetParam()}, std::runtime_error);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Places, NetworkWithANulByte,
+    testing::Values(std::string("\0", 1), std::string("\0001.2.3.4/30", 11),
+                    std::string("1\0.2.3.4/30", 11), std::string("1.2.3.4\0/30", 11),
+                    std::string("1.2.3.4/\00030", 11), std::string("1.2.3.4/3\0000", 11),
+                    std::string("1.2.3.4/30\0", 11), std::string("1.2.3.4/30\0junk", 15)));
+
+TEST(IpNetwork, RefusesAHugeText) {
+    EXPECT_THROW(IpNetwork(std::string(100'000, '1') + ".2.3.4/30"), std::runtime_error);
+}
+
+struct PrefixAndNetwork {
+    const char* text;
+    const char* first;
+    const char* last;
+};
+
+class NetworkOfPrefix : public testing::TestWithParam<PrefixAndNetwork> {};
+
+TEST_P(NetworkOfPrefix, ReachesFromItsFirstToItsLastAddress) {
+    const IpNetwork network(GetParam().text);
+    const auto size = 1UL << (32 - network.bitmask());
+    EXPECT_EQ(std::string(network.getAddress(0)), GetParam().first);
+    EXPECT_EQ(std::string(network.getAddress(size - 1)), GetParam().last);
+    EXPECT_THROW(network.getAddress(size), std::runtime_error);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Prefixes, NetworkOfPrefix,
+    testing::Values(PrefixAndNetwork{"1.2.3.4/0", "0.0.0.0", "255.255.255.255"},
+                    PrefixAndNetwork{"255.255.255.255/1", "128.0.0.0", "255.255.255.255"},
+                    PrefixAndNetwork{"127.255.255.255/1", "0.0.0.0", "127.255.255.255"},
+                    PrefixAndNetwork{"100.127.255.255/10", "100.64.0.0", "100.127.255.255"},
+                    PrefixAndNetwork{"10.20.30.40/16", "10.20.0.0", "10.20.255.255"},
+                    PrefixAndNetwork{"10.20.30.40/23", "10.20.30.0", "10.20.31.255"},
+                    PrefixAndNetwork{"10.20.31.40/24", "10.20.31.0", "10.20.31.255"},
+                    PrefixAndNetwork{"100.64.0.7/29", "100.64.0.0", "100.64.0.7"},
+                    PrefixAndNetwork{"100.64.0.4/30", "100.64.0.4", "100.64.0.7"},
+                    PrefixAndNetwork{"255.255.255.255/30", "255.255.255.252", "255.255.255.255"},
+                    PrefixAndNetwork{"1.2.3.5/31", "1.2.3.4", "1.2.3.5"},
+                    PrefixAndNetwork{"0.0.0.0/32", "0.0.0.0", "0.0.0.0"},
+                    PrefixAndNetwork{"255.255.255.255/32", "255.255.255.255", "255.255.255.255"}));
+
+TEST(IpNetwork, TellsEveryPrefixLength) {
+    for (unsigned length = 0; length <= 32; ++length) {
+        EXPECT_EQ(IpNetwork("255.255.255.255/" + std::to_string(length)).bitmask(), length);
+    }
+}
+
+TEST(IpNetwork, MasksAllButTheHighestBitsOfThePrefix) {
+    EXPECT_EQ(firstAddress("255.255.255.255/9"), "255.128.0.0");
+    EXPECT_EQ(firstAddress("255.255.255.255/17"), "255.255.128.0");
+    EXPECT_EQ(firstAddress("255.255.255.255/27"), "255.255.255.224");
+}
+
+TEST(IpNetwork, DoesNotWrapAroundAtTheLargestIndex) {
+    try {
+        IpNetwork("0.0.0.0/0").getAddress(std::numeric_limits<unsigned long>::max());
+        FAIL() << "has it";
+    } catch (const std::runtime_error& error) {
+        EXPECT_STREQ(error.what(), "network 0.0.0.0/0 has no address number 18446744073709551615");
+    }
+}
+
+TEST(IpNetwork, DoesNotCutTheIndexTo32Bits) {
+    EXPECT_THROW(IpNetwork("100.64.0.4/30").getAddress(0x1'0000'0001UL), std::runtime_error);
+}
+
+TEST(IpAddress, WritesTheHighestByteFirst) {
+    EXPECT_EQ(std::string(IpAddress(0x64400005)), "100.64.0.5");
+    EXPECT_EQ(std::string(IpAddress(0)), "0.0.0.0");
+    EXPECT_EQ(std::string(IpAddress(0xffffffff)), "255.255.255.255");
 }
 
 }  // namespace

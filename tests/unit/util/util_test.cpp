@@ -1,8 +1,15 @@
 #include "util/util.h"
 
 #include <gtest/gtest.h>
+#include <nss.h>
+#include <pwd.h>
+#include <sys/resource.h>
+#include <unistd.h>
 
+#include <iostream>
 #include <stdexcept>
+
+#include "child_process.h"
 
 namespace {
 
@@ -39,6 +46,64 @@ TEST(UtilGetpwuid, FindsTheFirstEntryWithTheId) {
 
 TEST(UtilGetpwuid, IsEmptyWithoutAnEntry) {
     EXPECT_FALSE(Util::getpwuid(64'321).has_value());
+}
+
+std::string refusal(const std::string& name) {
+    try {
+        Util::getpwnam(name);
+    } catch (const std::runtime_error& error) {
+        return error.what();
+    }
+    return "found";
+}
+
+TEST(UtilGetpwnam, IsIndependentOfLaterLookUps) {
+    const PasswordEntry root = Util::getpwnam("root");
+    const passwd* other = ::getpwnam("daemon");
+    ASSERT_NE(other, nullptr);
+    EXPECT_EQ(root.name, "root");
+    EXPECT_EQ(root.homeDirectory, "/root");
+}
+
+TEST(UtilGetpwnam, GivesWhatTheDatabaseHas) {
+    const PasswordEntry entry = Util::getpwnam("daemon");
+    const passwd* expected = ::getpwnam("daemon");
+    ASSERT_NE(expected, nullptr);
+    EXPECT_EQ(entry.uid, expected->pw_uid);
+    EXPECT_EQ(entry.gid, expected->pw_gid);
+    EXPECT_EQ(entry.homeDirectory, expected->pw_dir);
+    EXPECT_EQ(entry.shell, expected->pw_shell);
+    EXPECT_NE(entry.shell, "");
+}
+
+TEST(UtilGetpwnam, DoesNotCutANameAtANulByte) {
+    EXPECT_EQ(refusal(std::string("root\0x", 6)), "unknown user");
+}
+
+TEST(UtilGetpwnam, DoesNotKnowAUserByNumber) {
+    EXPECT_EQ(refusal("0"), "unknown user");
+}
+
+TEST(UtilGetpwnam, DoesNotKnowAnythingButAWholeName) {
+    for (const std::string name : {"roo", "root ", " root", "Root", "root:x", "root\n", "."}) {
+        EXPECT_EQ(refusal(name), "unknown user") << name;
+    }
+}
+
+TEST(UtilGetpwnam, DoesNotKnowAHugeName) {
+    EXPECT_EQ(refusal(std::string(100'000, 'a')), "unknown user");
+}
+
+TEST(UtilGetpwnam, TellsADatabaseThatCannotBeReadFromAnUnknownUser) {
+    const auto result = inChild([] {
+        // other services than the file may answer for it, whatever the limit
+        ::__nss_configure_lookup("passwd", "files");
+        const rlimit none = {0, 0};
+        ::setrlimit(RLIMIT_NOFILE, &none);
+        std::cerr << refusal("no-such-user");
+        return 0;
+    });
+    EXPECT_EQ(result.errorOutput, "cannot look up user: Too many open files");
 }
 
 }  // namespace
