@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdlib>
 #include <optional>
 
 #include "util/console_colors.h"
@@ -12,8 +11,6 @@
 #include "util/translatable.h"
 
 namespace {
-
-__extension__ using WideInteger = __int128;
 
 /// What is shown of one controller.
 struct Figure {
@@ -192,15 +189,7 @@ void printStatusTable(const std::list<ContainerStatus>& statuses) {
 }
 
 std::string percentage(std::int64_t current, std::int64_t limit) {
-    const WideInteger value = WideInteger{current} * 100 / limit;
-    std::string reversed;
-    WideInteger rest = value;
-    do {
-        reversed += static_cast<char>('0' + std::abs(static_cast<int>(rest % 10)));
-        rest /= 10;
-    } while (rest != 0);
-    if (value < 0) {
-        reversed += '-';
-    }
-    return {reversed.rbegin(), reversed.rend()};
+    // unsigned, because a signed product must not overflow
+    const auto product = static_cast<std::uint64_t>(current) * 100;
+    return std::to_string(static_cast<std::int64_t>(product) / limit);
 }

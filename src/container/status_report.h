@@ -16,6 +16,6 @@ void printStatus(const ContainerStatus& status);
 /// five digits and more makes its own line longer.
 void printStatusTable(const std::list<ContainerStatus>& statuses);
 
-/// current × 100 / limit, truncated towards zero, in decimal: the result may need more than 64
-/// bits. `limit` is greater than 0.
+/// current × 100 / limit in signed 64-bit arithmetic, truncated towards zero, in decimal: a product
+/// that does not fit wraps. `limit` is greater than 0.
 std::string percentage(std::int64_t current, std::int64_t limit);

