@@ -26,6 +26,12 @@ bool meansNotFound(int error) {
     return error == 0 || error == ENOENT || error == ESRCH || error == EBADF || error == EPERM;
 }
 
+/// The name of a file within a directory, and no other.
+bool isOneComponent(const std::string& name) {
+    return !name.empty() && name != "." && name != ".." && name.find('/') == std::string::npos &&
+           name.find('\0') == std::string::npos;
+}
+
 /// Reads the file only from the second look-up of a run on: for one user the C library is quicker.
 std::optional<PasswordEntry> findInPasswordFile(const std::string& name) {
     static PasswordFile file;
@@ -36,8 +42,7 @@ std::optional<PasswordEntry> findInPasswordFile(const std::string& name) {
 }  // namespace
 
 PasswordEntry Util::getpwnam(const std::string& name) {
-    const bool usable = !name.empty() && name.find('/') == std::string::npos &&
-                        name.find('\0') == std::string::npos;
+    const bool usable = isOneComponent(name);
     if (auto found = usable ? findInPasswordFile(name) : std::nullopt) {
         return *std::move(found);
     }

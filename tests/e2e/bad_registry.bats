@@ -95,6 +95,8 @@ names=(.. . / ../../etc/passwd /etc/passwd a/b root/ -a -abc --help 'al*' '?' '[
     "$(printf '%33s' x | tr ' ' x)" "$(printf '%300s' x | tr ' ' x)")
 # an entry with a slash is in the password file, but would lead out of the runtime directory
 echo "../../etc/passwd:x:2000:2000::/nonexistent:/bin/sh" >>/etc/passwd
+echo "..:x:2001:2001::/nonexistent:/bin/sh" >>/etc/passwd
+echo ".:x:2002:2002::/nonexistent:/bin/sh" >>/etc/passwd
 before=$(state)
 for name in "${names[@]}"; do
     printf '%s net=100.64.0.4/30\n' "$name" >"$registry"

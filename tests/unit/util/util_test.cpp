@@ -35,7 +35,7 @@ TEST_P(UnknownUser, IsRefused) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Names, UnknownUser,
-                         testing::Values("", "no-such-user", "/", "../root", "root/",
+                         testing::Values("", "no-such-user", ".", "..", "/", "../root", "root/",
                                          std::string("root\0", 5), std::string("\0", 1)));
 
 TEST(UtilGetpwuid, FindsTheFirstEntryWithTheId) {
