@@ -18,7 +18,7 @@ constexpr const char* kLogo =
 |_|\_\_| \_/  \___|\__|_|
 )";
 
-constexpr const char* kCopyright = "Copyright (C) 2026 the kivctl developers";
+constexpr const char* kCopyright = "Copyright (C) 2026 the kivctl developers; manual: man kivctl";
 constexpr int kRuleWidth = 78;
 
 const char* onTerminal(const char* sequence) {
@@ -30,6 +30,6 @@ const char* onTerminal(const char* sequence) {
 void printHelpScreen() {
     print(std::string(onTerminal(kRed)) + kLogo + onTerminal(kReset) + "\n");
     printHelp();
-    print(onTerminal(kRed) + std::string(kRuleWidth, '_') + "\n" + kCopyright + "\n" +
-          onTerminal(kReset) + "\n\n");
+    print(onTerminal(kRed) + std::string(kRuleWidth, '_') + "\n" + kCopyright + onTerminal(kReset) +
+          "\n\n");
 }

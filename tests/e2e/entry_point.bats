@@ -93,7 +93,7 @@ Commands:
   -v, --version         show program version" "$(sed -n 7,19p /tmp/out)"
 same "the rule" "$(printf '%78s' '' | tr ' ' _)" "$(sed -n 20p /tmp/out)"
 grep -q ^Copyright <(sed -n 21p /tmp/out)
-same "what follows" $'\n\n.' "$(sed 1,21d /tmp/out; echo .)"
+same "what follows" $'\n.' "$(sed 1,21d /tmp/out; echo .)"
 EOF
 }
 
@@ -185,7 +185,7 @@ EOF
 script -qec "kivctl -h 2>/tmp/err" /dev/null | tr -d '\r' >/tmp/terminal
 kivctl -h >/tmp/file
 red=$'\e[31m' reset=$'\e[0m'
-same "help screen" "$(sed "1s/^/$red/; 6s/^/$reset/; 20s/^/$red/; 22s/^/$reset/" /tmp/file; echo .)" \
+same "help screen" "$(sed "1s/^/$red/; 6s/^/$reset/; 20s/^/$red/; 21s/\$/$reset/" /tmp/file; echo .)" \
     "$(cat /tmp/terminal; echo .)"
 EOF
 }
