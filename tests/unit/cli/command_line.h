@@ -2,11 +2,13 @@
 #pragma once
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "../util/captured.h"
 #include "cli/options.h"
 #include "util/settings.h"
 
@@ -21,11 +23,11 @@ public:
         }
         vector.push_back(nullptr);
         settings() = Settings();
-        testing::internal::CaptureStdout();
-        testing::internal::CaptureStderr();
+        Captured standardOutput(STDOUT_FILENO);
+        Captured standardError(STDERR_FILENO);
         code = parseArguments(static_cast<int>(words.size()), vector.data());
-        output = testing::internal::GetCapturedStdout();
-        errorOutput = testing::internal::GetCapturedStderr();
+        output = standardOutput.text();
+        errorOutput = standardError.text();
     }
     CommandLine(const CommandLine&) = delete;
     CommandLine& operator=(const CommandLine&) = delete;

@@ -1,6 +1,7 @@
 #include "cli/help_screen.h"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <iostream>
@@ -8,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "../util/captured.h"
 #include "cli/options.h"
 #include "command_line.h"
 #include "terminal.h"
@@ -16,9 +18,9 @@ namespace {
 
 std::string printed(void (*print)()) {
     const CommandLine line({"-h"});
-    testing::internal::CaptureStdout();
+    Captured standardOutput(STDOUT_FILENO);
     print();
-    return testing::internal::GetCapturedStdout();
+    return standardOutput.text();
 }
 
 /// The first five lines.
@@ -86,9 +88,9 @@ TEST(HelpScreen, HasNoColoursWhenOnlyStandardErrorIsATerminal) {
 
 TEST(HelpText, BeginsWithTheProgramsNameAsGiven) {
     const CommandLine line({"-h"}, "/usr/sbin/kivctl");
-    testing::internal::CaptureStdout();
+    Captured standardOutput(STDOUT_FILENO);
     printHelp();
-    const std::string text = testing::internal::GetCapturedStdout();
+    const std::string text = standardOutput.text();
     EXPECT_EQ(text.substr(0, text.find('\n')), "Usage: /usr/sbin/kivctl [options] [command]");
 }
 

@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "../util/captured.h"
 #include "command_line.h"
 #include "terminal.h"
 #include "util/settings.h"
@@ -112,13 +113,13 @@ TEST_F(Options, WriteTheColoursToStandardOutputWhenStandardErrorIsATerminal) {
     int errors = -1;
     ASSERT_EQ(::openpty(&terminal, &errors, nullptr, nullptr, nullptr), 0);
     const int kept = ::dup(STDERR_FILENO);
-    testing::internal::CaptureStdout();
+    Captured standardOutput(STDOUT_FILENO);
     ::dup2(errors, STDERR_FILENO);
     char program[] = "kivctl";
     std::array<char*, 2> arguments = {program, nullptr};
     parseArguments(1, arguments.data());
     ::dup2(kept, STDERR_FILENO);
-    const std::string output = testing::internal::GetCapturedStdout();
+    const std::string output = standardOutput.text();
     std::string text;
     for (char c = 0; c != '\n' && ::read(terminal, &c, 1) == 1;) {
         text += c;
@@ -132,10 +133,10 @@ TEST_F(Options, WriteTheColoursToStandardOutputWhenStandardErrorIsATerminal) {
 
 TEST_F(Options, PrintTheHelpText) {
     parse({"-c", "/elsewhere", "-h"});
-    testing::internal::CaptureStdout();
+    Captured standardOutput(STDOUT_FILENO);
     printHelp();
     EXPECT_EQ(
-        testing::internal::GetCapturedStdout(),
+        standardOutput.text(),
         "Usage: kivctl [options] [command]\n"
         "\n"
         "Options:\n"
@@ -482,9 +483,9 @@ TEST_F(Translation, CoversTheWordInBrackets) {
 
 std::string help() {
     const CommandLine line({"-h"});
-    testing::internal::CaptureStdout();
+    Captured standardOutput(STDOUT_FILENO);
     printHelp();
-    return testing::internal::GetCapturedStdout();
+    return standardOutput.text();
 }
 
 TEST_F(Translation, CoversEveryWordOfTheHelpText) {

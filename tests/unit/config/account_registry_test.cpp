@@ -1,6 +1,7 @@
 #include "config/account_registry.h"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <iostream>
 #include <list>
@@ -9,6 +10,7 @@
 
 #include "../fs/narrowed_process.h"
 #include "../fs/temporary_directory.h"
+#include "../util/captured.h"
 #include "../util/child_process.h"
 
 namespace {
@@ -19,9 +21,9 @@ protected:
     std::list<std::string> read(const std::string& content, const std::string& user = "") {
         const std::string path = directory.write("/kiv.users", content);
         std::list<AccountEntry> entries;
-        testing::internal::CaptureStderr();
+        Captured standardError(STDERR_FILENO);
         readAccounts(entries, user, path.c_str());
-        errors = testing::internal::GetCapturedStderr();
+        errors = standardError.text();
         std::list<std::string> texts;
         for (const AccountEntry& entry : entries) {
             texts.push_back(entry.name + "=" + entry.net);

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 #include <sys/syscall.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <fstream>
@@ -9,6 +10,7 @@
 
 #include "../fs/narrowed_process.h"
 #include "../fs/temporary_directory.h"
+#include "../util/captured.h"
 #include "../util/child_process.h"
 
 namespace {
@@ -19,10 +21,23 @@ constexpr const char* kHeader =
 class DefaultMtu : public testing::Test {
 protected:
     int detect(const std::string& content) {
-        testing::internal::CaptureStderr();
+        Captured standardError(STDERR_FILENO);
         const int mtu = detectDefaultMtu(directory.write("/route", content).c_str());
-        errors = testing::internal::GetCapturedStderr();
+        errors = standardError.text();
         return mtu;
+    }
+
+    /// In a child that `narrow` has taken something from, for a table whose default route is lo's.
+    int detectNarrowed(const std::function<void()>& narrow) {
+        const std::string table = directory.write("/route", "header\nlo\t00000000\n");
+        const auto result = inChild([&narrow, &table] {
+            narrow();
+            std::cout << detectDefaultMtu(table.c_str()) << std::flush;
+            return 0;
+        });
+        EXPECT_EQ(outcome(result), 0);
+        errors = result.errorOutput;
+        return std::stoi(result.output);
     }
 
     static int loopbackMtu() {
@@ -55,9 +70,9 @@ TEST_F(DefaultMtu, TakesTheFirstLineForTheHeader) {
 }
 
 TEST_F(DefaultMtu, Is1500WithoutARouteTable) {
-    testing::internal::CaptureStderr();
+    Captured standardError(STDERR_FILENO);
     EXPECT_EQ(detectDefaultMtu(directory.at("/absent").c_str()), 1500);
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+    EXPECT_EQ(standardError.text(), "");
 }
 
 TEST_F(DefaultMtu, Is1500ForAnInterfaceThatIsNotThere) {
@@ -75,37 +90,7 @@ TEST_F(DefaultMtu, AsksForTheFirst15CharactersOfALongName) {
 constexpr const char* kNoRoute =
     "Could not detect default network interface (no default route configured?)\n";
 
-class RouteTable : public testing::Test {
-protected:
-    int detect(const std::string& content) {
-        testing::internal::CaptureStderr();
-        const int mtu = detectDefaultMtu(directory.write("/route", content).c_str());
-        errors = testing::internal::GetCapturedStderr();
-        return mtu;
-    }
-
-    /// In a child that `narrow` has taken something from, for a table whose default route is lo's.
-    int detectNarrowed(const std::function<void()>& narrow) {
-        const std::string table = directory.write("/route", "header\nlo\t00000000\n");
-        const auto result = inChild([&narrow, &table] {
-            narrow();
-            std::cout << detectDefaultMtu(table.c_str()) << std::flush;
-            return 0;
-        });
-        EXPECT_EQ(outcome(result), 0);
-        errors = result.errorOutput;
-        return std::stoi(result.output);
-    }
-
-    static int loopbackMtu() {
-        int mtu = 0;
-        std::ifstream("/sys/class/net/lo/mtu") >> mtu;
-        return mtu;
-    }
-
-    TemporaryDirectory directory;
-    std::string errors;
-};
+using RouteTable = DefaultMtu;
 
 TEST_F(RouteTable, WithoutAnyLineHasNoDefaultRoute) {
     EXPECT_EQ(detect(""), 1500);
@@ -113,9 +98,9 @@ TEST_F(RouteTable, WithoutAnyLineHasNoDefaultRoute) {
 }
 
 TEST_F(RouteTable, ThatIsADirectoryHasNoDefaultRoute) {
-    testing::internal::CaptureStderr();
+    Captured standardError(STDERR_FILENO);
     EXPECT_EQ(detectDefaultMtu(directory.path.c_str()), 1500);
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), kNoRoute);
+    EXPECT_EQ(standardError.text(), kNoRoute);
 }
 
 TEST_F(RouteTable, MaySeparateItsWordsByBlanks) {

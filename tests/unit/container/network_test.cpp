@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 #include <stdlib.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <functional>
@@ -10,6 +11,7 @@
 
 #include "../fs/narrowed_process.h"
 #include "../fs/temporary_directory.h"
+#include "../util/captured.h"
 #include "../util/child_process.h"
 #include "container/host_preparation.h"
 
@@ -63,9 +65,8 @@ protected:
 
     /// As the host side asks for it, too.
     static std::string defaultMtu() {
-        testing::internal::CaptureStderr();
+        Captured standardError(STDERR_FILENO);
         const std::string mtu = std::to_string(detectDefaultMtu());
-        testing::internal::GetCapturedStderr();
         return mtu;
     }
 

@@ -2,12 +2,14 @@
 #include "container/status_report.h"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <iostream>
 #include <limits>
 #include <tuple>
 #include <utility>
 
+#include "../util/captured.h"
 #include "util/console_colors.h"
 #include "util/string_util.h"
 
@@ -59,17 +61,17 @@ protected:
 };
 
 std::string report(const ContainerStatus& status) {
-    testing::internal::CaptureStdout();
+    Captured standardOutput(STDOUT_FILENO);
     printStatus(status);
-    return testing::internal::GetCapturedStdout();
+    return standardOutput.text();
 }
 
 /// The table without its colours, after a newline that lets the expected text begin on a line of
 /// its own.
 std::string table(const std::list<ContainerStatus>& statuses) {
-    testing::internal::CaptureStdout();
+    Captured standardOutput(STDOUT_FILENO);
     printStatusTable(statuses);
-    std::string text = "\n" + testing::internal::GetCapturedStdout();
+    std::string text = "\n" + standardOutput.text();
     for (const char* color : {colorGreen, colorRed, colorReset}) {
         StringUtil::replaceAll(color, "", text);
     }
@@ -211,11 +213,10 @@ TEST_F(Table, CountsTheDigitsOfNegativeFiguresWithoutTheirSign) {
 }
 
 TEST_F(Table, LeavesTheStreamAsItWas) {
-    testing::internal::CaptureStdout();
+    Captured standardOutput(STDOUT_FILENO);
     printStatusTable({});
     EXPECT_EQ(std::cout.fill(), ' ');
     EXPECT_EQ(std::cout.width(), 0);
-    testing::internal::GetCapturedStdout();
 }
 
 TEST(Percentage, IsTruncatedTowardsZero) {

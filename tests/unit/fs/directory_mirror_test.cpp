@@ -9,6 +9,7 @@
 #include <list>
 #include <string>
 
+#include "../util/captured.h"
 #include "../util/child_process.h"
 #include "narrowed_process.h"
 #include "temporary_directory.h"
@@ -26,9 +27,9 @@ protected:
     bool mirror(const std::list<std::string>& components) {
         source = directory.at("/src");
         target = directory.at("/dst");
-        testing::internal::CaptureStderr();
+        Captured standardError(STDERR_FILENO);
         const bool result = recMkDir(source, target, components);
-        errors = testing::internal::GetCapturedStderr();
+        errors = standardError.text();
         return result;
     }
 
@@ -115,9 +116,9 @@ TEST(DirectoryMirrorIntoProc, ReportsADirectoryThatCannotBeMade) {
     directory.makeDirectory("/src/absent");
     std::string source = directory.at("/src");
     std::string target = "/proc/self";
-    testing::internal::CaptureStderr();
+    Captured standardError(STDERR_FILENO);
     EXPECT_FALSE(recMkDir(source, target, {"absent"}));
-    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+    EXPECT_EQ(standardError.text(),
               "mkdir(/proc/self/absent) failed (1): No such file or directory\n");
 }
 
@@ -129,9 +130,9 @@ protected:
     }
 
     bool mirror(const std::list<std::string>& components) {
-        testing::internal::CaptureStderr();
+        Captured standardError(STDERR_FILENO);
         const bool done = tree.mirror(components);
-        errors = testing::internal::GetCapturedStderr();
+        errors = standardError.text();
         return done;
     }
 
@@ -247,9 +248,8 @@ TEST_F(UnusualMirror, MakesADirectoryAlsoForAFile) {
 TEST_F(UnusualMirror, GrowsTheCallersPathsAlsoWhenTheSourceIsMissing) {
     source = directory.at("/src");
     target = directory.at("/dst");
-    testing::internal::CaptureStderr();
+    Captured standardError(STDERR_FILENO);
     EXPECT_FALSE(recMkDir(source, target, {"absent", "deeper"}));
-    testing::internal::GetCapturedStderr();
     EXPECT_EQ(source, directory.at("/src/absent"));
     EXPECT_EQ(target, directory.at("/dst/absent"));
 }

@@ -9,6 +9,7 @@
 #include <sstream>
 #include <string>
 
+#include "../util/captured.h"
 #include "fs/overlay_layer.h"
 #include "temporary_directory.h"
 #include "util/settings.h"
@@ -30,12 +31,12 @@ protected:
     }
 
     void build(const std::string& user = "alice") {
-        testing::internal::CaptureStdout();
-        testing::internal::CaptureStderr();
+        Captured standardOutput(STDOUT_FILENO);
+        Captured standardError(STDERR_FILENO);
         buildOverlayLayer(lower.at("/lower"), lower.at("/layer"), user,
                           {allowlists, hide, empty, bind, filters});
-        output = testing::internal::GetCapturedStdout();
-        errors = withoutOwnerWarnings(testing::internal::GetCapturedStderr());
+        output = standardOutput.text();
+        errors = withoutOwnerWarnings(standardError.text());
     }
 
     bool isWhiteout(const std::string& name) {

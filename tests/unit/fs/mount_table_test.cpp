@@ -1,10 +1,12 @@
 #include "fs/mount_table.h"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <iterator>
 #include <stdexcept>
 
+#include "../util/captured.h"
 #include "../util/child_process.h"
 #include "narrowed_process.h"
 #include "temporary_directory.h"
@@ -15,9 +17,9 @@ class MountTableFile : public testing::Test {
 protected:
     MountTable read(const std::string& content, const std::string& prefix = "") {
         MountTable table;
-        testing::internal::CaptureStderr();
+        Captured standardError(STDERR_FILENO);
         readMountTable(table, prefix, directory.write("/mountinfo", content));
-        errors = testing::internal::GetCapturedStderr();
+        errors = standardError.text();
         return table;
     }
 
@@ -155,9 +157,9 @@ TEST_F(MountTableFile, OfABusyHostIsReadInAMoment) {
 
 TEST_F(MountTableFile, OfThisProcessIsUnderstood) {
     MountTable table;
-    testing::internal::CaptureStderr();
+    Captured standardError(STDERR_FILENO);
     readMountTable(table, "/", kMountInfo);
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+    EXPECT_EQ(standardError.text(), "");
     EXPECT_TRUE(table.contains("/"));
 }
 
@@ -166,14 +168,14 @@ TEST_F(MountTableFile, TellsANamespaceFileByTheKindOfItsRoot) {
         "1 2 0:4 net:[4026532008] /run/kiv/alice@net rw - nsfs nsfs rw\n"
         "1 2 0:4 mnt:[4026531840] /run/kiv/alice@ipc rw - nsfs nsfs rw\n"
         "1 2 0:4 netx:[4026531840] /run/kiv/bob@net rw - nsfs nsfs rw\n");
-    testing::internal::CaptureStderr();
+    Captured silence(STDERR_FILENO);
     EXPECT_TRUE(checkNamespaceMount("alice", table, "net"));
     EXPECT_FALSE(checkNamespaceMount("alice", table, "mnt"));
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
-    testing::internal::CaptureStderr();
+    EXPECT_EQ(silence.text(), "");
+    Captured standardError(STDERR_FILENO);
     EXPECT_FALSE(checkNamespaceMount("alice", table, "ipc"));
     EXPECT_FALSE(checkNamespaceMount("bob", table, "net"));
-    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+    EXPECT_EQ(standardError.text(),
               "Unexpected mount source for /run/kiv/alice@ipc: mnt:[4026531840]\n"
               "Unexpected mount source for /run/kiv/bob@net: netx:[4026531840]\n");
 }
@@ -273,10 +275,9 @@ TEST_F(MountLines, OfAStackedNamespaceFileAreJudgedByTheLowestMount) {
     const auto table = read(
         "1 2 0:4 / /run/kiv/alice@net rw - tmpfs x rw\n"
         "1 2 0:4 net:[4026532008] /run/kiv/alice@net rw - nsfs nsfs rw\n");
-    testing::internal::CaptureStderr();
+    Captured standardError(STDERR_FILENO);
     EXPECT_FALSE(checkNamespaceMount("alice", table, "net"));
-    EXPECT_EQ(testing::internal::GetCapturedStderr(),
-              "Unexpected mount source for /run/kiv/alice@net: /\n");
+    EXPECT_EQ(standardError.text(), "Unexpected mount source for /run/kiv/alice@net: /\n");
 }
 
 TEST_F(MountLines, OfOneAccountDoNotSpeakForAnother) {

@@ -2,9 +2,11 @@
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <filesystem>
 
+#include "../util/captured.h"
 #include "../util/child_process.h"
 #include "narrowed_process.h"
 #include "temporary_directory.h"
@@ -49,9 +51,9 @@ TEST_F(PathExpansion, WithoutABaseExpandsThePatternItself) {
 }
 
 TEST_F(PathExpansion, OfAStarThatMatchesNothingIsSilentAndEmpty) {
-    testing::internal::CaptureStderr();
+    Captured standardError(STDERR_FILENO);
     EXPECT_EQ(expandPaths(directory.path, {"absent/*", "a", "absent*"}), List{"a"});
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+    EXPECT_EQ(standardError.text(), "");
 }
 
 TEST_F(PathExpansion, KeepsTheOrderOfPatterns) {
@@ -64,9 +66,9 @@ TEST_F(PathExpansion, KeepsTheOrderOfPatterns) {
 class PathPatterns : public testing::Test {
 protected:
     List expand(const List& patterns) {
-        testing::internal::CaptureStderr();
+        Captured standardError(STDERR_FILENO);
         const List paths = expandPaths(directory.path, patterns);
-        EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+        EXPECT_EQ(standardError.text(), "");
         return paths;
     }
 
@@ -167,9 +169,9 @@ TEST_F(PathPatterns, LongerThanAPathAreReportedAndLeftOut) {
     for (int i = 0; i < 100'000; ++i) {
         pattern += "*/";
     }
-    testing::internal::CaptureStderr();
+    Captured standardError(STDERR_FILENO);
     EXPECT_EQ(expandPaths(directory.path, {pattern, "*"}), List{directory.at("/a")});
-    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+    EXPECT_EQ(standardError.text(),
               "glob(" + directory.path + "/" + pattern + ") failed: File name too long\n");
 }
 

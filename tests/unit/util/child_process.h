@@ -8,6 +8,8 @@
 #include <functional>
 #include <string>
 
+#include "captured.h"
+
 struct ChildResult {
     int status = 0;           ///< as waitpid(2) gives it
     std::string output;       ///< what it wrote to standard output
@@ -16,8 +18,8 @@ struct ChildResult {
 
 /// `body`'s result is the child's exit status.
 inline ChildResult inChild(const std::function<int()>& body) {
-    testing::internal::CaptureStdout();
-    testing::internal::CaptureStderr();
+    Captured standardOutput(STDOUT_FILENO);
+    Captured standardError(STDERR_FILENO);
     const pid_t child = ::fork();
     if (child == 0) {
         const int status = body();
@@ -26,8 +28,8 @@ inline ChildResult inChild(const std::function<int()>& body) {
     }
     ChildResult result;
     ::waitpid(child, &result.status, 0);
-    result.output = testing::internal::GetCapturedStdout();
-    result.errorOutput = testing::internal::GetCapturedStderr();
+    result.output = standardOutput.text();
+    result.errorOutput = standardError.text();
     return result;
 }
 

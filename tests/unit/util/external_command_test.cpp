@@ -17,6 +17,7 @@
 #include <string>
 
 #include "../fs/temporary_directory.h"
+#include "captured.h"
 #include "child_process.h"
 #include "util/directory_stream.h"
 
@@ -27,9 +28,9 @@ ExternalCommand shell(const std::string& script) {
 }
 
 std::string standardErrorOf(const std::function<void()>& action) {
-    testing::internal::CaptureStderr();
+    Captured standardError(STDERR_FILENO);
     action();
-    return testing::internal::GetCapturedStderr();
+    return standardError.text();
 }
 
 TEST(ExternalCommand, ReturnsTheExitStatus) {
@@ -271,9 +272,9 @@ struct Run {
 class ToolRun : public testing::TestWithParam<Run> {};
 
 TEST_P(ToolRun, ReturnsAndReports) {
-    testing::internal::CaptureStderr();
+    Captured standardError(STDERR_FILENO);
     const int result = ExternalCommand(GetParam().program, GetParam().arguments).execute();
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), GetParam().report);
+    EXPECT_EQ(standardError.text(), GetParam().report);
     EXPECT_EQ(result, GetParam().result);
 }
 
@@ -364,10 +365,9 @@ TEST(ExternalCommand, OfAFileThatIsNotExecutableIs255) {
 }
 
 TEST(ExternalCommand, ReportsAfterAllThatTheToolWrote) {
-    testing::internal::CaptureStderr();
+    Captured standardError(STDERR_FILENO);
     ExternalCommand("sh", {"-c", "echo trouble >&2; exit 4"}).execute();
-    EXPECT_EQ(testing::internal::GetCapturedStderr(),
-              "trouble\nexit code 4: sh -c echo trouble >&2; exit 4\n");
+    EXPECT_EQ(standardError.text(), "trouble\nexit code 4: sh -c echo trouble >&2; exit 4\n");
 }
 
 TEST(ExternalCommand, ReportsNothingOfASuccess) {
@@ -387,9 +387,9 @@ std::string secondRun(ExternalCommand& command) {
 
 TEST(ExternalCommand, RunsOnceAlsoWhenASignalEndedTheRun) {
     ExternalCommand command("sh", {"-c", "kill -KILL $$"});
-    testing::internal::CaptureStderr();
+    Captured standardError(STDERR_FILENO);
     command.execute();
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "signal 9: sh -c kill -KILL $$\n");
+    EXPECT_EQ(standardError.text(), "signal 9: sh -c kill -KILL $$\n");
     EXPECT_EQ(secondRun(command), "command already executed");
 }
 
