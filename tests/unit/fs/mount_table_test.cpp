@@ -221,8 +221,10 @@ TEST_F(MountLines, ThatAreTooShortAreReportedWhateverTheirMountPoint) {
 TEST_F(MountLines, OfABadFileDoNotHideTheGoodOnes) {
     const auto table = read(std::string("\0\n", 2) + "\xff\xfe\n\r\n1 2 3:4 / /a rw - ext4 x rw\n");
     EXPECT_EQ(size(table), 1);
-    EXPECT_EQ(errors, std::string("mountinfo: invalid line: \0\n", 27) +
-                          "mountinfo: invalid line: \xff\xfe\nmountinfo: invalid line: \r\n");
+    EXPECT_EQ(errors,
+              "mountinfo: invalid line: \\x00\n"
+              "mountinfo: invalid line: \xff\xfe\n"
+              "mountinfo: invalid line: \\x0d\n");
 }
 
 TEST_F(MountLines, KeepBytesThatAreNoText) {
