@@ -22,9 +22,6 @@ namespace {
 
 constexpr const char* kWorkspace = "/mnt";
 constexpr const char* kLowerRoot = "/mnt/root";
-constexpr const char* kLayer = "/mnt/kiv";
-constexpr const char* kTempRoot = "/mnt/temp-root";
-constexpr const char* kOverlayOptions = "lowerdir=/mnt/kiv:/mnt/root";
 constexpr mode_t kDirectoryMode = 0755;
 
 /// False when a mount made at "/mnt" could come out in the host's namespace.
@@ -87,7 +84,8 @@ FileDescriptor mountOverlay(const std::string& userName) {
         kLowerRoot, kLayer, userName,
         {config.allowlists, config.hide, config.empty, config.bind, builtInFileFilters()});
     makeDirectory(kTempRoot, "mkdir(temp-root) failed: ");
-    if (::mount("overlay", kTempRoot, "overlay", 0, kOverlayOptions) != 0) {
+    const std::string layers = std::string("lowerdir=") + kLayer + ":" + kLowerRoot;
+    if (::mount("overlay", kTempRoot, "overlay", 0, layers.c_str()) != 0) {
         const int error = errno;
         throw systemError("overlay-mount(temp-root) failed: ", error);
     }

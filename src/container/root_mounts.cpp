@@ -9,6 +9,7 @@
 #include <cerrno>
 
 #include "config/configuration.h"
+#include "fs/directory_mirror.h"
 #include "fs/layer_paths.h"
 #include "fs/path_resolution.h"
 #include "util/errors.h"
@@ -16,13 +17,11 @@
 
 namespace {
 
-constexpr const char* kLayer = "/mnt/kiv";
-constexpr const char* kTempRoot = "/mnt/temp-root";
 constexpr const char* kEmptyDirectory = "/mnt/empty-dir";
 constexpr unsigned long kRunFlags = MS_NOSUID | MS_NODEV | MS_NOEXEC | MS_RELATIME;
 
-/// bindMount, where a source or target that could not be opened counts as a failed mount. The text
-/// of what failed first, empty when it is mounted.
+/// Mounts `source` at `path` below `root`. The errno of what failed first, 0 when it is mounted; a
+/// source that could not be opened has left its own.
 int bindOnto(const FileDescriptor& source, const FileDescriptor& root, const std::string& path) {
     if (!source.valid()) {
         return errno;
@@ -54,7 +53,7 @@ void mountProc() {
 void coverProcPaths(const FileDescriptor& root) {
     if (::mkdir(kEmptyDirectory, 0755) != 0) {
         const int error = errno;
-        throw systemError("mkdir(/mnt/empty-dir) failed: ", error);
+        throw systemError(std::string("mkdir(") + kEmptyDirectory + ") failed: ", error);
     }
     for (const std::string& path : configuration().empty) {
         if (!path.starts_with("/proc/")) {
@@ -106,7 +105,7 @@ void mountHome(const FileDescriptor& root, const std::string& home) {
     // In the top layer, and from the running host: a home on a file system of its own is not below
     // the lower root. Nothing may look the path up in the overlay before: it would remember its
     // absence.
-    mirrorFromHost(kLayer, componentsOf(home));
+    TreeMirror("", kLayer).mirror(componentsOf(home));
     int error = bindOnto(source, root, home);
     if (error != 0) {
         report("bind-mount(" + home + " to " + kTempRoot + home + ") failed: " + errorText(error));

@@ -6,8 +6,12 @@
 
 #include "util/file_descriptor.h"
 
-/// `root` is the new root at /mnt/temp-root, opened with O_PATH. Sources and targets that an
-/// account can influence are opened once and mounted through their descriptors.
+// Where the root is put together, in the set-up child's own mount namespace.
+inline constexpr const char* kLayer = "/mnt/kiv";
+inline constexpr const char* kTempRoot = "/mnt/temp-root";
+
+/// `root` is the new root at kTempRoot, opened with O_PATH. Sources and targets that an account can
+/// influence are opened once and mounted through their descriptors.
 
 /// Binds the home directory and, over /tmp, its tmp directory. Reports what fails and goes on.
 void mountHome(const FileDescriptor& root, const std::string& home);

@@ -13,10 +13,11 @@
 /// was made before stays.
 bool recMkDir(std::string& src, std::string& dst, std::list<std::string> components);
 
-/// Many chains from one tree into another: what one has mirrored the next do not look at again.
-/// Nobody may remove it meanwhile.
+/// Chains from one tree into another: what one has mirrored the next do not look at again. Nobody
+/// may remove it meanwhile.
 class TreeMirror {
 public:
+    /// The roots; "" is the running system's own.
     TreeMirror(std::string source, std::string target)
         : sourceRoot(std::move(source)), targetRoot(std::move(target)) {}
 

@@ -8,6 +8,7 @@
 #include <stdexcept>
 #include <string_view>
 
+#include "fs/directory_mirror.h"
 #include "fs/layer_paths.h"
 #include "util/errors.h"
 #include "util/file_descriptor.h"
@@ -93,7 +94,7 @@ void writeFilteredCopy(const std::string& file, const std::string& expression,
         return;
     }
     const std::string target = layerDir + file;
-    if (!mirrorFromHost(layerDir, componentsOf(parentOf(file)))) {
+    if (!TreeMirror("", layerDir).mirror(componentsOf(parentOf(file)))) {
         report("Error while creating output path...");
         return;
     }

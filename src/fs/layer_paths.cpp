@@ -2,11 +2,15 @@
 
 #include <algorithm>
 
-#include "fs/directory_mirror.h"
 #include "util/string_util.h"
 
 std::list<std::string> componentsOf(const std::string& path) {
     return StringUtil::split<std::list<std::string>>(path, "/", /*dropEmpty=*/true, false);
+}
+
+bool hasParentReference(const std::string& path) {
+    const auto components = componentsOf(path);
+    return std::find(components.begin(), components.end(), "..") != components.end();
 }
 
 std::string parentOf(const std::string& path) {
@@ -19,13 +23,11 @@ std::string parentOf(const std::string& path) {
 }
 
 std::string anchored(const std::string& item) {
-    const auto components = componentsOf(item);
-    const bool climbs = std::find(components.begin(), components.end(), "..") != components.end();
-    if (item.empty() || (item.front() == '/' && !climbs)) {
+    if (item.empty() || (item.front() == '/' && !hasParentReference(item))) {
         return item;
     }
     std::list<std::string> resolved;
-    for (const std::string& name : components) {
+    for (const std::string& name : componentsOf(item)) {
         if (name == "..") {
             if (!resolved.empty()) {
                 resolved.pop_back();
@@ -43,10 +45,4 @@ std::string anchored(const std::string& item) {
 
 std::string withoutSlashesAtEnd(const std::string& path) {
     return path.substr(0, path.find_last_not_of('/') + 1);
-}
-
-bool mirrorFromHost(const std::string& layerDir, const std::list<std::string>& components) {
-    std::string source;
-    std::string target = layerDir;
-    return recMkDir(source, target, components);
 }

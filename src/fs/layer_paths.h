@@ -1,4 +1,4 @@
-// Paths of configured items, as the parts of the layer builder share them.
+// Paths as text: what components and parents they have. Looks at no file.
 #pragma once
 
 #include <list>
@@ -7,15 +7,17 @@
 /// The components of `path`, as recMkDir takes them.
 std::list<std::string> componentsOf(const std::string& path);
 
-/// The parent of `path`, and its last component; a trailing "/" does not count.
+/// True when a component of `path` is "..".
+bool hasParentReference(const std::string& path);
+
+/// `path` without its last component; slashes at its end do not count. "/" is its own parent, and
+/// that of a name without a slash is "".
 std::string parentOf(const std::string& path);
 
-/// `item` as a path that cannot lead out of the directory that it is appended to: as it stands,
-/// unless it does not begin with "/" or has a ".." in it, which is then resolved as at "/".
+/// `item` as a path that cannot lead out of the directory that it is appended to. An item that
+/// begins with "/" and has no ".." stays as it is, as does an empty one. Of any other the "." and
+/// ".." are resolved by name, as at "/"; "" is left when that leads to "/" itself.
 std::string anchored(const std::string& item);
 
-/// `path` without slashes at its end: calls that make or remove a name do not take them.
+/// `path` without slashes at its end: mknod(2) and unlink(2) fail with them.
 std::string withoutSlashesAtEnd(const std::string& path);
-
-/// Mirrors the running host's directories `components` into the layer. False as from recMkDir.
-bool mirrorFromHost(const std::string& layerDir, const std::list<std::string>& components);

@@ -29,12 +29,6 @@ constexpr dev_t kWhiteoutDevice = 0;
 
 constexpr const char* kOpaqueAttribute = "trusted.overlay.opaque";
 
-bool mirror(const std::string& lowerRoot, const std::string& layerDir, const std::string& path) {
-    std::string source = lowerRoot;
-    std::string target = layerDir;
-    return recMkDir(source, target, componentsOf(path));
-}
-
 /// Step 1: of a directory's entries all but the listed ones disappear.
 void hideUnlisted(const std::string& lowerRoot, const std::string& layerDir,
                   const std::string& directory, const std::list<std::string>& patterns) {
@@ -47,7 +41,7 @@ void hideUnlisted(const std::string& lowerRoot, const std::string& layerDir,
         }
         return;
     }
-    if (!mirror(lowerRoot, layerDir, directory)) {
+    if (!TreeMirror(lowerRoot, layerDir).mirror(componentsOf(directory))) {
         return;
     }
     const std::string layerPath = layerDir + directory;
@@ -115,7 +109,8 @@ void emptyDirectory(const std::string& lowerRoot, const std::string& layerDir,
         report("stat(" + lowerPath + ") failed: " + errorText(error));
         return;
     }
-    if (!clearWhiteout(layerPath) || !mirror(lowerRoot, layerDir, parentOf(path))) {
+    if (!clearWhiteout(layerPath) ||
+        !TreeMirror(lowerRoot, layerDir).mirror(componentsOf(parentOf(path)))) {
         return;
     }
     const auto failed = [&layerPath](const char* call) {

@@ -15,18 +15,12 @@
 #include <optional>
 #include <utility>
 
-#include "util/string_util.h"
+#include "fs/layer_paths.h"
 
 namespace {
 
 constexpr int kPathOnly = O_PATH | O_CLOEXEC;
 constexpr int kMostLinks = 40;  // the kernel's own limit, path_resolution(7)
-
-using Components = std::list<std::string>;
-
-Components split(const std::string& path) {
-    return StringUtil::split<Components>(path, "/", /*dropEmpty=*/true, false);
-}
 
 FileDescriptor fail(int error) {
     errno = error;
@@ -69,7 +63,7 @@ FileDescriptor directoryIfSlashed(FileDescriptor opened, const std::string& path
 
 /// What openat2 does with RESOLVE_NO_SYMLINKS, for kernels and filters that lack it.
 FileDescriptor walkWithoutLinks(FileDescriptor current, const std::string& path) {
-    for (const std::string& name : split(path)) {
+    for (const std::string& name : componentsOf(path)) {
         current = openComponent(current, name);
         if (!current.valid()) {
             return current;
@@ -93,15 +87,6 @@ FileDescriptor callOpenat2(int directory, const std::string& path, std::uint64_t
 /// EPERM, which openat2 itself never does for O_PATH.
 bool lacksOpenat2(const FileDescriptor& opened) {
     return !opened.valid() && (errno == ENOSYS || errno == EPERM);
-}
-
-bool hasParentReference(const std::string& path) {
-    for (const std::string& name : split(path)) {
-        if (name == "..") {
-            return true;
-        }
-    }
-    return false;
 }
 
 }  // namespace
@@ -140,7 +125,7 @@ FileDescriptor openThroughRootLinks(const std::string& path, LastLink lastLink) 
     }
     const auto openRoot = [] { return FileDescriptor(::open("/", kPathOnly | O_DIRECTORY)); };
     FileDescriptor current = openRoot();
-    Components pending = split(path);
+    std::list<std::string> pending = componentsOf(path);
     int links = 0;
     while (current.valid() && !pending.empty()) {
         const std::string name = pending.front();
@@ -158,7 +143,7 @@ FileDescriptor openThroughRootLinks(const std::string& path, LastLink lastLink) 
         if (target.front() == '/') {
             current = openRoot();
         }
-        pending.splice(pending.begin(), split(target));
+        pending.splice(pending.begin(), componentsOf(target));
     }
     return lastLink == LastLink::Keep ? std::move(current)
                                       : directoryIfSlashed(std::move(current), path);
