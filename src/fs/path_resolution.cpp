@@ -20,7 +20,8 @@
 namespace {
 
 constexpr int kPathOnly = O_PATH | O_CLOEXEC;
-constexpr int kMostLinks = 40;  // the kernel's own limit, path_resolution(7)
+constexpr int kMostLinks = 40;   // the kernel's own limit, path_resolution(7)
+constexpr int kMostTries = 100;  // of a call that lost a race
 
 FileDescriptor fail(int error) {
     errno = error;
@@ -75,12 +76,20 @@ FileDescriptor walkWithoutLinks(FileDescriptor current, const std::string& path)
     return directoryIfSlashed(std::move(current), path);
 }
 
+/// With RESOLVE_BENEATH a ".." fails with EAGAIN when anything on the machine is renamed or mounted
+/// at the same moment, openat2(2): the kernel cannot tell then whether it left the directory. An
+/// account can rename without end, so the tries are counted.
 FileDescriptor callOpenat2(int directory, const std::string& path, std::uint64_t resolve) {
     open_how how{};
     how.flags = kPathOnly;
     how.resolve = resolve;
-    return FileDescriptor(
-        static_cast<int>(::syscall(SYS_openat2, directory, path.c_str(), &how, sizeof how)));
+    FileDescriptor opened;
+    int tries = 0;
+    do {
+        opened.reset(
+            static_cast<int>(::syscall(SYS_openat2, directory, path.c_str(), &how, sizeof how)));
+    } while (!opened.valid() && errno == EAGAIN && ++tries < kMostTries);
+    return opened;
 }
 
 /// ENOSYS comes from kernels before 5.6; system-call filters of older container engines answer

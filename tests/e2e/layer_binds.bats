@@ -272,3 +272,22 @@ enter alice test -e /etc/passwd
 same "mounts of it" "" "$(enter_as_root alice grep -E ' (/tmp/service|/etc) ' /proc/self/mountinfo || true)"
 EOF
 }
+
+@test "a bound path with two dots is mounted although renames on the machine make openat2 fail" {
+    in_host <<'EOF'
+account alice 100.64.0.4/30
+sed -i 's#:/home/alice:#::#' /etc/passwd
+mkdir /srv/site
+printf '%s\n' bind "    /srv/site/../site" >"$configuration"
+injected openat2:error=EAGAIN:when=1..99 kivctl start alice
+same status 0 "$status"
+same stderr "" "$err"
+enter_as_root alice mountpoint -q /srv/site
+kivctl stop alice
+injected openat2:error=EAGAIN:when=1..100 kivctl start alice
+same status 0 "$status"
+same "stderr after a hundred tries" \
+    "bind-mount(/srv/site/../site) failed: Resource temporarily unavailable" "$err"
+refused enter_as_root alice mountpoint -q /srv/site
+EOF
+}

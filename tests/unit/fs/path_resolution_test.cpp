@@ -3,12 +3,15 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <linux/openat2.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
 #include <cerrno>
+#include <csignal>
 #include <cstddef>
 #include <filesystem>
 #include <functional>
@@ -537,6 +540,53 @@ TEST_P(OpenedPath, ThroughRootsLinksDoesNotNeedOpenat2) {
     const int result = inNarrowedChild(
         [] { return isFile(openThroughRootLinks("/proc/self", LastLink::Keep), "/proc/self"); });
     EXPECT_EQ(result, kAsWanted);
+}
+
+/// Another process that renames a file without a pause, for as long as the object lives.
+class RenameLoop {
+public:
+    explicit RenameLoop(const TemporaryDirectory& directory) {
+        const std::string one = directory.write("/renamed", "");
+        const std::string other = directory.at("/other");
+        child = ::fork();
+        if (child == 0) {
+            ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+            for (;;) {
+                ::rename(one.c_str(), other.c_str());
+                ::rename(other.c_str(), one.c_str());
+            }
+        }
+    }
+    RenameLoop(const RenameLoop&) = delete;
+    RenameLoop& operator=(const RenameLoop&) = delete;
+    ~RenameLoop() {
+        ::kill(child, SIGKILL);
+        ::waitpid(child, nullptr, 0);
+    }
+
+private:
+    pid_t child = -1;
+};
+
+TEST(Openat2Race, WithARenameElsewhereDoesNotKeepAPathWithTwoDotsClosed) {
+    TemporaryDirectory directory;
+    directory.makeDirectory("/root/etc/ssh");
+    const FileDescriptor root(::open(directory.at("/root").c_str(), O_PATH | O_CLOEXEC));
+    const RenameLoop beside(directory);
+    int failures = 0;
+    for (int i = 0; i < 20'000; ++i) {
+        failures += openBeneath(root, "/etc/ssh/../../etc/../etc/ssh").valid() ? 0 : 1;
+    }
+    EXPECT_EQ(failures, 0);
+}
+
+TEST(Openat2Race, ThatIsLostEveryTimeEnds) {
+    const auto result = inChild([] {
+        denySystemCall(SYS_openat2, EAGAIN);
+        const FileDescriptor root(::open("/", O_PATH | O_CLOEXEC));
+        return openBeneath(root, "/usr/..").valid() ? 0 : errno;
+    });
+    EXPECT_EQ(outcome(result), EAGAIN);
 }
 
 TEST(BindMount, ReturnsTheKernelsRefusal) {
