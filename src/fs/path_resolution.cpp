@@ -133,6 +133,8 @@ FileDescriptor openThroughRootLinks(const std::string& path, LastLink lastLink) 
         return fail(ENOENT);
     }
     const auto openRoot = [] { return FileDescriptor(::open("/", kPathOnly | O_DIRECTORY)); };
+    // as lstat(2) has it: with a slash behind it a link at the end is followed
+    const bool followLast = lastLink == LastLink::Follow || path.ends_with('/');
     FileDescriptor current = openRoot();
     std::list<std::string> pending = componentsOf(path);
     int links = 0;
@@ -141,7 +143,7 @@ FileDescriptor openThroughRootLinks(const std::string& path, LastLink lastLink) 
         pending.pop_front();
         FileDescriptor next = openComponent(current, name);
         const auto owner = next.valid() ? linkOwner(next) : std::nullopt;
-        if (!owner || (pending.empty() && lastLink == LastLink::Keep)) {
+        if (!owner || (pending.empty() && !followLast)) {
             current = std::move(next);
             continue;
         }
@@ -154,8 +156,7 @@ FileDescriptor openThroughRootLinks(const std::string& path, LastLink lastLink) 
         }
         pending.splice(pending.begin(), componentsOf(target));
     }
-    return lastLink == LastLink::Keep ? std::move(current)
-                                      : directoryIfSlashed(std::move(current), path);
+    return directoryIfSlashed(std::move(current), path);
 }
 
 int bindMount(const FileDescriptor& source, const FileDescriptor& target) {

@@ -21,7 +21,7 @@ enum class LastLink { Follow, Keep };
 
 /// `path` on the running system. Links that root owns are followed, as a host has them in /var/run
 /// or /etc/resolv.conf; a link of anybody else is an error. With LastLink::Keep a link at the end
-/// of the path is opened itself.
+/// of the path is opened itself, unless a slash is behind it.
 FileDescriptor openThroughRootLinks(const std::string& path, LastLink lastLink);
 
 /// Bind-mounts what `source` has opened over what `target` has opened. mount(2)'s result and errno.

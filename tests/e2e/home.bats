@@ -197,3 +197,49 @@ enter alice touch /home/alice/made /tmp/made
 test -e /home/alice/made -a -e /home/alice/tmp/made
 EOF
 }
+
+@test "a home that is a link of root's is followed when it is written with a slash at its end" {
+    in_host <<'EOF'
+account alice 100.64.0.4/30
+mkdir -p /srv/volume
+mv /home/alice /srv/volume/alice
+chmod 1710 /srv/volume/alice
+ln -s /srv/volume/alice /home/alice
+for slashes in / //; do
+    sed -i "s#:/home/alice[/]*:#:/home/alice$slashes:#" /etc/passwd
+    capture kivctl start alice
+    same status 0 "$status"
+    same stderr "" "$err"
+    same "what is at its path" "directory 1710 alice" "$(enter alice stat -c '%F %a %U' /home/alice)"
+    enter alice touch /home/alice/made /tmp/made
+    rm /srv/volume/alice/made /srv/volume/alice/tmp/made
+    kivctl stop alice
+done
+EOF
+}
+
+@test "a home that is an account's link is not followed when it is written with a slash at its end" {
+    in_host <<'EOF'
+account alice 100.64.0.4/30
+mv /home/alice /srv/alice
+ln -s /srv/alice /home/alice
+chown -h alice /home/alice
+sed -i 's#:/home/alice:#:/home/alice/:#' /etc/passwd
+capture kivctl start alice
+same status 0 "$status"
+same stderr "/home/alice/: Too many levels of symbolic links" "$err"
+same "mounts" $'/\n/dev/pts\n/proc\n/run' "$(enter_as_root alice awk '{print $5}' /proc/self/mountinfo)"
+EOF
+}
+
+@test "a home that is a file is reported when it is written with a slash at its end" {
+    in_host <<'EOF'
+account alice 100.64.0.4/30
+rm -r /home/alice
+touch /home/alice
+sed -i 's#:/home/alice:#:/home/alice/:#' /etc/passwd
+capture kivctl start alice
+same status 0 "$status"
+same stderr "/home/alice/: Not a directory" "$err"
+EOF
+}

@@ -196,6 +196,11 @@ TEST_F(RootsLinks, AreKeptAtTheEndWhenAsked) {
     EXPECT_EQ(keep("/proc/self"), "/proc/self");
 }
 
+TEST_F(RootsLinks, WithASlashBehindThemAreFollowedAlsoWhenTheLastIsKept) {
+    EXPECT_EQ(keep("/proc/self/"), process());
+    EXPECT_EQ(keep("/proc/self//"), process());
+}
+
 TEST_F(RootsLinks, OnTheWayAreFollowedAlsoWhenTheLastIsKept) {
     EXPECT_EQ(keep("/proc/self/cwd"), process() + "/cwd");
 }
@@ -261,8 +266,8 @@ TEST_F(OthersLinks, AreNotFollowedBeforeTwoDots) {
 }
 
 TEST_F(OthersLinks, AreNotFollowedWhenWrittenWithASlashAtTheirEnd) {
-    const std::string found = follow(directory.at("/relative/"));
-    EXPECT_EQ(found, failure(ELOOP));
+    EXPECT_EQ(follow(directory.at("/relative/")), failure(ELOOP));
+    EXPECT_EQ(keep(directory.at("/relative/")), failure(ELOOP));
 }
 
 TEST_F(OthersLinks, AreOpenedThemselvesWhenTheLastIsKept) {
@@ -309,8 +314,11 @@ TEST(PlainPaths, BelowAFileAreNothing) {
 
 TEST(PlainPaths, WithASlashAtTheEndAreDirectories) {
     const TemporaryDirectory directory;
-    EXPECT_EQ(follow(directory.write("/dir/file", "") + "/"), failure(ENOTDIR));
+    const std::string slashed = directory.write("/dir/file", "") + "/";
+    EXPECT_EQ(follow(slashed), failure(ENOTDIR));
+    EXPECT_EQ(keep(slashed), failure(ENOTDIR));
     EXPECT_EQ(follow(directory.at("/dir/")), directory.at("/dir"));
+    EXPECT_EQ(keep(directory.at("/dir//")), directory.at("/dir"));
 }
 
 TEST(PlainPaths, OfANameThatIsTooLongAreNothing) {
