@@ -20,17 +20,26 @@ namespace {
 constexpr const char* kEmptyDirectory = "/mnt/empty-dir";
 constexpr unsigned long kRunFlags = MS_NOSUID | MS_NODEV | MS_NOEXEC | MS_RELATIME;
 
+/// What bindOnto returns when the target is the root itself; mount(2) has no other use for it here.
+constexpr int kIsRoot = EBUSY;
+
 /// Mounts `source` at `path` below `root`. The errno of what failed first, 0 when it is mounted; a
-/// source that could not be opened has left its own.
+/// source that could not be opened has left its own. The root itself is no target: what covers it
+/// would be neither the container's view nor leave anything to pivot into.
 int bindOnto(const FileDescriptor& source, const FileDescriptor& root, const std::string& path) {
     if (!source.valid()) {
         return errno;
     }
     const FileDescriptor target = openBeneath(root, path);
-    if (!target.valid() || bindMount(source, target) != 0) {
+    struct stat place {};
+    struct stat top {};
+    if (!target.valid() || ::fstat(target.get(), &place) != 0 || ::fstat(root.get(), &top) != 0) {
         return errno;
     }
-    return 0;
+    if (place.st_dev == top.st_dev && place.st_ino == top.st_ino) {
+        return kIsRoot;
+    }
+    return bindMount(source, target) == 0 ? 0 : errno;
 }
 
 void mountTerminals() {
@@ -110,6 +119,9 @@ void mountHome(const FileDescriptor& root, const std::string& home) {
     if (error != 0) {
         report("bind-mount(" + home + " to " + kTempRoot + home + ") failed: " + errorText(error));
     }
+    if (error == kIsRoot) {
+        return;  // its tmp directory is the host's own
+    }
     const std::string tmp = home + "/tmp";
     progress("tmpdir: " + tmp);
     // the account may put a link there, which would lead root elsewhere; the slash has an
@@ -129,7 +141,10 @@ void mountPrivateParts(const FileDescriptor& root) {
 
 void mountBinds(const FileDescriptor& root) {
     for (const std::string& path : configuration().bind) {
-        const int error = bindOnto(openThroughRootLinks(path, LastLink::Follow), root, path);
+        // mount(2) refuses an empty source before it looks for a file of that name
+        const int error = path.empty()
+                              ? EINVAL
+                              : bindOnto(openThroughRootLinks(path, LastLink::Follow), root, path);
         if (error != 0 && (error != ENOENT || debugMode() != 0)) {
             report("bind-mount(" + path + ") failed: " + errorText(error));
         }

@@ -198,6 +198,24 @@ test -e /home/alice/made -a -e /home/alice/tmp/made
 EOF
 }
 
+@test "a home that is the root is refused, however it is written, and has no tmp" {
+    in_host <<'EOF'
+account alice 100.64.0.4/30
+before=$(getent passwd alice)
+for home in / /// /srv/.. /./; do
+    sed -i "s#^alice:.*#${before/:\/home\/alice:/:$home:}#" /etc/passwd
+    capture kivctl -d start alice
+    same "status of $home" 0 "$status"
+    same "stderr of $home" "bind-mount($home to /mnt/temp-root$home) failed: Device or resource busy" "$err"
+    refused grep tmpdir <<<"$out"
+    same "mounts with $home" $'/\n/dev/pts\n/proc\n/run' \
+        "$(enter_as_root alice awk '{print $5}' /proc/self/mountinfo)"
+    same "the shell's own" alice "$(enter alice id -un)"
+    kivctl stop alice
+done
+EOF
+}
+
 @test "a home that is a link of root's is followed when it is written with a slash at its end" {
     in_host <<'EOF'
 account alice 100.64.0.4/30

@@ -291,3 +291,48 @@ same "stderr after a hundred tries" \
 refused enter_as_root alice mountpoint -q /srv/site
 EOF
 }
+
+@test "a blank line among the bound paths is reported as the mount of an empty path" {
+    in_host <<'EOF'
+account alice 100.64.0.4/30
+mkdir /srv/site
+printf '%s\n' bind "    " "    /srv/site" >"$configuration"
+capture kivctl start alice
+same status 0 "$status"
+same stderr "bind-mount() failed: Invalid argument" "$err"
+enter_as_root alice mountpoint -q /srv/site
+kivctl stop alice
+capture kivctl -d start alice
+same "stderr of -d" ": cannot prepare bind-mount: No such file or directory
+bind-mount() failed: Invalid argument" "$err"
+EOF
+}
+
+@test "a bound path that is the new root is refused, however it is written" {
+    in_host <<'EOF'
+account alice 100.64.0.4/30
+mkdir /srv/site
+for path in / // . /srv/.. /./ /proc/..; do
+    printf '%s\n' bind "    $path" "    /srv/site" >"$configuration"
+    capture kivctl start alice
+    same "status of $path" 0 "$status"
+    same "stderr of $path" "bind-mount($path) failed: Device or resource busy" "$err"
+    same "mounts with $path" $'/\n/dev/pts\n/home/alice\n/proc\n/run\n/srv/site\n/tmp' \
+        "$(enter_as_root alice awk '{print $5}' /proc/self/mountinfo | sort)"
+    same "the shell's own" alice "$(enter alice id -un)"
+    kivctl stop alice
+done
+EOF
+}
+
+@test "an emptied path of proc that is the new root is refused" {
+    in_host <<'EOF'
+account alice 100.64.0.4/30
+printf '%s\n' empty "    /proc/.." "    /proc/irq" >"$configuration"
+capture kivctl start alice
+same status 0 "$status"
+same stderr "mount(/proc/..) failed: Device or resource busy" "$err"
+same "what root sees inside" "" "$(enter_as_root alice ls -A /proc/irq)"
+enter alice test -e /etc/passwd
+EOF
+}
