@@ -103,7 +103,8 @@ for name in "${names[@]}"; do
     capture kivctl start -a
     same "status for '$name'" 71 "$status"
     same "stdout for '$name'" "starting container: $name, network:100.64.0.4/30" "$out"
-    same "stderr for '$name'" "kivctl: $name: $name: unknown user" "$err"
+    shown=${name//$'\033'/'\x1b'}
+    same "stderr for '$name'" "kivctl: $shown: $shown: unknown user" "$err"
 done
 same "state of the host" "$before" "$(state)"
 refused test -e /tmp/made
