@@ -46,11 +46,9 @@ Driver driverOf(int command) {
     }
 }
 
-using Report = void (*)(const std::string&);
-
 /// The exit status of a failure, printed behind the program's name.
-int fail(int status, const std::string& message, Report print = report) {
-    print(std::string(programName()) + ": " + message);
+int fail(int status, const std::string& message) {
+    reportLines(std::string(programName()) + ": " + message);
     return status;
 }
 
@@ -71,8 +69,7 @@ int runCommand(int command) {
     try {
         driver(userName());
     } catch (const std::runtime_error& error) {
-        // with -a the text has one line for each account that failed
-        return fail(EX_OSERR, error.what(), userName() == nullptr ? reportLines : report);
+        return fail(EX_OSERR, error.what());
     }
     return EXIT_SUCCESS;
 }

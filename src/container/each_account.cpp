@@ -12,10 +12,9 @@ namespace {
 
 std::string describe(const AccountEntry& account, const std::exception& error) {
     const std::string text = error.what();
-    // Escaped before the lines are joined: a newline in a path would begin one more, and a NUL byte
-    // in a registry's name would cut off the lines of all later accounts.
-    return StringUtil::escapeControls(account.name + ": " +
-                                      (text.empty() ? "unknown error" : text));
+    // a NUL byte in a registry's name would cut the whole text off, later accounts' lines with it
+    return StringUtil::escapeControls(account.name) + ": " +
+           (text.empty() ? "unknown error" : text);
 }
 
 }  // namespace

@@ -9,7 +9,7 @@
 #include "util/string_util.h"
 
 std::runtime_error systemError(const std::string& text, int error) {
-    return std::runtime_error(text + errorText(error));
+    return std::runtime_error(StringUtil::escapeControls(text) + errorText(error));
 }
 
 std::string errorText(int error) {

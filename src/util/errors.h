@@ -5,9 +5,9 @@
 #include <stdexcept>
 #include <string>
 
-/// The error of a failed system call: `text` followed by strerror(3) of `error`. Save errno in a
-/// statement of its own before anything else runs: the order in which arguments are evaluated
-/// differs between compilers.
+/// The error of a failed system call: `text`, escaped as by report, followed by strerror(3) of
+/// `error`. Save errno in a statement of its own before anything else runs: the order in which
+/// arguments are evaluated differs between compilers.
 std::runtime_error systemError(const std::string& text, int error);
 
 /// strerror(3) as a string; the program has one thread.
@@ -18,8 +18,8 @@ std::string errorText(int error);
 /// chooses the names of its files, and must not forge lines or steer the administrator's terminal.
 void report(const std::string& line);
 
-/// As report, for each of the lines that newlines separate. A name in `lines` that may hold a
-/// newline is escaped already.
+/// As report, for each of the lines that newlines separate: an error with -a has one for each
+/// account, and that of a host tool has the tool's own. Paths in `lines` are escaped already.
 void reportLines(const std::string& lines);
 
 /// Writes `line`, escaped as by report, and a newline to standard output and flushes, when -d was

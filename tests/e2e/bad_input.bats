@@ -91,14 +91,14 @@ same "what the account sees" "" "$(enter alice ls -A /srv)"
 EOF
 }
 
-@test "an empty item in a list does nothing" {
+@test "an empty item in a list does nothing, and one of bind is reported" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 touch /srv/file
 printf '%s\n' "allowlist /home" "    alice" "   " hide "   " bind "   " >"$configuration"
 capture kivctl start alice
 same status 0 "$status"
-same stderr "" "$err"
+same stderr "bind-mount() failed: Invalid argument" "$err"
 enter alice test -e /srv/file -a -w /home/alice
 EOF
 }

@@ -272,12 +272,24 @@ capture kivctl -d start alice
 same status 0 "$status"
 same stderr 'mount(/srv/\x1b]0;x/tmp) to /tmp failed: No such file or directory' "$err"
 grep -qxF 'tmpdir: /srv/\x1b]0;x/tmp' <<<"$out"
-capture kivctl exec $'al\ni\xc2\x85ce'
-same "stderr of exec" 'kivctl: al\x0ai\xc2\x85ce: unknown user' "$err"
+capture kivctl exec $'al\ti\xc2\x85ce'
+same "stderr of exec" 'kivctl: al\x09i\xc2\x85ce: unknown user' "$err"
 printf '%s\n' $'al\eice net=100.64.0.4/30' "nobody-here net=100.64.0.8/30" >"$registry"
 capture kivctl start -a
 same "stderr of start -a" 'kivctl: al\x1bice: al\x1bice: unknown user
 nobody-here: nobody-here: unknown user' "$err"
+EOF
+}
+
+@test "the line ends in what a host tool says stay" {
+    in_host <<'EOF'
+account alice 100.64.0.4/30
+record iptables 'printf "first\nsec\033ond\n" >&2; exit 9'
+fails 71 kivctl start alice 2>/tmp/err >/tmp/out
+same stderr "kivctl: Error while checking for default MASQUERADE rule (9): first
+sec\x1bond
+
+." "$(cat /tmp/err; echo .)"
 EOF
 }
 

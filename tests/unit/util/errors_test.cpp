@@ -18,6 +18,11 @@ TEST(SystemError, EndsInTheSystemsText) {
                  "cannot open /x: No such file or directory");
 }
 
+TEST(SystemError, EscapesControlCharactersOfItsPath) {
+    EXPECT_STREQ(systemError("cannot open /a\nb\x1b: ", ENOENT).what(),
+                 "cannot open /a\\x0ab\\x1b: No such file or directory");
+}
+
 TEST(ErrorText, OfAnUnknownNumberNamesIt) {
     EXPECT_EQ(errorText(99'999), "Unknown error 99999");
 }
