@@ -24,9 +24,11 @@ if(KIVCTL_SANITIZE)
     target_compile_options(kivctl_flags INTERFACE ${sanitize} -g)
     target_link_options(kivctl_flags INTERFACE ${sanitize})
 else()
+    # the C library's headers refuse _FORTIFY_SOURCE without optimisation
+    set(fortified $<AND:$<CONFIG:Release>,$<NOT:$<BOOL:$<TARGET_PROPERTY:BUILT_QUICKLY>>>>)
     target_compile_options(kivctl_flags INTERFACE
         -fstack-protector-strong -fstack-clash-protection
-        $<$<CONFIG:Release>:-U_FORTIFY_SOURCE> $<$<CONFIG:Release>:-D_FORTIFY_SOURCE=2>)
+        $<${fortified}:-U_FORTIFY_SOURCE> $<${fortified}:-D_FORTIFY_SOURCE=2>)
     target_link_options(kivctl_flags INTERFACE
         -Wl,-z,relro -Wl,-z,now -Wl,-z,noexecstack -Wl,--as-needed)
 endif()
