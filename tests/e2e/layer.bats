@@ -281,18 +281,6 @@ nobody-here: nobody-here: unknown user' "$err"
 EOF
 }
 
-@test "the line ends in what a host tool says stay" {
-    in_host <<'EOF'
-account alice 100.64.0.4/30
-record iptables 'printf "first\nsec\033ond\n" >&2; exit 9'
-fails 71 kivctl start alice 2>/tmp/err >/tmp/out
-same stderr "kivctl: Error while checking for default MASQUERADE rule (9): first
-sec\x1bond
-
-." "$(cat /tmp/err; echo .)"
-EOF
-}
-
 @test "without openat2 hidden paths are hidden and links in them reported all the same" {
     for error in ENOSYS EPERM; do
         export error
