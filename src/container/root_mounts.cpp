@@ -58,14 +58,13 @@ void mountProc() {
     }
 }
 
-/// Paths in proc cannot be emptied by the layer, only covered by a mount.
 void coverProcPaths(const FileDescriptor& root) {
     if (::mkdir(kEmptyDirectory, 0755) != 0) {
         const int error = errno;
         throw systemError(std::string("mkdir(") + kEmptyDirectory + ") failed: ", error);
     }
     for (const std::string& path : configuration().empty) {
-        if (!path.starts_with("/proc/")) {
+        if (!isBelowProc(path)) {
             continue;
         }
         const FileDescriptor source(::open(kEmptyDirectory, O_PATH | O_DIRECTORY | O_CLOEXEC));

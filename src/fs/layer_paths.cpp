@@ -13,6 +13,10 @@ bool hasParentReference(const std::string& path) {
     return std::find(components.begin(), components.end(), "..") != components.end();
 }
 
+bool isBelowProc(const std::string& item) {
+    return item.starts_with("/proc/");
+}
+
 std::string parentOf(const std::string& path) {
     const auto lastName = path.find_last_not_of('/');
     const auto slash = lastName == std::string::npos ? 0 : path.rfind('/', lastName);

@@ -10,6 +10,10 @@ std::list<std::string> componentsOf(const std::string& path);
 /// True when a component of `path` is "..".
 bool hasParentReference(const std::string& path);
 
+/// True for an item that no layer can empty: proc is mounted over the layer, and the item is
+/// covered by a mount of its own.
+bool isBelowProc(const std::string& item);
+
 /// `path` without its last component; slashes at its end do not count. "/" is its own parent, and
 /// that of a name without a slash is "".
 std::string parentOf(const std::string& path);

@@ -5,9 +5,7 @@
 #include <sys/xattr.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
-#include <string_view>
 #include <unordered_set>
 
 #include "fs/directory_mirror.h"
@@ -97,8 +95,8 @@ bool clearWhiteout(const std::string& layerPath) {
 /// Step 3: a directory appears empty.
 void emptyDirectory(const std::string& lowerRoot, const std::string& layerDir,
                     const std::string& item) {
-    if (item.starts_with("/proc/")) {
-        return;  // covered by a mount when the root is set up
+    if (isBelowProc(item)) {
+        return;
     }
     const std::string path = anchored(item);
     const std::string lowerPath = lowerRoot + path;

@@ -145,4 +145,21 @@ TEST(Parent, HasTheComponentsOfThePathWithoutTheLast) {
     }
 }
 
+TEST(BelowProc, IsDecidedByTheFirstCharacters) {
+    EXPECT_TRUE(isBelowProc("/proc/irq"));
+    EXPECT_TRUE(isBelowProc("/proc/"));
+    for (const char* item : {"", "/proc", "//proc/irq", "/process/x", "proc/irq"}) {
+        EXPECT_FALSE(isBelowProc(item)) << item;
+    }
+}
+
+TEST(ParentReference, IsAComponentOfTwoDots) {
+    for (const char* path : {"..", "/..", "/a/../b", "a//..//"}) {
+        EXPECT_TRUE(hasParentReference(path)) << path;
+    }
+    for (const char* path : {"", "/", "/.", "/a..b/..c", "..."}) {
+        EXPECT_FALSE(hasParentReference(path)) << path;
+    }
+}
+
 }  // namespace
