@@ -8,11 +8,6 @@ std::list<std::string> componentsOf(const std::string& path) {
     return StringUtil::split<std::list<std::string>>(path, "/", /*dropEmpty=*/true, false);
 }
 
-bool hasParentReference(const std::string& path) {
-    const auto components = componentsOf(path);
-    return std::find(components.begin(), components.end(), "..") != components.end();
-}
-
 bool isBelowProc(const std::string& item) {
     return item.starts_with("/proc/");
 }
@@ -27,11 +22,13 @@ std::string parentOf(const std::string& path) {
 }
 
 std::string anchored(const std::string& item) {
-    if (item.empty() || (item.front() == '/' && !hasParentReference(item))) {
+    const auto components = componentsOf(item);
+    const bool climbs = std::find(components.begin(), components.end(), "..") != components.end();
+    if (item.empty() || (item.front() == '/' && !climbs)) {
         return item;
     }
     std::list<std::string> resolved;
-    for (const std::string& name : componentsOf(item)) {
+    for (const std::string& name : components) {
         if (name == "..") {
             if (!resolved.empty()) {
                 resolved.pop_back();

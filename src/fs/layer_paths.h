@@ -7,9 +7,6 @@
 /// The components of `path`, as recMkDir takes them.
 std::list<std::string> componentsOf(const std::string& path);
 
-/// True when a component of `path` is "..".
-bool hasParentReference(const std::string& path);
-
 /// True for an item that no layer can empty: proc is mounted over the layer, and the item is
 /// covered by a mount of its own.
 bool isBelowProc(const std::string& item);

@@ -14,6 +14,7 @@
 #include <list>
 #include <optional>
 #include <utility>
+#include <vector>
 
 #include "fs/layer_paths.h"
 
@@ -62,15 +63,46 @@ FileDescriptor directoryIfSlashed(FileDescriptor opened, const std::string& path
     return opened;
 }
 
+FileDescriptor openComponentUnlessLink(const FileDescriptor& directory, const std::string& name) {
+    FileDescriptor opened = openComponent(directory, name);
+    return opened.valid() && linkOwner(opened) ? fail(ELOOP) : std::move(opened);
+}
+
 /// What openat2 does with RESOLVE_NO_SYMLINKS, for kernels and filters that lack it.
 FileDescriptor walkWithoutLinks(FileDescriptor current, const std::string& path) {
     for (const std::string& name : componentsOf(path)) {
-        current = openComponent(current, name);
+        current = openComponentUnlessLink(current, name);
         if (!current.valid()) {
             return current;
         }
-        if (linkOwner(current)) {
-            return fail(ELOOP);
+    }
+    return directoryIfSlashed(std::move(current), path);
+}
+
+/// The same with RESOLVE_BENEATH. A ".." goes back to the directory that was passed on the way, so
+/// that nobody who moves directories meanwhile leads the walk out of `root`.
+FileDescriptor walkBeneath(const FileDescriptor& root, const std::string& path) {
+    const auto asDirectory = [](const FileDescriptor& opened) {
+        return FileDescriptor(::openat(opened.get(), ".", kPathOnly | O_DIRECTORY));
+    };
+    std::vector<FileDescriptor> passed;
+    FileDescriptor current = asDirectory(root);
+    for (const std::string& name : componentsOf(path)) {
+        FileDescriptor next =
+            name == ".." ? asDirectory(current) : openComponentUnlessLink(current, name);
+        if (!next.valid()) {
+            return next;
+        }
+        if (name != "..") {
+            if (name != ".") {
+                passed.push_back(std::move(current));
+            }
+            current = std::move(next);
+        } else if (passed.empty()) {
+            return fail(EXDEV);
+        } else {
+            current = std::move(passed.back());
+            passed.pop_back();
         }
     }
     return directoryIfSlashed(std::move(current), path);
@@ -120,12 +152,7 @@ FileDescriptor openBeneath(const FileDescriptor& root, const std::string& path) 
     if (!lacksOpenat2(opened)) {
         return opened;
     }
-    if (hasParentReference(relative)) {
-        return fail(
-            EXDEV);  // stricter than the kernel: the walk cannot tell whether it would leave
-    }
-    return walkWithoutLinks(FileDescriptor(::openat(root.get(), ".", kPathOnly | O_DIRECTORY)),
-                            relative);
+    return walkBeneath(root, relative);
 }
 
 FileDescriptor openThroughRootLinks(const std::string& path, LastLink lastLink) {

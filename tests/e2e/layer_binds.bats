@@ -325,6 +325,23 @@ done
 EOF
 }
 
+@test "without openat2 bound paths with two dots are mounted, and those that are the new root refused" {
+    for error in ENOSYS EPERM; do
+        export error
+        in_host <<'EOF'
+account alice 100.64.0.4/30
+mkdir -p /srv/{site,other}
+printf '%s\n' bind "    /srv/.." "    /srv/other/./../site" "    /srv/../../srv" >"$configuration"
+injected "openat2:error=$error" kivctl start alice
+same status 0 "$status"
+same stderr "bind-mount(/srv/..) failed: Device or resource busy
+bind-mount(/srv/../../srv) failed: Invalid cross-device link" "$err"
+enter_as_root alice mountpoint -q /srv/site
+refused enter_as_root alice mountpoint -q /srv
+EOF
+    done
+}
+
 @test "an emptied path of proc that is the new root is refused" {
     in_host <<'EOF'
 account alice 100.64.0.4/30

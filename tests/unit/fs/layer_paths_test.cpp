@@ -153,13 +153,4 @@ TEST(BelowProc, IsDecidedByTheFirstCharacters) {
     }
 }
 
-TEST(ParentReference, IsAComponentOfTwoDots) {
-    for (const char* path : {"..", "/..", "/a/../b", "a//..//"}) {
-        EXPECT_TRUE(hasParentReference(path)) << path;
-    }
-    for (const char* path : {"", "/", "/.", "/a..b/..c", "..."}) {
-        EXPECT_FALSE(hasParentReference(path)) << path;
-    }
-}
-
 }  // namespace

@@ -466,9 +466,15 @@ TEST_P(OpenedPath, BeneathIsNeverTheDirectoryAbove) {
     EXPECT_EQ(beneathIs("/etc/ssh/../../../outside", "/outside"), EXDEV);
 }
 
-TEST_P(OpenedPath, BeneathGoesUpInsideOnlyWhereTheKernelWatches) {
-    const int wanted = GetParam() == 0 ? kAsWanted : EXDEV;
-    EXPECT_EQ(beneathIs("/etc/../etc/ssh", "/root/etc/ssh"), wanted);
+TEST_P(OpenedPath, BeneathGoesUpInside) {
+    EXPECT_EQ(beneathIs("/etc/../etc/ssh", "/root/etc/ssh"), kAsWanted);
+    EXPECT_EQ(beneathIs("/etc/ssh/../..", "/root"), kAsWanted);
+    EXPECT_EQ(beneathIs("/etc/ssh/./..", "/root/etc"), kAsWanted);
+}
+
+TEST_P(OpenedPath, BeneathAFileDoesNotGoUp) {
+    EXPECT_EQ(beneathIs("/etc/passwd/..", "/root/etc"), ENOTDIR);
+    EXPECT_EQ(beneathIs("/etc/passwd/../ssh", "/root/etc/ssh"), ENOTDIR);
 }
 
 TEST_P(OpenedPath, BeneathDoesNotFollowALinkThatStaysInside) {
