@@ -64,12 +64,9 @@ Capability parseCapability(const std::string& name) {
 }
 
 void restrictCapabilities(const CapabilitySet& kept) {
-    if (cap_reset_ambient() != 0) {
-        const int error = errno;
-        throw systemError("cannot empty the ambient capability set: ", error);
-    }
     dropFromBoundingSet(kept);
-    const CapabilityState state(cap_init(), cap_free);  // all three sets empty
+    // all three sets empty: the ambient one keeps nothing that is not inheritable, capabilities(7)
+    const CapabilityState state(cap_init(), cap_free);
     if (!state) {
         throw std::runtime_error("out of memory");
     }
