@@ -58,8 +58,26 @@ bool makeChild(const FileDescriptor& parent, const std::string& name) {
     return result == 0;
 }
 
-/// Invalid, with errno set, when it cannot be opened.
-FileDescriptor openChild(const FileDescriptor& parent, const std::string& name) {
+/// True when this process is in the leaf, else `failed` is the path of what could not be done and
+/// errno the reason.
+bool joinLeaf(uid_t uid, const std::string& root, std::string& failed) {
+    FileDescriptor directory = openHierarchy(root);
+    failed = root;
+    for (const std::string& name : {std::string("user.slice"),
+                                    "user-" + std::to_string(uid) + ".slice", std::string("kiv")}) {
+        failed += "/" + name;
+        directory = openOrMakeCgroup(directory, name);
+        if (!directory.valid()) {
+            return false;
+        }
+    }
+    failed += "/cgroup.procs";
+    return writeTo(directory, "cgroup.procs", "0");
+}
+
+}  // namespace
+
+FileDescriptor openOrMakeCgroup(const FileDescriptor& parent, const std::string& name) {
     constexpr int kFlags = O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
     FileDescriptor child(::openat(parent.get(), name.c_str(), kFlags));
     if (child.valid() || errno != ENOENT) {
@@ -72,25 +90,6 @@ FileDescriptor openChild(const FileDescriptor& parent, const std::string& name) 
     }
     return FileDescriptor(::openat(parent.get(), name.c_str(), kFlags));
 }
-
-/// True when this process is in the leaf, else `failed` is the path of what could not be done and
-/// errno the reason.
-bool joinLeaf(uid_t uid, const std::string& root, std::string& failed) {
-    FileDescriptor directory = openHierarchy(root);
-    failed = root;
-    for (const std::string& name : {std::string("user.slice"),
-                                    "user-" + std::to_string(uid) + ".slice", std::string("kiv")}) {
-        failed += "/" + name;
-        directory = openChild(directory, name);
-        if (!directory.valid()) {
-            return false;
-        }
-    }
-    failed += "/cgroup.procs";
-    return writeTo(directory, "cgroup.procs", "0");
-}
-
-}  // namespace
 
 void enterCgroup(uid_t uid, const std::string& root) {
     std::string failed;

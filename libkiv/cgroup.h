@@ -5,6 +5,8 @@
 
 #include <string>
 
+#include "util/file_descriptor.h"
+
 inline constexpr const char* kCgroupRoot = "/sys/fs/cgroup";
 
 /// Moves this process into "user.slice/user-UID.slice/kiv" below `root`. Where the slice has
@@ -13,3 +15,8 @@ inline constexpr const char* kCgroupRoot = "/sys/fs/cgroup";
 /// count processes and memory are asked for above what is made. Throws std::runtime_error with the
 /// file and the reason.
 void enterCgroup(uid_t uid, const std::string& root = kCgroupRoot);
+
+/// The cgroup of that name below `parent`. When it is missing it is made, after the parent has been
+/// asked to count the processes and memory of its children. Invalid, with errno set, when it cannot
+/// be opened.
+FileDescriptor openOrMakeCgroup(const FileDescriptor& parent, const std::string& name);

@@ -1,7 +1,12 @@
 #include "libkiv/cgroup.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
+#include <array>
+#include <cstddef>
 #include <string>
 
 #include "../fs/temporary_directory.h"
@@ -41,6 +46,46 @@ TEST(Cgroup, NamesARootThatIsNoDirectory) {
     TemporaryDirectory directory;
     EXPECT_EQ(failureBelow(directory.write("/file", "")),
               directory.at("/file") + ": Not a directory");
+}
+
+/// A directory whose cgroup.subtree_control keeps all that is written to it, as the kernel acts on
+/// all: a FIFO that is open at both ends.
+class RecordingCgroup : public testing::Test {
+protected:
+    RecordingCgroup() {
+        const std::string path = directory.at("/cgroup.subtree_control");
+        EXPECT_EQ(::mkfifo(path.c_str(), 0600), 0);
+        written = FileDescriptor(::open(path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC));
+        parent = FileDescriptor(::open(directory.path.c_str(), O_PATH | O_CLOEXEC));
+    }
+
+    std::string asked() const {
+        std::array<char, 100> text{};
+        const ssize_t size = ::read(written.get(), text.data(), text.size());
+        return std::string(text.data(), size > 0 ? static_cast<std::size_t>(size) : 0);
+    }
+
+    TemporaryDirectory directory;
+    FileDescriptor written;
+    FileDescriptor parent;
+};
+
+TEST_F(RecordingCgroup, IsAskedToCountProcessesAndMemoryBeforeAChildIsMade) {
+    EXPECT_TRUE(openOrMakeCgroup(parent, "kiv").valid());
+    EXPECT_EQ(asked(), "+pids+memory");
+    EXPECT_TRUE(directory.has("/kiv"));
+}
+
+TEST_F(RecordingCgroup, IsAskedForNothingWhenTheChildIsThere) {
+    directory.makeDirectory("/kiv");
+    EXPECT_TRUE(openOrMakeCgroup(parent, "kiv").valid());
+    EXPECT_EQ(asked(), "");
+}
+
+TEST_F(RecordingCgroup, HasNoChildWhereAFileIsInItsPlace) {
+    directory.write("/kiv", "");
+    EXPECT_FALSE(openOrMakeCgroup(parent, "kiv").valid());
+    EXPECT_EQ(asked(), "");
 }
 
 }  // namespace
