@@ -14,12 +14,15 @@
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "container/runtime_lock.h"
 #include "util/daemon.h"
+#include "util/directory_stream.h"
 #include "util/errors.h"
 #include "util/output.h"
 #include "util/runtime_directory.h"
@@ -63,15 +66,47 @@ void loadErrorTexts() {
     errorText(ENOENT);
 }
 
+/// By their numbers; nothing when they cannot be listed.
+std::optional<std::vector<long>> listDescriptors() {
+    const DirectoryStream directory(::opendir("/proc/self/fd"));
+    if (!directory) {
+        return std::nullopt;
+    }
+    std::vector<long> descriptors;
+    for (;;) {
+        errno = 0;
+        const dirent* const entry = ::readdir(directory.get());
+        if (entry == nullptr) {
+            return errno == 0 ? std::optional(descriptors) : std::nullopt;
+        }
+        descriptors.push_back(std::strtol(entry->d_name, nullptr, 10));  // 0 for "." and ".."
+    }
+}
+
+bool closeOneByOne() {
+    const auto descriptors = listDescriptors();
+    for (const long descriptor : descriptors.value_or(std::vector<long>())) {
+        if (descriptor > STDERR_FILENO) {
+            ::close(static_cast<int>(descriptor));  // that of the list is closed: EBADF
+        }
+    }
+    return descriptors.has_value();
+}
+
 void closeInheritedDescriptors() {
-    if (::close_range(STDERR_FILENO + 1, UINT_MAX, 0) != 0) {
-        const int error = errno;
+    if (::close_range(STDERR_FILENO + 1, UINT_MAX, 0) == 0) {
+        return;
+    }
+    const int error = errno;
+    // a kernel before Linux 5.9, or a filter that is older than the call
+    const bool isMissing = error == ENOSYS || error == EPERM;
+    if (!isMissing || !closeOneByOne()) {
         throw systemError("close_range() failed: ", error);
     }
 }
 
 void join(ContainerHandle& handle, uid_t uid) {
-    const auto require = [&handle](bool succeeded) {
+    const auto failUnless = [&handle](bool succeeded) {
         if (!succeeded) {
             throw std::runtime_error(handle.error);
         }
@@ -79,10 +114,10 @@ void join(ContainerHandle& handle, uid_t uid) {
     kiv_set_log_cb(libraryLogCallback);
     kiv_load_config(&handle);  // what it could not read makes the steps fail that depend on it
     // deliberate: libraries differ in what they return, so the results are not judged alike
-    require(kiv_cg_enter(&handle, uid) == 0);
-    require(kiv_apply_namespaces(&handle, handle.userName.c_str(), 0) != -1);
-    require(kiv_seccomp(&handle) != -1);
-    require(kiv_capabilities(&handle) != -1);
+    failUnless(kiv_cg_enter(&handle, uid) == 0);
+    failUnless(kiv_apply_namespaces(&handle, handle.userName.c_str(), 0) != -1);
+    failUnless(kiv_seccomp(&handle) != -1);
+    failUnless(kiv_capabilities(&handle) != -1);
 }
 
 void becomeAccount(const ContainerHandle& handle, const PasswordEntry& account) {

@@ -40,6 +40,21 @@ same "many open" "0 1 2" "$(kivctl exec alice <<<'ls /proc/$$/fd' | xargs)"
 EOF
 }
 
+@test "without close_range the shell has only the first three descriptors as well" {
+    in_host <<'EOF'
+account alice 100.64.0.4/30
+kivctl start alice >/dev/null
+exec 7</etc/passwd 42</run/kiv 1000</etc/shadow
+for error in ENOSYS EPERM; do
+    injected "close_range:error=$error" kivctl exec alice <<<'ls /proc/$$/fd | xargs'
+    same "status with $error" 0 "$status"
+    same "descriptors with $error" "0 1 2" "${out##*$'\n'}"
+done
+injected close_range:error=EINVAL kivctl exec alice <<<'echo a shell'
+same "another error" "71 kivctl: close_range() failed: Invalid argument" "$status $err"
+EOF
+}
+
 @test "descriptors that the caller has closed lead nowhere" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
