@@ -2,6 +2,7 @@
 
 #include <kiv.h>
 #include <sys/prctl.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <array>
@@ -139,9 +140,26 @@ void goHome(const std::string& home) {
     ::setenv("HOME", home.c_str(), 1);
 }
 
+/// What the caller ignores or blocks an exec would hand on: the account's processes could not be
+/// ended by SIGTERM. SIGHUP stays ignored for nohup(1).
+void resetSignals() {
+    // the kernel's own structure, all zero: SIG_DFL. sigaction(3) refuses two of the real-time
+    // signals, which the C library keeps for itself.
+    const std::array<unsigned long, 8> defaultAction{};
+    constexpr std::size_t kBytesOfSet = (NSIG - 1) / CHAR_BIT;
+    for (int signal = 1; signal < NSIG; ++signal) {
+        if (signal != SIGHUP) {
+            ::syscall(SYS_rt_sigaction, signal, defaultAction.data(), nullptr, kBytesOfSet);
+        }
+    }
+    sigset_t none;
+    sigemptyset(&none);
+    ::sigprocmask(SIG_SETMASK, &none, nullptr);
+}
+
 /// execv(3) wants writable arguments.
 [[noreturn]] void runShell(std::string& shell) {
-    std::signal(SIGPIPE, SIG_DFL);  // ignored by this program, which an exec would hand on
+    resetSignals();
     const std::array<char*, 2> arguments = {shell.data(), nullptr};
     ::execv(shell.c_str(), arguments.data());
     const int error = errno;

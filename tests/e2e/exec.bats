@@ -123,6 +123,58 @@ same "a closed pipe" 141 "$(kivctl exec alice <<<'yes | true; echo ${PIPESTATUS[
 EOF
 }
 
+# with_signals is perl: runs a command with all signals "ignored", SIGHUP too for "hangup", or "blocked".
+# shellcheck disable=SC2016 # for perl
+export with_signals='use POSIX;
+my %kinds = map { $_ => 1 } split(",", shift);
+my $action = `uname -m` =~ /x86_64/ ? 13 : 134;
+my $ignore = pack("Q4", 1, 0, 0, 0);
+for my $signal (1 .. 64) {
+    next if !$kinds{ignored} || $signal == SIGHUP && !$kinds{hangup};
+    syscall($action, $signal, $ignore, 0, 8); # also those that the C library refuses
+}
+my $all = POSIX::SigSet->new;
+$all->fillset;
+sigprocmask(SIG_BLOCK, $all) if $kinds{blocked};
+exec @ARGV;'
+
+@test "no signal that the caller ignores or blocks stays so for the shell, but SIGHUP as by nohup" {
+    in_host <<'EOF'
+account alice 100.64.0.4/30
+kivctl start alice >/dev/null
+usermod --shell /bin/cat alice
+program=$(command -v kivctl)
+# standard input is the status of the process that becomes perl, kivctl and cat
+seen_with() { perl -e "$with_signals" "$1" "$program" exec alice </proc/self/status | grep -E '^Sig(Blk|Ign)'; }
+seen_of_caller() { perl -e "$with_signals" "$1" grep -E '^Sig(Blk|Ign)' /proc/self/status; }
+# all that can be, but for what perl and grep use themselves
+[[ $(seen_of_caller ignored,hangup) == *"SigIgn:	ffffffff"* ]]
+[[ $(seen_of_caller blocked) == *"SigBlk:	fffffff"* ]]
+none="SigBlk:	0000000000000000
+SigIgn:	0000000000000000"
+same "all ignored" "${none%0}1" "$(seen_with ignored,hangup)"
+same "all but SIGHUP ignored" "$none" "$(seen_with ignored)"
+same "all blocked" "$none" "$(seen_with blocked)"
+same "all ignored and blocked" "${none%0}1" "$(seen_with ignored,hangup,blocked)"
+EOF
+}
+
+@test "SIGTERM ends a shell's program whatever the caller does with it" {
+    in_host <<'EOF'
+account alice 100.64.0.4/30
+kivctl start alice >/dev/null
+trap '' TERM
+kivctl exec alice <<<'exec sleep 600' &
+trap - TERM
+running() { [ "$(cat "/proc/$!/comm")" = sleep ]; }
+eventually running
+kill -TERM $!
+sleep 1
+refused running
+fails 143 wait $!
+EOF
+}
+
 @test "the shell has HOME and at most PATH, TERM, LANG and TZ" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
