@@ -11,6 +11,7 @@
 #include "libkiv/cgroup.h"
 #include "libkiv/container_namespaces.h"
 #include "libkiv/policy.h"
+#include "libkiv/session_keyring.h"
 #include "libkiv/system_call_rules.h"
 
 namespace {
@@ -87,7 +88,11 @@ int kiv_apply_namespaces(void* handle, const char* user, int flags) {
 }
 
 int kiv_seccomp(void* handle) {
-    return attempt(handle, [] { installSystemCallFilter(enforceable().systemCalls); });
+    return attempt(handle, [] {
+        const SystemCallRules& rules = enforceable().systemCalls;
+        leaveSessionKeyring();  // before the filter denies keyctl(2)
+        installSystemCallFilter(rules);
+    });
 }
 
 int kiv_capabilities(void* handle) {

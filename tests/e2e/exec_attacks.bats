@@ -118,6 +118,43 @@ same "what can be written" "/dev/full
 EOF
 }
 
+@test "the keys of the administrator's session stay outside" {
+    on_two_accounts <<'EOF'
+cat >>"$configuration" <<'END'
+seccomp
+    allow keyctl add_key request_key
+END
+# searches in the caller's session keyring, -3, and by its number
+calls() {
+    echo "keyctl 10 -3 @user @administrator's 0"
+    echo "keyctl 11 $(cat /tmp/key) @$(printf '%032d' 0) 32"
+    echo "request_key @user @administrator's 0 0"
+}
+answers() { calls | "$@" | grep -o '[^ ]*$' | xargs; }
+in_container() { inside alice '~/system_call native'; }
+export -f calls answers in_container inside
+in_session() { "$programs/with_key" /tmp/key bash -c 'answers "$@"' bash "$@"; }
+same "whoever has the session can read it" "0 0 0" "$(in_session setpriv --reuid alice --regid alice --init-groups \
+    "$programs/system_call" native)"
+same "answers to the account" "ENOKEY EACCES ENOKEY" "$(in_session in_container)"
+same "a key of its own" 0 "$(inside alice '~/system_call native add_key @user @mine @text 4 -3')"
+EOF
+}
+
+@test "without a session keyring of its own there is no shell, but on a kernel without keys" {
+    on_two_accounts <<'EOF'
+for error in EDQUOT EPERM ENOMEM; do
+    injected "keyctl:error=$error" kivctl exec alice <<<'echo a shell'
+    same "status with $error" 71 "$status"
+    [[ $err == "kivctl: cannot leave the caller's session keyring: "* ]]
+    refused grep "a shell" <<<"$out"
+done
+injected keyctl:error=ENOSYS kivctl exec alice <<<'echo a shell'
+same "status without keys" 0 "$status"
+[[ $out == *"a shell" ]]
+EOF
+}
+
 @test "while exec enters the container the account's processes there cannot get at it" {
     on_two_accounts <<'EOF'
 hold inside alice

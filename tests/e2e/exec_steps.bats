@@ -10,6 +10,7 @@ steps() {
         s/^prctl\(PR_SET_DUMPABLE, ([A-Z_]+)\) .*/\1/p
         s/^openat\([0-9]+, "cgroup.procs".*/cgroup/p
         s/^setns\([0-9]+, CLONE_([A-Z]+)\) .*/\1/p
+        s/^keyctl\(KEYCTL_JOIN_SESSION_KEYRING, NULL\) .*/session keyring/p
         s/^seccomp\(SECCOMP_SET_MODE_FILTER, 0, .*= 0$/filter/p
         s/^(capset|close_range|setgroups|setresgid)\(.*/\1/p
         s/^setresuid\(([0-9]+), .*/become \1/p
@@ -34,6 +35,7 @@ NEWNET
 NEWIPC
 NEWNS
 go to /
+session keyring
 filter
 capset
 close_range
