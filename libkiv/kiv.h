@@ -37,8 +37,9 @@ int kiv_cg_enter(void* handle, uid_t uid);
  * of the three is missing. Needs CAP_SYS_ADMIN and CAP_SYS_CHROOT. 0, or -1. */
 int kiv_apply_namespaces(void* handle, const char* user, int flags);
 
-/* Installs the system-call filter, for this process and all that it becomes. Needs CAP_SYS_ADMIN:
- * no_new_privs is not set. 0, or -1. */
+/* Gives the process a session keyring of its own, without a key, and installs the system-call
+ * filter, for this process and all that it becomes. Needs CAP_SYS_ADMIN: no_new_privs is set only
+ * if the configuration asks for it. 0, or -1. */
 int kiv_seccomp(void* handle);
 
 /* Empties the ambient and inheritable sets and the bounding set but for what cap_add names, and

@@ -2,21 +2,53 @@
 
 #include <seccomp.h>
 
+#include <algorithm>
+#include <iterator>
 #include <stdexcept>
 #include <string_view>
 
+#include "libkiv/filter_program.h"
 #include "util/word_reader.h"
 
 namespace {
 
-struct Verb {
-    const char* word;
-    Answer answer;
+bool isSystemCall(const std::string& name) {
+    // the library reads up to a NUL byte, and would take "mount\0x" for a call that no rule is
+    // known by
+    return name.find('\0') == std::string::npos &&
+           (seccomp_syscall_resolve_name(name.c_str()) != __NR_SCMP_ERROR || isNewSystemCall(name));
+}
+
+/// What the names behind a word are, with the texts for what is none.
+struct Object {
+    bool (*isKnown)(const std::string& name);
+    std::string (*unknown)(const std::string& name);
+    std::string (*missing)(const std::string& item);
 };
 
+struct Verb {
+    const char* word;
+    Object object;
+    void (*apply)(SystemCallRules& rules, const std::string& name);
+};
+
+constexpr Object kCall = {
+    isSystemCall, [](const std::string& name) { return "unknown system call '" + name + "'"; },
+    [](const std::string& item) { return "'" + item + "' without a system call"; }};
+constexpr Object kTable = {
+    isSystemCallTable,
+    [](const std::string& name) { return "unknown system-call table '" + name + "'"; },
+    [](const std::string& item) { return "'" + item + "' without a system-call table"; }};
+constexpr Verb kVerbs[] = {
+    {"deny", kCall, [](auto& rules, const auto& name) { rules.calls[name] = Answer::Deny; }},
+    {"kill", kCall, [](auto& rules, const auto& name) { rules.calls[name] = Answer::Kill; }},
+    {"allow", kCall, [](auto& rules, const auto& name) { rules.calls.erase(name); }},
+    {"deny-table", kTable, [](auto& rules, const auto& name) { rules.deniedTables.insert(name); }},
+    {"allow-table", kTable, [](auto& rules, const auto& name) { rules.deniedTables.erase(name); }},
+};
+constexpr const Verb& kBareName = kVerbs[0];
+constexpr const char* kNoNewPrivileges = "no_new_privs";
 constexpr const char* kBlanks = " \t";
-constexpr const char* kAllow = "allow";
-constexpr Verb kVerbs[] = {{"deny", Answer::Deny}, {"kill", Answer::Kill}};
 
 /// What no shell of an account has a use for: calls that only root may make in earnest, and those
 /// whose kernel code has been the way in more often than anybody needed it.
@@ -31,32 +63,36 @@ constexpr const char* kDenied[] = {
     "setns",
     // keyrings
     "add_key", "keyctl", "request_key",
-    // the kernel's own programs, counters and queues
+    // the kernel's own programs, counters, queues and messages
     "bpf", "perf_event_open", "userfaultfd", "io_uring_setup", "io_uring_enter",
-    "io_uring_register",
-    // files past the permissions of their directories
-    "open_by_handle_at",
+    "io_uring_register", "syslog",
+    // files past the permissions of their directories, and what happens to files of others
+    "open_by_handle_at", "lookup_dcookie", "fanotify_init",
+    // what processes share, and where their memory is
+    "kcmp", "move_pages", "migrate_pages",
     // the machine
     "swapon", "swapoff", "reboot", "acct", "quotactl", "quotactl_fd",
     // its clocks
     "settimeofday", "stime", "clock_settime", "clock_settime64", "adjtimex", "clock_adjtime",
     "clock_adjtime64",
     // its ports
-    "ioperm", "iopl", "pciconfig_read", "pciconfig_write", "pciconfig_iobase"};
+    "ioperm", "iopl", "pciconfig_read", "pciconfig_write", "pciconfig_iobase",
+    // what no program of today calls
+    "uselib", "ustat", "sysfs", "_sysctl", "nfsservctl", "vm86", "vm86old"};
 
-bool isSystemCall(const std::string& name) {
-    // the library reads up to a NUL byte, and would take "mount\0x" for a call that no rule is
-    // known by
-    return name.find('\0') == std::string::npos &&
-           seccomp_syscall_resolve_name(name.c_str()) != __NR_SCMP_ERROR;
+/// The verb of that word; nullptr for a bare name.
+const Verb* findVerb(std::string_view word) {
+    const auto* const verb = std::find_if(std::begin(kVerbs), std::end(kVerbs),
+                                          [word](const Verb& row) { return row.word == word; });
+    return verb == std::end(kVerbs) ? nullptr : verb;
 }
 
 /// All of them before any is applied: an item counts whole or not at all.
-void requireSystemCalls(WordReader names) {
+void checkNames(WordReader names, const Verb& verb) {
     for (auto word = names.next(); !word.empty(); word = names.next()) {
         const std::string name(word);
-        if (!isSystemCall(name)) {
-            throw std::runtime_error("unknown system call '" + name + "'");
+        if (!verb.object.isKnown(name)) {
+            throw std::runtime_error(verb.object.unknown(name));
         }
     }
 }
@@ -64,19 +100,25 @@ void requireSystemCalls(WordReader names) {
 }  // namespace
 
 SystemCallRules defaultSystemCallRules() {
-    SystemCallRules rules = {
+    SystemCallRules rules;
+    rules.calls = {
         {"unshare", Answer::DenyNewUserNamespace},
         {"clone", Answer::DenyNewUserNamespace},
-        {"clone3", Answer::Missing},  // its flags stand in memory, where a filter cannot look
-        {"ioctl", Answer::DenyTerminalInput},
+        {"clone3", Answer::Missing},  // its flags are in memory, where a filter cannot look
+        {"ioctl", Answer::DenyHarmfulRequests},
         {"personality", Answer::DenyOddPersonality},
+        // the network namespace does not hold this family: it leads to the hypervisor, and to
+        // whoever listens on the host
+        {"socket", Answer::DenyVsock},
     };
     for (const char* name : kDenied) {
-        // a C library that is older than the call: the kernel may know it, we cannot
+        // a libseccomp that is older than the call: the kernel may know it, we cannot
         if (isSystemCall(name)) {
-            rules.emplace(name, Answer::Deny);
+            rules.calls.emplace(name, Answer::Deny);
         }
     }
+    // next to no program needs it, and kernel code that nobody runs has been the way in before
+    rules.deniedTables = {"x32"};
     return rules;
 }
 
@@ -84,30 +126,28 @@ void applySystemCallItem(SystemCallRules& rules, const std::string& item) {
     WordReader words(item, kBlanks);
     WordReader names = words;
     const std::string_view first = words.next();
-    bool hasVerb = first == kAllow;
-    Answer answer = Answer::Deny;
-    for (const Verb& verb : kVerbs) {
-        if (first == verb.word) {
-            answer = verb.answer;
-            hasVerb = true;
+    const std::string_view second = WordReader(words).next();
+    if (first == kNoNewPrivileges) {
+        if (!second.empty()) {
+            throw std::runtime_error("'" + std::string(first) + "' takes no names");
         }
+        rules.noNewPrivileges = true;
+        return;
     }
-    if (hasVerb) {
+    const Verb* const found = findVerb(first);
+    const Verb& verb = found != nullptr ? *found : kBareName;
+    if (found != nullptr) {
         names = words;
     }
-    const std::string_view second = words.next();
-    if (first.empty() || (hasVerb && second.empty())) {
-        throw std::runtime_error("'" + item + "' without a system call");
+    if (first.empty() || (found != nullptr && second.empty())) {
+        throw std::runtime_error(verb.object.missing(item));
     }
-    if (!hasVerb && !second.empty()) {
-        throw std::runtime_error("'" + std::string(first) + "' is not deny, allow or kill");
+    if (found == nullptr && !second.empty()) {
+        throw std::runtime_error("'" + std::string(first) +
+                                 "' is not deny, kill, allow, deny-table or allow-table");
     }
-    requireSystemCalls(names);
+    checkNames(names, verb);
     for (auto word = names.next(); !word.empty(); word = names.next()) {
-        const std::string name(word);
-        rules.erase(name);
-        if (first != kAllow) {
-            rules.emplace(name, answer);
-        }
+        verb.apply(rules, std::string(word));
     }
 }

@@ -1,7 +1,8 @@
-// Which system calls an account's processes may not make, and how the kernel is told.
+// Which system calls an account's processes may not make, and how the kernel learns of it.
 #pragma once
 
 #include <map>
+#include <set>
 #include <string>
 
 /// What a call of one name is answered with.
@@ -10,20 +11,26 @@ enum class Answer {
     Kill,                  ///< the process ends with SIGSYS
     Missing,               ///< ENOSYS: the C library falls back to an older call
     DenyNewUserNamespace,  ///< EPERM when the flags in argument 0 ask for a user namespace
-    DenyTerminalInput,     ///< EPERM for ioctl(2) requests that push bytes into a terminal
+    DenyHarmfulRequests,   ///< EPERM for ioctl(2) requests that reach what a container must not
     DenyOddPersonality,    ///< EPERM for all but the harmless values of personality(2)
+    DenyVsock,             ///< EPERM for socket(2) of the family AF_VSOCK
 };
 
-/// By the call's name. What is not here is allowed.
-using SystemCallRules = std::map<std::string, Answer>;
+struct SystemCallRules {
+    std::map<std::string, Answer> calls;  ///< by name; a call that is not here is allowed
+    std::set<std::string> deniedTables;   ///< by name: i386, x32, arm
+    bool noNewPrivileges = false;         ///< PR_SET_NO_NEW_PRIVS is set with the filter
+
+    bool operator==(const SystemCallRules& other) const = default;
+};
 
 SystemCallRules defaultSystemCallRules();
 
 /// Changes the rules by an item of the configuration: "deny NAME…", "allow NAME…", "kill NAME…", or
-/// one bare name, which denies. Throws std::runtime_error with what cannot be understood.
+/// one bare name, which denies; "deny-table NAME…", "allow-table NAME…"; "no_new_privs". Throws
+/// std::runtime_error with what cannot be understood, and then changes nothing.
 void applySystemCallItem(SystemCallRules& rules, const std::string& item);
 
-/// Installs the rules for this process, on every architecture whose programs the machine runs.
-/// no_new_privs stays unset: a program in the container may still gain the group of a mail or cron
-/// helper. Needs CAP_SYS_ADMIN. Throws std::runtime_error.
+/// Installs the rules for this process, on every table of system calls that the machine has.
+/// Needs CAP_SYS_ADMIN. Throws std::runtime_error.
 void installSystemCallFilter(const SystemCallRules& rules);

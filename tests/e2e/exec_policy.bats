@@ -232,7 +232,10 @@ no_entry "line 2: unknown system call 'mkdri'" <<<$'seccomp\n mkdri'
 no_entry "line 3: unknown system call 'MKDIR'" <<<$'seccomp\n mkdir\n deny mkdirat MKDIR mkdri'
 no_entry "line 2: unknown system call '83'" <<<$'seccomp\n 83'
 no_entry "line 2: 'allow' without a system call" <<<$'seccomp\n allow '
-no_entry "line 2: 'forbid' is not deny, allow or kill" <<<$'seccomp\n forbid mkdir'
+no_entry "line 2: 'forbid' is not deny, kill, allow, deny-table or allow-table" <<<$'seccomp\n forbid mkdir'
+no_entry "line 2: unknown system-call table 'i686'" <<<$'seccomp\n deny-table i686'
+no_entry "line 3: 'allow-table' without a system-call table" <<<$'seccomp\n deny-table i386\n allow-table'
+no_entry "line 2: 'no_new_privs' takes no names" <<<$'seccomp\n no_new_privs mkdir'
 EOF
 }
 

@@ -37,6 +37,7 @@ NEWNS
 go to /
 session keyring
 filter
+filter
 capset
 close_range
 setgroups

@@ -5,7 +5,8 @@
 load helpers
 export project
 
-export denied_calls="acct 1
+export denied_calls="467 0xffffffff 1 0xffff0000 0
+acct 1
 add_key 1 1 1 1 0
 adjtimex 1
 bpf 0xffff 1 1
@@ -14,6 +15,7 @@ clock_settime 0 1
 clone 0x10000200
 clone 0xfeed000010000200
 delete_module 1 0
+fanotify_init 0xffffffff 0
 finit_module 0xffffffff 0 0
 fsconfig 0xffffffff 0 0 0 0
 fsmount 0xffffffff 0xff00 0
@@ -25,17 +27,25 @@ io_uring_register 0xffffffff 0 0 0
 io_uring_setup 0 1
 ioctl 0xffffffff 0x5412 1
 ioctl 0xffffffff 0x541c 1
+ioctl 0xffffffff 0x5423 1
+ioctl 0xffffffff 0xc040ff0b 1
+ioctl 0xffffffff 0xffffffffff0b 1
 ioctl 0xffffffff 0xfeed00005412 1
 ioctl 0xffffffff 0x8000000000005412 1
 ioctl 0xffffffff 0x10000541c 1
 ioctl 0xffffffff 0xffffffff0000541c 1
 ioperm 0x10000 1 1
 iopl 4
+kcmp 0x7fffffff 0x7fffffff 0 0 0
 kexec_load 0 0x7fffffff 1 1
 keyctl 0xffff
+lookup_dcookie 0 1 0
+migrate_pages 0x7fffffff 64 1 1
 mount 1 1 1 0 1
 mount_setattr 0xffffffff 1 0 1 0
 move_mount 0xffffffff 1 0xffffffff 1 0xffff0000
+move_pages 0x7fffffff 0 0 0 0 0xff
+nfsservctl 0xff 1 1
 open_by_handle_at 0xffffffff 1 0
 open_tree 0xffffffff 1 0xffff0000
 perf_event_open 1 0 0 0xffffffff 0
@@ -48,6 +58,7 @@ setns 0xffffffff 0
 settimeofday 1 1
 swapoff 1
 swapon 1 0
+syslog 0xff 0 0
 umount2 1 0xff0000
 unshare 0x10000001
 unshare 0xfeed000010000001
@@ -68,9 +79,13 @@ calls="$denied_calls
 kexec_file_load 0xffffffff 0xffffffff 0 0 0xff"
 if [ "$(uname -m)" = x86_64 ]; then
     calls+="
+_sysctl 1
 create_module 1 1
 get_kernel_syms 1
-query_module 1"
+query_module 1
+sysfs 0xff
+uselib 1
+ustat 0xffffffff 1"
 else
     calls=$(grep -v ^iop <<<"$calls") # has no ports
 fi
@@ -87,9 +102,15 @@ EOF
     on_two_accounts <<'EOF'
 calls="$denied_calls
 clock_adjtime64 0 1
+_sysctl 1
 clock_settime64 0 1
 stime 1
-umount 1"
+sysfs 0xff
+umount 1
+uselib 1
+ustat 0xffffffff 1
+vm86 0xffff 1
+vm86old 1"
 wanted=EPERM
 gate=$(enter alice /home/alice/system_call i386 getpid)
 if [ "$gate" != 0 ]; then
@@ -103,13 +124,99 @@ refused grep -E ' (EPERM|0|absent)$' <<<"$(may_be_locked_down "$kernel")"
 EOF
 }
 
-@test "numbers of the x32 interface lead through the same filter, whether or not the kernel has it" {
+@test "numbers of the x32 interface are answered as by a kernel without it" {
     [ "$(uname -m)" = x86_64 ] || skip "no such interface on this architecture"
     on_two_accounts <<'EOF'
-same "answers to the account" "$(answered EPERM "$denied_calls")" \
-    "$(inside alice '~/system_call x32' <<<"$denied_calls")"
-kernel=$(enter_as_root alice /home/alice/system_call x32 <<<"$denied_calls")
+calls="getpid
+sched_yield
+$denied_calls"
+calls=$(grep -v ^nfsservctl <<<"$calls") # has no number there
+same "answers to the account" "$(answered ENOSYS "$calls")" "$(inside alice '~/system_call x32' <<<"$calls")"
+EOF
+}
+
+@test "numbers of the x32 interface lead through the same filter where the table is allowed" {
+    [ "$(uname -m)" = x86_64 ] || skip "no such interface on this architecture"
+    on_two_accounts <<'EOF'
+printf '%s\n' seccomp "    allow-table x32" >>"$configuration"
+calls=$(grep -v ^nfsservctl <<<"$denied_calls") # has no number there
+same "answers to the account" "$(answered EPERM "$calls")" "$(inside alice '~/system_call x32' <<<"$calls")"
+same "another call" "$(enter alice /home/alice/system_call x32 getpid)" "$(inside alice '~/system_call x32 getpid')"
+kernel=$(enter_as_root alice /home/alice/system_call x32 <<<"$calls")
 refused grep -E ' (EPERM|0|SIG.*|absent)$' <<<"$kernel"
+EOF
+}
+
+@test "a denied table ends whoever calls by it, and no other" {
+    [ "$(uname -m)" = x86_64 ] || skip "no other table is tried on this architecture"
+    on_two_accounts <<'EOF'
+before=$(enter alice /home/alice/system_call i386 getpid)
+printf '%s\n' seccomp "    deny-table i386 arm" >>"$configuration"
+wanted=SIGSYS
+[ "$before" = 0 ] || wanted=SIGSEGV # a kernel without the gate ends who tries it
+same "answer to i386" "$wanted" "$(inside alice '~/system_call i386 getpid')"
+same "answer to the machine's own" 0 "$(inside alice '~/system_call native getpid')"
+printf '%s\n' "    allow-table i386" >>"$configuration"
+same "answer to i386 when it is allowed again" "$before" "$(inside alice '~/system_call i386 getpid')"
+EOF
+}
+
+@test "no socket leads to the hypervisor, and others are made on every interface" {
+    on_two_accounts <<'EOF'
+calls="socket 40 1 0
+socket 40 2 0
+socket 0xfeed00000028 1 0"
+same "answers to the account" "$(answered EPERM "$calls")" "$(inside alice '~/system_call native' <<<"$calls")"
+same "a socket of another family" 0 "$(inside alice '~/system_call native socket 1 1 0')"
+if [ "$(uname -m)" = x86_64 ] && [ "$(enter alice /home/alice/system_call i386 getpid)" = 0 ]; then
+    own=359 shared=102
+    same "answer to i386" EPERM "$(inside alice "~/system_call i386 $own 40 1 0")"
+    same "another family" 0 "$(inside alice "~/system_call i386 $own 1 1 0")"
+    same "the number that sockets share" EFAULT "$(inside alice "~/system_call i386 $shared 1 1")"
+fi
+kernel=$(enter alice /home/alice/system_call native <<<"$calls")
+refused grep ' EPERM$' <<<"$kernel"
+printf '%s\n' seccomp "    allow socket" >>"$configuration"
+same "answers without the rule" "$kernel" "$(inside alice '~/system_call native' <<<"$calls")"
+EOF
+}
+
+# ask_about is perl: asks for information about a process in many sizes, and prints the kinds of answers.
+# shellcheck disable=SC2016 # for perl
+export ask_about='use Errno;
+my $ioctl = `uname -m` =~ /x86_64/ ? 16 : 29;
+my $process = syscall(434, $ARGV[0] + 0, 0);
+die "no process\n" if $process < 0;
+my %answers;
+for my $size (0, 8, 63 .. 66, 72, 80, 88, 128, 1024, 16383) {
+    for my $direction (0 .. 3) {
+        my $asked = pack("Q", 3) . "\0" x 16384;
+        my $failed = syscall($ioctl, $process, $direction << 30 | $size << 16 | 0xff0b, $asked) < 0;
+        $answers{$failed ? (grep { $!{$_} } qw(EPERM EINVAL ENOTTY))[0] : 0}++;
+    }
+}
+print join(" ", sort keys %answers), "\n";'
+
+@test "nothing is learnt of a process that is hidden in /proc" {
+    on_two_accounts <<'EOF'
+same "entry in /proc" ENOENT "$(inside alice '~/system_call native access @/proc/1 0')"
+same "answers to the account" EPERM "$(inside alice 'perl -e "$1" 1' "$ask_about")"
+answers=$(enter alice perl -e "$ask_about" 1)
+refused grep EPERM <<<"$answers"
+printf '%s\n' seccomp "    allow ioctl" >>"$configuration"
+same "answers without the rule" "$answers" "$(inside alice 'perl -e "$1" 1' "$ask_about")"
+EOF
+}
+
+@test "no_new_privs keeps a program from gaining a group, where it is asked for" {
+    on_two_accounts <<'EOF'
+install -m 2755 -g mail "$(command -v id)" /home/alice/id_mail
+state() { inside alice 'awk "/^NoNewPrivs/ { print \$2 }" /proc/self/status; ~/id_mail -g'; }
+same "from the start" "0
+$(getent group mail | cut -d: -f3)" "$(state)"
+printf '%s\n' seccomp "    no_new_privs" >>"$configuration"
+same "with the item" "1
+$(id -g alice)" "$(state)"
 EOF
 }
 
@@ -120,6 +227,7 @@ same "answer without the filter" EINVAL "$(enter alice /home/alice/system_call n
 same "a thread" run "$(inside alice 'perl -Mthreads -e "print threads->create(sub { q(run) })->join"')"
 if [ "$(uname -m)" = x86_64 ]; then
     [[ $(inside alice '~/system_call i386 clone3 1 0') == @(ENOSYS|SIGSEGV) ]]
+    printf '%s\n' seccomp "    allow-table x32" >>"$configuration"
     same "answer to x32" ENOSYS "$(inside alice '~/system_call x32 clone3 1 0')"
 fi
 EOF
@@ -132,6 +240,13 @@ wanted="ioctl 0xffffffff 0x5411 1 EBADF
 ioctl 0xffffffff 0x5413 1 EBADF
 ioctl 0xffffffff 0x541b 1 EBADF
 ioctl 0xffffffff 0x541d 1 EBADF
+ioctl 0xffffffff 0x5422 1 EBADF
+ioctl 0xffffffff 0x5424 1 EBADF
+ioctl 0xffffffff 0xff0a 1 EBADF
+ioctl 0xffffffff 0xff0c 1 EBADF
+socket 0x27 0xffff 0 EINVAL
+mbind 1 0 0xff 0 0 0xffff EINVAL
+process_vm_readv 0x7fffffff 0 0 0 0 0xff EINVAL
 ioctl 0xffffffff 0x541200005411 1 EBADF
 clone 0x6e020200 EINVAL
 unshare 0x6e020001 EINVAL
@@ -173,6 +288,7 @@ refused grep -v ' 0$' <<<"$(enter alice /home/alice/system_call native <<<"$call
 if [ "$(enter alice /home/alice/system_call i386 getpid)" = 0 ]; then
     same "answers to i386" "$(wanted 0)" "$(inside alice '~/system_call i386' <<<"$calls")"
 fi
+printf '%s\n' seccomp "    allow-table x32" >>"$configuration"
 same "answers to x32" "$(wanted "$(enter alice /home/alice/system_call x32 getpid)")" \
     "$(inside alice '~/system_call x32' <<<"$calls")"
 EOF
@@ -198,7 +314,7 @@ EOF
 @test "every denied call can be allowed by its name" {
     on_two_accounts <<'EOF'
 names=$(awk '/^[a-z]/ { print $1 }' <<<"$denied_calls" | sort -u)
-printf '%s\n' seccomp "    allow ${names//$'\n'/ }" >>"$configuration"
+printf '%s\n' seccomp "    allow open_tree_attr ${names//$'\n'/ }" >>"$configuration"
 same answers "$(enter alice /home/alice/system_call native <<<"$denied_calls")" \
     "$(inside alice '~/system_call native' <<<"$denied_calls")"
 EOF
@@ -212,7 +328,7 @@ semget 0 0xffffffff 0"
 same before "vmsplice 0xffffffff 1 1 0 EBADF
 sched_yield 0
 semget 0 0xffffffff 0 EINVAL" "$(inside alice '~/system_call native' <<<"$calls")"
-printf '%s\n' seccomp "    deny vmsplice sched_yield" "    semget" >>"$configuration"
+printf '%s\n' seccomp "    allow-table x32" "    deny vmsplice sched_yield" "    semget" >>"$configuration"
 wanted=$(answered EPERM "$calls")
 same after "$wanted" "$(inside alice '~/system_call native' <<<"$calls")"
 same "another call" 0 "$(inside alice '~/system_call native getpid')"
@@ -230,7 +346,7 @@ EOF
 @test "an item that kills ends the process with SIGSYS" {
     on_two_accounts <<'EOF'
 same before 0 "$(inside alice '~/system_call native sched_yield')"
-printf '%s\n' seccomp "    kill sched_yield mount" >>"$configuration"
+printf '%s\n' seccomp "    allow-table x32" "    kill sched_yield mount" >>"$configuration"
 same after SIGSYS "$(inside alice '~/system_call native sched_yield')"
 same "a denied call" SIGSYS "$(inside alice '~/system_call native mount 1 1 1 0 1')"
 same "another call" 0 "$(inside alice '~/system_call native getpid')"

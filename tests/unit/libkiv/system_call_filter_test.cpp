@@ -4,16 +4,20 @@
 #include <sched.h>
 #include <sys/ioctl.h>
 #include <sys/prctl.h>
+#include <sys/socket.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <csignal>
 #include <functional>
 #include <iostream>
+#include <map>
 #include <ostream>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "../fs/narrowed_process.h"
 #include "../util/child_process.h"
@@ -38,6 +42,11 @@ int underRules(const SystemCallRules& rules, const std::function<int()>& action)
     }));
 }
 
+/// The same with answers to calls and nothing else.
+int underAnswers(const std::map<std::string, Answer>& calls, const std::function<int()>& action) {
+    return underRules(SystemCallRules{.calls = calls, .deniedTables = {}}, action);
+}
+
 /// The same without a filter: what the kernel says of its own accord.
 int unfiltered(const std::function<int()>& action) {
     return outcome(inChild([&] {
@@ -53,71 +62,72 @@ constexpr unsigned long kUpperHalf = 0xabcd'ef01'0000'0000;
 
 TEST(SystemCallFilter, AnswersADeniedCallWithEperm) {
     const auto call = [] { return answerOf(SYS_getppid); };
-    EXPECT_EQ(underRules({}, call), 0);
-    EXPECT_EQ(underRules({{"getppid", Answer::Deny}}, call), EPERM);
+    EXPECT_EQ(underAnswers({}, call), 0);
+    EXPECT_EQ(underAnswers({{"getppid", Answer::Deny}}, call), EPERM);
 }
 
 TEST(SystemCallFilter, EndsTheProcessAtAKilledCall) {
-    EXPECT_EQ(underRules({{"getppid", Answer::Kill}}, [] { return answerOf(SYS_getppid); }),
+    EXPECT_EQ(underAnswers({{"getppid", Answer::Kill}}, [] { return answerOf(SYS_getppid); }),
               -SIGSYS);
 }
 
 TEST(SystemCallFilter, EndsTheWholeProcessWhenAThreadMakesAKilledCall) {
-    EXPECT_EQ(underRules({{"getppid", Answer::Kill}},
-                         [] {
-                             std::thread([] { answerOf(SYS_getppid); }).join();
-                             return 0;
-                         }),
+    EXPECT_EQ(underAnswers({{"getppid", Answer::Kill}},
+                           [] {
+                               std::thread([] { answerOf(SYS_getppid); }).join();
+                               return 0;
+                           }),
               -SIGSYS);
 }
 
 TEST(SystemCallFilter, AnswersACallThatIsToBeMissingWithEnosys) {
-    EXPECT_EQ(underRules({{"getppid", Answer::Missing}}, [] { return answerOf(SYS_getppid); }),
+    EXPECT_EQ(underAnswers({{"getppid", Answer::Missing}}, [] { return answerOf(SYS_getppid); }),
               ENOSYS);
 }
 
 TEST(SystemCallFilter, LeavesOtherCallsAlone) {
-    const SystemCallRules rules = {{"getppid", Answer::Deny}, {"getpgid", Answer::Kill}};
-    EXPECT_EQ(underRules(rules, [] { return answerOf(SYS_getpid); }), 0);
-    EXPECT_EQ(underRules(rules, [] { return answerOf(SYS_close, kNothing); }), EBADF);
+    const std::map<std::string, Answer> rules = {{"getppid", Answer::Deny},
+                                                 {"getpgid", Answer::Kill}};
+    EXPECT_EQ(underAnswers(rules, [] { return answerOf(SYS_getpid); }), 0);
+    EXPECT_EQ(underAnswers(rules, [] { return answerOf(SYS_close, kNothing); }), EBADF);
 }
 
 TEST(SystemCallFilter, HoldsInChildrenAndThreads) {
-    const SystemCallRules rules = {{"getppid", Answer::Deny}};
-    EXPECT_EQ(underRules(rules,
-                         [] {
-                             int answer = 0;
-                             std::thread([&answer] { answer = answerOf(SYS_getppid); }).join();
-                             return answer;
-                         }),
+    const std::map<std::string, Answer> rules = {{"getppid", Answer::Deny}};
+    EXPECT_EQ(underAnswers(rules,
+                           [] {
+                               int answer = 0;
+                               std::thread([&answer] { answer = answerOf(SYS_getppid); }).join();
+                               return answer;
+                           }),
               EPERM);
-    EXPECT_EQ(underRules(rules,
-                         [] {
-                             const pid_t child = ::fork();
-                             if (child == 0) {
-                                 ::_exit(answerOf(SYS_getppid));
-                             }
-                             int status = 0;
-                             ::waitpid(child, &status, 0);
-                             return WEXITSTATUS(status);
-                         }),
+    EXPECT_EQ(underAnswers(rules,
+                           [] {
+                               const pid_t child = ::fork();
+                               if (child == 0) {
+                                   ::_exit(answerOf(SYS_getppid));
+                               }
+                               int status = 0;
+                               ::waitpid(child, &status, 0);
+                               return WEXITSTATUS(status);
+                           }),
               EPERM);
 }
 
 TEST(SystemCallFilter, PassesOverNamesThatTheArchitectureDoesNotHave) {
-    const SystemCallRules rules = {{"stime", Answer::Deny},
-                                   {"iopl", Answer::Kill},
-                                   {"umount", Answer::Deny},
-                                   {"clock_settime64", Answer::Deny},
-                                   {"pciconfig_iobase", Answer::Deny},
-                                   {"getppid", Answer::Deny}};
-    EXPECT_EQ(underRules(rules, [] { return answerOf(SYS_getppid); }), EPERM);
+    const std::map<std::string, Answer> rules = {{"stime", Answer::Deny},
+                                                 {"iopl", Answer::Kill},
+                                                 {"umount", Answer::Deny},
+                                                 {"clock_settime64", Answer::Deny},
+                                                 {"pciconfig_iobase", Answer::Deny},
+                                                 {"getppid", Answer::Deny}};
+    EXPECT_EQ(underAnswers(rules, [] { return answerOf(SYS_getppid); }), EPERM);
 }
 
 // no_new_privs would take the mail and cron helpers' group away
 TEST(SystemCallFilter, LeavesNoNewPrivilegesUnset) {
     const auto result = inChild([] {
-        failureOf([] { installSystemCallFilter({{"getppid", Answer::Deny}}); });
+        failureOf([] { installSystemCallFilter({{{"getppid", Answer::Deny}}, {}}); });
         return ::prctl(PR_GET_NO_NEW_PRIVS, 0, 0, 0, 0);
     });
     EXPECT_EQ(outcome(result), 0);
@@ -126,7 +136,7 @@ TEST(SystemCallFilter, LeavesNoNewPrivilegesUnset) {
 TEST(SystemCallFilter, SaysWhyTheKernelRefusedIt) {
     const auto result = inChild([] {
         dropPrivileges();
-        std::cout << failureOf([] { installSystemCallFilter({{"getppid", Answer::Deny}}); });
+        std::cout << failureOf([] { installSystemCallFilter({{{"getppid", Answer::Deny}}, {}}); });
         return answerOf(SYS_getppid);
     });
     EXPECT_EQ(result.output, "system-call filter: seccomp(): Permission denied");
@@ -183,7 +193,82 @@ INSTANTIATE_TEST_SUITE_P(
         Denied{"ioctl: a selection into a terminal",
                [] { return answerOf(SYS_ioctl, kNothing, 0x541c, 0); }},
         Denied{"ioctl: a selection into a terminal and bits above",
-               [] { return answerOf(SYS_ioctl, kNothing, 0x541c | kUpperHalf, 0); }}));
+               [] { return answerOf(SYS_ioctl, kNothing, 0x541c | kUpperHalf, 0); }},
+        Denied{"ioctl: a line discipline",
+               [] { return answerOf(SYS_ioctl, kNothing, TIOCSETD, 0); }},
+        Denied{"ioctl: a line discipline and bits above",
+               [] { return answerOf(SYS_ioctl, kNothing, TIOCSETD | kUpperHalf, 0); }},
+        Denied{"kcmp", [] { return answerOf(SYS_kcmp, ::getpid(), ::getpid(), kNothing, 0, 0); }},
+        Denied{"move_pages", [] { return answerOf(SYS_move_pages, 0, 0, 0, 0, 0, kNothing); }},
+        Denied{"migrate_pages",
+               [] { return answerOf(SYS_migrate_pages, 0, 64, kNoAddress, kNoAddress); }},
+        Denied{"open_tree_attr",
+               [] { return answerOf(467, kNothing, kNoAddress, kNothing, 0, 0); }},
+        Denied{"socket: to the hypervisor",
+               [] { return answerOf(SYS_socket, AF_VSOCK, kNothing, 0); }},
+        Denied{"socket: to the hypervisor and bits above",
+               [] { return answerOf(SYS_socket, AF_VSOCK | kUpperHalf, kNothing, 0); }}));
+
+/// A request of ioctl(2) for PIDFD_GET_INFO on this process with a structure of that size.
+int processInformation(unsigned long direction, unsigned long size) {
+    alignas(8) std::array<char, 1U << 14U> structure{};
+    structure[0] = 1;  // the mask: asks for the process's id
+    const int process = static_cast<int>(::syscall(SYS_pidfd_open, ::getpid(), 0));
+    require(process >= 0);
+    const unsigned long request = direction << 30U | size << 16U | 0xff0bU;
+    return answerOf(SYS_ioctl, process, request, reinterpret_cast<unsigned long>(structure.data()));
+}
+
+TEST(DefaultFilter, DeniesInformationAboutProcessesInEverySizeOfIt) {
+    for (unsigned long size = 0; size < 1U << 14U; size += size < 128 ? 1 : 997) {
+        for (unsigned long direction = 0; direction < 4; ++direction) {
+            ASSERT_EQ(underRules(defaultSystemCallRules(),
+                                 [=] { return processInformation(direction, size); }),
+                      EPERM)
+                << direction << " " << size;
+        }
+    }
+}
+
+TEST(DefaultFilter, LeavesOtherQuestionsAboutProcessesToTheKernel) {
+    for (const unsigned long request : {0xff0aUL, 0xff0cUL, 0xfe0bUL, 0xff0aUL | 64U << 16U}) {
+        const auto call = [request] { return answerOf(SYS_ioctl, kNothing, request, 0); };
+        EXPECT_EQ(underRules(defaultSystemCallRules(), call), EBADF) << std::hex << request;
+    }
+}
+
+TEST(DefaultFilter, LetsSocketsOfOtherFamiliesBeMade) {
+    for (const int family : {AF_UNIX, AF_INET, AF_INET6, AF_NETLINK}) {
+        const auto call = [family] { return answerOf(SYS_socket, family, SOCK_DGRAM, 0); };
+        EXPECT_EQ(underRules(defaultSystemCallRules(), call), unfiltered(call)) << family;
+    }
+    // the kernel's answers to a type that no family has
+    EXPECT_EQ(underRules(defaultSystemCallRules(),
+                         [] { return answerOf(SYS_socket, AF_INET, kNothing, 0); }),
+              EINVAL);
+}
+
+TEST(SystemCallFilter, AnswersANewCallAsItsItemSays) {
+    const auto call = [] { return answerOf(467, kNothing, kNoAddress, kNothing, 0, 0); };
+    EXPECT_EQ(underAnswers({{"open_tree_attr", Answer::Deny}}, call), EPERM);
+    EXPECT_EQ(underAnswers({{"open_tree_attr", Answer::Kill}}, call), -SIGSYS);
+    EXPECT_EQ(underAnswers({{"getppid", Answer::Deny}}, call), unfiltered(call));
+}
+
+TEST(SystemCallFilter, MayDenyWhatInstallsIt) {
+    EXPECT_EQ(underAnswers({{"seccomp", Answer::Deny}, {"prctl", Answer::Deny}},
+                           [] { return answerOf(SYS_seccomp, kNothing, 0, 0); }),
+              EPERM);
+}
+
+TEST(SystemCallFilter, SetsNoNewPrivilegesWhereTheyAreAskedFor) {
+    const auto result = inChild([] {
+        dropPrivileges();  // with it the kernel takes filters from everybody
+        installSystemCallFilter({{}, {}, /*noNewPrivileges=*/true});
+        return ::prctl(PR_GET_NO_NEW_PRIVS, 0, 0, 0, 0);
+    });
+    EXPECT_EQ(outcome(result), 1);
+}
 
 TEST(DefaultFilter, SendsTheCLibraryToTheOlderClone) {
     const auto call = [] { return answerOf(SYS_clone3, 0, 0); };
@@ -283,6 +368,7 @@ TEST(DefaultFilter, DeniesEveryPairOfBitsOfAPersonalityAndAllButTwo) {
 constexpr unsigned kNoAddress32 = 1;
 constexpr unsigned kNothing32 = -1U;
 constexpr long kX32 = 0x4000'0000;
+constexpr long kOpenTreeAttr = 467;  // on all tables
 
 // numbers of <asm/unistd_32.h>, which cannot stand beside those of this architecture
 namespace i386 {
@@ -341,7 +427,11 @@ INSTANTIATE_TEST_SUITE_P(
         Denied{"clone", [] { return answer32(i386::kClone, CLONE_NEWUSER | CLONE_FS | SIGCHLD); }},
         Denied{"TIOCSTI", [] { return answer32(i386::kIoctl, kNothing32, TIOCSTI); }},
         Denied{"TIOCLINUX", [] { return answer32(i386::kIoctl, kNothing32, 0x541c); }},
-        Denied{"personality", [] { return answer32(i386::kPersonality, 0x40000); }}));
+        Denied{"personality", [] { return answer32(i386::kPersonality, 0x40000); }},
+        Denied{"TIOCSETD", [] { return answer32(i386::kIoctl, kNothing32, TIOCSETD); }},
+        Denied{"PIDFD_GET_INFO", [] { return answer32(i386::kIoctl, kNothing32, 0xc040ff0b); }},
+        Denied{"open_tree_attr", [] { return answer32(kOpenTreeAttr, kNothing32, kNoAddress32); }},
+        Denied{"socket: AF_VSOCK", [] { return answer32(i386::kSocket, AF_VSOCK, kNothing32); }}));
 
 TEST(DefaultFilter32, LeavesOrdinaryCallsAlone) {
     if (!runs32()) {
@@ -363,35 +453,91 @@ TEST(SystemCallFilter32, DeniesACallThatIsOneOfSeveralBehindANumber) {
     if (!runs32()) {
         GTEST_SKIP() << "this kernel runs no 32-bit programs";
     }
-    const SystemCallRules rules = {{"socket", Answer::Deny}};
+    const std::map<std::string, Answer> rules = {{"socket", Answer::Deny}};
     const auto direct = [] { return answer32(i386::kSocket, kNothing32); };
     const auto behind = [] { return answer32(i386::kSocketcall, 1, kNoAddress32); };
     EXPECT_NE(unfiltered(direct), EPERM);
     EXPECT_NE(unfiltered(behind), EPERM);
-    EXPECT_EQ(underRules(rules, direct), EPERM);
-    EXPECT_EQ(underRules(rules, behind), EPERM);
+    EXPECT_EQ(underAnswers(rules, direct), EPERM);
+    EXPECT_EQ(underAnswers(rules, behind), EPERM);
 }
 
-TEST(DefaultFilterX32, DeniesWhetherTheKernelRunsSuchProgramsOrNot) {
-    const std::function<int()> calls[] = {
-        [] { return answerOf(kX32 | SYS_mount, 0, kNoAddress32, kNoAddress32, 0, 0); },
-        [] { return answerOf(kX32 | SYS_setns, kNothing32, 0); },
-        [] { return answerOf(kX32 | SYS_clone, CLONE_NEWUSER | CLONE_FS | SIGCHLD, 0, 0, 0, 0); },
-        [] { return answerOf(kX32 | SYS_unshare, CLONE_NEWUSER | 1); },
-        [] { return answerOf(kX32 | SYS_personality, 0x40000); },
-        [] {
-            return answerOf(kX32 | 514, kNothing32, TIOCSTI, 0);
-        },  // ioctl has a number of its own
-    };
-    for (const auto& call : calls) {
-        EXPECT_NE(unfiltered(call), EPERM);
-        EXPECT_EQ(underRules(defaultSystemCallRules(), call), EPERM);
+// programs that were built for older kernels make all their sockets in this way
+TEST(DefaultFilter32, LeavesSocketsBehindASharedNumberAlone) {
+    if (!runs32()) {
+        GTEST_SKIP() << "this kernel runs no 32-bit programs";
     }
+    const auto call = [] { return answer32(i386::kSocketcall, 1, kNoAddress32); };
+    EXPECT_EQ(underRules(defaultSystemCallRules(), call), EFAULT);
+    EXPECT_EQ(underRules(defaultSystemCallRules(),
+                         [] { return answer32(i386::kSocket, AF_INET, kNothing32); }),
+              EINVAL);
 }
 
-TEST(DefaultFilterX32, LeavesOrdinaryCallsToTheKernel) {
-    const auto call = [] { return answerOf(kX32 | SYS_getppid); };
-    EXPECT_EQ(underRules(defaultSystemCallRules(), call), unfiltered(call));
+TEST(DeniedTable32, EndsTheProcessAtAnyCallAndLeavesTheOthers) {
+    if (!runs32()) {
+        GTEST_SKIP() << "this kernel runs no 32-bit programs";
+    }
+    const SystemCallRules rules = {.calls = {}, .deniedTables = {"i386"}};
+    EXPECT_EQ(underRules(rules, [] { return answer32(i386::kGetppid); }), -SIGSYS);
+    EXPECT_EQ(underRules(rules, [] { return answer32(i386::kMount); }), -SIGSYS);
+    EXPECT_EQ(underRules(rules, [] { return answerOf(SYS_getppid); }), 0);
+}
+
+/// What a kernel that has x32 would say, if no filter is before it.
+constexpr unsigned kAnswerOfX32 = EXDEV;
+
+/// An x32 call under the rules. A kernel without x32 answers as the filter does: here it answers
+/// by a filter of its own, which any answer of the one under test comes before.
+int answerX32(const SystemCallRules& rules, long number, unsigned long first = 0,
+              unsigned long second = 0) {
+    return outcome(inChild([&] {
+        dropPrivileges();
+        denySystemCall(kX32 | number, kAnswerOfX32);
+        installSystemCallFilter(rules);
+        return answerOf(kX32 | number, first, second, 0, 0, 0);
+    }));
+}
+
+TEST(DefaultFilterX32, AnswersAllCallsLikeAKernelWithoutThem) {
+    const SystemCallRules rules = defaultSystemCallRules();
+    for (const long number : {0L, static_cast<long>(SYS_getppid), static_cast<long>(SYS_mount),
+                              static_cast<long>(SYS_socket), 514L, kOpenTreeAttr, 0x3fff'ffffL}) {
+        EXPECT_EQ(answerX32(rules, number), ENOSYS) << number;
+    }
+    EXPECT_EQ(underRules(rules, [] { return answerOf(SYS_getppid); }), 0);
+}
+
+// a tracer takes a call from the kernel by this number, and gives the answer itself
+TEST(DefaultFilterX32, LeavesTheNumberOfNoCallToTracers) {
+    const auto call = [] {
+        denySystemCall(-1, EXDEV);
+        installSystemCallFilter(defaultSystemCallRules());
+        return answerOf(-1);
+    };
+    EXPECT_EQ(unfiltered(call), EXDEV);
+}
+
+TEST(OpenTableX32, IsUnderTheSameRules) {
+    SystemCallRules rules = defaultSystemCallRules();
+    rules.deniedTables.clear();
+    constexpr long kIoctl = 514;  // a number of its own
+    EXPECT_EQ(answerX32(rules, SYS_mount), EPERM);
+    EXPECT_EQ(answerX32(rules, SYS_setns), EPERM);
+    EXPECT_EQ(answerX32(rules, SYS_clone, CLONE_NEWUSER | CLONE_FS | SIGCHLD), EPERM);
+    EXPECT_EQ(answerX32(rules, SYS_unshare, CLONE_NEWUSER | 1), EPERM);
+    EXPECT_EQ(answerX32(rules, SYS_personality, 0x40000), EPERM);
+    EXPECT_EQ(answerX32(rules, SYS_socket, AF_VSOCK), EPERM);
+    EXPECT_EQ(answerX32(rules, kIoctl, kNothing, TIOCSTI), EPERM);
+    EXPECT_EQ(answerX32(rules, kIoctl, kNothing, 0xc040ff0b), EPERM);
+    EXPECT_EQ(answerX32(rules, kOpenTreeAttr), EPERM);
+    EXPECT_EQ(answerX32(rules, SYS_clone3), ENOSYS);
+
+    EXPECT_EQ(answerX32(rules, SYS_getppid), kAnswerOfX32);
+    EXPECT_EQ(answerX32(rules, SYS_clone, SIGCHLD), kAnswerOfX32);
+    EXPECT_EQ(answerX32(rules, SYS_personality, 0x20008), kAnswerOfX32);
+    EXPECT_EQ(answerX32(rules, SYS_socket, AF_INET), kAnswerOfX32);
+    EXPECT_EQ(answerX32(rules, kIoctl, kNothing, TIOCGWINSZ), kAnswerOfX32);
 }
 
 #endif
