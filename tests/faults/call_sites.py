@@ -31,6 +31,7 @@ ERRORS = {
     "getresuid": ("EFAULT", "ENOSYS"),
     "getxattr": ("EOPNOTSUPP", "EPERM"),
     "ioctl": ("EPERM", "ENODEV"),
+    "keyctl": ("EDQUOT", "ENOSYS"),
     "kill": ("ESRCH", "EPERM"),
     "lseek": ("EINVAL", "ESPIPE"),
     "mkdir": ("EACCES", "ENOSPC"),
