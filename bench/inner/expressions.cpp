@@ -1,5 +1,4 @@
-// The expressions of the file filters: what compiling them takes, what looking at them before
-// takes, and what a line.
+// The expressions of the file filters: what compiling them takes, and what a line.
 #include <benchmark/benchmark.h>
 #include <regex.h>
 
@@ -7,7 +6,6 @@
 
 #include "config/file_filters.h"
 #include "large_file.h"
-#include "util/expression_size.h"
 #include "util/line_reader.h"
 #include "util/reg_ex.h"
 #include "util/string_util.h"
@@ -72,17 +70,9 @@ void compilingItWithTheLibraryAlone(benchmark::State& state) {
     }
 }
 
-void estimatingItsSize(benchmark::State& state) {
-    const std::string expression = passwordFilter();
-    for ([[maybe_unused]] auto round : state) {
-        benchmark::DoNotOptimize(isModestExpression(expression));
-    }
-}
-
 BENCHMARK(filterOfAPasswordFile)->Arg(100000)->Unit(benchmark::kMicrosecond);
 BENCHMARK(linesOfAPasswordFile)->Arg(100000)->Unit(benchmark::kMicrosecond);
 BENCHMARK(compilingThePasswordFilter);
 BENCHMARK(compilingItWithTheLibraryAlone);
-BENCHMARK(estimatingItsSize);
 
 }  // namespace

@@ -10,9 +10,10 @@ public:
     /// Added to REG_EXTENDED | REG_NOSUB, for example REG_ICASE; 0 for no options.
     using Flags = int;
 
-    /// Throws std::runtime_error with regerror(3)'s text when the pattern does not compile or would
-    /// take the machine's memory or the process's stack ("Regular expression too big"), and when it
-    /// holds a NUL byte, at which regcomp(3) would silently cut it off.
+    /// Throws std::runtime_error with regerror(3)'s text when the pattern does not compile; with a
+    /// text of our own when it holds a NUL byte, at which regcomp(3) would silently cut it off, and
+    /// when it has more than 64 KiB, 255 levels of groups or 255 repetition operators in a row.
+    /// Within these limits a pattern can still take all memory: whoever may write one is trusted.
     RegEx(const std::string& pattern, Flags flags);
     ~RegEx();
     RegEx(const RegEx&) = delete;

@@ -3,8 +3,29 @@
 #include <gtest/gtest.h>
 
 #include <stdexcept>
+#include <string>
+
+#include "failure_of.h"
 
 namespace {
+
+constexpr const char* kTooLong = "regular expression of more than 65536 bytes";
+constexpr const char* kTooDeep = "more than 255 levels of groups in regular expression";
+constexpr const char* kTooManyOperators =
+    "more than 255 repetition operators in a row in regular expression";
+
+std::string times(const std::string& text, int count) {
+    std::string result;
+    for (int i = 0; i < count; ++i) {
+        result += text;
+    }
+    return result;
+}
+
+/// The text with which the pattern is refused.
+std::string refusal(const std::string& pattern) {
+    return failureOf([&] { RegEx(pattern, 0); });
+}
 
 TEST(RegEx, MatchesAnywhereInTheText) {
     EXPECT_TRUE(RegEx("b+c", 0).match("xxbbcxx", 0));
@@ -122,6 +143,74 @@ TEST(RegEx, SaysWhyItRefusesANulByte) {
         FAIL() << "compiled";
     } catch (const std::runtime_error& error) {
         EXPECT_STREQ(error.what(), "NUL byte in regular expression");
+    }
+}
+
+TEST(RegEx, CompilesWhatWasRefusedByAnEstimate) {
+    EXPECT_TRUE(RegEx("^a*****$", 0).match("aaa", 0));
+    EXPECT_TRUE(RegEx("^" + times("(a)", 5'000) + "$", 0).match(std::string(5'000, 'a'), 0));
+    std::string names;
+    for (int i = 0; i < 4'100; ++i) {
+        names += "|user" + std::to_string(i);
+    }
+    const RegEx listed("^(root" + names + "):", 0);
+    EXPECT_TRUE(listed.match("user4099:x", 0));
+    EXPECT_FALSE(listed.match("user4100:x", 0));
+}
+
+TEST(RegEx, TakesPatternsOf64KibibytesAndNoLongerOnes) {
+    EXPECT_TRUE(RegEx("^" + std::string(65'534, 'x') + "$", 0).match(std::string(65'534, 'x'), 0));
+    EXPECT_EQ(refusal(std::string(65'537, 'x')), kTooLong);
+    EXPECT_EQ(refusal(std::string(65'537, '(')), kTooLong);
+}
+
+TEST(RegEx, Takes255LevelsOfGroupsAndNoMore) {
+    EXPECT_TRUE(RegEx("^" + times("(", 255) + "a" + times(")", 255) + "$", 0).match("a", 0));
+    EXPECT_EQ(refusal(times("(", 256) + "a" + times(")", 256)), kTooDeep);
+    EXPECT_EQ(refusal(times("(a*", 256)), kTooDeep);
+    EXPECT_EQ(refusal(times("(", 20'000)), kTooDeep);
+}
+
+TEST(RegEx, CountsOnlyTheGroupsThatAreOpen) {
+    EXPECT_TRUE(RegEx("^" + times("((a))", 300), 0).match(std::string(300, 'a'), 0));
+    // alone a closing parenthesis stands for itself, and opens no further level
+    EXPECT_TRUE(RegEx("^" + times(")", 300) + "$", 0).match(std::string(300, ')'), 0));
+    EXPECT_EQ(refusal(times(")", 300) + times("(", 256)), kTooDeep);
+}
+
+TEST(RegEx, CountsNoParenthesesThatStandForThemselves) {
+    for (const char* literal :
+         {"[(]", "[^](]", "[]()]", "[[.].](]", "[[:alpha:](]", "[[=(=]]", "\\(", "[\\(]"}) {
+        EXPECT_EQ(refusal(times(literal, 300)), "") << literal;
+    }
+    EXPECT_EQ(refusal(times("\\\\(", 256)), kTooDeep);
+    EXPECT_EQ(refusal(times("[a](", 256)), kTooDeep);
+    EXPECT_EQ(refusal(times("[[.].]](", 256)), kTooDeep);
+}
+
+TEST(RegEx, Takes255RepetitionOperatorsInARowAndNoMore) {
+    EXPECT_TRUE(RegEx("a" + times("*", 255), 0).match("aaa", 0));
+    EXPECT_TRUE(RegEx("^a" + times("?", 255) + "$", 0).match("a", 0));
+    EXPECT_EQ(refusal("^(ab)" + times("{1}", 255) + "$"), "");
+    for (const char* repeated : {"a", "(a)", "[a]", "[*]", "\\*", "", "^", "(", "a|", "x{2,3}y"}) {
+        for (const char* repetition : {"*", "+", "?", "{2}", "{2,}", "{,3}", "{2,3}"}) {
+            EXPECT_EQ(refusal(repeated + times(repetition, 256)), kTooManyOperators)
+                << repeated << repetition;
+        }
+    }
+    EXPECT_EQ(refusal("a" + times("*?", 128)), kTooManyOperators);
+}
+
+TEST(RegEx, CountsOnlyOperatorsThatFollowEachOther) {
+    EXPECT_EQ(refusal(times("a*", 300)), "");
+    EXPECT_EQ(refusal(times("[*+?{]", 300)), "");
+    EXPECT_EQ(refusal(times("\\*", 300)), "");
+}
+
+TEST(RegEx, LeavesUnfinishedPatternsToTheLibrary) {
+    for (const char* pattern :
+         {"[", "[^", "[[.", "[[.a", "a{", "a{2", "a{2,", "\\", "(", "((a", "*", "{2}"}) {
+        EXPECT_NE(refusal(pattern), "") << pattern;
     }
 }
 
