@@ -1,7 +1,7 @@
-// The least that an exec takes: joins a cgroup and three namespaces, installs a filter that was
-// made before, changes the user and runs the shell. Nothing is looked up, checked or locked, and no
-// capability is taken from the bounding set.
-//   exec CGROUP USER FILTER UID GID HOME SHELL
+// The least that an exec takes: joins a cgroup and three namespaces, installs filters that
+// were made before, changes the user and runs the shell. Nothing is looked up, checked or locked,
+// and no capability is taken from the bounding set.
+//   exec CGROUP USER FILTERS UID GID HOME SHELL
 #include <grp.h>
 #include <linux/filter.h>
 #include <linux/seccomp.h>
@@ -15,7 +15,7 @@
 namespace {
 
 constexpr std::array<const char*, 3> kKinds = {"net", "ipc", "mnt"};
-constexpr std::size_t kMostInstructions = 4096;  // BPF_MAXINSNS
+constexpr std::size_t kMostInstructions = 2 * 4096;  // BPF_MAXINSNS of a filter
 
 void enterCgroup(const std::string& cgroup) {
     const int file = ::open((cgroup + "/cgroup.procs").c_str(), O_WRONLY | O_CLOEXEC);
@@ -33,20 +33,27 @@ void enterNamespaces(const std::string& prefix) {
     }
 }
 
+/// As save_filter.cpp has written them.
+void installFilters(sock_filter* next, const sock_filter* end) {
+    while (next < end) {
+        const sock_fprog program{static_cast<unsigned short>(next->k), next + 1};
+        must(::syscall(SYS_seccomp, SECCOMP_SET_MODE_FILTER, 0, &program) == 0, "seccomp");
+        next += 1 + program.len;
+    }
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
-    must(argc == 8, "usage: exec CGROUP USER FILTER UID GID HOME SHELL");
-    static std::array<sock_filter, kMostInstructions> filter;
+    must(argc == 8, "usage: exec CGROUP USER FILTERS UID GID HOME SHELL");
+    static std::array<sock_filter, kMostInstructions> filters;
     const int file = ::open(argv[3], O_RDONLY | O_CLOEXEC);
-    const ssize_t size = ::read(file, filter.data(), sizeof(filter));
+    const ssize_t size = ::read(file, filters.data(), sizeof(filters));
     must(size > 0, argv[3]);
     enterCgroup(argv[1]);
     enterNamespaces(std::string("/run/kiv/") + argv[2] + "@");
-    const sock_fprog program{
-        static_cast<unsigned short>(static_cast<std::size_t>(size) / sizeof(sock_filter)),
-        filter.data()};
-    must(::syscall(SYS_seccomp, SECCOMP_SET_MODE_FILTER, 0, &program) == 0, "seccomp");
+    installFilters(filters.data(),
+                   filters.data() + static_cast<std::size_t>(size) / sizeof(sock_filter));
     const auto uid = static_cast<uid_t>(std::strtoul(argv[4], nullptr, 10));
     const auto gid = static_cast<gid_t>(std::strtoul(argv[5], nullptr, 10));
     must(::setgroups(1, &gid) == 0 && ::setresgid(gid, gid, gid) == 0 &&

@@ -15,7 +15,7 @@ PAUSE = 0.05  # seconds
 
 
 def save_filter(bench, account):
-    """The filter that kivctl installs, read from a shell that it has started."""
+    """The filters that kivctl installs, read from a shell that it has started."""
     shell = subprocess.Popen([bench.kivctl, "exec", account.name], stdin=subprocess.PIPE, stdout=subprocess.DEVNULL,
                              env=bench.environment)
     name = pathlib.Path(f"/proc/{shell.pid}/comm")
