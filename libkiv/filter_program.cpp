@@ -36,8 +36,8 @@ struct NewCall {
 
 constexpr NewCall kNewCalls[] = {{"open_tree_attr", 467}};
 
-/// libseccomp means socketcall(2) as well, whose arguments are in memory, out of a filter's sight.
-/// A rule on them refuses every socket to the programs that make theirs in that way.
+/// libseccomp applies a rule on socket(2) to socketcall(2) as well, whose arguments are in memory,
+/// where a filter cannot look. It then refuses every socket to programs that use that call.
 constexpr std::uint32_t kSocketOfI386 = 359;
 
 /// Part of the numbers of x32, which the kernel shows to a filter as those of a 64-bit program.
@@ -47,8 +47,9 @@ constexpr std::uint32_t kTakenByTracer = 0xffffffff;
 
 // ioctl(2) requests
 constexpr std::uint32_t kTerminalSubcodes = 0x541c;  // TIOCLINUX, ioctl_console(2)
-// PIDFD_GET_INFO shows whose any process of the host is and where, past hidepid. The upper half of
-// the request is the size of the caller's structure and how it is handed over: any will do.
+// PIDFD_GET_INFO shows the user, the parent and the cgroup of any process of the host, also of
+// those that hidepid hides. The upper half of the request is the size of the caller's structure and
+// the direction of the copy: the kernel takes many values.
 constexpr std::uint32_t kProcessInformation = 0xff0b;
 constexpr std::uint32_t kWithoutSize = 0xffff;
 
@@ -64,8 +65,8 @@ constexpr sock_filter load(std::size_t offset) {
     return BPF_STMT(BPF_LD | BPF_W | BPF_ABS, static_cast<std::uint32_t>(offset));
 }
 
-/// An argument's lower 32 bits. The kernel ignores the others in all calls that are looked at here,
-/// and a filter that compares them is passed by setting one.
+/// An argument's lower 32 bits. The kernel ignores the others in the calls that are checked here: a
+/// filter that compares them is bypassed by setting one.
 constexpr sock_filter loadArgument(std::size_t index) {
     constexpr std::size_t kLowHalf = std::endian::native == std::endian::big ? 4 : 0;
     return load(offsetof(seccomp_data, args) + index * sizeof(seccomp_data::args[0]) + kLowHalf);
@@ -104,7 +105,7 @@ void append(Program& program, const Program& part) {
     program.insert(program.end(), part.begin(), part.end());
 }
 
-/// What becomes of a call whose number has been found. What runs off the end is allowed.
+/// The instructions for a call whose number matches. The call is allowed if none of them answers.
 Program answersTo(Answer answer) {
     switch (answer) {
         case Answer::Deny:
@@ -156,8 +157,9 @@ std::optional<std::uint32_t> numberOf(const std::string& name, std::uint32_t tab
 
 void appendCalls(Program& program, std::uint32_t table, const SystemCallRules& rules) {
     for (const auto& [name, answer] : rules.calls) {
-        const auto number = numberOf(name, table);
-        if (!number || !isAnsweredByProgram(name, answer)) {
+        const auto number =
+            isAnsweredByProgram(name, answer) ? numberOf(name, table) : std::nullopt;
+        if (!number) {
             continue;
         }
         Program answers = answersTo(answer);

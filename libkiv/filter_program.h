@@ -1,5 +1,5 @@
-// The part of the filter that goes by tables of system calls, by arguments and by numbers, as a
-// program for seccomp(2). libseccomp cannot express it, or takes a rule for every bit.
+// The part of the filter that checks tables of system calls, arguments and numbers, as a program
+// for seccomp(2). libseccomp cannot express it, or needs a rule for every bit.
 #pragma once
 
 #include <linux/filter.h>
@@ -10,8 +10,8 @@
 
 #include "libkiv/system_call_rules.h"
 
-/// True for the tables that a machine can have beside its own: i386, x32, arm. This machine may
-/// lack them.
+/// True for the tables that a machine can have in addition to its own: i386, x32, arm. This
+/// machine may lack them.
 bool isSystemCallTable(const std::string& name);
 
 /// True for a system call that libseccomp is too old to know, and that is known here by its number.

@@ -51,7 +51,7 @@ std::uint32_t actionOf(Answer answer) {
 
 void prepare(const Filter& filter, const SystemCallRules& rules) {
     throwOnError(seccomp_attr_set(filter.get(), SCMP_FLTATR_CTL_NNP, 0), "no_new_privs");
-    // the program has answered them, and of two answers the kernel takes the harder one
+    // the program has answered them, and of two answers the kernel takes the stricter one
     throwOnError(seccomp_attr_set(filter.get(), SCMP_FLTATR_ACT_BADARCH, SCMP_ACT_ALLOW),
                  "other architectures");
     // the kernel's own reason for a refusal; else every one reads ECANCELED
