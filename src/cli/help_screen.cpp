@@ -1,7 +1,5 @@
 #include "cli/help_screen.h"
 
-#include <unistd.h>
-
 #include <string>
 
 #include "cli/escape_sequences.h"
@@ -20,10 +18,6 @@ constexpr const char* kLogo =
 
 constexpr const char* kCopyright = "Copyright (C) 2026 the kivctl developers; manual: man kivctl";
 constexpr int kRuleWidth = 78;
-
-const char* onTerminal(const char* sequence) {
-    return ::isatty(STDOUT_FILENO) != 0 ? sequence : "";
-}
 
 }  // namespace
 

@@ -15,5 +15,5 @@ enum Command : int {
 /// May be called again with another vector.
 int parseArguments(int argc, char** argv);
 
-/// Writes the help text on standard output, without the frame that main puts around it.
+/// Writes the help text on standard output, without logo and copyright line.
 void printHelp();
