@@ -4,9 +4,8 @@
 #include <cstdint>
 #include <string>
 
-/// Built per account and command; holds no open resources. The container library reads `userName`
-/// and `uid` and has its error text put into `error`: the fields and their order are shared with
-/// it.
+/// Built per account and command; holds no open resources. The container library only
+/// hands it on to libraryLogCallback, which puts the library's message into `error`.
 class ContainerHandle {
 public:
     /// Throws std::runtime_error, beginning with the user name and ": ", for a name with "@" (it
