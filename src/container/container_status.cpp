@@ -1,14 +1,8 @@
 #include "container/container_status.h"
 
-#include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
-#include <array>
-#include <cerrno>
-#include <string_view>
-
-#include "util/file_descriptor.h"
+#include "util/line_reader.h"
 
 namespace {
 
@@ -79,22 +73,7 @@ void collectStatus(ContainerStatus& status, const std::string& namespaceFile,
 }
 
 std::string readFirstLine(const std::string& path) {
-    const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    LineReader file(path);
     std::string line;
-    std::array<char, 64> part{};
-    for (;;) {
-        const ssize_t length = ::read(file.get(), part.data(), part.size());
-        if (length == -1 && errno == EINTR) {
-            continue;
-        }
-        if (length <= 0) {
-            return line;
-        }
-        const std::string_view text(part.data(), static_cast<std::size_t>(length));
-        const std::size_t end = text.find('\n');
-        line += text.substr(0, end);
-        if (end != std::string_view::npos) {
-            return line;
-        }
-    }
+    return file.next(line) ? line : "";
 }
