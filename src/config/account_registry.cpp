@@ -4,7 +4,6 @@
 #include <stdexcept>
 #include <string_view>
 
-#include "config/white_space.h"
 #include "util/errors.h"
 #include "util/line_reader.h"
 #include "util/string_util.h"

@@ -5,7 +5,6 @@
 #include <string_view>
 #include <utility>
 
-#include "config/white_space.h"
 #include "util/line_reader.h"
 #include "util/reg_ex.h"
 #include "util/string_util.h"

@@ -11,14 +11,11 @@
 #include <climits>
 #include <csignal>
 #include <cstdarg>
-#include <cstddef>
-#include <cstdio>
 #include <cstdlib>
 #include <exception>
 #include <optional>
 #include <stdexcept>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "container/runtime_lock.h"
@@ -27,6 +24,7 @@
 #include "util/errors.h"
 #include "util/output.h"
 #include "util/runtime_directory.h"
+#include "util/string_util.h"
 #include "util/util.h"
 
 namespace {
@@ -194,17 +192,9 @@ void enterContainerShell(ContainerHandle& handle) {
 
 void libraryLogCallback(void* handle, int /*priority*/, const char* format, ...) {
     va_list arguments;
-    va_list measured;
     va_start(arguments, format);
-    va_copy(measured, arguments);
-    const int length = std::vsnprintf(nullptr, 0, format, measured);
-    va_end(measured);
     try {
-        if (length >= 0) {
-            std::string text(static_cast<std::size_t>(length), '\0');
-            std::vsnprintf(text.data(), text.size() + 1, format, arguments);
-            static_cast<ContainerHandle*>(handle)->error = std::move(text);
-        }
+        static_cast<ContainerHandle*>(handle)->error = StringUtil::vsprintf(format, arguments);
     } catch (const std::exception&) {
         // the library is written in C: an exception must not cross it; the earlier text stays
     }

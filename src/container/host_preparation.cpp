@@ -14,7 +14,6 @@
 #include <string_view>
 
 #include "config/configuration.h"
-#include "config/white_space.h"
 #include "container/packet_rules.h"
 #include "container/runtime_lock.h"
 #include "fs/mount_table.h"

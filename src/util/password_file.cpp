@@ -9,11 +9,11 @@
 
 #include "util/line_reader.h"
 #include "util/scope_guard.h"
+#include "util/string_util.h"
 #include "util/word_reader.h"
 
 namespace {
 
-constexpr std::string_view kBlanks = " \t\n\v\f\r";
 constexpr std::string_view kDatabase = "passwd";
 
 bool sameTime(const timespec& one, const timespec& other) {
@@ -27,7 +27,7 @@ bool isNeverLookedUp(const char* name) {
 
 /// A word in brackets may send the look-up on although the user was found.
 bool startsWithFilesAlone(std::string_view services) {
-    WordReader words(services, kBlanks);
+    WordReader words(services, kWhiteSpace);
     const std::string_view first = words.next();
     return first == "files" && !words.next().starts_with('[');
 }
@@ -41,8 +41,8 @@ bool passwordFileComesFirst(const std::string& sourcesFile) {
     for (std::string line; file.next(line);) {
         std::string_view text = line;
         text = text.substr(0, text.find('#'));
-        text.remove_prefix(std::min(text.find_first_not_of(kBlanks), text.size()));
-        const std::size_t end = text.find_first_of(" \t\n\v\f\r:");
+        text.remove_prefix(std::min(text.find_first_not_of(kWhiteSpace), text.size()));
+        const std::size_t end = text.find_first_of(std::string(kWhiteSpace) + ":");
         if (end != std::string_view::npos && text.substr(0, end) == kDatabase) {
             ++lines;
             first = text[end] == ':' && startsWithFilesAlone(text.substr(end + 1));

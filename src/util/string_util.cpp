@@ -6,6 +6,8 @@
 #include <cstdio>
 #include <stdexcept>
 
+#include "util/scope_guard.h"
+
 namespace {
 
 /// How many bytes at the beginning of `text`, which is not empty, are a control character.
@@ -51,16 +53,21 @@ void StringUtil::replaceAll(const std::string& from, const std::string& to, std:
 std::string StringUtil::sprintf(const char* format, ...) {
     va_list arguments;
     va_start(arguments, format);
-    const int length = std::vsnprintf(nullptr, 0, format, arguments);
-    va_end(arguments);
+    const ScopeGuard end([&arguments] { va_end(arguments); });
+    return vsprintf(format, arguments);
+}
+
+std::string StringUtil::vsprintf(const char* format, va_list arguments) {
+    va_list measured;
+    va_copy(measured, arguments);
+    const int length = std::vsnprintf(nullptr, 0, format, measured);
+    va_end(measured);
     if (length < 0) {
         throw std::runtime_error("cannot expand the format '" + std::string(format) + "'");
     }
     std::string text(static_cast<std::size_t>(length), '\0');
-    va_start(arguments, format);
     // data() has room for the terminating zero, which vsnprintf counts into the size
     std::vsnprintf(text.data(), text.size() + 1, format, arguments);
-    va_end(arguments);
     return text;
 }
 

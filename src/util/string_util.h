@@ -1,8 +1,12 @@
 // Small operations on strings that several folders share.
 #pragma once
 
+#include <cstdarg>
 #include <string>
 #include <string_view>
+
+/// What the ends of lines are trimmed of.
+inline constexpr const char* kWhiteSpace = " \t\n\f\r\v";
 
 class StringUtil {
 public:
@@ -24,6 +28,10 @@ public:
     /// printf(3) into a string of any length. Throws std::runtime_error when the format cannot be
     /// expanded (vsnprintf(3) fails).
     [[gnu::format(printf, 1, 2)]] static std::string sprintf(const char* format, ...);
+
+    /// The same of a list of arguments, which va_end(3) is still to be called for.
+    [[gnu::format(printf, 1, 0)]] static std::string vsprintf(const char* format,
+                                                              va_list arguments);
 
     /// `prefix` and the byte's value as two lower-case hexadecimal digits.
     static std::string hexEscape(char c, const std::string& prefix);

@@ -21,8 +21,8 @@ public:
     /// Throws std::runtime_error "unknown user" when there is no such account, or "cannot look up
     /// user: " and the system's text when the database cannot be asked. An empty name, ".",
     /// ".." and one with "/" or a NUL byte are unknown, whatever the database would say: the name
-    /// becomes part of paths. Many look-ups in one run take no longer than reading the password file once, and
-    /// give what each by itself would give.
+    /// becomes part of paths. Many look-ups in one run take no longer than reading the password
+    /// file once, and give what each by itself would give.
     static PasswordEntry getpwnam(const std::string& name);
 
     /// The first entry with that user id, if there is one.

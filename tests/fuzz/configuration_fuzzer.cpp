@@ -2,8 +2,8 @@
 #include <stdexcept>
 
 #include "config/configuration.h"
-#include "config/white_space.h"
 #include "input.h"
+#include "util/string_util.h"
 
 namespace {
 
