@@ -4,31 +4,20 @@
 #include <linux/nsfs.h>
 #include <sched.h>
 #include <sys/ioctl.h>
-#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <array>
 #include <cerrno>
 #include <cstddef>
+#include <iterator>
 #include <stdexcept>
 
 #include "util/errors.h"
 #include "util/file_descriptor.h"
+#include "util/interrupted_run.h"
 #include "util/runtime_directory.h"
 
 namespace {
-
-struct Kind {
-    const char* name;
-    int type;
-};
-
-// the mount namespace last: afterwards the files of the others are out of sight
-constexpr std::array<Kind, 3> kKinds = {{
-    {"net", CLONE_NEWNET},
-    {"ipc", CLONE_NEWIPC},
-    {"mnt", CLONE_NEWNS},
-}};
 
 void checkUserName(const std::string& user) {
     if (user.empty() || user.find_first_of("/@") != std::string::npos) {
@@ -41,21 +30,16 @@ std::runtime_error notRunning(const std::string& path, const std::string& user) 
                               user);
 }
 
-/// A start that was killed leaves a view of the host pinned, and the mark that it had set.
+/// A start that was killed may have left a view of the host, with its mark.
 void requireFinished(const std::string& user) {
-    const ssize_t size =
-        ::getxattr(runtimeDirectory.c_str(), unfinishedAttribute(user).c_str(), nullptr, 0);
-    const int error = errno;
-    if (size >= 0) {
+    if (RunMark(user).read()) {
         throw std::runtime_error(runtimeDirectory + ": starting the container of " + user +
                                  " was interrupted, start it with: kivctl start " + user);
     }
-    if (error != ENODATA && error != ENOTSUP) {
-        throw systemError(runtimeDirectory + ": ", error);
-    }
 }
 
-FileDescriptor openNamespace(const std::string& path, const Kind& kind, const std::string& user) {
+FileDescriptor openNamespace(const std::string& path, const NamespaceKind& kind,
+                             const std::string& user) {
     // not blocking: should somebody have put a FIFO there
     FileDescriptor file(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC));
     int error = errno;
@@ -68,7 +52,7 @@ FileDescriptor openNamespace(const std::string& path, const Kind& kind, const st
         // a plain file: the namespace was never bound to it, or the host has been restarted
         throw error == ENOTTY ? notRunning(path, user) : systemError(path + ": ", error);
     }
-    if (type != kind.type) {
+    if (type != kind.flag) {
         throw std::runtime_error(path + ": is a namespace of another kind");
     }
     return file;
@@ -78,16 +62,17 @@ FileDescriptor openNamespace(const std::string& path, const Kind& kind, const st
 
 void enterNamespaces(const std::string& user) {
     checkUserName(user);
-    const std::string prefix = runtimeDirectory + "/" + user + "@";
-    std::array<FileDescriptor, kKinds.size()> files;
-    for (std::size_t i = 0; i < kKinds.size(); ++i) {
-        files[i] = openNamespace(prefix + kKinds[i].name, kKinds[i], user);
+    std::array<FileDescriptor, std::size(kNamespaceKinds)> files;
+    for (std::size_t i = 0; i < files.size(); ++i) {
+        const NamespaceKind& kind = kNamespaceKinds[i];
+        files[i] = openNamespace(namespaceFile(user, kind.name), kind, user);
     }
     requireFinished(user);
-    for (std::size_t i = 0; i < kKinds.size(); ++i) {
-        if (::setns(files[i].get(), kKinds[i].type) != 0) {
+    for (std::size_t i = 0; i < files.size(); ++i) {
+        const NamespaceKind& kind = kNamespaceKinds[i];
+        if (::setns(files[i].get(), kind.flag) != 0) {
             const int error = errno;
-            throw systemError(prefix + kKinds[i].name + ": setns() failed: ", error);
+            throw systemError(namespaceFile(user, kind.name) + ": setns() failed: ", error);
         }
     }
     if (::chdir("/") != 0) {

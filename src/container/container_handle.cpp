@@ -53,5 +53,5 @@ std::string ContainerHandle::getCgroupPath() const {
 }
 
 std::string ContainerHandle::getNamespacePrefix() const {
-    return runtimeDirectory + "/" + userName + "@";
+    return namespaceFile(userName, "");
 }

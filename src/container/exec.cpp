@@ -18,12 +18,11 @@
 #include <string>
 #include <vector>
 
-#include "container/runtime_lock.h"
+#include "container/run_lock.h"
 #include "util/daemon.h"
 #include "util/directory_stream.h"
 #include "util/errors.h"
 #include "util/output.h"
-#include "util/runtime_directory.h"
 #include "util/string_util.h"
 #include "util/util.h"
 
@@ -37,21 +36,6 @@ PasswordEntry passwordEntryOf(const ContainerHandle& handle) {
         throw std::runtime_error("Cannot get passwd details for user " + handle.userName);
     }
     return *account;
-}
-
-/// Without it a container could be entered while its root is still the host's. A host where nothing
-/// was ever started has nothing to lock; the library says that the container is not running.
-FileDescriptor waitUntilBuilt(const ContainerHandle& handle) {
-    FileDescriptor lock = shareRuntimeDirectory(kLongestBuild);
-    const int error = errno;
-    if (!lock.valid() && error == ETIMEDOUT) {
-        throw std::runtime_error(handle.userName +
-                                 ": containers are being started or stopped, try again later");
-    }
-    if (!lock.valid() && error != ENOENT) {
-        throw systemError(runtimeDirectory + ": cannot lock: ", error);
-    }
-    return lock;
 }
 
 /// Processes of the account share the container with this one before it has become theirs: none may
@@ -181,7 +165,8 @@ void enterContainerShell(ContainerHandle& handle) {
     PasswordEntry account = passwordEntryOf(handle);
     loadErrorTexts();
     {
-        const FileDescriptor lock = waitUntilBuilt(handle);
+        // else a container could be entered while its root is still the host's
+        const FileDescriptor lock = shareAccount(handle, kLongestBuild);
         forbidTracing();
         join(handle, account.uid);
     }

@@ -2,23 +2,37 @@
 
 #include <fcntl.h>
 #include <sched.h>
+#include <sys/ioctl.h>
+#include <sys/prctl.h>
 #include <unistd.h>
 
 #include <array>
 #include <cerrno>
+#include <csignal>
 #include <cstdint>
+#include <stdexcept>
 
-#include "container/mount_namespace_order.h"
 #include "container/namespaces.h"
 #include "util/errors.h"
 #include "util/file_descriptor.h"
 #include "util/output.h"
+#include "util/scope_guard.h"
 
 namespace {
+
+// NS_GET_MNTNS_ID of ioctl_ns(2), which headers before Linux 6.8 lack
+constexpr unsigned long kGetNumber = _IOR(0xb7, 0x5, std::uint64_t);
 
 struct Pipe {
     FileDescriptor readEnd;
     FileDescriptor writeEnd;
+};
+
+/// What the child is to leave behind: who its parent is, and where that one's mounts are.
+struct Parent {
+    pid_t pid;
+    std::uint64_t mountInode;
+    FileDescriptor mounts;
 };
 
 Pipe openPipe() {
@@ -37,9 +51,59 @@ void waitForPeer(const FileDescriptor& readEnd) {
     }
 }
 
+/// 0 when the kernel does not tell.
+std::uint64_t numberOf(int mountNamespace) {
+    std::uint64_t number = 0;
+    return ::ioctl(mountNamespace, kGetNumber, &number) == 0 ? number : 0;
+}
+
+bool ownMountsComeAfter(std::uint64_t earlier) {
+    const FileDescriptor own(::open("/proc/self/ns/mnt", O_RDONLY | O_CLOEXEC));
+    const std::uint64_t number = numberOf(own.get());
+    return number == 0 || number > earlier;
+}
+
+/// Mount namespaces have an order, and only a later one can be bind-mounted from the namespace
+/// `pinning`: else the mount fails with EINVAL. From Linux 6.18 on the numbers come in batches for
+/// each processor, so the new namespace may have a lower one. Then unshares again on other
+/// processors until its number is higher; the affinity is the caller's afterwards. Does nothing
+/// where the kernel does not tell the numbers; where no processor helps, pinning fails.
+void unshareUntilMountsCanBePinned(const FileDescriptor& pinning) {
+    const std::uint64_t earlier = numberOf(pinning.get());
+    cpu_set_t callers;
+    if (earlier == 0 || ownMountsComeAfter(earlier) ||
+        ::sched_getaffinity(0, sizeof(callers), &callers) != 0) {
+        return;
+    }
+    const ScopeGuard putBack([&callers] { ::sched_setaffinity(0, sizeof(callers), &callers); });
+    // also those that the caller's affinity leaves out: the one that helps is where `pinning` was
+    // made
+    const auto processors = static_cast<int>(::sysconf(_SC_NPROCESSORS_CONF));
+    for (int processor = 0; processor < processors && processor < CPU_SETSIZE; ++processor) {
+        cpu_set_t one;
+        CPU_ZERO(&one);
+        CPU_SET(processor, &one);
+        if (::sched_setaffinity(0, sizeof(one), &one) != 0) {
+            continue;  // not for this process, or not switched on
+        }
+        if (::unshare(CLONE_NEWNS) != 0 || ownMountsComeAfter(earlier)) {
+            return;
+        }
+    }
+}
+
+/// Without its parent nobody would wait for the child: it ends too, so that a killed start is over
+/// at once, with its lock, and the mark says that the container is not complete.
+void endWithParent(pid_t parent) {
+    ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+    if (::getppid() != parent) {
+        ::_exit(1);  // gone before the kernel knew
+    }
+}
+
 /// The child's half, up to its release. Ends the process when there are no new namespaces.
-void unshareAndWait(int flags, std::uint64_t before, const FileDescriptor& parentsMounts,
-                    Pipe& release, Pipe& ready) {
+void unshareAndWait(int flags, const Parent& parent, Pipe& release, Pipe& ready) {
+    endWithParent(parent.pid);
     if (::chdir("/") != 0) {
         const int error = errno;
         report("chdir(/) failed: " + errorText(error));
@@ -51,12 +115,12 @@ void unshareAndWait(int flags, std::uint64_t before, const FileDescriptor& paren
         report("unshare() failed: " + errorText(error));
         ::_exit(1);
     }
-    if ((flags & CLONE_NEWNS) != 0 && getNamespaceInode(::getpid(), "mnt") == before) {
-        report("mount inode hasn't changed!");
-        ::_exit(1);
-    }
     if ((flags & CLONE_NEWNS) != 0) {
-        makeMountNamespaceLater(parentsMounts.get());
+        if (getNamespaceInode(::getpid(), "mnt") == parent.mountInode) {
+            report("mount inode hasn't changed!");
+            ::_exit(1);
+        }
+        unshareUntilMountsCanBePinned(parent.mounts);
     }
     ready.writeEnd.reset();
     waitForPeer(release.readEnd);
@@ -66,10 +130,10 @@ void unshareAndWait(int flags, std::uint64_t before, const FileDescriptor& paren
 
 pid_t forkUnshare(int flags, int& syncFd) {
     syncFd = -1;
-    const std::uint64_t before = getNamespaceInode(::getpid(), "mnt");
+    const Parent parent{::getpid(), getNamespaceInode(::getpid(), "mnt"),
+                        FileDescriptor(::open("/proc/self/ns/mnt", O_RDONLY | O_CLOEXEC))};
     Pipe release = openPipe();
     Pipe ready = openPipe();
-    const FileDescriptor ownMounts(::open("/proc/self/ns/mnt", O_RDONLY | O_CLOEXEC));
     flushOutput();  // what is buffered must not come out of both processes
     const pid_t child = ::fork();
     if (child == -1) {
@@ -77,7 +141,13 @@ pid_t forkUnshare(int flags, int& syncFd) {
         throw systemError("fork() failed: ", error);
     }
     if (child == 0) {
-        unshareAndWait(flags, before, ownMounts, release, ready);
+        try {
+            unshareAndWait(flags, parent, release, ready);
+        } catch (const std::runtime_error& failure) {
+            // the callers' clean-up is the parent's: nothing of it may run in this process
+            report(failure.what());
+            ::_exit(1);
+        }
         return 0;
     }
     ready.writeEnd.reset();

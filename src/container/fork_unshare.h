@@ -6,11 +6,12 @@
 /// Forks a child that unshares `flags` and then waits. Returns in both processes: the child's pid
 /// in the parent, once the child has unshared or died; 0 in the child, once the parent has written
 /// a byte to `syncFd` or closed it. The parent owns `syncFd`. Throws std::runtime_error when there
-/// is no child; `syncFd` is then -1.
+/// is no child; `syncFd` is then -1. A child without new namespaces says why and ends with 1.
 ///
 /// The two meet through two pipes. The ready pipe (child writes) tells the parent that the
 /// namespaces exist: the child closes its end after unshare, and a dying child closes it too, so
 /// the parent's read cannot hang. The release pipe (parent writes) holds the child back while the
 /// parent moves an interface into its network namespace and pins the namespaces through
-/// /proc/PID/ns; a dying parent releases the child by the same end of file.
+/// /proc/PID/ns; a dying parent releases the child by the same end of file, and the kernel kills
+/// the child soon after: nobody would wait for what it does.
 pid_t forkUnshare(int flags, int& syncFd);

@@ -1,35 +1,31 @@
 #include "container/host_preparation.h"
 
-#include <net/if.h>
-#include <sys/ioctl.h>
 #include <sys/mount.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
 
-#include <algorithm>
 #include <cerrno>
-#include <list>
 #include <stdexcept>
 #include <string>
-#include <string_view>
 
 #include "config/configuration.h"
+#include "container/default_route.h"
 #include "container/packet_rules.h"
-#include "container/runtime_lock.h"
+#include "container/run_lock.h"
 #include "fs/mount_table.h"
 #include "util/errors.h"
 #include "util/external_command.h"
-#include "util/line_reader.h"
+#include "util/file_descriptor.h"
+#include "util/interrupted_run.h"
 #include "util/runtime_directory.h"
-#include "util/string_util.h"
-#include "util/word_reader.h"
+#include "util/scope_guard.h"
 
 namespace {
 
 constexpr mode_t kRuntimeMode = 0700;
 constexpr mode_t kPermissionBits = 07777;
-constexpr int kUsualMtu = 1500;
 constexpr int kRuleMissing = 1;  // iptables(8) -C
+/// In the mark's place for a user name, which has no "@": the source-NAT rule is being added.
+constexpr const char* kHost = "@host";
 
 std::runtime_error runtimeDirectoryError(const std::string& what, int error) {
     return systemError(runtimeDirectory + what, error);
@@ -47,10 +43,10 @@ bool ensureRuntimeDirectory() {
             return true;
         }
         error = errno;
-        if (error != EEXIST) {  // else another start has just made it
+        // another start may just have made it; a link that leads nowhere is there and no directory
+        if (error != EEXIST || ::stat(runtimeDirectory.c_str(), &status) != 0) {
             throw runtimeDirectoryError(": mkdir() failed: ", error);
         }
-        return false;
     }
     if ((status.st_mode & kPermissionBits) != kRuntimeMode) {
         report("adjusting file mode for " + runtimeDirectory);
@@ -62,9 +58,16 @@ bool ensureRuntimeDirectory() {
     return false;
 }
 
+/// Should this run be killed before it has added the rule, the next one does. A safeguard: what
+/// cannot be marked is prepared all the same.
+void setMark(const RunMark& mark) {
+    [[maybe_unused]] const bool marked = mark.write(InterruptedRun{});
+}
+
 /// Keeps the namespace mounts from propagating into other mount namespaces, where they would hold a
-/// stopped container's namespaces. True when the directory was not private before.
-bool privatiseRuntimeDirectory() {
+/// stopped container's namespaces. True when the directory was not private before; `mark` is then
+/// set.
+bool privatiseRuntimeDirectory(const RunMark& mark) {
     const char* path = runtimeDirectory.c_str();
     MountTable table;
     readMountTable(table, runtimeDirectory, kMountInfo);
@@ -78,32 +81,12 @@ bool privatiseRuntimeDirectory() {
     if (table.get(runtimeDirectory).isPrivate()) {
         return false;
     }
+    setMark(mark);
     if (::mount(path, path, nullptr, MS_PRIVATE | MS_REC, nullptr) != 0) {
         const int error = errno;
         throw runtimeDirectoryError(": cannot make private: ", error);
     }
     return true;
-}
-
-std::string detectDefaultInterface() {
-    ExternalCommand query(configuration().ipCommand,
-                          {"-4", "route", "show", "default", "0.0.0.0/0"});
-    std::string output;
-    query.setStdout(&output);
-    if (query.execute() != 0) {
-        throw std::runtime_error("Error while querying default route");
-    }
-    if (output.empty()) {
-        throw std::runtime_error("Cannot get default route");
-    }
-    const auto words =
-        StringUtil::split<std::list<std::string>>(output, " ", /*dropEmpty=*/true, false);
-    const auto device = std::find(words.begin(), words.end(), "dev");
-    if (device == words.end() || std::next(device) == words.end()) {
-        throw std::runtime_error("Cannot get 'dev' from default route");
-    }
-    progress("Detected interface for default route: " + *std::next(device));
-    return *std::next(device);
 }
 
 bool hasMasqueradeRule(const PacketRule& rule) {
@@ -134,60 +117,40 @@ void ensureMasquerade(const std::string& defaultInterface) {
              defaultInterface);
 }
 
-/// The first interface with a default route, empty when there is none; the file is
-/// proc_pid_net(5)'s "route".
-std::string firstDefaultInterface(LineReader& routes) {
-    std::string line;
-    routes.next(line);  // the column header
-    while (routes.next(line)) {
-        WordReader words(line, kWhiteSpace);
-        const std::string_view interface = words.next();
-        const std::string_view destination = words.next();
-        if (destination == "00000000") {
-            return std::string(interface);
-        }
+/// The lock for adding the rule, or none when it need not be added. A run that has made the
+/// directory private adds it in any case; another one only what an interrupted run has left out,
+/// and waits for nobody's tools.
+FileDescriptor lockForMasquerade(const ContainerHandle& handle, const RunMark& mark,
+                                 bool preparedNow) {
+    if (preparedNow) {
+        return lockSourceNat(handle);
     }
-    return "";
-}
-
-/// netdevice(7), SIOCGIFMTU.
-int mtuOf(const std::string& interface) {
-    const FileDescriptor socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-    if (!socket.valid()) {
-        return kUsualMtu;
-    }
-    ifreq request{};
-    interface.copy(request.ifr_name, IFNAMSIZ - 1);
-    if (::ioctl(socket.get(), SIOCGIFMTU, &request) != 0) {
-        const int error = errno;
-        report("MTU detection failed: ioctl(): " + errorText(error));
-        return kUsualMtu;
-    }
-    return request.ifr_mtu < 1 ? kUsualMtu : request.ifr_mtu;
-}
-
-}  // namespace
-
-FileDescriptor prepareHost(const ContainerHandle& /*handle*/) {
-    const bool createdNow = ensureRuntimeDirectory();
-    FileDescriptor lock = lockRuntimeDirectory();
-    const bool privatisedNow = privatiseRuntimeDirectory();
-    // once per boot in practice: the rule is not checked again on every start, deliberately
-    if (createdNow || privatisedNow) {
-        ensureMasquerade(detectDefaultInterface());
+    FileDescriptor lock = mark.read() ? tryToLockSourceNat() : FileDescriptor();
+    if (lock.valid() && !mark.read()) {
+        lock.reset();  // added meanwhile
     }
     return lock;
 }
 
-int detectDefaultMtu(const char* routeTable) {
-    LineReader routes(routeTable);
-    if (!routes.opened()) {
-        return kUsualMtu;
+}  // namespace
+
+void prepareHost(const ContainerHandle& handle) {
+    const bool createdNow = ensureRuntimeDirectory();
+    const RunMark mark(kHost);
+    if (createdNow) {
+        setMark(mark);
     }
-    const std::string interface = firstDefaultInterface(routes);
-    if (interface.empty()) {
-        report("Could not detect default network interface (no default route configured?)");
-        return kUsualMtu;
+    bool privatisedNow = false;
+    {
+        const FileDescriptor lock = lockRuntimeDirectory(handle);
+        privatisedNow = privatiseRuntimeDirectory(mark);
     }
-    return mtuOf(interface);
+    // once per boot in practice: the rule is not checked again on every start, deliberately, and
+    // not after an error either
+    const bool preparedNow = createdNow || privatisedNow;
+    const FileDescriptor lock = lockForMasquerade(handle, mark, preparedNow);
+    if (preparedNow || lock.valid()) {
+        const ScopeGuard done([&mark] { mark.clear(); });
+        ensureMasquerade(detectDefaultInterface());
+    }
 }

@@ -1,7 +1,6 @@
 #include "container/namespace_processes.h"
 
 #include <dirent.h>
-#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -18,12 +17,6 @@ namespace {
 
 bool isNumbered(const std::string& name) {
     return name.front() >= '0' && name.front() <= '9';
-}
-
-/// The inode that the path leads to, 0 when it cannot be examined.
-std::uint64_t inodeOf(const std::string& path) {
-    struct stat status {};
-    return ::stat(path.c_str(), &status) == 0 ? status.st_ino : 0;
 }
 
 /// A thread that has ended has no namespaces any more, though its number stays as long as the

@@ -22,14 +22,19 @@ std::string namespaceLink(pid_t pid, const std::string& kind) {
     return "/proc/" + std::to_string(pid) + "/ns/" + kind;
 }
 
+std::uint64_t inodeOf(const std::string& path) {
+    struct stat status {};
+    return ::stat(path.c_str(), &status) == 0 ? status.st_ino : 0;
+}
+
 std::uint64_t getNamespaceInode(pid_t pid, const std::string& kind) {
     const std::string link = namespaceLink(pid, kind);
-    struct stat status {};
-    if (::stat(link.c_str(), &status) != 0) {
+    const std::uint64_t inode = inodeOf(link);
+    if (inode == 0) {
         const int error = errno;
         throw systemError(link + ": stat() failed: ", error);
     }
-    return status.st_ino;
+    return inode;
 }
 
 void ensureFileExists(const std::string& path) {
@@ -60,7 +65,7 @@ std::optional<FileIdentity> identityOf(const std::string& path) {
                         status.stx_mnt_id};
 }
 
-bool isNamespace(const std::string& path) {
+bool mayBeNamespace(const std::string& path) {
     struct statfs status {};
     if (::statfs(path.c_str(), &status) != 0) {
         return errno != ENOENT;

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "config/configuration.h"
-#include "container/host_preparation.h"
+#include "container/default_route.h"
 #include "container/packet_rules.h"
 #include "util/external_command.h"
 #include "util/string_util.h"
@@ -34,13 +34,14 @@ bool run(ToolCall call) {
     return ExternalCommand(std::move(call.program), std::move(call.arguments)).execute() == 0;
 }
 
-bool deletesQuietly(const PacketRule& rule) {
-    ExternalCommand command(configuration().iptablesCommand, rule.arguments("-D"));
+/// The result of a tool whose output nobody wants to see.
+std::int32_t runQuietly(ToolCall call) {
+    ExternalCommand command(std::move(call.program), std::move(call.arguments));
     std::string output;
     std::string errors;
     command.setStdout(&output);
     command.setStderr(&errors);
-    return command.execute() == 0;
+    return command.execute();
 }
 
 bool interfaceExists(const std::string& name) {
@@ -70,6 +71,17 @@ ToolCall routeLocalnet(const std::string& interface) {
     return sysctl(setting);
 }
 
+/// False when a copy may still be there.
+bool removeCopies(const PacketRule& rule) {
+    for (int copy = 0; copy < kMostCopies; ++copy) {
+        const auto result = runQuietly(iptables(rule, "-D"));
+        if (result != 0) {
+            return meansRuleIsGone(result);
+        }
+    }
+    return true;
+}
+
 }  // namespace
 
 std::string hostInterfaceName(ContainerHandle& handle) {
@@ -94,12 +106,21 @@ void checkInterfaceNames(const ContainerLink& link) {
     }
 }
 
-void removeLeftRules(const ContainerLink& link) {
-    for (const PacketRule& rule :
-         {rejectRule(link.hostInterface), databaseRule(link.hostInterface, link.hostAddress)}) {
-        for (int copy = 0; copy < kMostCopies && deletesQuietly(rule); ++copy) {
-        }
+bool removeLeftNetwork(const std::string& hostInterface,
+                       const std::optional<std::string>& hostAddress) {
+    bool gone = removeCopies(rejectRule(hostInterface));
+    if (hostAddress) {
+        gone = removeCopies(databaseRule(hostInterface, *hostAddress)) && gone;
     }
+    if (interfaceExists(hostInterface)) {
+        // the kernel may be removing it just now, with the network namespace of its other end
+        runQuietly(ip({"link", "delete", hostInterface}));
+    }
+    return gone && hostAddress.has_value();
+}
+
+std::string leftRulesText(const std::string& hostInterface) {
+    return hostInterface + ": cannot remove the packet rules of an interrupted run";
 }
 
 void setUpHostSide(const ContainerLink& link, pid_t child) {

@@ -30,9 +30,14 @@ ContainerLink planLink(ContainerHandle& handle, const IpNetwork& network);
 /// taken name is looked at again for up to one second.
 void checkInterfaceNames(const ContainerLink& link);
 
-/// Removes the link's packet rules as often as they are there. Silent: that none is there is the
-/// usual case.
-void removeLeftRules(const ContainerLink& link);
+/// Removes what an interrupted run has left of a network that nothing holds any more: every copy of
+/// the packet rules, and the interface pair. Silent: that nothing is there is the usual case. False
+/// when a rule may still be there: iptables(8) could not say, or `hostAddress` is not known.
+[[nodiscard]] bool removeLeftNetwork(const std::string& hostInterface,
+                                     const std::optional<std::string>& hostAddress);
+
+/// What to say when that fails.
+std::string leftRulesText(const std::string& hostInterface);
 
 /// Runs in the parent while the child waits. Failures are reported by the runner, and the next
 /// command follows whatever its outcome.

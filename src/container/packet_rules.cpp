@@ -3,6 +3,7 @@
 namespace {
 
 constexpr const char* kContainerRange = "100.64.0.0/10";
+constexpr std::int32_t kNoSuchRule = 1;  // iptables(8) -D; its other failures have other statuses
 constexpr const char* kLoopback = "127.0.0.1";
 constexpr const char* kDatabasePort = "3306";
 
@@ -18,6 +19,10 @@ std::list<std::string> PacketRule::arguments(const std::string& action) const {
     words.push_back(chain);
     words.insert(words.end(), match.begin(), match.end());
     return words;
+}
+
+bool meansRuleIsGone(std::int32_t result) {
+    return result == 0 || result == kNoSuchRule;
 }
 
 PacketRule masqueradeRule(const std::string& defaultInterface) {

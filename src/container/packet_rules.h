@@ -2,6 +2,7 @@
 // checked and deleted from the same value, so that what stop deletes is what start has added.
 #pragma once
 
+#include <cstdint>
 #include <list>
 #include <string>
 
@@ -13,6 +14,10 @@ struct PacketRule {
     /// The arguments of iptables(8) for an action such as "-A", "-I", "-C" or "-D".
     std::list<std::string> arguments(const std::string& action) const;
 };
+
+/// Whether a rule is no longer there after iptables(8) has ended with `result`: it was deleted, or
+/// there was none. Every other result leaves it open.
+bool meansRuleIsGone(std::int32_t result);
 
 /// Source NAT for all containers through the host's default interface.
 PacketRule masqueradeRule(const std::string& defaultInterface);

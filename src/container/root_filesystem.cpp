@@ -55,7 +55,8 @@ void hideRuntimeDirectory() {
     const int error = errno;
     report("umount(kiv) failed: " + errorText(error));
     // Busy as soon as other containers run: their namespace files came along as mounts below it.
-    // Detached all the same, else this mount namespace would keep their networks alive.
+    // Detached all the same, else the mounts would keep a stopped container's network alive for as
+    // long as this one runs.
     ::umount2(runtimeDirectory.c_str(), MNT_DETACH);
 }
 
@@ -92,23 +93,20 @@ FileDescriptor mountOverlay(const std::string& userName) {
     return FileDescriptor(::open(kTempRoot, O_PATH | O_DIRECTORY | O_CLOEXEC));
 }
 
-/// Who enters the namespace from now on finds an empty directory that nobody may read.
-void coverRoot(const UnfinishedMark& mark) {
+/// Whoever enters the namespace from now on finds an empty directory that nobody may read.
+void coverRoot() {
     const unsigned long flags = MS_RDONLY | MS_NOSUID | MS_NODEV | MS_NOEXEC;
     if (::mount("none", "/", "tmpfs", flags, "mode=0") != 0) {
         const int error = errno;
         report("mount(cover) failed: " + errorText(error));
-        return;
     }
-    mark.clear();
 }
 
 }  // namespace
 
-void buildRootFilesystem(const std::string& userName, const std::optional<PasswordEntry>& account,
-                         const UnfinishedMark& mark) {
+void buildRootFilesystem(const std::string& userName, const std::optional<PasswordEntry>& account) {
     stopPropagation();
-    ScopeGuard leaveNoViewOfTheHost([&mark] { coverRoot(mark); });
+    ScopeGuard leaveNoViewOfTheHost(coverRoot);
     hideRuntimeDirectory();
     const FileDescriptor root = mountOverlay(userName);
     if (account && !account->homeDirectory.empty()) {
@@ -118,5 +116,4 @@ void buildRootFilesystem(const std::string& userName, const std::optional<Passwo
     mountBinds(root);
     pivotInto(kTempRoot, root);
     leaveNoViewOfTheHost.dismiss();
-    mark.clear();
 }

@@ -4,15 +4,12 @@
 #include <optional>
 #include <string>
 
-#include "container/unfinished_mark.h"
 #include "util/util.h"
 
 /// Runs in the set-up child, which is alone in its mount namespace: cuts it off from the host's
 /// mounts, stacks the generated layer over the host's root, mounts the private parts and pivots
 /// into it. `account` is the password entry, if there is one. Missing pieces without which the
 /// container is still usable are reported and left out. Throws std::runtime_error for the others;
-/// "/" is then covered, because the namespace is pinned already and must not be left with a view of
-/// the host. The mark is cleared as soon as what the namespace shows may be seen; where not even a
-/// cover could be mounted it stays.
-void buildRootFilesystem(const std::string& userName, const std::optional<PasswordEntry>& account,
-                         const UnfinishedMark& mark);
+/// "/" is then covered where that is possible, because the namespace is pinned already and must not
+/// be left with a view of the host.
+void buildRootFilesystem(const std::string& userName, const std::optional<PasswordEntry>& account);

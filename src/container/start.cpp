@@ -1,13 +1,13 @@
 #include "container/start.h"
 
+#include <sched.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <csignal>
-#include <cstdlib>
+#include <cstdint>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -17,21 +17,19 @@
 #include "container/host_preparation.h"
 #include "container/namespaces.h"
 #include "container/network.h"
-#include "container/root_filesystem.h"
-#include "container/unfinished_mark.h"
+#include "container/run_lock.h"
+#include "container/set_up_child.h"
 #include "fs/mount_table.h"
 #include "util/errors.h"
 #include "util/file_descriptor.h"
+#include "util/interrupted_run.h"
 #include "util/output.h"
 #include "util/runtime_directory.h"
 #include "util/scope_guard.h"
-#include "util/util.h"
 
 namespace {
 
 constexpr mode_t kUmask = 022;
-constexpr const char* kPinned = "pinned";  // in the mark, behind the kinds
-constexpr int kNetworkFailed = 71;         // EX_OSERR, as for every command that fails
 
 /// The namespace would be bound to what the link leads to. Only root can have put it there; exec
 /// refuses it too.
@@ -49,10 +47,10 @@ void refuseLink(const std::string& path) {
 
 /// What was pinned and never completed does not count as running: its view may be one of the whole
 /// host, and its network may lack addresses.
-void unpinUnfinished(const ContainerHandle& handle, const UnfinishedMark& mark) {
+void unpinInterrupted(const ContainerHandle& handle, const InterruptedRun& run) {
     for (const NamespaceKind& kind : kNamespaceKinds) {
-        const std::string path = handle.getNamespacePrefix() + kind.name;
-        if (!mark.names(kind.name) || !isNamespace(path)) {
+        const std::string path = namespaceFile(handle.userName, kind.name);
+        if ((run.kinds & kind.flag) == 0 || !mayBeNamespace(path)) {
             continue;
         }
         report("unpinning " + path + ", an earlier start or stop was interrupted");
@@ -60,6 +58,13 @@ void unpinUnfinished(const ContainerHandle& handle, const UnfinishedMark& mark) 
             const int error = errno;
             throw systemError("Cannot unmount " + path + ": ", error);
         }
+    }
+}
+
+/// Rules that were added a second time would outlive the next stop, which removes each once.
+void requireNoLeftNetwork(const ContainerLink& link) {
+    if (!removeLeftNetwork(link.hostInterface, link.hostAddress)) {
+        throw std::runtime_error(leftRulesText(link.hostInterface));
     }
 }
 
@@ -71,7 +76,7 @@ int missingNamespaces(const ContainerHandle& handle) {
     for (const NamespaceKind& kind : kNamespaceKinds) {
         if (!checkNamespaceMount(handle.userName, table, kind.name)) {
             flags |= kind.flag;
-            const std::string path = handle.getNamespacePrefix() + kind.name;
+            const std::string path = namespaceFile(handle.userName, kind.name);
             ensureFileExists(path);
             refuseLink(path);
         }
@@ -79,35 +84,19 @@ int missingNamespaces(const ContainerHandle& handle) {
     return flags;
 }
 
-std::string namesOf(int flags) {
-    std::string names;
-    for (const NamespaceKind& kind : kNamespaceKinds) {
-        if ((flags & kind.flag) != 0) {
-            names += std::string(kind.name) + " ";
-        }
+/// What exec must not enter is marked before it exists.
+void setMark(const RunMark& mark, const InterruptedRun& run) {
+    if (!mark.write(run)) {
+        const int error = errno;
+        throw systemError(runtimeDirectory + ": cannot mark a container that is being started: ",
+                          error);
     }
-    return names;
-}
-
-/// Holds back what would end kivctl between the fork and the wait, and leave a child that nobody
-/// waits for. Returns the mask to go back to.
-sigset_t holdSignals() {
-    sigset_t held;
-    sigset_t before;
-    ::sigemptyset(&held);
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
-        ::sigaddset(&held, signal);
-    }
-    ::sigprocmask(SIG_BLOCK, &held, &before);
-    return before;
 }
 
 bool hasOwnNamespace(pid_t child, const NamespaceKind& kind) {
-    try {
-        return getNamespaceInode(child, kind.name) != getNamespaceInode(::getpid(), kind.name);
-    } catch (const std::runtime_error&) {
-        return false;  // a dead child has none; it has said why it died
-    }
+    const std::uint64_t inode = inodeOf(namespaceLink(child, kind.name));
+    // a dead child has none; it has said why it died
+    return inode != 0 && inode != getNamespaceInode(::getpid(), kind.name);
 }
 
 /// A child whose unshare failed is in the host's namespaces: nothing may be wired to or pinned from
@@ -126,7 +115,7 @@ void pinNamespaces(const ContainerHandle& handle, pid_t child, int flags) {
             continue;
         }
         const std::string source = namespaceLink(child, kind.name);
-        const std::string target = handle.getNamespacePrefix() + kind.name;
+        const std::string target = namespaceFile(handle.userName, kind.name);
         progress("bind-mounting " + target);
         if (::mount(source.c_str(), target.c_str(), nullptr, MS_BIND, nullptr) != 0) {
             const int error = errno;
@@ -135,30 +124,42 @@ void pinNamespaces(const ContainerHandle& handle, pid_t child, int flags) {
     }
 }
 
-/// The set-up child, after its release. Ends the process, or throws.
-[[noreturn]] void setUpInside(const ContainerHandle& handle, const ContainerLink& link, int flags,
-                              const std::optional<PasswordEntry>& account,
-                              const UnfinishedMark& mark) {
-    ::umask(kUmask);
-    int status = EXIT_SUCCESS;
-    if ((flags & CLONE_NEWNET) != 0) {
-        const auto group = account ? std::optional(account->gid) : std::nullopt;
-        if (!setUpContainerSide(link, group)) {
-            status = kNetworkFailed;
-        }
+/// Lets the child go on by closing `sync`, and waits for its end. Its status is not looked at: it
+/// reports its own failures.
+void releaseAndWait(pid_t child, FileDescriptor& sync) {
+    sync.reset();
+    int status = 0;
+    while (::waitpid(child, &status, 0) == -1 && errno == EINTR) {
     }
-    if ((flags & CLONE_NEWNS) != 0) {
-        buildRootFilesystem(handle.userName, account, mark);
-    } else {
-        mark.clear();
+}
+
+/// Creates the namespaces of the plan in a child, wires and pins them, and has the child build what
+/// is inside. Signals are not held back: when this process ends, by Ctrl-C say, the kernel ends the
+/// child and the host tool that is running, and the mark tells the next run what is incomplete.
+void createNamespaces(const ContainerHandle& handle, const SetUpPlan& plan, const RunMark& mark) {
+    setMark(mark, {plan.flags});
+    ScopeGuard nothingWasMade([&mark] { mark.clear(); });
+    int syncFd = -1;
+    const pid_t child = forkUnshare(plan.flags, syncFd);
+    if (child == 0) {
+        runSetUpChild(plan, mark);
     }
-    std::exit(status);
+    FileDescriptor sync(syncFd);
+    const ScopeGuard neverLeaveTheChild([child, &sync] { releaseAndWait(child, sync); });
+    requireOwnNamespaces(child, plan.flags);
+    nothingWasMade.dismiss();
+    if ((plan.flags & CLONE_NEWNET) != 0) {
+        setUpHostSide(plan.link, child);
+    }
+    pinNamespaces(handle, child, plan.flags);
+    setMark(mark, {plan.flags, /*pinned=*/true});
 }
 
 }  // namespace
 
 void startCommand(const char* user) {
-    ::umask(kUmask);  // whatever the caller's: modes of what is created here must not depend on it
+    // whatever the caller's: modes of what is created here and in the child must not depend on it
+    ::umask(kUmask);
     const std::string failures = forEachAccount(user, [](const AccountEntry& account) {
         print("starting container: " + account.name + ", network:" + account.net + "\n");
         flushOutput();
@@ -171,60 +172,25 @@ void startCommand(const char* user) {
 }
 
 void startContainer(ContainerHandle& handle, const IpNetwork& network) {
-    const ContainerLink link = planLink(handle, network);
-    const auto account = Util::getpwuid(handle.uid);
-    const FileDescriptor lock = prepareHost(handle);
-    const UnfinishedMark mark(lock, handle.userName);
-    const bool interrupted = mark.isSet();
-    unpinUnfinished(handle, mark);
-    const int flags = missingNamespaces(handle);
-    if (flags == 0) {
+    SetUpPlan plan{handle.userName, planLink(handle, network), Util::getpwuid(handle.uid)};
+    prepareHost(handle);
+    const FileDescriptor lock = lockAccount(handle);
+    const RunMark mark(handle.userName);
+    const auto interrupted = mark.read();
+    if (interrupted) {
+        unpinInterrupted(handle, *interrupted);
+    }
+    plan.flags = missingNamespaces(handle);
+    if (plan.flags == 0) {
         mark.clear();  // of a stop that was killed before it had taken anything
         return;        // running already
     }
-    const bool newNetwork = (flags & CLONE_NEWNET) != 0;
-    if (newNetwork) {
-        checkInterfaceNames(link);
-    }
-
-    const sigset_t before = holdSignals();
-    ScopeGuard letSignalsThrough([&before] { ::sigprocmask(SIG_SETMASK, &before, nullptr); });
-    // taken away by the child, once who enters the container can see no harm
-    mark.set(namesOf(flags));
-    bool rulesAreSet = false;
-    // once the child has ended: without a pinned network no file tells of the rules
-    ScopeGuard markFailure([&] { rulesAreSet ? mark.set("") : mark.clear(); });
-    int syncFd = -1;
-    const pid_t child = forkUnshare(flags, syncFd);
-    if (child == 0) {
-        letSignalsThrough.dismiss();  // the child is to finish its set-up, or to say what failed
-        markFailure.dismiss();
-        // a parent that was killed before it had pinned all releases the child too: what that has
-        // left behind stays marked
-        const FileDescriptor none;
-        const UnfinishedMark ended(mark.names(kPinned) ? lock : none, handle.userName);
-        setUpInside(handle, link, flags, account, ended);
-    }
-    FileDescriptor sync(syncFd);
-    const auto releaseAndWait = [&sync, child] {
-        sync.reset();
-        int status = 0;  // not looked at: the child reports its own failures
-        while (::waitpid(child, &status, 0) == -1 && errno == EINTR) {
-        }
-    };
-    ScopeGuard neverLeaveTheChild(releaseAndWait);
-    requireOwnNamespaces(child, flags);
-    if (newNetwork) {
+    if ((plan.flags & CLONE_NEWNET) != 0) {
         if (interrupted) {
-            removeLeftRules(link);
+            requireNoLeftNetwork(plan.link);
         }
-        rulesAreSet = true;
-        setUpHostSide(link, child);
+        checkInterfaceNames(plan.link);
     }
-    pinNamespaces(handle, child, flags);
-    markFailure.dismiss();
-    mark.set(namesOf(flags) + kPinned);
-    neverLeaveTheChild.dismiss();
-    releaseAndWait();
+    createNamespaces(handle, plan, mark);
     progress("OK.");
 }

@@ -5,8 +5,7 @@
 #include "util/ip_network.h"
 
 /// Starts the container of `user`, or with null of every configured account: all are attempted
-/// before the failures are thrown together. Throws std::runtime_error. The set-up child's own
-/// failure comes out of this call too, in the child.
+/// before the failures are thrown together. Throws std::runtime_error.
 void startCommand(const char* user);
 
 /// Starts one container; does nothing when it is running. Throws std::runtime_error; what was

@@ -1,5 +1,6 @@
 #include "container/stop.h"
 
+#include <sched.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -8,6 +9,7 @@
 #include <cerrno>
 #include <cstdint>
 #include <list>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <unordered_set>
@@ -19,11 +21,11 @@
 #include "container/namespaces.h"
 #include "container/network.h"
 #include "container/packet_rules.h"
-#include "container/runtime_lock.h"
-#include "container/unfinished_mark.h"
+#include "container/run_lock.h"
 #include "util/errors.h"
 #include "util/external_command.h"
 #include "util/file_descriptor.h"
+#include "util/interrupted_run.h"
 #include "util/output.h"
 #include "util/runtime_directory.h"
 #include "util/scope_guard.h"
@@ -54,7 +56,7 @@ bool isHosts(const char* kind, std::uint64_t inode) {
 /// The inode to look for. A plain file's number may be that of any namespace, and the host's own
 /// namespaces are the whole host's: neither is looked for.
 std::uint64_t inodeToFind(const std::string& path, const char* kind, std::uint64_t inode) {
-    return isNamespace(path) && !isHosts(kind, inode) ? inode : 0;
+    return mayBeNamespace(path) && !isHosts(kind, inode) ? inode : 0;
 }
 
 std::list<NamespaceEntry> namespaceEntries(const ContainerHandle& handle) {
@@ -81,7 +83,8 @@ std::vector<pid_t> distinctProcesses(const std::list<NamespaceEntry>& entries) {
     return distinct;
 }
 
-/// Each is told of before it is signalled, so that what ends kivctl half-way leaves a true record.
+/// Each pid is printed before it is signalled, so that what ends kivctl half-way leaves a true
+/// record.
 void terminateProcesses(const std::string& user, const std::vector<pid_t>& pids,
                         const std::list<NamespaceEntry>& entries) {
     printError(user + ": terminating processes: ");
@@ -109,6 +112,21 @@ bool haveEnded(std::vector<pid_t> pids) {
     return pids.empty();
 }
 
+struct HostAddress {
+    std::optional<std::string> text;
+    std::string failure;  ///< why there is none
+};
+
+/// A registry line that was changed while the container ran may name a network without the address.
+/// What can be stopped without it is stopped.
+HostAddress hostAddressOf(const IpNetwork& network) {
+    try {
+        return {std::string(network.getAddress(1)), ""};
+    } catch (const std::runtime_error& error) {
+        return {std::nullopt, error.what()};
+    }
+}
+
 /// Whether it was changed or taken away while the lock was free; by somebody else's stop, say, and
 /// even a start after that. What cannot be examined is still there to be reported on.
 bool hasChanged(const NamespaceEntry& entry) {
@@ -116,29 +134,23 @@ bool hasChanged(const NamespaceEntry& entry) {
     return file ? *file != entry.file : errno == ENOENT;
 }
 
-/// Without a runtime directory there is nothing to lock, and nothing to stop.
-FileDescriptor lockForStop() {
-    FileDescriptor lock = lockRuntimeDirectory();
-    const int error = errno;
-    if (!lock.valid() && error != ENOENT) {
-        throw systemError(runtimeDirectory + ": cannot lock: ", error);
+/// False when a rule may still be there. Without an address nobody can tell what the database's
+/// rule looks like.
+bool removeRules(const std::string& interface, const std::optional<std::string>& address) {
+    std::vector<PacketRule> rules = {rejectRule(interface)};
+    if (address) {
+        rules.push_back(databaseRule(interface, *address));
     }
-    return lock;
-}
-
-/// False when iptables could not run to its end.
-bool removeRules(const std::string& interface, const std::string& address) {
-    bool ran = true;
-    for (const PacketRule& rule : {rejectRule(interface), databaseRule(interface, address)}) {
-        // a rule that is gone already is as good; the runner has told of it
+    bool gone = address.has_value();
+    for (const PacketRule& rule : rules) {
         ExternalCommand command(configuration().iptablesCommand, rule.arguments("-D"));
-        ran = command.execute() >= 0 && ran;
+        gone = meansRuleIsGone(command.execute()) && gone;
     }
-    return ran;
+    return gone;
 }
 
-/// True when the file's turn is over but for what else belongs to it; a mount that stays is left
-/// with its file and its rules.
+/// True when nothing is mounted on the file any more. A mount that stays is left with its file and
+/// its rules.
 bool removeNamespaceFile(const std::string& path) {
     // EINVAL: not a mount point, which a start that failed half-way leaves
     if (::umount(path.c_str()) != 0 && errno != EINVAL) {
@@ -155,37 +167,49 @@ bool removeNamespaceFile(const std::string& path) {
     return true;
 }
 
-/// Removes the files and what belongs to them. The mark stays while the rules or a view that was
-/// never completed may be there without a file that tells of them.
-void unpin(ContainerHandle& handle, const std::string& address,
-           const std::list<NamespaceEntry>& entries, const UnfinishedMark& mark) {
-    const std::string prefix = handle.getNamespacePrefix();
-    const bool interrupted = mark.isSet();
-    bool rulesLeft = interrupted;
+/// The kinds that are held in spite of the stop.
+int stillPinned(const std::string& userName) {
+    int kinds = 0;
+    for (const NamespaceKind& kind : kNamespaceKinds) {
+        kinds |= mayBeNamespace(namespaceFile(userName, kind.name)) ? kind.flag : 0;
+    }
+    return kinds;
+}
+
+/// Removes the files and what belongs to them, and what an interrupted run has left. False when
+/// packet rules may still be there; the mark then makes the next start or stop look for them.
+bool unpin(ContainerHandle& handle, const std::optional<std::string>& address,
+           const std::list<NamespaceEntry>& entries) {
+    const RunMark mark(handle.userName);
+    const std::optional<InterruptedRun> found = mark.read();
+    const std::string interface = hostInterfaceName(handle);
+    bool rulesLeft = false;
     for (const NamespaceEntry& entry : entries) {
         if (hasChanged(entry)) {
             continue;
         }
-        const bool isNetwork = entry.kind == kNetworkKind;
-        if (isNetwork && !interrupted) {
-            mark.set("");
-        }
-        const bool removed = removeNamespaceFile(entry.path);
+        const bool isNetwork = entry.kind == kNetworkKind && !found;
         if (isNetwork) {
-            rulesLeft = removed && !removeRules(hostInterfaceName(handle), address);
+            // Without the file nothing else tells of the rules, should this process be killed
+            // before them. What cannot be marked is stopped all the same.
+            [[maybe_unused]] const bool marked = mark.write(InterruptedRun{CLONE_NEWNET});
+        }
+        if (removeNamespaceFile(entry.path) && isNetwork) {
+            rulesLeft = !removeRules(interface, address);
         }
     }
-    // a stop that was killed between the file and the rules
-    const bool fileAlreadyGone =
-        std::none_of(entries.begin(), entries.end(),
-                     [](const NamespaceEntry& entry) { return entry.kind == kNetworkKind; });
-    if (interrupted && fileAlreadyGone && !identityOf(prefix + kNetworkKind)) {
-        rulesLeft = !removeRules(hostInterfaceName(handle), address);
+    const int pinned = stillPinned(handle.userName);
+    if (found && (pinned & CLONE_NEWNET) == 0) {
+        rulesLeft = !removeLeftNetwork(interface, address);
+        if (rulesLeft && address) {
+            report(leftRulesText(interface));
+        }
     }
-    const bool unfinishedView = mark.names("mnt") && isNamespace(prefix + "mnt");
-    if (!rulesLeft && !unfinishedView) {
+    const std::optional<InterruptedRun> left = afterStop(found, pinned, rulesLeft);
+    if (!left || !mark.write(*left)) {
         mark.clear();
     }
+    return !rulesLeft;
 }
 
 }  // namespace
@@ -203,19 +227,25 @@ void stopCommand(const char* user) {
 }
 
 void stopContainer(ContainerHandle& handle, const IpNetwork& network) {
-    const std::string address = network.getAddress(1);
-    FileDescriptor lock = lockForStop();
+    FileDescriptor lock = lockAccount(handle);
     std::list<NamespaceEntry> entries = namespaceEntries(handle);
     findNamespaceProcesses(entries);
     const std::vector<pid_t> pids = distinctProcesses(entries);
     if (!pids.empty()) {
         terminateProcesses(handle.userName, pids, entries);
-        lock.reset();  // nobody else's start is to wait for this account's processes
+        lock.reset();  // a start of the account need not wait for its processes
         if (!haveEnded(pids)) {
             report("still processes left, aborting.");
             return;
         }
-        lock = lockForStop();
+        lock = lockAccount(handle);
     }
-    unpin(handle, address, entries, UnfinishedMark(lock, handle.userName));
+    const HostAddress address = hostAddressOf(network);
+    const bool complete = unpin(handle, address.text, entries);
+    if (!address.text) {
+        throw std::runtime_error(
+            complete ? address.failure
+                     : hostInterfaceName(handle) +
+                           ": cannot remove the rule for the database: " + address.failure);
+    }
 }

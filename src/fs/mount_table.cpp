@@ -95,7 +95,7 @@ void readMountTable(MountTable& out, const std::string& prefix, const std::strin
 
 bool checkNamespaceMount(const std::string& userName, const MountTable& table,
                          const std::string& kind) {
-    const std::string path = runtimeDirectory + "/" + userName + "@" + kind;
+    const std::string path = namespaceFile(userName, kind);
     if (!table.contains(path)) {
         return false;
     }

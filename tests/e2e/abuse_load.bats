@@ -163,7 +163,7 @@ for ((round = $(rounds 50 2); round > 0; round--)); do
     capture timeout 60 kivctl stop -a
     has_run 0
     same "stderr of stop" "" "$err"
-    same "files left" "" "$(ls -A /run/kiv)"
+    same "files left" "" "$(ls /run/kiv)"
     for number in {1..8}; do pair_is_gone "user$number"; done
     unprepared
 done

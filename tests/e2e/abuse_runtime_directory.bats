@@ -95,7 +95,7 @@ same "who is inside" alice "$(kivctl exec alice <<<'id -un')"
 status=0
 kivctl stop alice >/tmp/full/file.out || status=$?
 same "status of stop" 0 "$status"
-same "files left" "" "$(ls -A /run/kiv)"
+same "files left" "" "$(ls /run/kiv)"
 recovers alice
 EOF
 }
@@ -116,7 +116,7 @@ for kind in net ipc mnt cgroup; do
     same "who is inside" alice "$(kivctl exec alice <<<'id -un')"
     capture timeout 20 kivctl stop alice
     same "stderr of stop with $kind" "" "$err"
-    same "files left" "" "$(ls -A /run/kiv)"
+    same "files left" "" "$(ls /run/kiv)"
     pair_is_gone alice
 done
 recovers alice
@@ -211,7 +211,7 @@ capture timeout 20 kivctl stop alice
 same status 0 "$status"
 same "who is inside after a stop" alice "$(kivctl exec alice <<<'id -un')"
 capture timeout 20 kivctl stop alice
-same "files left" "" "$(ls -A /run/kiv)"
+same "files left" "" "$(ls /run/kiv)"
 recovers alice
 EOF
 }

@@ -182,7 +182,7 @@ echo "$name net=100.64.0.8/30" >>"$registry"
 capture kivctl start "$name"
 same status 71 "$status"
 same stderr "kivctl: /run/kiv/$name@net: File name too long" "$err"
-same "files made" "" "$(ls -A /run/kiv)"
+same "files made" "" "$(ls /run/kiv)"
 same "links made" "" "$(ip -o link | grep veth- || true)"
 EOF
 }

@@ -1,34 +1,35 @@
 #!/usr/bin/env bats
-# exec beside other runs: nobody enters a container while one is built.
+# exec beside other runs: nobody enters a container while it is being built.
 load helpers
 
-@test "exec waits while the runtime directory is locked, and enters as soon as it is free" {
+@test "exec waits while the account is locked, and enters as soon as it is free" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice >/dev/null
-mkfifo /tmp/held
-flock --exclusive /run/kiv bash -c 'echo >/tmp/held; sleep 1; echo free >>/tmp/order' &
-read -r </tmp/held
+with_lock alice exclusive bash -c 'touch /tmp/held; sleep 1; echo free >>/tmp/order' &
+eventually test -e /tmp/held
 kivctl exec alice <<<'echo entered' >>/tmp/order
 same order $'free\nentered' "$(cat /tmp/order)"
 wait
 EOF
 }
 
-@test "exec gives up after five seconds of waiting, before it has joined anything" {
+@test "exec says once that it waits, and gives up after five seconds, before it has joined anything" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice >/dev/null
-exec {lock}</run/kiv
-flock --exclusive "$lock"
+with_lock alice exclusive bash -c 'touch /tmp/held; until test -e /tmp/free; do sleep 0.01; done' &
+eventually test -e /tmp/held
 begin=${EPOCHREALTIME/./}
 injected setns:error=EIO kivctl exec alice <<<'echo a shell'
 waited=$(((${EPOCHREALTIME/./} - begin) / 1000))
 same status 71 "$status"
 same stdout "Switching into container 'alice'..." "$out"
-same stderr "kivctl: alice: containers are being started or stopped, try again later" "$err"
-((waited >= 4900 && waited < 8000))
+same stderr "alice: waiting for a start or stop of this account
+kivctl: alice: containers are being started or stopped, try again later" "$err"
+((waited >= 4900))
 refused grep -E 'setns|cgroup.procs' /tmp/trace
+touch /tmp/free
 EOF
 }
 
@@ -36,10 +37,10 @@ EOF
     in_host <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice >/dev/null
-exec {lock}</run/kiv
-flock --exclusive "$lock"
+with_lock alice exclusive bash -c 'touch /tmp/held; until test -e /tmp/free; do sleep 0.01; done' &
+eventually test -e /tmp/held
 fails 71 timeout 20 env --block-signal=ALRM --ignore-signal=ALRM kivctl exec alice </dev/null 2>/dev/null
-flock --unlock "$lock"
+touch /tmp/free
 EOF
 }
 
@@ -53,7 +54,7 @@ exec {commands}>/tmp/commands {answers}</tmp/answers
 echo 'echo in' >&"$commands"
 read -r line <&"$answers"
 same shell in "$line"
-flock --exclusive --nonblock /run/kiv true
+timeout 5 bash -c "$(declare -f with_lock); with_lock alice exclusive true"
 exec {commands}>&-
 wait
 EOF
@@ -64,13 +65,14 @@ EOF
 account alice 100.64.0.4/30
 account bob 100.64.0.8/30
 kivctl start -a >/dev/null 2>&1
-exec {lock}</run/kiv
-flock --shared "$lock"
+with_lock alice shared bash -c 'touch /tmp/held; until test -e /tmp/free; do sleep 0.01; done' &
+eventually test -e /tmp/held
 for ((i = 0; i < 10; i++)); do
-    kivctl exec alice <<<"echo alice $i; sleep 0.1" >"/tmp/alice.$i" 2>&1 &
-    kivctl exec bob <<<"echo bob $i; sleep 0.1" >"/tmp/bob.$i" 2>&1 &
+    kivctl exec alice <<<"echo alice $i; sleep 0.1" >"/tmp/alice.$i" 2>&1 & shells+=($!)
+    kivctl exec bob <<<"echo bob $i; sleep 0.1" >"/tmp/bob.$i" 2>&1 & shells+=($!)
 done
-wait
+wait "${shells[@]}"
+touch /tmp/free
 for ((i = 0; i < 10; i++)); do
     same "alice's shell" "alice $i" "$(cat "/tmp/alice.$i")"
     same "bob's shell" "bob $i" "$(cat "/tmp/bob.$i")"
@@ -96,15 +98,21 @@ refused grep /run/kiv <<<"$during"
 EOF
 }
 
-@test "a start of one account and exec into another get along" {
+@test "a start of one account does not hold up exec into another" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 account bob 100.64.0.8/30
 kivctl start alice >/dev/null
+record ip 'touch /tmp/half-way; until test -e /tmp/go-on; do sleep 0.01; done; exec "$real" "$@"'
 kivctl start bob >/tmp/start 2>&1 & start=$!
-same shell in "$(kivctl exec alice <<<'echo in')"
+eventually test -e /tmp/half-way
+capture timeout 10 kivctl exec alice <<<'echo in'
+same "alice's shell" in "$out"
+same stderr "" "$err"
+kill -0 "$start"
+touch /tmp/go-on
 wait "$start"
-same shell in "$(kivctl exec bob <<<'echo in')"
+same "bob's shell" in "$(kivctl exec bob <<<'echo in')"
 EOF
 }
 
@@ -112,7 +120,7 @@ EOF
     in_host <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice >/dev/null
-injected flock:error=ENOLCK kivctl exec alice <<<'echo a shell'
+injected fcntl:error=ENOLCK kivctl exec alice <<<'echo a shell'
 same status 71 "$status"
 same stderr "kivctl: /run/kiv: cannot lock: No locks available" "$err"
 refused grep -E 'setns|cgroup.procs' /tmp/trace

@@ -6,7 +6,7 @@ load helpers
 steps() {
     sed -nE '
         s/^[0-9]+ +//
-        s/^flock\(([0-9]+), (LOCK_[A-Z]*)\) .*/\2/p
+        s/^fcntl\([0-9]+, F_OFD_SETLK, \{l_type=(F_[A-Z]+),.*/\1/p
         s/^prctl\(PR_SET_DUMPABLE, ([A-Z_]+)\) .*/\1/p
         s/^openat\([0-9]+, "cgroup.procs".*/cgroup/p
         s/^setns\([0-9]+, CLONE_([A-Z]+)\) .*/\1/p
@@ -28,7 +28,7 @@ uid=$(id -u alice)
 usermod --shell /bin/true alice
 strace -o /tmp/trace kivctl exec alice >/dev/null
 same steps "run $(command -v kivctl)
-LOCK_SH
+F_RDLCK
 SUID_DUMP_DISABLE
 cgroup
 NEWNET
@@ -67,16 +67,6 @@ for fault in chdir:error=EIO:when=3 setresuid:error=EPERM capset:error=EPERM sec
     grep -q exit_group /tmp/inside
     refused grep -E '^[0-9]+ +(open|openat|openat2|stat|newfstatat|access|readlink)\(' /tmp/inside
 done
-EOF
-}
-
-@test "the timer that limits the wait for the lock is off before the shell runs" {
-    in_host <<'EOF'
-account alice 100.64.0.4/30
-kivctl start alice >/dev/null
-strace -o /tmp/trace -e trace=setitimer,execve kivctl exec alice <<<'exec true'
-seconds='s/^setitimer.*it_value=\{tv_sec=([0-9]+), tv_usec=([0-9]+).*/\1.\2/p; s/^execve.*bash.*/shell/p'
-same timer $'5.0\n0.0\nshell' "$(sed -nE "$seconds" /tmp/trace)"
 EOF
 }
 

@@ -5,9 +5,29 @@ load helpers
 # The runtime directory's attributes, which are the marks of what is unfinished.
 marks() { python3 -c 'import os; print(*os.listxattr("/run/kiv"))'; }
 
-# mark NAME: as a killed start or stop has left it.
-mark() { python3 -c 'import os, sys; os.setxattr("/run/kiv", "trusted.kiv.unfinished." + sys.argv[1], b"")' "$1"; }
-export -f marks mark
+# mark NAME [KINDS]: as a killed start or stop has left it; without kinds as earlier versions did.
+mark() {
+    python3 -c 'import os, sys
+os.setxattr("/run/kiv", "trusted.kiv.unfinished." + sys.argv[1], sys.argv[2].encode())' "$1" "${2:-}"
+}
+
+# runs_again NAME: the account is started, entered and stopped without a word, and nothing is left.
+runs_again() {
+    capture timeout 20 kivctl start "$1"
+    same "status of start" 0 "$status"
+    same "rules of the running container" 2 "$(iptables-save | grep -c "veth-$1")"
+    same "marks beside the running container" "" "$(marks)"
+    same "who is inside" "$1" "$(kivctl exec "$1" <<<'id -un')"
+    same "address seen outside" 192.0.2.2 "$(enter "$1" bash -c 'cat </dev/tcp/198.51.100.1/80')"
+    capture timeout 20 kivctl stop "$1"
+    same "status of stop" 0 "$status"
+    same "stderr of stop" "" "$err"
+    same "files left" "" "$(ls /run/kiv)"
+    same "marks left" "" "$(marks)"
+    same "rules left" "" "$(iptables-save | grep veth || true)"
+    eventually test ! -e "/sys/class/net/veth-$1"
+}
+export -f marks mark runs_again
 
 @test "a start and a stop that ran to their end leave no mark" {
     in_host <<'EOF'
@@ -73,7 +93,7 @@ same "rules left" "" "$(iptables-save | grep veth || true)"
 EOF
 }
 
-@test "a start that is killed alone before it has pinned all stays marked, though its child goes on" {
+@test "a start that is killed alone before it has pinned all stays marked, and its child ends too" {
     for place in rules net ipc mnt; do
         export place
         in_host <<'EOF'
@@ -85,7 +105,7 @@ if [ "$place" = rules ]; then
 else
     injected mount:signal=KILL -P "/run/kiv/alice@$place" kivctl start alice
 fi
-flock /run/kiv true # the child has it too
+with_lock alice exclusive true # the child has it too
 same "marks after $place" trusted.kiv.unfinished.alice "$(marks)"
 refused kivctl exec alice </dev/null
 [[ $place != [rn]* ]] || eventually test ! -e /sys/class/net/veth-alice
@@ -112,13 +132,15 @@ test "$(kivctl exec alice <<<'id -un')" = alice
 EOF
 }
 
-@test "a covered root counts as finished" {
+@test "a covered root is not taken for a finished container" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 injected mkdir:error=ENOSPC -P /mnt/kiv kivctl start alice
-same marks "" "$(marks)"
+same "stderr of the failed start" "kivctl: mkdir(kiv) failed: No space left on device" "$err"
 capture kivctl exec alice </dev/null
-same status 255 "$status"
+same "status of exec" 71 "$status"
+same "stderr of exec" "kivctl: /run/kiv: starting the container of alice was interrupted, start it with: kivctl start alice" "$err"
+runs_again alice
 EOF
 }
 
@@ -137,11 +159,11 @@ EOF
 account alice 100.64.0.4/30
 kivctl start alice
 capture strace -o /tmp/trace -e inject=clone,?vfork:signal=KILL:when=1 kivctl stop alice
-same "files left" "" "$(ls -A /run/kiv)"
+same "files left" "" "$(ls /run/kiv)"
 same "marks left" trusted.kiv.unfinished.alice "$(marks)"
 same "rules left" 2 "$(iptables-save | grep -c veth-alice)"
 kivctl stop alice
-same "files left by the next" "" "$(ls -A /run/kiv)"
+same "files left by the next" "" "$(ls /run/kiv)"
 same "marks left by the next" "" "$(marks)"
 same "rules left by the next" "" "$(iptables-save | grep veth || true)"
 EOF
@@ -204,12 +226,133 @@ injected mount:signal=KILL:when=1 -P /mnt/temp-root kivctl start alice
 exec {holder}</run/kiv/alice@mnt
 capture kivctl stop alice
 same stderr "Cannot unmount /run/kiv/alice@mnt: Device or resource busy" "$err"
-same "files left" alice@mnt "$(ls -A /run/kiv)"
+same "files left" alice@mnt "$(ls /run/kiv)"
 same "marks left" trusted.kiv.unfinished.alice "$(marks)"
 exec {holder}<&-
 kivctl stop alice
-same "files left by the next" "" "$(ls -A /run/kiv)"
+same "files left by the next" "" "$(ls /run/kiv)"
 same "marks left by the next" "" "$(marks)"
+EOF
+}
+
+@test "stop keeps the mark of a killed start while only the network is busy" {
+    in_host <<'EOF'
+account alice 100.64.0.4/30
+injected mount:signal=KILL:when=1 -P /mnt/temp-root kivctl start alice
+exec {holder}</run/kiv/alice@net
+capture kivctl stop alice
+same stderr "Cannot unmount /run/kiv/alice@net: Device or resource busy" "$err"
+same "files left" alice@net "$(ls /run/kiv)"
+same "marks left" trusted.kiv.unfinished.alice "$(marks)"
+exec {holder}<&-
+runs_again alice
+EOF
+}
+
+@test "a start that fails after an interrupted stop leaves no packet rules behind" {
+    for failure in "clone:error=EAGAIN|fork() failed: Resource temporarily unavailable" \
+        "unshare:error=ENOMEM|no new net namespace was created"; do
+        export failure
+        in_host <<'EOF'
+account alice 100.64.0.4/30
+kivctl start alice
+capture strace -o /tmp/trace -e inject=clone,?vfork:signal=KILL:when=1 kivctl stop alice
+same "rules after the killed stop" 2 "$(iptables-save | grep -c veth-alice)"
+injected "${failure%%|*}" kivctl start alice
+same "status with $failure" 71 "$status"
+same "last line with $failure" "kivctl: ${failure#*|}" "$(tail -1 <<<"$err")"
+same "rules after $failure" "" "$(iptables-save | grep veth-alice || true)"
+runs_again alice
+EOF
+    done
+}
+
+@test "a start that cannot remove the rules of an interrupted stop adds no second ones" {
+    in_host <<'EOF'
+account alice 100.64.0.4/30
+kivctl start alice
+capture strace -o /tmp/trace -e inject=clone,?vfork:signal=KILL:when=1 kivctl stop alice
+record iptables 'exit 4'
+capture kivctl start alice
+same status 71 "$status"
+same stderr "kivctl: veth-alice: cannot remove the packet rules of an interrupted run" "$err"
+same "marks left" trusted.kiv.unfinished.alice "$(marks)"
+rm -r /tmp/recorded
+runs_again alice
+EOF
+}
+
+@test "the next start or stop removes the interface pair that an interrupted start left" {
+    for next in start stop; do
+        export next
+        in_host <<'EOF'
+account alice 100.64.0.4/30
+record ip 'case $* in *netns*) kill -KILL "$PPID"; exit ;; esac; exec $real "$@"'
+refused kivctl start alice
+rm -r /tmp/recorded
+test -e /sys/class/net/veth-alice
+test -e /sys/class/net/vpeer-alice
+if [ "$next" = stop ]; then
+    capture kivctl stop alice
+    same "stderr of stop" "" "$err"
+    refused test -e /sys/class/net/veth-alice
+    same "marks left" "" "$(marks)"
+fi
+runs_again alice
+EOF
+    done
+}
+
+@test "rules that iptables failed to remove are removed by the next stop or start" {
+    for next in start stop; do
+        export next
+        in_host <<'EOF'
+account alice 100.64.0.4/30
+kivctl start alice
+record iptables 'exit 4'
+capture kivctl stop alice
+same "status of stop" 0 "$status"
+same "files left" "" "$(ls /run/kiv)"
+same "marks left" trusted.kiv.unfinished.alice "$(marks)"
+rm -r /tmp/recorded
+same "rules left" 2 "$(iptables-save | grep -c veth-alice)"
+[ "$next" = start ] || kivctl stop alice
+runs_again alice
+EOF
+    done
+}
+
+@test "a stop whose network has no address any more takes down everything but the rule that nobody can name" {
+    in_host <<'EOF'
+account alice 100.64.0.4/30
+kivctl start alice
+sed -i 's:/30:/32:' "$registry"
+capture kivctl stop alice
+same status 71 "$status"
+[[ $err == "kivctl: veth-alice: cannot remove the rule for the database: "* ]]
+same "lines of stderr" 1 "$(wc -l <<<"$err")"
+same "files left" "" "$(ls /run/kiv)"
+same "marks left" trusted.kiv.unfinished.alice "$(marks)"
+same "rules left" 1 "$(iptables-save | grep -c veth-alice)"
+sed -i 's:/32:/30:' "$registry"
+kivctl stop alice
+same "rules left by the next" "" "$(iptables-save | grep veth || true)"
+runs_again alice
+EOF
+}
+
+@test "a mark that cannot be set ends the start before anything is made" {
+    in_host <<'EOF'
+account alice 100.64.0.4/30
+account bob 100.64.0.8/30
+kivctl start bob
+injected fsetxattr:error=ENOSPC kivctl start alice
+same status 71 "$status"
+same stderr "kivctl: /run/kiv: cannot mark a container that is being started: No space left on device" "$err"
+same "live namespaces" "" "$(mounted alice)"
+injected fsetxattr:error=EOPNOTSUPP kivctl start alice
+same "status without attributes" 0 "$status"
+same "who is inside" alice "$(kivctl exec alice <<<'id -un')"
 EOF
 }
 

@@ -126,6 +126,17 @@ prepared_runtime_directory() {
     mount --make-private /run/kiv
 }
 
+# with_lock NAME exclusive|shared COMMAND…: waits for the account's lock as another run of kivctl does, and runs the
+# command while it is held.
+with_lock() {
+    python3 -c '
+import fcntl, pwd, subprocess, sys
+name, mode, *command = sys.argv[1:]
+lock = open("/run/kiv/.lock", "r+")
+fcntl.lockf(lock, fcntl.LOCK_EX if mode == "exclusive" else fcntl.LOCK_SH, 1, pwd.getpwnam(name).pw_uid)
+sys.exit(subprocess.call(command))' "$@"
+}
+
 # eventually COMMAND…: waits up to ten seconds for the command to succeed.
 eventually() {
     local try

@@ -58,7 +58,7 @@ state() {
     cut -d" " -f4,5 /proc/self/mountinfo
     iptables-save | grep -v '^[#:]' | sed 's/\[[0-9:]*\]//'
     ip -o link | cut -d: -f2 | cut -d@ -f1
-    ls -A /run/kiv
+    ls /run/kiv
 }
 
 # settled_state: the same, once the kernel has removed the pairs of networks that are gone.

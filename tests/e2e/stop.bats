@@ -16,7 +16,7 @@ same stderr "alice: terminating processes: $first, $second" "$err"
 between 2000 3500
 refused runs "$first"
 refused runs "$second"
-same "files left" "" "$(ls -A /run/kiv)"
+same "files left" "" "$(ls /run/kiv)"
 same "mounts left" "" "$(mounted alice)"
 EOF
 }
@@ -60,7 +60,7 @@ kill -KILL "$stubborn"
 until_ended "$stubborn"
 capture kivctl stop alice
 same "stderr of the second stop" "" "$err"
-same "files left" "" "$(ls -A /run/kiv)"
+same "files left" "" "$(ls /run/kiv)"
 EOF
 }
 
@@ -75,7 +75,7 @@ resident alice net,ipc,mnt sleep 100; all=$pid
 capture kivctl stop alice
 same stderr "alice: terminating processes: $ipc, $all, $mnt, $net" "$err"
 for pid in "$net" "$ipc" "$mnt" "$all"; do refused runs "$pid"; done
-same "files left" "" "$(ls -A /run/kiv)"
+same "files left" "" "$(ls /run/kiv)"
 EOF
 }
 
@@ -92,7 +92,7 @@ same stderr "alice: terminating processes: $inside" "$err"
 runs "$bobs"
 runs "$outside"
 same "bob's live namespaces" $'net\nipc\nmnt' "$(mounted bob)"
-same "files left" $'bob@ipc\nbob@mnt\nbob@net' "$(ls -A /run/kiv)"
+same "files left" $'bob@ipc\nbob@mnt\nbob@net' "$(ls /run/kiv)"
 same "rules left" "veth-bob veth-bob" "$(iptables-save | grep -o 'veth-[a-z]*' | xargs)"
 same "address seen outside" 192.0.2.2 "$(enter bob bash -c 'cat </dev/tcp/198.51.100.1/80')"
 EOF
@@ -111,7 +111,7 @@ same "threads" 2 "$(ls "/proc/$pid/task" | wc -l)"
 capture kivctl stop alice
 same stderr "alice: terminating processes: $pid" "$err"
 refused test -e "/proc/$pid"
-same "files left" "" "$(ls -A /run/kiv)"
+same "files left" "" "$(ls /run/kiv)"
 EOF
 }
 
@@ -136,7 +136,7 @@ same stderr "alice: terminating processes: $pid" "$err"
 between 2000 3500
 late=$(tail -1 /tmp/said)
 runs "$late"
-same "files left" "" "$(ls -A /run/kiv)"
+same "files left" "" "$(ls /run/kiv)"
 # it keeps the network, and with it the name, until it ends
 capture kivctl start alice
 same "stderr of a start" "kivctl: veth-alice: already exists!" "$err"
@@ -161,7 +161,7 @@ resident alice net,ipc,mnt perl -e '
 capture kivctl stop alice
 same status 0 "$status"
 grep -qxE "alice: terminating processes: $pid(, [0-9]+)*" <<<"$err"
-same "files left" "" "$(ls -A /run/kiv)"
+same "files left" "" "$(ls /run/kiv)"
 refused runs "$pid"
 EOF
 }
@@ -185,7 +185,7 @@ same "live namespaces" $'net\nipc\nmnt' "$(mounted alice)"
 timed kivctl stop alice
 same stderr "" "$err"
 between 0 1000
-same "files left" "" "$(ls -A /run/kiv)"
+same "files left" "" "$(ls /run/kiv)"
 EOF
 }
 
@@ -218,7 +218,7 @@ same "tools called" "iptables -D INPUT -i veth-iDbKxq-F9 -d 100.64.0.0/10 -j REJ
 elevencharx@cgroup
 iptables -t nat -D PREROUTING -i veth-iDbKxq-F9 -p tcp -d 100.64.7.1 --dport 3306 -j DNAT --to-destination 127.0.0.1:3306
 elevencharx@cgroup" "$(cat /tmp/calls)"
-same "files left" "" "$(ls -A /run/kiv)"
+same "files left" "" "$(ls /run/kiv)"
 EOF
 }
 
@@ -236,7 +236,7 @@ stopping container: alice, network:100.64.0.4/30" "$out"
 same stderr "bob: terminating processes: $bobs
 alice: terminating processes: $alices" "$err"
 between 4000 6500
-same "files left" "" "$(ls -A /run/kiv)"
+same "files left" "" "$(ls /run/kiv)"
 EOF
 }
 

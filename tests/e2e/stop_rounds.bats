@@ -125,7 +125,7 @@ wait "$first"
 wait "$second"
 same "stderr of the first" "alice: terminating processes: $pid" "$(cat /tmp/first)"
 same "stderr of the second" "alice: terminating processes: $pid" "$(cat /tmp/second)"
-same "files left" "" "$(ls -A /run/kiv)"
+same "files left" "" "$(ls /run/kiv)"
 EOF
 }
 
@@ -164,19 +164,19 @@ same "stderr of the first stop" "alice: terminating processes: $pid" "$(cat /tmp
 EOF
 }
 
-@test "stop waits for a start that is under way" {
+@test "stop waits for a start of the account that is under way" {
     with_residents <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice
-exec {lock}</run/kiv
-flock "$lock"
-kivctl stop alice {lock}<&- & stop=$!
+with_lock alice exclusive bash -c 'touch /tmp/held; until test -e /tmp/free; do sleep 0.01; done' &
+eventually test -e /tmp/held
+kivctl stop alice & stop=$!
 sleep 0.3
 runs "$stop"
 same "live namespaces" $'net\nipc\nmnt' "$(mounted alice)"
-flock --unlock "$lock"
+touch /tmp/free
 wait "$stop"
-same "files left" "" "$(ls -A /run/kiv)"
+same "files left" "" "$(ls /run/kiv)"
 EOF
 }
 
@@ -187,14 +187,14 @@ kivctl start alice
 resident alice net,ipc,mnt sleep 100
 kivctl stop alice 2>/dev/null & stop=$!
 until_ended "$pid"
-exec {lock}</run/kiv
-flock --timeout 1 "$lock"
+with_lock alice exclusive bash -c 'touch /tmp/held; until test -e /tmp/free; do sleep 0.01; done' &
+eventually test -e /tmp/held
 sleep 2.3
 runs "$stop"
 same "live namespaces" $'net\nipc\nmnt' "$(mounted alice)"
-flock --unlock "$lock"
+touch /tmp/free
 wait "$stop"
-same "files left" "" "$(ls -A /run/kiv)"
+same "files left" "" "$(ls /run/kiv)"
 EOF
 }
 
@@ -211,7 +211,7 @@ same status 0 "$status"
 between 0 1000
 runs "$stop"
 wait "$stop"
-same "files left" $'bob@ipc\nbob@mnt\nbob@net' "$(ls -A /run/kiv)"
+same "files left" $'bob@ipc\nbob@mnt\nbob@net' "$(ls /run/kiv)"
 EOF
 }
 
@@ -249,7 +249,7 @@ resident alice net,ipc,mnt perl -e '
     sleep 100;'
 said full
 kivctl stop alice 2>/dev/null
-same "files left" "" "$(ls -A /run/kiv)"
+same "files left" "" "$(ls /run/kiv)"
 capture kivctl start alice
 same status 71 "$status"
 same stderr "kivctl: veth-alice: already exists!" "$err"

@@ -13,7 +13,7 @@
 #include "../fs/temporary_directory.h"
 #include "../util/captured.h"
 #include "../util/child_process.h"
-#include "container/host_preparation.h"
+#include "container/default_route.h"
 
 namespace {
 
@@ -126,10 +126,8 @@ protected:
     }
 
     int remove() {
-        return run([this] {
-            removeLeftRules(link);
-            return 0;
-        });
+        return run(
+            [this] { return removeLeftNetwork(link.hostInterface, link.hostAddress) ? 0 : 1; });
     }
 
     long callsFor(const std::string& chain) {
@@ -157,6 +155,17 @@ TEST_F(LeftRules, DoNotHoldUpAStartWhoseIptablesAlwaysSucceeds) {
     EXPECT_EQ(remove(), 0);
     EXPECT_EQ(callsFor("|INPUT|"), 16);
     EXPECT_EQ(callsFor("|PREROUTING|"), 16);
+}
+
+TEST_F(LeftRules, MayStillBeThereWhenIptablesFailsOrTheAddressIsNotKnown) {
+    leave(0);
+    EXPECT_EQ(remove(), 0);
+    EXPECT_EQ(run([this] { return removeLeftNetwork(link.hostInterface, std::nullopt) ? 0 : 1; }),
+              1);
+    for (const char* status : {"2", "4", "255"}) {
+        directory.write("/iptables", std::string("#!/bin/sh\nexit ") + status + "\n");
+        EXPECT_EQ(remove(), 1) << status;
+    }
 }
 
 TEST_F(LinkSetUp, InTheContainerTakesTheseSteps) {

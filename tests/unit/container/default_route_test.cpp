@@ -1,4 +1,4 @@
-#include "container/host_preparation.h"
+#include "container/default_route.h"
 
 #include <gtest/gtest.h>
 #include <sys/syscall.h>

@@ -1,0 +1,142 @@
+#include "container/run_lock.h"
+
+#include <fcntl.h>
+#include <sys/types.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <optional>
+#include <stdexcept>
+#include <string>
+
+#include "util/errors.h"
+#include "util/runtime_directory.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using std::chrono::milliseconds;
+
+constexpr const char* kLockFile = "/.lock";  // no user name and kind, so no namespace file's name
+constexpr mode_t kLockFileMode = 0600;
+constexpr off_t kRuntimeDirectoryByte = off_t{1} << 32;  // beyond every user id
+constexpr off_t kSourceNatByte = kRuntimeDirectoryByte + 1;
+constexpr milliseconds kPatience{2000};
+constexpr useconds_t kLookInterval = 10'000;  // microseconds
+
+struct Request {
+    off_t byte;
+    short mode;           ///< F_RDLCK or F_WRLCK
+    std::string waiting;  ///< said when the wait is long
+    std::optional<milliseconds> atMost;
+};
+
+/// On a read-only file system an existing file is opened for reading. Only shared locks are to be
+/// had then; but no new container either.
+FileDescriptor openLockFile() {
+    const std::string path = runtimeDirectory + kLockFile;
+    FileDescriptor file(
+        ::open(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, kLockFileMode));
+    if (!file.valid() && errno == EROFS) {
+        file.reset(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+    }
+    return file;
+}
+
+bool isReadOnly(const FileDescriptor& file) {
+    return (::fcntl(file.get(), F_GETFL) & O_ACCMODE) == O_RDONLY;
+}
+
+/// 0, or errno.
+int tryLock(const FileDescriptor& file, const Request& request, int command) {
+    struct flock lock {};
+    lock.l_type = isReadOnly(file) ? static_cast<short>(F_RDLCK) : request.mode;
+    lock.l_whence = SEEK_SET;
+    lock.l_start = request.byte;
+    lock.l_len = 1;
+    return ::fcntl(file.get(), command, &lock) == 0 ? 0 : errno;
+}
+
+bool isHeldByAnother(int error) {
+    return error == EAGAIN || error == EACCES;
+}
+
+/// Looks again and again while somebody else has the lock: one account's lock is soon free, and a
+/// blocked wait would need a timer to end. After the line about a long wait, a caller without a
+/// limit does wait blocked. 0, or errno; ETIMEDOUT when the time is over.
+int waitForLock(const FileDescriptor& file, const Request& request) {
+    const Clock::time_point begin = Clock::now();
+    bool said = false;
+    int error = tryLock(file, request, F_OFD_SETLK);
+    while (isHeldByAnother(error) || error == EINTR) {
+        const auto waited = Clock::now() - begin;
+        if (request.atMost && waited >= *request.atMost) {
+            return ETIMEDOUT;
+        }
+        if (!said && waited >= kPatience) {
+            report(request.waiting);
+            said = true;
+        }
+        const bool blocked = said && !request.atMost;
+        if (!blocked) {
+            ::usleep(kLookInterval);
+        }
+        error = tryLock(file, request, blocked ? F_OFD_SETLKW : F_OFD_SETLK);
+    }
+    return error;
+}
+
+/// A plain file in its place holds no namespaces either; start has its own words for that.
+bool meansNoRuntimeDirectory(int error) {
+    return error == ENOENT || error == ENOTDIR;
+}
+
+FileDescriptor lock(const Request& request) {
+    FileDescriptor file = openLockFile();
+    const int error = file.valid() ? waitForLock(file, request) : errno;
+    if (error == ETIMEDOUT || meansNoRuntimeDirectory(error)) {
+        file.reset();
+    } else if (error != 0) {
+        throw systemError(runtimeDirectory + ": cannot lock: ", error);
+    }
+    errno = error;
+    return file;
+}
+
+}  // namespace
+
+FileDescriptor lockAccount(const ContainerHandle& handle) {
+    return lock({handle.uid,
+                 F_WRLCK,
+                 handle.userName + ": waiting for another start, stop or exec of this account",
+                 {}});
+}
+
+FileDescriptor shareAccount(const ContainerHandle& handle, milliseconds atMost) {
+    FileDescriptor file =
+        lock({handle.uid, F_RDLCK,
+              handle.userName + ": waiting for a start or stop of this account", atMost});
+    if (!file.valid() && errno == ETIMEDOUT) {
+        throw std::runtime_error(handle.userName +
+                                 ": containers are being started or stopped, try again later");
+    }
+    return file;
+}
+
+FileDescriptor lockRuntimeDirectory(const ContainerHandle& handle) {
+    return lock({kRuntimeDirectoryByte,
+                 F_WRLCK,
+                 handle.userName + ": waiting for another start to prepare " + runtimeDirectory,
+                 {}});
+}
+
+FileDescriptor lockSourceNat(const ContainerHandle& handle) {
+    return lock({kSourceNatByte,
+                 F_WRLCK,
+                 handle.userName + ": waiting for another start to add the source-NAT rule",
+                 {}});
+}
+
+FileDescriptor tryToLockSourceNat() {
+    return lock({kSourceNatByte, F_WRLCK, "", milliseconds(0)});
+}
