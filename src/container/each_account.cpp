@@ -9,8 +9,7 @@
 std::string failureLine(const std::string& userName, const std::exception& error) {
     const std::string text = error.what();
     // a NUL byte in a registry's name would cut the whole text off, later accounts' lines with it
-    return StringUtil::escapeControls(userName) + ": " +
-           (text.empty() ? "unknown error" : text);
+    return StringUtil::escapeControls(userName) + ": " + (text.empty() ? "unknown error" : text);
 }
 
 std::string forEachAccount(const char* user, const AccountAction& action) {
