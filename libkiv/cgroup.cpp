@@ -7,11 +7,14 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <list>
 #include <stdexcept>
 #include <string_view>
 
 #include "util/errors.h"
 #include "util/file_descriptor.h"
+#include "util/string_util.h"
+#include "util/user_slice.h"
 
 namespace {
 
@@ -63,8 +66,8 @@ bool makeChild(const FileDescriptor& parent, const std::string& name) {
 bool joinLeaf(uid_t uid, const std::string& root, std::string& failed) {
     FileDescriptor directory = openHierarchy(root);
     failed = root;
-    for (const std::string& name : {std::string("user.slice"),
-                                    "user-" + std::to_string(uid) + ".slice", std::string("kiv")}) {
+    for (const auto& name :
+         StringUtil::split<std::list<std::string>>(userSlice(uid) + "/kiv", "/", true, false)) {
         failed += "/" + name;
         directory = openOrMakeCgroup(directory, name);
         if (!directory.valid()) {

@@ -6,8 +6,7 @@
 #include <string>
 
 #include "util/file_descriptor.h"
-
-inline constexpr const char* kCgroupRoot = "/sys/fs/cgroup";
+#include "util/user_slice.h"
 
 /// Moves this process into "user.slice/user-UID.slice/kiv" below `root`. Where the slice has
 /// children, as under systemd, cgroup v2 allows no process in the slice itself, hence the leaf of

@@ -8,7 +8,7 @@
 #include "util/base64.h"
 #include "util/hash.h"
 #include "util/runtime_directory.h"
-#include "util/string_util.h"
+#include "util/user_slice.h"
 #include "util/util.h"
 
 namespace {
@@ -49,7 +49,7 @@ const std::string& ContainerHandle::getShortName() {
 }
 
 std::string ContainerHandle::getCgroupPath() const {
-    return StringUtil::sprintf("/sys/fs/cgroup/user.slice/user-%u.slice", uid);
+    return std::string(kCgroupRoot) + "/" + userSlice(uid);
 }
 
 std::string ContainerHandle::getNamespacePrefix() const {
