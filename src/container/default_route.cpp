@@ -15,6 +15,7 @@
 #include "util/external_command.h"
 #include "util/file_descriptor.h"
 #include "util/line_reader.h"
+#include "util/output.h"
 #include "util/string_util.h"
 #include "util/word_reader.h"
 

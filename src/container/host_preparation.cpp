@@ -16,6 +16,7 @@
 #include "util/external_command.h"
 #include "util/file_descriptor.h"
 #include "util/interrupted_run.h"
+#include "util/output.h"
 #include "util/runtime_directory.h"
 #include "util/scope_guard.h"
 

@@ -13,6 +13,7 @@
 #include "fs/layer_paths.h"
 #include "fs/path_resolution.h"
 #include "util/errors.h"
+#include "util/output.h"
 #include "util/settings.h"
 
 namespace {

@@ -10,6 +10,7 @@
 #include "container/each_account.h"
 #include "container/status_report.h"
 #include "util/errors.h"
+#include "util/output.h"
 
 void statusCommand(const char* user) {
     std::list<ContainerStatus> statuses;

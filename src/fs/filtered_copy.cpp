@@ -13,6 +13,7 @@
 #include "util/errors.h"
 #include "util/file_descriptor.h"
 #include "util/line_reader.h"
+#include "util/output.h"
 #include "util/reg_ex.h"
 #include "util/string_util.h"
 

@@ -5,7 +5,6 @@
 #include <list>
 
 #include "util/output.h"
-#include "util/settings.h"
 #include "util/string_util.h"
 
 std::runtime_error systemError(const std::string& text, int error) {
@@ -26,12 +25,5 @@ void reportLines(const std::string& lines) {
     for (const std::string& line : StringUtil::split<std::list<std::string>>(
              lines, "\n", /*dropEmpty=*/false, /*keepSeparators=*/false)) {
         report(line);
-    }
-}
-
-void progress(const std::string& line) {
-    if (debugMode() != 0) {
-        print(StringUtil::escapeControls(line) + "\n");
-        flushOutput();
     }
 }

@@ -21,7 +21,3 @@ void report(const std::string& line);
 /// As report, for each of the lines that newlines separate: an error with -a has one for each
 /// account, and that of a host tool has the tool's own. Paths in `lines` are escaped already.
 void reportLines(const std::string& lines);
-
-/// Writes `line`, escaped as by report, and a newline to standard output and flushes, when -d was
-/// given.
-void progress(const std::string& line);

@@ -2,6 +2,9 @@
 
 #include <cstdio>
 
+#include "util/settings.h"
+#include "util/string_util.h"
+
 namespace {
 
 void writeTo(std::FILE* stream, std::string_view text) {
@@ -20,4 +23,11 @@ void flushOutput() {
 
 void printError(std::string_view text) {
     writeTo(stderr, text);
+}
+
+void progress(const std::string& line) {
+    if (debugMode() != 0) {
+        print(StringUtil::escapeControls(line) + "\n");
+        flushOutput();
+    }
 }

@@ -3,6 +3,7 @@
 // being started or stopped.
 #pragma once
 
+#include <string>
 #include <string_view>
 
 /// Writes to standard output: line by line on a terminal, else when there is a buffer full of it,
@@ -13,3 +14,7 @@ void flushOutput();
 
 /// Writes to standard error at once, so that a line of one call stays whole among those of others.
 void printError(std::string_view text);
+
+/// Writes `line`, escaped as by report, and a newline to standard output and flushes, when -d was
+/// given.
+void progress(const std::string& line);

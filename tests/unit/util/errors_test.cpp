@@ -9,6 +9,7 @@
 #include <iostream>
 
 #include "child_process.h"
+#include "util/output.h"
 #include "util/settings.h"
 
 namespace {
