@@ -269,7 +269,15 @@ struct Run {
     std::string report;
 };
 
-class ToolRun : public testing::TestWithParam<Run> {};
+class ToolRun : public testing::TestWithParam<Run> {
+protected:
+    // a tool inherits what nohup(1) made of SIGHUP for the tests
+    ToolRun() : hangup(std::signal(SIGHUP, SIG_DFL)) {}
+    ~ToolRun() override { std::signal(SIGHUP, hangup); }
+
+private:
+    decltype(SIG_DFL) hangup;
+};
 
 TEST_P(ToolRun, ReturnsAndReports) {
     Captured standardError(STDERR_FILENO);
