@@ -16,5 +16,6 @@ while read -r name _; do
     figure most "$slice/pids.max"
     figure memory "$slice/memory.current"
     figure high "$slice/memory.high"
+    # shellcheck disable=SC2154 # assigned by figure
     printf '| %-10s | %-6s | %9s %7s | %12s %7s |\n' "$name" "$active" "$processes" "$most" "$memory" "$high"
 done </etc/tarnwell/kiv.users

@@ -338,7 +338,7 @@ done
 others() { iptables-save | grep -F -- '-i veth-bobby '; }
 before=$(others)
 for name in "${names[@]}"; do
-    for turn in 1 2; do
+    for _ in 1 2; do
         capture kivctl start "$name"
         echo "$name: $err"
         has_run 0

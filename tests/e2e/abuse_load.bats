@@ -67,6 +67,7 @@ mount_many 300
 kivctl start bob
 bobs=$(stat -Lc %i /run/kiv/bob@{net,ipc,mnt})
 mkdir -p /srv/storm/{1..40}
+# shellcheck disable=SC2154 # busy_host knows the calls
 taskset --cpu-list "$all_processors" perl -e '
     my ($mount, $umount) = map { $_ + 0 } @ARGV;
     my ($source, $type, $options) = ("storm", "tmpfs", "size=4k");

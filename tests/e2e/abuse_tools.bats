@@ -56,7 +56,8 @@ for tool in "ip 5" "iptables 3" "sysctl 2"; do
     name=${tool% *}
     for host in first later; do
         record "$name" "$WAY"
-        ${host}_start $tool
+        # shellcheck disable=SC2086 # a tool and its words
+        "${host}_start" $tool
         capture timeout 20 kivctl stop alice
         has_run 0
         removals=0

@@ -17,6 +17,7 @@ account alice 100.64.0.4/30
 before=$(state)
 # refuses TEXT MESSAGE
 refuses() {
+    # shellcheck disable=SC2059 # a text with escapes
     printf "$1" >"$configuration"
     capture kivctl start alice
     same "status for '$1'" 64 "$status"

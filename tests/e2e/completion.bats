@@ -81,6 +81,7 @@ bash --norc "$project/tests/e2e/offer_completion" exec "" >/tmp/offered
 same "what was run" "" "$(ls -A)"
 refused grep -q $'\e' /tmp/offered
 # in a command line
+words=()
 eval "words=($(tr '\n' ' ' </tmp/offered))"
 same "what was run of the command line" "" "$(ls -A)"
 same words "$(printf '%s\n' "${names[@]}" spaced last)" "$(printf '%s\n' "${words[@]}")"

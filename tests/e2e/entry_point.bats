@@ -58,12 +58,14 @@ EOF
 for state in broken missing; do
     [ "$state" = missing ] && rm "$configuration" || echo "    broken" >"$configuration"
     for option in -v --version --versi "-c /etc/not-there -v"; do
+        # shellcheck disable=SC2086 # some are several words
         capture as_nobody $option
         same "status of $option" 0 "$status"
         same "stdout of $option" "Tarnwell Account Container (KIV) version 3.3.0 (build 18139)" "$out"
         same "stderr of $option" "" "$err"
     done
     for option in -h --help "-h -c x" "-d -h start"; do
+        # shellcheck disable=SC2086 # some are several words
         capture as_nobody $option
         same "status of $option" 0 "$status"
         same "usage of $option" "Usage: /usr/local/bin/kivctl [options] [command]" "$(grep ^Usage <<<"$out")"

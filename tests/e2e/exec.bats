@@ -234,11 +234,11 @@ account alice 100.64.0.4/30
 usermod --shell /bin/cat alice
 kivctl start alice >/dev/null
 head -c 300000 /dev/urandom >/tmp/bytes
-kivctl exec alice </tmp/bytes | cmp - /tmp/bytes
+cmp /tmp/bytes <(kivctl exec alice </tmp/bytes)
 kivctl exec alice </tmp/bytes >/tmp/bytes.back 2>/tmp/errors
 cmp /tmp/bytes /tmp/bytes.back
 same stderr "" "$(cat /tmp/errors)"
-kivctl -d exec alice </tmp/bytes | cmp - /tmp/bytes
+cmp /tmp/bytes <(kivctl -d exec alice </tmp/bytes)
 EOF
 }
 

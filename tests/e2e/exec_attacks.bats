@@ -224,7 +224,7 @@ on_terminal() {
     TERM=dumb script -qec "$1" /dev/null <<<"$2 >~/answers; exit" >/dev/null
     cat /home/alice/answers
 }
-calls="ioctl 0 0x5401 @$(printf '%064d')
+calls="ioctl 0 0x5401 @$(printf '%064d' 0)
 ioctl 0 0x5412 @:
 ioctl 0 0x541c @:
 ioctl 0 0x100005412 @:
@@ -288,7 +288,7 @@ on_host() { setpriv --reuid "$1" --regid "$1" --init-groups "${@:2}"; }
 try_from() {
     local place=$1 program=/home/bob/system_call calls
     made() { "$place" bob ipcmk --mode 0666 "$@" | sed 's/.*: //'; }
-    same "making a queue" 0 "$("$place" bob "$program" native $mq_open "@$place" 0102 0666 0)"
+    same "making a queue" 0 "$("$place" bob "$program" native "$mq_open" "@$place" 0102 0666 0)"
     calls="shmat $(made --shmem 4096) 0 0x1000
 semctl $(made --semaphore 1) 0 12
 msgrcv $(made --queue) 0 0 0 0x800

@@ -69,7 +69,8 @@ kivctl start alice >/dev/null
 slice=/sys/fs/cgroup/user.slice/user-$(id -u alice).slice
 mkdir -p "$slice/session-1.scope"
 for directory in "${slice%/*}" "$slice"; do
-    for controller in $(cat "$directory/cgroup.controllers"); do
+    read -ra controllers <"$directory/cgroup.controllers" || true # none on some kernels
+    for controller in "${controllers[@]}"; do
         echo "+$controller" >"$directory/cgroup.subtree_control"
     done
 done

@@ -110,7 +110,8 @@ EOF
 
 @test "links of root's and directories that may not be listed stand on the way to a home" {
     in_host <<'EOF'
-mkdir -m 711 -p /srv/volume/homes
+mkdir /srv/volume
+mkdir -m 711 /srv/volume/homes
 account alice 100.64.0.4/30
 mv /home/alice /srv/volume/homes/
 ln -s volume /srv/current

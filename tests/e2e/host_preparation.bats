@@ -275,7 +275,7 @@ EOF
     in_host <<'EOF'
 account alice 100.64.0.4/30
 account bob 100.64.0.8/30
-for round in 1 2 3; do
+for _ in 1 2 3; do
     for name in alice bob alice -a; do
         kivctl start $name >>/tmp/out 2>>/tmp/err &
         pids+=($!)

@@ -252,6 +252,7 @@ printf '%s\n' hide "    /srv/site/*/file" empty "    /srv/site/1*" >"$configurat
 capture kivctl start alice
 same status 0 "$status"
 below=/mnt/root//srv/site
+# shellcheck disable=SC1078,SC1079 # bytes stand within the text
 same stderr "Path contains symlink, ignoring: $below/1\\x0akivctl: bob: forged/file
 Path contains symlink, ignoring: $below/2\\x1b[2J\\x09\\x0d\\x07/file
 Path contains symlink, ignoring: $below/3\\x7f\\x01/file

@@ -25,6 +25,7 @@ export -f display holds
     in_host <<'EOF'
 holds kivctl.8 1
 account bob 100.64.0.8/30
+# shellcheck disable=SC2034 # for holds
 ids="uid=$(id -u alice)(alice) gid=$(id -g alice)(alice) groups=$(id -g alice)"
 holds kivctl.8 2
 holds kivctl.8 3
@@ -95,7 +96,8 @@ EOF
 account alice 100.64.0.4/30
 display libkiv.3 1 >/tmp/id.c
 cc -Wall -Wextra -Werror -I "$project/libkiv" -o /tmp/id /tmp/id.c -L "$(dirname "$KIVCTL")/../lib" -lkiv
-export LD_LIBRARY_PATH=$(dirname "$KIVCTL")/../lib
+LD_LIBRARY_PATH=$(dirname "$KIVCTL")/../lib
+export LD_LIBRARY_PATH
 capture /tmp/id alice
 same "status without a container" 1 "$status"
 same "what it says" "/run/kiv/alice@net: container is not running, start it with: kivctl start alice" "$err"

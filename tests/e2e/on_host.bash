@@ -54,6 +54,7 @@ same() {
 }
 
 # capture COMMAND…: runs it and leaves `status`, `out` and `err`, trailing newlines left out.
+# shellcheck disable=SC2034 # for the caller
 capture() {
     status=0
     "$@" >/tmp/captured.out 2>/tmp/captured.err || status=$?

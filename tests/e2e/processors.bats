@@ -4,7 +4,7 @@
 load helpers
 
 processors() {
-    local list range processor
+    local list range
     list=$(taskset --cpu-list --pid $$)
     list=${list##*: }
     for range in ${list//,/ }; do

@@ -31,7 +31,7 @@ find /mnt/dev -type c -delete
 umount /mnt
 sampled_account
 kivctl exec alice >/tmp/seen <<'EOF'
-cd /dev
+cd /dev || exit
 for name in full null random tty urandom zero; do [ -c $name ] && echo "$name $(stat -c %a $name)"; done
 echo lost >/dev/null && head -c 3 /dev/zero | wc -c
 head -c 8 /dev/urandom | wc -c

@@ -71,6 +71,7 @@ account alice 100.64.0.4/30
 kivctl start alice
 inode() { stat -Lc %i "/run/kiv/alice@$1"; }
 net=$(inode net) ipc=$(inode ipc) mnt=$(inode mnt)
+# shellcheck disable=SC2034 # kept open
 exec {keptAlive}</run/kiv/alice@mnt # else the kernel may give its number to the next one
 umount --lazy /run/kiv/alice@mnt
 rules=$(iptables-save | grep -v '^#')

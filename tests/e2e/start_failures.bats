@@ -188,7 +188,6 @@ mount(/proc/irq) failed: No such file or directory" 'refused enter alice test -e
 @test "a child that cannot unshare is neither pinned nor wired" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
-before=$(iptables-save 2>/dev/null | grep -c veth || true)
 injected unshare:error=ENOSPC kivctl start alice
 same status 71 "$status"
 same stderr "unshare() failed: No space left on device

@@ -107,7 +107,7 @@ import ctypes, threading, time
 threading.Thread(target=time.sleep, args=(100,)).start()
 ctypes.CDLL(None).pthread_exit(None)'
 while stat -L "/proc/$pid/ns/net" >/dev/null 2>&1; do sleep 0.01; done
-same "threads" 2 "$(ls "/proc/$pid/task" | wc -l)"
+same "threads" 2 "$(find "/proc/$pid/task" -mindepth 1 -maxdepth 1 | wc -l)"
 capture kivctl stop alice
 same stderr "alice: terminating processes: $pid" "$err"
 refused test -e "/proc/$pid"

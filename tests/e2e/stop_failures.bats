@@ -30,6 +30,7 @@ EOF
     with_residents <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice
+# shellcheck disable=SC2034 # kept open
 exec {holder}</run/kiv/alice@ipc
 capture kivctl stop alice
 same status 0 "$status"

@@ -93,7 +93,7 @@ kivctl start alice
 kivctl stop alice >/dev/null
 before=$(settled_state)
 refused grep -e veth -e alice@ <<<"$before"
-for round in 1 2 3; do
+for _ in 1 2 3; do
     kivctl start alice
     stops=()
     for stop in 1 2 3 4; do

@@ -110,6 +110,7 @@ EOF
     in_host <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice
+# shellcheck disable=SC2034 # kept open
 exec {hosts}<>/dev/ptmx
 test -e /dev/pts/0
 same "what the account sees" ptmx "$(enter alice ls /dev/pts)"

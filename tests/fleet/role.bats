@@ -44,6 +44,7 @@ END
         echo "      $setting" >>/tmp/inventory.yml
     done
     capture ansible-playbook -i /tmp/inventory.yml "$project/dist/ansible/playbook.yml"
+    # shellcheck disable=SC2034 # for the caller
     recap=$(grep -oE '(changed|failed|unreachable)=[1-9][0-9]*' <<<"$out" | xargs || true)
     [ "$status" = 0 ] || echo "$out $err" >&2
 }
@@ -69,6 +70,7 @@ done
 before=$(namespaces alice; namespaces bob)
 apply "[alice, bob]"
 same status 0 "$status"
+# shellcheck disable=SC2154 # from apply
 same recap "" "$recap"
 same namespaces "$before" "$(namespaces alice; namespaces bob)"
 systemctl disable kivctl.service 2>/dev/null
@@ -153,6 +155,7 @@ EOF
     in_host <<'EOF'
 fresh_host
 mkdir /tmp/archive
+# shellcheck disable=SC2086 # paths without blanks
 cp $KIV_PACKAGE_FILES /tmp/archive
 (cd /tmp/archive && dpkg-scanpackages . >Packages 2>/dev/null)
 rm -rf /etc/apt/sources.list /etc/apt/sources.list.d/*
