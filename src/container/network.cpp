@@ -112,18 +112,22 @@ bool removeLeftNetwork(const std::string& hostInterface,
     if (hostAddress) {
         gone = removeCopies(databaseRule(hostInterface, *hostAddress)) && gone;
     }
+    removeLeftPair(hostInterface);
+    return gone && hostAddress.has_value();
+}
+
+void removeLeftPair(const std::string& hostInterface) {
     if (interfaceExists(hostInterface)) {
         // the kernel may be removing it just now, with the network namespace of its other end
         runQuietly(ip({"link", "delete", hostInterface}));
     }
-    return gone && hostAddress.has_value();
 }
 
 std::string leftRulesText(const std::string& hostInterface) {
     return hostInterface + ": cannot remove the packet rules of an interrupted run";
 }
 
-void setUpHostSide(const ContainerLink& link, pid_t child) {
+bool setUpHostSide(const ContainerLink& link, pid_t child) {
     const std::string mtu = std::to_string(detectDefaultMtu());
     const std::string address = link.hostAddress + "/" + std::to_string(link.prefixLength);
     const std::string& host = link.hostInterface;
@@ -141,6 +145,7 @@ void setUpHostSide(const ContainerLink& link, pid_t child) {
     for (const ToolCall& call : calls) {
         run(call);  // the rest is as useful without it
     }
+    return !interfaceExists(peer);
 }
 
 bool setUpContainerSide(const ContainerLink& link, std::optional<gid_t> group) {

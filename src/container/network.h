@@ -36,12 +36,15 @@ void checkInterfaceNames(const ContainerLink& link);
 [[nodiscard]] bool removeLeftNetwork(const std::string& hostInterface,
                                      const std::optional<std::string>& hostAddress);
 
-/// What to say when that fails.
+/// Removes the interface pair, should both ends be on the host.
+void removeLeftPair(const std::string& hostInterface);
+
+/// What to say when removeLeftNetwork fails.
 std::string leftRulesText(const std::string& hostInterface);
 
 /// Runs in the parent while the child waits. Failures are reported by the runner, and the next
-/// command follows whatever its outcome.
-void setUpHostSide(const ContainerLink& link, pid_t child);
+/// command follows whatever its outcome. False when the container's end is still on the host.
+[[nodiscard]] bool setUpHostSide(const ContainerLink& link, pid_t child);
 
 /// Runs in the child. The first failing command ends it and makes the result false. Without a group
 /// (no password entry) the ping range is left as it is.

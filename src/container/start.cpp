@@ -149,7 +149,9 @@ void createNamespaces(const ContainerHandle& handle, const SetUpPlan& plan, cons
     requireOwnNamespaces(child, plan.flags);
     nothingWasMade.dismiss();
     if ((plan.flags & CLONE_NEWNET) != 0) {
-        setUpHostSide(plan.link, child);
+        if (!setUpHostSide(plan.link, child)) {
+            setMark(RunMark(leftPairOf(handle.userName)), {});
+        }
     }
     pinNamespaces(handle, child, plan.flags);
     setMark(mark, {plan.flags, /*pinned=*/true});
@@ -186,8 +188,10 @@ void startContainer(ContainerHandle& handle, const IpNetwork& network) {
         return;        // running already
     }
     if ((plan.flags & CLONE_NEWNET) != 0) {
-        if (interrupted) {
+        const RunMark leftPair(leftPairOf(handle.userName));
+        if (interrupted || leftPair.read()) {
             requireNoLeftNetwork(plan.link);
+            leftPair.clear();
         }
         checkInterfaceNames(plan.link);
     }

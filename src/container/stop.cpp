@@ -199,7 +199,13 @@ bool unpin(ContainerHandle& handle, const std::optional<std::string>& address,
         }
     }
     const int pinned = stillPinned(handle.userName);
-    if (found && (pinned & CLONE_NEWNET) == 0) {
+    const bool networkIsGone = (pinned & CLONE_NEWNET) == 0;
+    const RunMark leftPair(leftPairOf(handle.userName));
+    if (networkIsGone && leftPair.read()) {
+        removeLeftPair(interface);
+        leftPair.clear();
+    }
+    if (networkIsGone && found) {
         rulesLeft = !removeLeftNetwork(interface, address);
         if (rulesLeft && address) {
             report(leftRulesText(interface));

@@ -58,6 +58,10 @@ std::optional<InterruptedRun> afterStop(const std::optional<InterruptedRun>& fou
     return kinds != 0 ? std::optional(InterruptedRun{kinds}) : std::nullopt;
 }
 
+std::string leftPairOf(const std::string& userName) {
+    return userName + "@pair";
+}
+
 RunMark::RunMark(const std::string& userName, const std::string& path)
     : directoryPath(path),
       directory(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)),

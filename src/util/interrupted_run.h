@@ -19,6 +19,10 @@
 // | any               | stop    | removes everything as always                               |
 // | network not held  | both    | remove the packet rules and the interface pair that the    |
 // |                   |         | interrupted run left                                       |
+//
+// A start whose ip(8) could not move the interface pair's other end goes on without a network, and
+// the pair stays on the host. It is marked too, as "trusted.kiv.unfinished.USER@pair", which only
+// start and stop look for: they remove the pair.
 #pragma once
 
 #include <optional>
@@ -50,6 +54,9 @@ bool mayClear(const std::optional<InterruptedRun>& marked);
 /// could not be unmounted: of these a marked one must not be taken for finished by the next start.
 std::optional<InterruptedRun> afterStop(const std::optional<InterruptedRun>& found, int stillPinned,
                                         bool rulesMayBeLeft);
+
+/// What the account's left interface pair is marked by, as the user name of a RunMark.
+std::string leftPairOf(const std::string& userName);
 
 /// The mark of one account. Keeps the runtime directory open, which reaches the mark when the
 /// set-up child has no path to it any more.

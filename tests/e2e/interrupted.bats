@@ -303,6 +303,26 @@ EOF
     done
 }
 
+@test "a pair whose end ip failed to move is removed by the next stop, or by a start that finds no network" {
+    for next in start stop; do
+        export next
+        in_host <<'EOF'
+account alice 100.64.0.4/30
+record ip 'case $* in *netns*) exit 2 ;; esac; exec $real "$@"'
+kivctl start alice
+rm -r /tmp/recorded
+same "who is inside" alice "$(kivctl exec alice <<<'id -un')"
+if [ "$next" = stop ]; then
+    kivctl stop alice
+    refused test -e /sys/class/net/veth-alice
+else
+    umount /run/kiv/alice@net
+fi
+runs_again alice
+EOF
+    done
+}
+
 @test "rules that iptables failed to remove are removed by the next stop or start" {
     for next in start stop; do
         export next

@@ -52,7 +52,7 @@ protected:
 
     int runHostSide() {
         return run([this] {
-            setUpHostSide(link, 4711);
+            [[maybe_unused]] const bool moved = setUpHostSide(link, 4711);
             return 0;
         });
     }

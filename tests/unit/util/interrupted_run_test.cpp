@@ -91,6 +91,11 @@ TEST_F(Mark, IsEachAccountsOwn) {
     EXPECT_EQ(of("alic").read(), std::nullopt);
 }
 
+TEST_F(Mark, OfALeftPairIsNoneOfTheAccount) {
+    EXPECT_TRUE(of(leftPairOf("alice")).write({}));
+    EXPECT_EQ(of("alice").read(), std::nullopt);
+}
+
 TEST_F(Mark, MayBeClearedTwice) {
     EXPECT_TRUE(of("alice").write({CLONE_NEWNET}));
     of("alice").clear();
