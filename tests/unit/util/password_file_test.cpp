@@ -1,13 +1,20 @@
 // The files of a test know a root of their own; the C library would know the machine's.
 #include "util/password_file.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
+#include <array>
+#include <chrono>
 #include <cstdio>
+#include <filesystem>
+#include <functional>
 #include <initializer_list>
 #include <optional>
 #include <string>
+#include <thread>
 
 #include "../fs/temporary_directory.h"
 
@@ -151,8 +158,80 @@ TEST_F(PasswordFileTest, FollowsAChangeOfTheSources) {
     EXPECT_THAT(uidOf(read), Optional(4242U));
     directory.write("/nsswitch.conf", "passwd: sss files\n");
     EXPECT_FALSE(uidOf(read));
-    directory.write("/nsswitch.conf", "passwd: files sss\n");
+    directory.write("/nsswitch.conf", "passwd: files\n");
     EXPECT_THAT(uidOf(read), Optional(4242U));
+}
+
+/// What tells one version of the file from the next. The kernel stamps files with a clock that
+/// ticks every few milliseconds, so a change soon after the reading may leave a time as it was:
+/// with many rounds some do.
+class PasswordFileVersion : public PasswordFileTest {
+protected:
+    static constexpr const char* kSameLength = "root:x:2424:4343::/home:/bin/sh\n";
+
+    void expectNoticed(const std::function<void()>& change) {
+        for (int round = 0; round < 50; ++round) {
+            PasswordFile read = file(kRootLine);
+            ASSERT_THAT(uidOf(read), Optional(4242U));
+            change();
+            ASSERT_THAT(uidOf(read), Optional(2424U)) << "round " << round;
+        }
+    }
+
+    static timespec modified(const std::string& path) {
+        struct stat status {};
+        EXPECT_EQ(::stat(path.c_str(), &status), 0);
+        return status.st_mtim;
+    }
+
+    static void setModified(const std::string& path, timespec time) {
+        const std::array<timespec, 2> times = {time, time};
+        EXPECT_EQ(::utimensat(AT_FDCWD, path.c_str(), times.data(), 0), 0);
+    }
+};
+
+TEST_F(PasswordFileVersion, IsToldByTheSize) {
+    expectNoticed([this] {
+        const timespec before = modified(passwords);
+        directory.write("/passwd", "root:x:2424:4343:::/bin/sh\n");
+        setModified(passwords, before);
+    });
+}
+
+TEST_F(PasswordFileVersion, IsToldByTheTimeOfModification) {
+    expectNoticed([this] {
+        directory.write("/passwd", kSameLength);
+        setModified(passwords, {1, 0});
+    });
+}
+
+TEST_F(PasswordFileVersion, IsToldByTheTimeOfChangeWhenTheTimeOfModificationIsSetBack) {
+    PasswordFile read = file(kRootLine);
+    ASSERT_THAT(uidOf(read), Optional(4242U));
+    const timespec before = modified(passwords);
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));  // more than one tick
+    directory.write("/passwd", kSameLength);
+    setModified(passwords, before);
+    EXPECT_THAT(uidOf(read), Optional(2424U));
+}
+
+TEST_F(PasswordFileVersion, IsToldByTheInode) {
+    const std::string first = directory.write("/first", kRootLine);
+    const std::string second = directory.write("/second", kSameLength);
+    const std::string link = directory.at("/link");
+    const std::string services = directory.write("/nsswitch.conf", "passwd: files\n");
+    for (int round = 0; round < 50; ++round) {
+        for (const std::string& path : {first, second}) {
+            setModified(path, {1, 0});
+        }
+        std::filesystem::remove(link);
+        std::filesystem::create_symlink("first", link);
+        PasswordFile read(link, services);
+        ASSERT_THAT(uidOf(read), Optional(4242U));
+        std::filesystem::remove(link);
+        std::filesystem::create_symlink("second", link);
+        ASSERT_THAT(uidOf(read), Optional(2424U)) << "round " << round;
+    }
 }
 
 }  // namespace
