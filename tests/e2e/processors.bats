@@ -87,3 +87,16 @@ for processor in $all; do
 done
 EOF
 }
+
+@test "processors are tried to the last while the number comes too early" {
+    in_host <<'EOF'
+account alice 100.64.0.4/30
+# the first number that the child asks for is the host's; each of its own reads as 1
+capture strace -f -b execve -o /tmp/trace -e trace=ioctl,unshare,sched_setaffinity \
+    -e inject=ioctl:poke_exit=@arg3=0100000000000000:when=2+ kivctl start alice
+child=$(grep -F 'unshare(CLONE_NEWNS|CLONE_NEWIPC|CLONE_NEWNET) = 0' /tmp/trace | cut -d ' ' -f 1)
+tried=$(sed -nE "s/^$child +sched_setaffinity\(0, [0-9]+, \[([0-9 ]+)\]\) += .*/\1/p" /tmp/trace)
+same "processors that were tried, and the one it was on" \
+    "$(seq 0 $(($(getconf _NPROCESSORS_CONF) - 1)); taskset --cpu-list --pid $$ | sed 's/.*: //')" "$tried"
+EOF
+}
