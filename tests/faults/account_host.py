@@ -37,7 +37,8 @@ seccomp
 """
 
 # First on PATH: writes down the descriptors that it got, lets a tracer loose on the set-up child when asked
-# to, and becomes the real tool. The look is the shell's own work and costs no process.
+# to, and becomes the real tool. The look is the shell's own work and costs no process. A tool whose call fits the
+# pattern in "hang" takes that file away, so that it is the only one, and hangs.
 RECORDER = """#!/bin/sh
 echo "{tool} $*:" /proc/$$/fd/* >>/tmp/faults/descriptors
 case "$*" in
@@ -47,6 +48,11 @@ case "$*" in
             until grep -q attached /tmp/faults/attached 2>/dev/null; do sleep 0.005; done
         fi ;;
 esac
+if [ -e /tmp/faults/hang ]; then
+    case "{tool} $*" in
+        $(cat /tmp/faults/hang)) mv /tmp/faults/hang /tmp/faults/hangs && exec sleep 1000 ;;
+    esac
+fi
 exec {real} "$@"
 """
 
@@ -142,9 +148,16 @@ def pinned(account=ACCOUNT):
     return sorted(found)
 
 
-def marks():
-    """The runtime directory's attributes, which mark what was not finished."""
-    return os.listxattr(RUNTIME) if RUNTIME.exists() else []
+def marks(of=None):
+    """The runtime directory's attributes, which mark what was not finished; all, or those of an account or "@host"."""
+    found = os.listxattr(RUNTIME) if RUNTIME.exists() else []
+    return [mark for mark in found if of is None or mark.endswith("." + of)]
+
+
+def source_nat():
+    """What is wrong with the rule that all containers share."""
+    count = len(rules("-j MASQUERADE"))
+    return [] if count == 1 else [f"{count} source-NAT rules"]
 
 
 def wrongly_bound():
@@ -195,7 +208,7 @@ class Host:
         """What a stop has left that it should not."""
         left = [f"mount {point}" for _, point in mounts() if point.startswith(f"{RUNTIME}/{account}@")]
         left += [f"file {path}" for path in RUNTIME.glob(f"{account}@*")]
-        left += [f"mark {mark}" for mark in marks() if mark.endswith("." + account)]
+        left += [f"mark {mark}" for mark in marks(account)]
         left += [f"rule {rule}" for rule in rules(f"veth-{account} ")]
         if host_mounts() != self.mounts:
             left.append(f"the host's mounts changed: {set(host_mounts()) ^ set(self.mounts)}")
@@ -205,7 +218,7 @@ class Host:
 
     def lacks(self, account=ACCOUNT):
         """What a start has not made that it should, or made twice."""
-        found = wrongly_bound() + [f"mark {mark}" for mark in marks() if mark.endswith("." + account)]
+        found = wrongly_bound() + [f"mark {mark}" for mark in marks(account)]
         if pinned(account) != sorted(KINDS):
             found.append(f"pinned: {pinned(account)}")
         if len(rules(f"veth-{account} ")) != 2:
@@ -222,6 +235,7 @@ class Host:
         """Starts, and looks from inside."""
         outcome = kivctl("start", account)
         found = outcome.faults((0,)) + ([f"stderr {outcome.err!r}"] if outcome.err else []) + self.lacks(account)
+        found += [f"mark {mark}" for mark in marks("@host")]
         return ["start: " + fault for fault in found] + self.enter(account)
 
     def enter(self, account=ACCOUNT):
@@ -259,23 +273,7 @@ def unprepare():
     """Back to a host on which nothing was ever started."""
     while any(point == str(RUNTIME) for _, point in mounts()):
         subprocess.run(["umount", str(RUNTIME)], check=True)
+    (RUNTIME / ".lock").unlink(missing_ok=True)
     if RUNTIME.exists():
         RUNTIME.rmdir()
     subprocess.run(["iptables", "-t", "nat", "-F", "POSTROUTING"], check=True)
-
-
-def remove_left_pair(account=ACCOUNT):
-    """A start that could not move the peer leaves the pair on the host, and stop deletes no interface: it goes
-    as ARCHITECTURE.md says. True when there was one."""
-    if len(interfaces(account)) < 2:
-        return False
-    return subprocess.run(["ip", "link", "delete", f"veth-{account}"], check=False).returncode == 0
-
-
-def remove_left_rules(account=ACCOUNT):
-    """A stop whose iptables cannot be run has said so and ignores it: the rules go as ARCHITECTURE.md says."""
-    left = rules(f"veth-{account} ")
-    for rule in left:
-        table = "nat" if "PREROUTING" in rule else "filter"
-        subprocess.run(["iptables", "-t", table, "-D", *rule.split()[1:]], check=True)
-    return bool(left)
