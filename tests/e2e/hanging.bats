@@ -27,7 +27,7 @@ account bob 100.64.0.8/30
 hang_in ip '*vpeer-alice*netns*'
 kivctl start alice >/dev/null 2>&1 & start=$!
 eventually test -e /tmp/hangs
-for round in 1 2; do
+for _ in 1 2; do
     capture timeout 10 kivctl start bob
     same "status of start" 0 "$status"
     capture timeout 10 kivctl exec bob <<<'id -un'

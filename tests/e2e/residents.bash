@@ -45,10 +45,18 @@ timed() {
     took=$(((${EPOCHREALTIME/[.,]/} - began) / 1000))
 }
 
-# between LEAST MOST: milliseconds that `took` must lie in.
-between() {
-    if ((took < $1 || took >= $2)); then
-        echo "took $took ms, not $1 to $2" >&2
+# at_least LEAST: milliseconds that `took` must reach. A busy machine has no most.
+at_least() {
+    if ((took < $1)); then
+        echo "took $took ms, not $1 or more" >&2
+        return 1
+    fi
+}
+
+# sooner_than MOST: for what must not have waited out so many milliseconds.
+sooner_than() {
+    if ((took >= $1)); then
+        echo "took $took ms, not less than $1" >&2
         return 1
     fi
 }

@@ -277,7 +277,7 @@ mount --bind /proc/self/ns/ipc /run/kiv/alice@ipc
 timed kivctl stop alice
 same status 0 "$status"
 same stderr "" "$err"
-between 0 1000
+sooner_than 2000
 runs "$outside"
 same "files left" "" "$(ls /run/kiv)"
 EOF
