@@ -56,7 +56,7 @@ unprepared() {
     iptables -F
     iptables -t nat -F
     umount /run/kiv
-    rmdir /run/kiv
+    rm -r /run/kiv
 }
 
 # files_of NAME: what stands in the runtime directory under the account's name.

@@ -84,6 +84,7 @@ EOF
 
 @test "a home below a file system of its own is there, and its neighbours are not" {
     in_host <<'EOF'
+program_elsewhere
 mount -t tmpfs -o mode=711 homes /home
 account alice 100.64.0.4/30
 account bob 100.64.0.8/30
@@ -115,6 +116,7 @@ mkdir -m 711 /srv/volume/homes
 account alice 100.64.0.4/30
 mv /home/alice /srv/volume/homes/
 ln -s volume /srv/current
+program_elsewhere
 mv /home /home.before
 ln -s /srv/current/homes /home
 capture kivctl start alice

@@ -19,6 +19,16 @@ account() {
     echo "$1${2:+ net=$2}" >>"$registry"
 }
 
+# program_elsewhere: for tests that cover or move /home, which the checkout may be in, with a mount of its own.
+program_elsewhere() {
+    install -D -t /opt/kivctl "$KIVCTL" "$(ldd "$KIVCTL" | awk '$1 ~ /^libkiv/ { print $3 }')"
+    PATH=/opt/kivctl:$PATH
+    export LD_LIBRARY_PATH=/opt/kivctl
+    local checkout
+    checkout=$(findmnt --noheadings --output TARGET --target "$KIVCTL")
+    [[ $checkout != /home/* ]] || umount --lazy "$checkout"
+}
+
 # enter NAME COMMAND…: runs a command in the account's container as the account.
 enter() {
     enter_as_root "$1" setpriv --reuid "$1" --regid "$(id -g "$1")" --init-groups "${@:2}"

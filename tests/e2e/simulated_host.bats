@@ -134,7 +134,8 @@ EOF
 }
 
 @test "a caller other than root gets one line" {
-    # from standard input: nobody else may search root's home, where the checkout may be
+    # from standard input and elsewhere: nobody else may search root's home, where the checkout may be
+    cd /
     run --separate-stderr setpriv --reuid 65534 --regid 65534 --clear-groups bash -s -- -- true <"$host"
     [ "$status" -eq 1 ]
     [ -z "$output" ]
