@@ -75,6 +75,11 @@ class Outcome:
         return found
 
 
+def own_words(errors):
+    """Standard error without the line that a start prints when another account's container is pinned."""
+    return errors.replace("umount(kiv) failed: Device or resource busy\n", "")
+
+
 def run(command, given=""):
     """Runs a command to its end, in a session of its own that is ended when it hangs."""
     with subprocess.Popen(command, stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
@@ -151,7 +156,7 @@ def pinned(account=ACCOUNT):
 def marks(of=None):
     """The runtime directory's attributes, which mark what was not finished; all, or those of an account or "@host"."""
     found = os.listxattr(RUNTIME) if RUNTIME.exists() else []
-    return [mark for mark in found if of is None or mark.endswith("." + of)]
+    return [mark for mark in found if of is None or mark.endswith(("." + of, f".{of}@pair"))]
 
 
 def source_nat():
@@ -197,6 +202,18 @@ def waits_summary():
     return f"{len(waits)} looks for left interfaces, the longest wait {max(waits, default=0):.2f} s, {late} above 1 s"
 
 
+def looked_wrongly(outcome, account):
+    """What is wrong with an exec whose shell got LOOK."""
+    found = outcome.faults((0,)) + descriptors_too_many(outcome.out)
+    if not re.search(rf"^uid=\d+\({account}\) gid=\d+\({account}\)", outcome.out, re.M):
+        found.append(f"no account's shell: {outcome.out!r} {outcome.err!r}")
+    if "root overlayfs" not in outcome.out:
+        found.append(f"no view of its own: {outcome.out!r}")
+    if not re.search(r"^route veth0\s+00000000", outcome.out, re.M) or "\ndescriptors " not in outcome.out:
+        found.append(f"no default route, or not looked to the end: {outcome.out!r}")
+    return ["exec: " + fault for fault in found]
+
+
 class Host:
     """What the host looked like before anything was started, to compare with."""
 
@@ -239,15 +256,7 @@ class Host:
         return ["start: " + fault for fault in found] + self.enter(account)
 
     def enter(self, account=ACCOUNT):
-        outcome = kivctl("exec", account)
-        found = outcome.faults((0,)) + descriptors_too_many(outcome.out)
-        if not re.search(rf"^uid=\d+\({account}\) gid=\d+\({account}\)", outcome.out, re.M):
-            found.append(f"no account's shell: {outcome.out!r} {outcome.err!r}")
-        if "root overlayfs" not in outcome.out:
-            found.append(f"no view of its own: {outcome.out!r}")
-        if not re.search(r"^route veth0\s+00000000", outcome.out, re.M) or "\ndescriptors " not in outcome.out:
-            found.append(f"no default route, or not looked to the end: {outcome.out!r}")
-        return ["exec: " + fault for fault in found]
+        return looked_wrongly(kivctl("exec", account), account)
 
     def converges(self, account=ACCOUNT):
         """Stop, start, exec, stop bring the account to a clean running and a clean stopped state."""
