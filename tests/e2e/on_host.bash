@@ -26,7 +26,10 @@ program_elsewhere() {
     export LD_LIBRARY_PATH=/opt/kivctl
     local checkout
     checkout=$(findmnt --noheadings --output TARGET --target "$KIVCTL")
-    [[ $checkout != /home/* ]] || umount --lazy "$checkout"
+    if [[ $checkout == /home/* ]]; then
+        umount --lazy "$checkout"
+        (cd /home && rmdir --parents "${checkout#/home/}")
+    fi
 }
 
 # enter NAME COMMAND…: runs a command in the account's container as the account.
