@@ -9,6 +9,7 @@
 // | the view is complete            | set-up child | none, if it says pinned; else kept |
 // | the view failed and is covered  | set-up child | kept                               |
 // | start fails with nothing wired  | start        | none                               |
+// | start finds that nothing lacks  | start        | none                               |
 // | before stop takes the network   | stop         | as found, else the network         |
 // | stop has taken what it could    | stop         | afterStop                          |
 //
@@ -22,7 +23,9 @@
 //
 // A start whose ip(8) could not move the interface pair's other end goes on without a network, and
 // the pair stays on the host. It is marked too, as "trusted.kiv.unfinished.USER@pair", which only
-// start and stop look for: they remove the pair.
+// start and stop look for: they remove the pair. A third one, "trusted.kiv.unfinished.@host", says
+// that the source-NAT rule is still to be added, see container/host_preparation.cpp. The text of
+// these two is empty.
 #pragma once
 
 #include <optional>

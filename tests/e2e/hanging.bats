@@ -143,7 +143,7 @@ EOF
     done
 }
 
-@test "a start that nobody reads signals of can be ended while it hangs in the file system" {
+@test "a start whose host tool ignores signals can be ended while the tool hangs" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 record iptables 'case $* in *OUTPUT*) echo $$ >/tmp/hangs; trap "" INT TERM HUP; sleep 1000 ;; esac; exec "$real" "$@"'
