@@ -172,6 +172,45 @@ recovers user1
 EOF
 }
 
+@test "eight accounts that start and stop at once lose no packet rule, with iptables of either kind" {
+    kinds=nft
+    if "$project/tests/host/simulated-host" -- iptables-legacy --table nat --list >/dev/null 2>&1; then
+        kinds+=" legacy"
+    else
+        echo "# the kernel has no legacy tables: only iptables-nft was tried" >&3
+    fi
+    for kind in $kinds; do
+        export kind
+        with_abuse <<'EOF'
+mkdir /tmp/kind
+for tool in iptables iptables-save; do
+    ln -s "$(command -v "${tool/iptables/iptables-$kind}")" "/tmp/kind/$tool"
+done
+PATH=/tmp/kind:$PATH
+[[ $(iptables --version) = *"${kind/nft/nf_tables}"* ]]
+for number in {1..8}; do account "user$number" "100.64.0.$((number * 4))/30"; done
+all_at_once() {
+    local number runs=()
+    for number in {1..8}; do
+        taskset --cpu-list "$all_processors" timeout 60 kivctl "$1" "user$number" >/dev/null 2>>/tmp/err & runs+=($!)
+    done
+    for run in "${runs[@]}"; do wait "$run"; done
+}
+for ((round = $(rounds 50 2); round > 0; round--)); do
+    all_at_once start
+    same "rules on the host" 16 "$(iptables-save | grep -c -- '-i veth-user')"
+    for number in {1..8}; do
+        same "rules in the container" 2 "$(nsenter --net="/run/kiv/user$number@net" iptables-save | grep -c -- '-s 127.0.0.1')"
+    done
+    all_at_once stop
+    same "rules left" "" "$(iptables-save | grep veth- || true)"
+    for number in {1..8}; do pair_is_gone "user$number"; done
+done
+same "what was said" "" "$(sort -u /tmp/err | grep -vxF 'umount(kiv) failed: Device or resource busy' || true)"
+EOF
+    done
+}
+
 @test "rounds in which stop cuts connections in mid-stream leave nothing in the way of the next start" {
     KIV_HOST_DATABASE=none with_abuse <<'EOF'
 account alice 100.64.0.4/30
