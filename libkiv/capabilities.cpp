@@ -34,8 +34,7 @@ bool isKnown(Capability capability) {
 void dropFromBoundingSet(const CapabilitySet& kept) {
     for (Capability capability = CAP_CHOWN; isKnown(capability); ++capability) {
         if (kept.count(capability) == 0 && cap_drop_bound(capability) != 0) {
-            const int error = errno;
-            throw systemError("cannot drop a capability from the bounding set: ", error);
+            throw systemError("cannot drop a capability from the bounding set: ");
         }
     }
 }
@@ -74,7 +73,6 @@ void restrictCapabilities(const CapabilitySet& kept) {
         cap_set_flag(state.get(), set, kForChangeOfUser.size(), kForChangeOfUser.data(), CAP_SET);
     }
     if (cap_set_proc(state.get()) != 0) {
-        const int error = errno;
-        throw systemError("cannot reduce the capabilities: ", error);
+        throw systemError("cannot reduce the capabilities: ");
     }
 }

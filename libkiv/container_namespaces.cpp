@@ -71,12 +71,10 @@ void enterNamespaces(const std::string& user) {
     for (std::size_t i = 0; i < files.size(); ++i) {
         const NamespaceKind& kind = kNamespaceKinds[i];
         if (::setns(files[i].get(), kind.flag) != 0) {
-            const int error = errno;
-            throw systemError(namespaceFile(user, kind.name) + ": setns() failed: ", error);
+            throw systemError(namespaceFile(user, kind.name), ": setns() failed: ");
         }
     }
     if (::chdir("/") != 0) {
-        const int error = errno;
-        throw systemError("chdir(/) failed: ", error);
+        throw systemError("chdir(/) failed: ");
     }
 }

@@ -28,8 +28,7 @@ void parseSettings(AccountEntry& entry, WordReader& words) {
 void readAccounts(std::list<AccountEntry>& result, const std::string& user, const char* registry) {
     LineReader file(registry);
     if (!file.opened()) {
-        const int error = errno;
-        throw systemError("cannot open " + std::string(registry) + ": ", error);
+        throw systemError("cannot open ", registry, ": ");
     }
     std::string line;
     while (file.next(line)) {

@@ -48,8 +48,7 @@ int mtuOf(const std::string& interface) {
     ifreq request{};
     interface.copy(request.ifr_name, IFNAMSIZ - 1);
     if (::ioctl(socket.get(), SIOCGIFMTU, &request) != 0) {
-        const int error = errno;
-        report("MTU detection failed: ioctl(): " + errorText(error));
+        reportSystemError("MTU detection failed: ioctl(): ");
         return kUsualMtu;
     }
     return request.ifr_mtu < 1 ? kUsualMtu : request.ifr_mtu;

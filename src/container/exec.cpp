@@ -106,8 +106,7 @@ void join(ContainerHandle& handle, uid_t uid) {
 void becomeAccount(const ContainerHandle& handle, const PasswordEntry& account) {
     closeInheritedDescriptors();
     if (!Daemon::changeUser(/*primaryGroupOnly=*/true, handle.uid, account.gid)) {
-        const int error = errno;
-        throw systemError("setuid() failed: ", error);
+        throw systemError("setuid() failed: ");
     }
     forbidTracing();
 }
@@ -116,8 +115,7 @@ void goHome(const std::string& home) {
     // where the shell is without a home; silently, because the home's own line says enough
     [[maybe_unused]] const int ignored = ::chdir("/");
     if (::chdir(home.c_str()) != 0) {
-        const int error = errno;
-        report("chdir(" + home + ") failed: " + errorText(error));
+        reportSystemError("chdir(", home, ") failed: ");
     }
     ::setenv("HOME", home.c_str(), 1);
 }
@@ -144,8 +142,7 @@ void resetSignals() {
     resetSignals();
     const std::array<char*, 2> arguments = {shell.data(), nullptr};
     ::execv(shell.c_str(), arguments.data());
-    const int error = errno;
-    report("ERROR during execv: " + errorText(error));
+    reportSystemError("ERROR during execv: ");
     std::exit(-1);
 }
 

@@ -38,8 +38,7 @@ struct Parent {
 Pipe openPipe() {
     std::array<int, 2> ends{};
     if (::pipe2(ends.data(), O_CLOEXEC) != 0) {
-        const int error = errno;
-        throw systemError("pipe() failed: ", error);
+        throw systemError("pipe() failed: ");
     }
     return {FileDescriptor(ends[0]), FileDescriptor(ends[1])};
 }
@@ -105,14 +104,12 @@ void endWithParent(pid_t parent) {
 void unshareAndWait(int flags, const Parent& parent, Pipe& release, Pipe& ready) {
     endWithParent(parent.pid);
     if (::chdir("/") != 0) {
-        const int error = errno;
-        report("chdir(/) failed: " + errorText(error));
+        reportSystemError("chdir(/) failed: ");
     }
     release.writeEnd.reset();
     ready.readEnd.reset();
     if (::unshare(flags) != 0) {
-        const int error = errno;
-        report("unshare() failed: " + errorText(error));
+        reportSystemError("unshare() failed: ");
         ::_exit(1);
     }
     if ((flags & CLONE_NEWNS) != 0) {
@@ -137,8 +134,7 @@ pid_t forkUnshare(int flags, int& syncFd) {
     flushOutput();  // what is buffered must not come out of both processes
     const pid_t child = ::fork();
     if (child == -1) {
-        const int error = errno;
-        throw systemError("fork() failed: ", error);
+        throw systemError("fork() failed: ");
     }
     if (child == 0) {
         try {

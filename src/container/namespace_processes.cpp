@@ -54,8 +54,7 @@ bool livesIn(const NamespaceEntry& entry, const std::string& process) {
 void findNamespaceProcesses(std::list<NamespaceEntry>& entries, const std::string& processes) {
     const DirectoryStream directory(::opendir(processes.c_str()));
     if (directory == nullptr) {
-        const int error = errno;
-        throw systemError("Cannot open " + processes + ": ", error);
+        throw systemError("Cannot open ", processes, ": ");
     }
     const pid_t self = ::getpid();
     while (true) {

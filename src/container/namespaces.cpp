@@ -31,8 +31,7 @@ std::uint64_t getNamespaceInode(pid_t pid, const std::string& kind) {
     const std::string link = namespaceLink(pid, kind);
     const std::uint64_t inode = inodeOf(link);
     if (inode == 0) {
-        const int error = errno;
-        throw systemError(link + ": stat() failed: ", error);
+        throw systemError(link, ": stat() failed: ");
     }
     return inode;
 }

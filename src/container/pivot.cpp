@@ -18,8 +18,7 @@ constexpr int kDirectory = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
 
 void require(int result, const char* failure) {
     if (result < 0) {
-        const int error = errno;
-        throw systemError(failure, error);
+        throw systemError(failure);
     }
 }
 
@@ -74,7 +73,6 @@ void pivotInto(const std::string& newRootPath, const FileDescriptor& expectedRoo
         }
     }
     if (::chdir("/") != 0) {
-        const int error = errno;
-        report("chdir(/) failed: " + errorText(error));
+        reportSystemError("chdir(/) failed: ");
     }
 }

@@ -40,8 +40,7 @@ bool isPrivateAlready() {
 /// From here on mounts of the host still arrive, but none of ours goes out.
 void stopPropagation() {
     if (::mount("none", "/", nullptr, MS_REC | MS_SLAVE, nullptr) != 0) {
-        const int error = errno;
-        report("mount(unshare) failed: " + errorText(error));
+        reportSystemError("mount(unshare) failed: ");
         if (!isPrivateAlready()) {
             throw std::runtime_error("mounts are shared with the host, giving up");
         }
@@ -52,8 +51,7 @@ void hideRuntimeDirectory() {
     if (::umount(runtimeDirectory.c_str()) == 0) {
         return;
     }
-    const int error = errno;
-    report("umount(kiv) failed: " + errorText(error));
+    reportSystemError("umount(kiv) failed: ");
     // Busy as soon as other containers run: their namespace files came along as mounts below it.
     // Detached all the same, else the mounts would keep a stopped container's network alive for as
     // long as this one runs.
@@ -62,22 +60,19 @@ void hideRuntimeDirectory() {
 
 void makeDirectory(const char* path, const char* failure) {
     if (::mkdir(path, kDirectoryMode) != 0) {
-        const int error = errno;
-        throw systemError(failure, error);
+        throw systemError(failure);
     }
 }
 
 /// The host's root with the generated layer on top, read-only because no layer is writable.
 FileDescriptor mountOverlay(const std::string& userName) {
     if (::mount(nullptr, kWorkspace, "tmpfs", 0, nullptr) != 0) {
-        const int error = errno;
-        throw systemError("Cannot create tmpfs at /mnt: ", error);
+        throw systemError("Cannot create tmpfs at /mnt: ");
     }
     makeDirectory(kLowerRoot, "mkdir(root) failed: ");
     // not recursive: only the root file system itself, none of what the host has mounted on it
     if (::mount("/", kLowerRoot, nullptr, MS_BIND, nullptr) != 0) {
-        const int error = errno;
-        throw systemError("bind-mount(root) failed: ", error);
+        throw systemError("bind-mount(root) failed: ");
     }
     makeDirectory(kLayer, "mkdir(kiv) failed: ");
     const Configuration& config = configuration();
@@ -87,8 +82,7 @@ FileDescriptor mountOverlay(const std::string& userName) {
     makeDirectory(kTempRoot, "mkdir(temp-root) failed: ");
     const std::string layers = std::string("lowerdir=") + kLayer + ":" + kLowerRoot;
     if (::mount("overlay", kTempRoot, "overlay", 0, layers.c_str()) != 0) {
-        const int error = errno;
-        throw systemError("overlay-mount(temp-root) failed: ", error);
+        throw systemError("overlay-mount(temp-root) failed: ");
     }
     return FileDescriptor(::open(kTempRoot, O_PATH | O_DIRECTORY | O_CLOEXEC));
 }
@@ -97,8 +91,7 @@ FileDescriptor mountOverlay(const std::string& userName) {
 void coverRoot() {
     const unsigned long flags = MS_RDONLY | MS_NOSUID | MS_NODEV | MS_NOEXEC;
     if (::mount("none", "/", "tmpfs", flags, "mode=0") != 0) {
-        const int error = errno;
-        report("mount(cover) failed: " + errorText(error));
+        reportSystemError("mount(cover) failed: ");
     }
 }
 

@@ -46,23 +46,20 @@ int bindOnto(const FileDescriptor& source, const FileDescriptor& root, const std
 void mountTerminals() {
     const std::string target = std::string(kTempRoot) + "/dev/pts";
     if (::mount(nullptr, target.c_str(), "devpts", 0, "newinstance,max=64") != 0) {
-        const int error = errno;
-        report("mount(/dev/pts) failed: " + errorText(error));
+        reportSystemError("mount(/dev/pts) failed: ");
     }
 }
 
 void mountProc() {
     const std::string target = std::string(kTempRoot) + "/proc";
     if (::mount(nullptr, target.c_str(), "proc", MS_RDONLY, "hidepid=2") != 0) {
-        const int error = errno;
-        report("remount(/proc) failed: " + errorText(error));
+        reportSystemError("remount(/proc) failed: ");
     }
 }
 
 void coverProcPaths(const FileDescriptor& root) {
     if (::mkdir(kEmptyDirectory, 0755) != 0) {
-        const int error = errno;
-        throw systemError(std::string("mkdir(") + kEmptyDirectory + ") failed: ", error);
+        throw systemError("mkdir(", kEmptyDirectory, ") failed: ");
     }
     for (const std::string& path : configuration().empty) {
         if (!isBelowProc(path)) {
@@ -82,16 +79,14 @@ void createUtmp(const std::string& run) {
         ::open((run + "/utmp").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0664));
     const group* owner = utmp.valid() ? ::getgrnam("utmp") : nullptr;
     if (owner != nullptr && ::fchown(utmp.get(), 0, owner->gr_gid) != 0) {
-        const int error = errno;
-        report("WARN: fchown(" + run + "/utmp) failed: " + errorText(error));
+        reportSystemError("WARN: fchown(", run, "/utmp) failed: ");
     }
 }
 
 void mountRun() {
     const std::string run = std::string(kTempRoot) + "/run";
     if (::mount(nullptr, run.c_str(), "tmpfs", kRunFlags, "size=1m,mode=755") != 0) {
-        const int error = errno;
-        throw systemError("Cannot create tmpfs at /run: ", error);
+        throw systemError("Cannot create tmpfs at /run: ");
     }
     // a place for the database's socket; without it clients still reach the database by address
     ::mkdir((run + "/mysqld").c_str(), 0755);
@@ -104,8 +99,7 @@ void mountHome(const FileDescriptor& root, const std::string& home) {
     const FileDescriptor source = openThroughRootLinks(home, LastLink::Keep);
     struct stat status {};
     if (!source.valid() || ::fstat(source.get(), &status) != 0) {
-        const int error = errno;
-        report(home + ": " + errorText(error));
+        reportSystemError(home, ": ");
         return;
     }
     if (!S_ISDIR(status.st_mode)) {

@@ -55,8 +55,7 @@ void unpinInterrupted(const ContainerHandle& handle, const InterruptedRun& run) 
         }
         report("unpinning " + path + ", an earlier start or stop was interrupted");
         if (::umount2(path.c_str(), MNT_DETACH | UMOUNT_NOFOLLOW) != 0) {
-            const int error = errno;
-            throw systemError("Cannot unmount " + path + ": ", error);
+            throw systemError("Cannot unmount ", path, ": ");
         }
     }
 }
@@ -87,9 +86,7 @@ int missingNamespaces(const ContainerHandle& handle) {
 /// What exec must not enter is marked before it exists.
 void setMark(const RunMark& mark, const InterruptedRun& run) {
     if (!mark.write(run)) {
-        const int error = errno;
-        throw systemError(runtimeDirectory + ": cannot mark a container that is being started: ",
-                          error);
+        throw systemError(runtimeDirectory, ": cannot mark a container that is being started: ");
     }
 }
 
@@ -118,8 +115,7 @@ void pinNamespaces(const ContainerHandle& handle, pid_t child, int flags) {
         const std::string target = namespaceFile(handle.userName, kind.name);
         progress("bind-mounting " + target);
         if (::mount(source.c_str(), target.c_str(), nullptr, MS_BIND, nullptr) != 0) {
-            const int error = errno;
-            throw systemError(source + ": mount(" + target + ") failed: ", error);
+            throw systemError(source, ": mount(", target, ") failed: ");
         }
     }
 }

@@ -154,13 +154,11 @@ bool removeRules(const std::string& interface, const std::optional<std::string>&
 bool removeNamespaceFile(const std::string& path) {
     // EINVAL: not a mount point, which a start that failed half-way leaves
     if (::umount(path.c_str()) != 0 && errno != EINVAL) {
-        const int error = errno;
-        report("Cannot unmount " + path + ": " + errorText(error));
+        reportSystemError("Cannot unmount ", path, ": ");
         return false;
     }
     if (::unlink(path.c_str()) != 0) {
-        const int error = errno;
-        report("Cannot delete " + path + ": " + errorText(error));
+        reportSystemError("Cannot delete ", path, ": ");
     }
     // deliberate: tells of the step, also when the file could not be deleted
     progress("Unmounted and deleted " + path);

@@ -71,12 +71,10 @@ bool copyMatchingLines(LineReader& in, const FileDescriptor& out, std::string ex
 
 void copyOwnerAndMode(const struct stat& source, const std::string& target) {
     if (::chown(target.c_str(), source.st_uid, source.st_gid) != 0) {
-        const int error = errno;
-        report("chown(" + target + ") failed: " + errorText(error));
+        reportSystemError("chown(", target, ") failed: ");
     }
     if (::chmod(target.c_str(), source.st_mode) != 0) {
-        const int error = errno;
-        report("chmod(" + target + ") failed: " + errorText(error));
+        reportSystemError("chmod(", target, ") failed: ");
     }
 }
 
@@ -84,14 +82,12 @@ void writeFilteredCopy(const std::string& file, const std::string& expression,
                        const std::string& layerDir, const std::string& userName) {
     struct stat source {};
     if (::stat(file.c_str(), &source) != 0) {
-        const int error = errno;
-        report(file + ": " + errorText(error));
+        reportSystemError(file, ": ");
         return;
     }
     LineReader in(file);
     if (!in.opened()) {
-        const int error = errno;
-        report("Cannot open '" + file + "': " + errorText(error));
+        reportSystemError("Cannot open '", file, "': ");
         return;
     }
     const std::string target = layerDir + file;
@@ -104,8 +100,7 @@ void writeFilteredCopy(const std::string& file, const std::string& expression,
     FileDescriptor out(
         ::open(target.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, kModeWhileWritten));
     if (!out.valid()) {
-        const int error = errno;
-        report(target + ": error while opening: " + errorText(error));
+        reportSystemError(target, ": error while opening: ");
         return;
     }
     try {

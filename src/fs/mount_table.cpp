@@ -76,8 +76,7 @@ void readMountTable(MountTable& out, const std::string& prefix, const std::strin
     out.clear();
     LineReader file(path);
     if (!file.opened()) {
-        const int error = errno;
-        throw systemError("cannot open '" + path + "': ", error);
+        throw systemError("cannot open '", path, "': ");
     }
     std::string line;
     while (file.next(line)) {

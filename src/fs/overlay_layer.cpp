@@ -45,8 +45,7 @@ void hideUnlisted(const std::string& lowerRoot, const std::string& layerDir,
     const std::string layerPath = layerDir + directory;
     const FileDescriptor layer(::open(layerPath.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (!layer.valid()) {
-        const int error = errno;
-        report("Cannot open " + layerPath + ": " + errorText(error));
+        reportSystemError("Cannot open ", layerPath, ": ");
         return;
     }
     // compared with the bare name: a "*" pattern expands to full paths and keeps nothing visible
@@ -103,8 +102,7 @@ void emptyDirectory(const std::string& lowerRoot, const std::string& layerDir,
     const std::string layerPath = layerDir + withoutSlashesAtEnd(path);
     struct stat lower {};
     if (::stat(lowerPath.c_str(), &lower) != 0) {
-        const int error = errno;
-        report("stat(" + lowerPath + ") failed: " + errorText(error));
+        reportSystemError("stat(", lowerPath, ") failed: ");
         return;
     }
     if (!clearWhiteout(layerPath) ||
@@ -112,8 +110,7 @@ void emptyDirectory(const std::string& lowerRoot, const std::string& layerDir,
         return;
     }
     const auto failed = [&layerPath](const char* call) {
-        const int error = errno;
-        report(std::string(call) + "(" + layerPath + ") failed: " + errorText(error));
+        reportSystemError(call, "(", layerPath, ") failed: ");
     };
     if (::mkdir(layerPath.c_str(), lower.st_mode) != 0) {
         failed("mkdir");
@@ -137,8 +134,7 @@ void prepareBindTarget(TreeMirror& parents, const std::string& layerDir, const s
     const std::string path = anchored(item);
     const bool isDirectory = S_ISDIR(source.st_mode);
     if (!parents.mirror(componentsOf(isDirectory ? path : parentOf(path)))) {
-        const int error = errno;
-        report("mkdir(" + layerDir + item + ") failed (2): " + errorText(error));
+        reportSystemError("mkdir(", layerDir, item, ") failed (2): ");
         return;
     }
     if (isDirectory) {
@@ -147,8 +143,7 @@ void prepareBindTarget(TreeMirror& parents, const std::string& layerDir, const s
     const std::string target = layerDir + path;
     const FileDescriptor file(::open(target.c_str(), O_CREAT | O_CLOEXEC, 0640));
     if (!file.valid()) {
-        const int error = errno;
-        report("touch(" + target + ") for bind-mount failed: " + errorText(error));
+        reportSystemError("touch(", target, ") for bind-mount failed: ");
     }
 }
 

@@ -143,8 +143,7 @@ std::int32_t ExternalCommand::execute() {
     flushOutput();  // before what the tool says
     const pid_t child = spawn(argv.data(), output, errors);
     if (child == -1) {
-        const int error = errno;
-        report("fork() failed: " + errorText(error));
+        reportSystemError("fork() failed: ");
         return -1;
     }
     drain(output, stdoutTarget);
