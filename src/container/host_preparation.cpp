@@ -25,8 +25,6 @@ namespace {
 constexpr mode_t kRuntimeMode = 0700;
 constexpr mode_t kPermissionBits = 07777;
 constexpr int kRuleMissing = 1;  // iptables(8) -C
-/// In the mark's place for a user name, which has no "@": the source-NAT rule is being added.
-constexpr const char* kHost = "@host";
 
 std::runtime_error runtimeDirectoryError(const std::string& what, int error) {
     return systemError(runtimeDirectory + what, error);
@@ -78,6 +76,10 @@ bool privatiseRuntimeDirectory(const RunMark& mark) {
             throw runtimeDirectoryError(": mount() failed: ", error);
         }
         readMountTable(table, runtimeDirectory, kMountInfo);
+        if (!table.contains(runtimeDirectory)) {  // it is a link, and mounted where that leads
+            ::umount2(path, MNT_DETACH);
+            throw runtimeDirectoryError(": mount() failed: ", ELOOP);
+        }
     }
     if (table.get(runtimeDirectory).isPrivate()) {
         return false;
@@ -118,26 +120,11 @@ void ensureMasquerade(const std::string& defaultInterface) {
              defaultInterface);
 }
 
-/// The lock for adding the rule, or none when it need not be added. A run that has made the
-/// directory private adds it in any case; another one only what an interrupted run has left out,
-/// and waits for nobody's tools.
-FileDescriptor lockForMasquerade(const ContainerHandle& handle, const RunMark& mark,
-                                 bool preparedNow) {
-    if (preparedNow) {
-        return lockSourceNat(handle);
-    }
-    FileDescriptor lock = mark.read() ? tryToLockSourceNat() : FileDescriptor();
-    if (lock.valid() && !mark.read()) {
-        lock.reset();  // added meanwhile
-    }
-    return lock;
-}
-
 }  // namespace
 
 void prepareHost(const ContainerHandle& handle) {
     const bool createdNow = ensureRuntimeDirectory();
-    const RunMark mark(kHost);
+    const RunMark mark = RunMark::ofHost();
     if (createdNow) {
         setMark(mark);
     }
@@ -146,11 +133,15 @@ void prepareHost(const ContainerHandle& handle) {
         const FileDescriptor lock = lockRuntimeDirectory(handle);
         privatisedNow = privatiseRuntimeDirectory(mark);
     }
-    // once per boot in practice: the rule is not checked again on every start, deliberately, and
-    // not after an error either
+    // Once per boot in practice: the rule is not checked again on every start, deliberately, and
+    // not after an error either; only what an interrupted run has left out is made up for.
     const bool preparedNow = createdNow || privatisedNow;
-    const FileDescriptor lock = lockForMasquerade(handle, mark, preparedNow);
-    if (preparedNow || lock.valid()) {
+    if (!preparedNow && !mark.read()) {
+        return;
+    }
+    // Whoever is adding the rule just now is not waited for: a tool of theirs may hang.
+    const FileDescriptor lock = tryToLockSourceNat();
+    if (lock.valid() && (preparedNow || mark.read())) {
         const ScopeGuard done([&mark] { mark.clear(); });
         ensureMasquerade(detectDefaultInterface());
     }

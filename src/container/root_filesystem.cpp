@@ -53,8 +53,8 @@ void hideRuntimeDirectory() {
     }
     reportSystemError("umount(kiv) failed: ");
     // Busy as soon as other containers run: their namespace files came along as mounts below it.
-    // Detached all the same, else the mounts would keep a stopped container's network alive for as
-    // long as this one runs.
+    // Detached all the same: no namespace file of another container is to be in reach of what is
+    // mounted from here on.
     ::umount2(runtimeDirectory.c_str(), MNT_DETACH);
 }
 

@@ -11,6 +11,7 @@
 
 #include "util/errors.h"
 #include "util/runtime_directory.h"
+#include "util/settings.h"
 
 namespace {
 
@@ -22,6 +23,7 @@ constexpr mode_t kLockFileMode = 0600;
 constexpr off_t kRuntimeDirectoryByte = off_t{1} << 32;  // beyond every user id
 constexpr off_t kSourceNatByte = kRuntimeDirectoryByte + 1;
 constexpr milliseconds kPatience{2000};
+constexpr milliseconds kLongestAmongAll{10'000};
 constexpr useconds_t kLookInterval = 10'000;  // microseconds
 
 struct Request {
@@ -61,23 +63,31 @@ bool isHeldByAnother(int error) {
     return error == EAGAIN || error == EACCES;
 }
 
+/// Once for each text in a run: stop waits twice, before and after it has ended processes.
+void sayOnce(const std::string& waiting) {
+    static std::string said;
+    if (said != waiting) {
+        report(waiting);
+        said = waiting;
+    }
+}
+
 /// Looks again and again while somebody else has the lock: one account's lock is soon free, and a
 /// blocked wait would need a timer to end. After the line about a long wait, a caller without a
 /// limit does wait blocked. 0, or errno; ETIMEDOUT when the time is over.
 int waitForLock(const FileDescriptor& file, const Request& request) {
     const Clock::time_point begin = Clock::now();
-    bool said = false;
     int error = tryLock(file, request, F_OFD_SETLK);
     while (isHeldByAnother(error) || error == EINTR) {
         const auto waited = Clock::now() - begin;
         if (request.atMost && waited >= *request.atMost) {
             return ETIMEDOUT;
         }
-        if (!said && waited >= kPatience) {
-            report(request.waiting);
-            said = true;
+        const bool isLong = waited >= kPatience;
+        if (isLong) {
+            sayOnce(request.waiting);
         }
-        const bool blocked = said && !request.atMost;
+        const bool blocked = isLong && !request.atMost;
         if (!blocked) {
             ::usleep(kLookInterval);
         }
@@ -103,19 +113,8 @@ FileDescriptor lock(const Request& request) {
     return file;
 }
 
-}  // namespace
-
-FileDescriptor lockAccount(const ContainerHandle& handle) {
-    return lock({handle.uid,
-                 F_WRLCK,
-                 handle.userName + ": waiting for another start, stop or exec of this account",
-                 {}});
-}
-
-FileDescriptor shareAccount(const ContainerHandle& handle, milliseconds atMost) {
-    FileDescriptor file =
-        lock({handle.uid, F_RDLCK,
-              handle.userName + ": waiting for a start or stop of this account", atMost});
+FileDescriptor lockAccountFor(const ContainerHandle& handle, const Request& request) {
+    FileDescriptor file = lock(request);
     if (!file.valid() && errno == ETIMEDOUT) {
         throw std::runtime_error(handle.userName +
                                  ": containers are being started or stopped, try again later");
@@ -123,17 +122,26 @@ FileDescriptor shareAccount(const ContainerHandle& handle, milliseconds atMost) 
     return file;
 }
 
+}  // namespace
+
+FileDescriptor lockAccount(const ContainerHandle& handle) {
+    const bool all = userName() == nullptr;
+    return lockAccountFor(
+        handle, {handle.uid, F_WRLCK,
+                 handle.userName + ": waiting for another start, stop or exec of this account",
+                 all ? std::optional(kLongestAmongAll) : std::nullopt});
+}
+
+FileDescriptor shareAccount(const ContainerHandle& handle, milliseconds atMost) {
+    return lockAccountFor(
+        handle, {handle.uid, F_RDLCK,
+                 handle.userName + ": waiting for a start or stop of this account", atMost});
+}
+
 FileDescriptor lockRuntimeDirectory(const ContainerHandle& handle) {
     return lock({kRuntimeDirectoryByte,
                  F_WRLCK,
                  handle.userName + ": waiting for another start to prepare " + runtimeDirectory,
-                 {}});
-}
-
-FileDescriptor lockSourceNat(const ContainerHandle& handle) {
-    return lock({kSourceNatByte,
-                 F_WRLCK,
-                 handle.userName + ": waiting for another start to add the source-NAT rule",
                  {}});
 }
 

@@ -16,7 +16,9 @@
 #include "container/container_handle.h"
 #include "util/file_descriptor.h"
 
-/// For whoever changes the account's container. Waits as long as it takes.
+/// For whoever changes the account's container. Waits as long as it takes; in a run over all
+/// accounts for ten seconds, and then throws as shareAccount does, so that an account whose start
+/// hangs does not hold up those after it.
 [[nodiscard]] FileDescriptor lockAccount(const ContainerHandle& handle);
 
 /// For whoever enters the account's container; several may hold it. Throws std::runtime_error "…:
@@ -28,9 +30,6 @@
 /// a host tool can delay: every start takes it. `handle` is whose start waits.
 [[nodiscard]] FileDescriptor lockRuntimeDirectory(const ContainerHandle& handle);
 
-/// For whoever adds the source-NAT rule, a start that has just made the runtime directory private:
-/// of all starts only those that did so at the same time wait for each other's tools.
-[[nodiscard]] FileDescriptor lockSourceNat(const ContainerHandle& handle);
-
-/// The same lock if it is free; else, and when it cannot be had, an invalid descriptor.
+/// For whoever adds the source-NAT rule. Invalid when another start is doing so: nobody waits for
+/// its tools.
 [[nodiscard]] FileDescriptor tryToLockSourceNat();

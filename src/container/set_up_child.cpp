@@ -15,8 +15,6 @@ namespace {
 
 /// The exit status. Throws std::runtime_error when there is no view that may be entered.
 int setUp(const SetUpPlan& plan, const RunMark& mark) {
-    // a parent that died before it had pinned everything has released this process too
-    const bool isPinned = mayClear(mark.read());
     int status = EXIT_SUCCESS;
     if ((plan.flags & CLONE_NEWNET) != 0) {
         const auto group = plan.account ? std::optional(plan.account->gid) : std::nullopt;
@@ -27,7 +25,9 @@ int setUp(const SetUpPlan& plan, const RunMark& mark) {
     if ((plan.flags & CLONE_NEWNS) != 0) {
         buildRootFilesystem(plan.userName, plan.account);
     }
-    if (isPinned) {
+    // not after a parent that died before it had pinned everything: that has released this process
+    // too
+    if (mayClear(mark.read())) {
         mark.clear();
     }
     return status;

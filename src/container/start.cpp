@@ -141,12 +141,13 @@ void createNamespaces(const ContainerHandle& handle, const SetUpPlan& plan, cons
         runSetUpChild(plan, mark);
     }
     FileDescriptor sync(syncFd);
+    // on every way out the child is released and waited for; only then the mark may be cleared
     const ScopeGuard neverLeaveTheChild([child, &sync] { releaseAndWait(child, sync); });
     requireOwnNamespaces(child, plan.flags);
     nothingWasMade.dismiss();
     if ((plan.flags & CLONE_NEWNET) != 0) {
         if (!setUpHostSide(plan.link, child)) {
-            setMark(RunMark(leftPairOf(handle.userName)), {});
+            setMark(RunMark::ofLeftPair(handle.userName), {});
         }
     }
     pinNamespaces(handle, child, plan.flags);
@@ -184,7 +185,7 @@ void startContainer(ContainerHandle& handle, const IpNetwork& network) {
         return;        // running already
     }
     if ((plan.flags & CLONE_NEWNET) != 0) {
-        const RunMark leftPair(leftPairOf(handle.userName));
+        const RunMark leftPair = RunMark::ofLeftPair(handle.userName);
         if (interrupted || leftPair.read()) {
             requireNoLeftNetwork(plan.link);
             leftPair.clear();

@@ -174,46 +174,74 @@ int stillPinned(const std::string& userName) {
     return kinds;
 }
 
-/// Removes the files and what belongs to them, and what an interrupted run has left. False when
-/// packet rules may still be there; the mark then makes the next start or stop look for them.
+/// Removes the files, and the rules with the network's file of a container that is complete. False
+/// when rules may still be there. `found` is the mark of an interrupted run: what belongs to that
+/// one's network is removed later, by removeWhatWasLeft.
+bool removeFiles(const std::string& interface, const std::optional<std::string>& address,
+                 const std::list<NamespaceEntry>& entries, const RunMark& mark,
+                 const std::optional<InterruptedRun>& found) {
+    bool rulesAreGone = true;
+    for (const NamespaceEntry& entry : entries) {
+        if (hasChanged(entry)) {
+            continue;
+        }
+        const bool takesRules = entry.kind == kNetworkKind && !found;
+        if (takesRules) {
+            // Without the file nothing else shows that rules are left, should this process be
+            // killed before it removes them. What cannot be marked is stopped all the same.
+            [[maybe_unused]] const bool marked = mark.write({CLONE_NEWNET});
+        }
+        if (removeNamespaceFile(entry.path) && takesRules) {
+            rulesAreGone = removeRules(interface, address);
+        }
+    }
+    return rulesAreGone;
+}
+
+/// Removes what an interrupted run has left of a network that is not held any more. False when
+/// rules may still be there.
+bool removeWhatWasLeft(const std::string& userName, const std::string& interface,
+                       const std::optional<std::string>& address, bool wasInterrupted) {
+    const RunMark leftPair = RunMark::ofLeftPair(userName);
+    if (leftPair.read()) {
+        removeLeftPair(interface);
+        leftPair.clear();
+    }
+    if (!wasInterrupted) {
+        return true;
+    }
+    const bool gone = removeLeftNetwork(interface, address);
+    if (!gone && address) {
+        report(leftRulesText(interface));
+    }
+    return gone;
+}
+
+/// A mark that cannot be written leaves the earlier one, which covers more.
+void leaveMark(const RunMark& mark, const std::optional<InterruptedRun>& left) {
+    if (!left) {
+        mark.clear();
+    } else if (!mark.write(*left)) {
+        reportSystemError(runtimeDirectory, ": cannot mark what is left: ");
+    }
+}
+
+/// Takes the container down. False when packet rules may still be there; the mark then makes the
+/// next start or stop look for them.
 bool unpin(ContainerHandle& handle, const std::optional<std::string>& address,
            const std::list<NamespaceEntry>& entries) {
     const RunMark mark(handle.userName);
     const std::optional<InterruptedRun> found = mark.read();
     const std::string interface = hostInterfaceName(handle);
-    bool rulesLeft = false;
-    for (const NamespaceEntry& entry : entries) {
-        if (hasChanged(entry)) {
-            continue;
-        }
-        const bool isNetwork = entry.kind == kNetworkKind && !found;
-        if (isNetwork) {
-            // Without the file nothing else tells of the rules, should this process be killed
-            // before them. What cannot be marked is stopped all the same.
-            [[maybe_unused]] const bool marked = mark.write(InterruptedRun{CLONE_NEWNET});
-        }
-        if (removeNamespaceFile(entry.path) && isNetwork) {
-            rulesLeft = !removeRules(interface, address);
-        }
-    }
+    bool rulesAreGone = removeFiles(interface, address, entries, mark, found);
     const int pinned = stillPinned(handle.userName);
-    const bool networkIsGone = (pinned & CLONE_NEWNET) == 0;
-    const RunMark leftPair(leftPairOf(handle.userName));
-    if (networkIsGone && leftPair.read()) {
-        removeLeftPair(interface);
-        leftPair.clear();
+    if ((pinned & CLONE_NEWNET) == 0) {
+        const bool wasInterrupted = found.has_value();
+        rulesAreGone =
+            removeWhatWasLeft(handle.userName, interface, address, wasInterrupted) && rulesAreGone;
     }
-    if (networkIsGone && found) {
-        rulesLeft = !removeLeftNetwork(interface, address);
-        if (rulesLeft && address) {
-            report(leftRulesText(interface));
-        }
-    }
-    const std::optional<InterruptedRun> left = afterStop(found, pinned, rulesLeft);
-    if (!left || !mark.write(*left)) {
-        mark.clear();
-    }
-    return !rulesLeft;
+    leaveMark(mark, afterStop(found, pinned, !rulesAreGone));
+    return rulesAreGone;
 }
 
 }  // namespace
@@ -245,7 +273,9 @@ void stopContainer(ContainerHandle& handle, const IpNetwork& network) {
         lock = lockAccount(handle);
     }
     const HostAddress address = hostAddressOf(network);
-    const bool complete = unpin(handle, address.text, entries);
+    // without a lock there was no runtime directory, and what is in one that somebody has made
+    // meanwhile is that start's
+    const bool complete = !lock.valid() || unpin(handle, address.text, entries);
     if (!address.text) {
         throw std::runtime_error(
             complete ? address.failure

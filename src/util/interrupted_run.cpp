@@ -58,8 +58,13 @@ std::optional<InterruptedRun> afterStop(const std::optional<InterruptedRun>& fou
     return kinds != 0 ? std::optional(InterruptedRun{kinds}) : std::nullopt;
 }
 
-std::string leftPairOf(const std::string& userName) {
-    return userName + "@pair";
+// no user name has an "@"
+RunMark RunMark::ofLeftPair(const std::string& userName, const std::string& path) {
+    return RunMark(userName + "@pair", path);
+}
+
+RunMark RunMark::ofHost(const std::string& path) {
+    return RunMark("@host", path);
 }
 
 RunMark::RunMark(const std::string& userName, const std::string& path)

@@ -58,16 +58,19 @@ bool mayClear(const std::optional<InterruptedRun>& marked);
 std::optional<InterruptedRun> afterStop(const std::optional<InterruptedRun>& found, int stillPinned,
                                         bool rulesMayBeLeft);
 
-/// What the account's left interface pair is marked by, as the user name of a RunMark.
-std::string leftPairOf(const std::string& userName);
-
 /// The mark of one account. Keeps the runtime directory open, which reaches the mark when the
 /// set-up child has no path to it any more.
 class RunMark {
 public:
-    /// Without a runtime directory nothing is marked. Throws std::runtime_error, the text beginning
-    /// with the path, when the directory is there and cannot be opened.
+    /// The mark of an account's run. Without a runtime directory nothing is marked. Throws
+    /// std::runtime_error, the text beginning with the path, when the directory is there and cannot
+    /// be opened.
     explicit RunMark(const std::string& userName, const std::string& path = runtimeDirectory);
+    /// The mark of an account's interface pair of which both ends are on the host. It has no kinds.
+    static RunMark ofLeftPair(const std::string& userName,
+                              const std::string& path = runtimeDirectory);
+    /// The mark of a host whose source-NAT rule is being added. It has no kinds.
+    static RunMark ofHost(const std::string& path = runtimeDirectory);
 
     /// Throws std::runtime_error, the text beginning with the path, when it cannot be read.
     std::optional<InterruptedRun> read() const;

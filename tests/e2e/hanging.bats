@@ -54,6 +54,39 @@ same "bob's shell" bob "$(kivctl exec bob <<<'id -un')"
 EOF
 }
 
+@test "two first starts at once do not wait for each other's tools" {
+    in_host <<'EOF'
+account alice 100.64.0.4/30
+account bob 100.64.0.8/30
+hang_in ip '*route?show*'
+without_tools strace -o /dev/null -e inject=mkdir:delay_exit=1000000 kivctl start alice >/tmp/out 2>/tmp/err & alices=$!
+eventually test -e /run/kiv
+kivctl start bob >/dev/null 2>&1 & # makes alice's directory private, and hangs
+eventually test -e /tmp/hangs
+wait "$alices"
+same stderr "" "$(cat /tmp/err)"
+same "alice's shell" alice "$(kivctl exec alice <<<'id -un')"
+EOF
+}
+
+@test "among all accounts one that hangs is given up after ten seconds, and the others are started and stopped" {
+    in_host <<'EOF'
+account alice 100.64.0.4/30
+account bob 100.64.0.8/30
+hang_in ip '*vpeer-alice*netns*'
+kivctl start alice >/dev/null 2>&1 &
+eventually test -e /tmp/hangs
+for command in start stop; do
+    capture without_tools timeout 60 kivctl $command -a
+    same "status of $command" 71 "$status"
+    same "stderr of $command" "alice: waiting for another start, stop or exec of this account
+kivctl: alice: alice: containers are being started or stopped, try again later" "$err"
+    [ $command = stop ] || same "bob's live namespaces" $'net\nipc\nmnt' "$(mounted bob)"
+done
+same "bob's live namespaces after stop" "" "$(mounted bob)"
+EOF
+}
+
 @test "a home that does not answer holds up no other account" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
@@ -100,7 +133,8 @@ for file in /tmp/err /tmp/err.stop; do
     same "stderr after five seconds" "alice: waiting for another start, stop or exec of this account" "$(cat $file)"
 done
 kill -TERM "$start"
-wait "$second" "$third"
+wait "$second"
+wait "$third"
 without_tools kivctl start alice
 same "alice's shell" alice "$(kivctl exec alice <<<'id -un')"
 EOF

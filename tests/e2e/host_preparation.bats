@@ -260,6 +260,19 @@ same stderr "kivctl: /run/kiv: mkdir() failed: File exists" "$err"
 EOF
 }
 
+@test "a link to a directory in the place of the runtime directory is refused" {
+    in_host <<'EOF'
+account alice 100.64.0.4/30
+install -d -m 0700 /srv/elsewhere
+ln -s /srv/elsewhere /run/kiv
+before=$(cat /proc/self/mountinfo)
+capture kivctl start alice
+same status 71 "$status"
+same stderr "kivctl: /run/kiv: mount() failed: Too many levels of symbolic links" "$err"
+same mounts "$before" "$(cat /proc/self/mountinfo)"
+EOF
+}
+
 @test "a directory that somebody else has just made counts as there" {
     in_host <<'EOF'
 account alice 100.64.0.4/30

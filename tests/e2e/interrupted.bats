@@ -249,6 +249,20 @@ runs_again alice
 EOF
 }
 
+@test "a stop that cannot mark what is left keeps the mark that it found" {
+    in_host <<'EOF'
+account alice 100.64.0.4/30
+injected mount:signal=KILL:when=1 -P /mnt/temp-root kivctl start alice
+exec {holder}</run/kiv/alice@net
+injected fsetxattr:error=ENOSPC kivctl stop alice
+same stderr "Cannot unmount /run/kiv/alice@net: Device or resource busy
+/run/kiv: cannot mark what is left: No space left on device" "$err"
+same "marks left" trusted.kiv.unfinished.alice "$(marks)"
+exec {holder}<&-
+runs_again alice
+EOF
+}
+
 @test "a start that fails after an interrupted stop leaves no packet rules behind" {
     for failure in "clone:error=EAGAIN|fork() failed: Resource temporarily unavailable" \
         "unshare:error=ENOMEM|no new net namespace was created"; do

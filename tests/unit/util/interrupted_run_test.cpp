@@ -92,8 +92,10 @@ TEST_F(Mark, IsEachAccountsOwn) {
 }
 
 TEST_F(Mark, OfALeftPairIsNoneOfTheAccount) {
-    EXPECT_TRUE(of(leftPairOf("alice")).write({}));
+    EXPECT_TRUE(RunMark::ofLeftPair("alice", directory.path).write({}));
+    EXPECT_TRUE(RunMark::ofHost(directory.path).write({}));
     EXPECT_EQ(of("alice").read(), std::nullopt);
+    EXPECT_EQ(RunMark::ofLeftPair("bob", directory.path).read(), std::nullopt);
 }
 
 TEST_F(Mark, MayBeClearedTwice) {
