@@ -302,6 +302,8 @@ printf '#!/proc/self/exe\n' >/home/alice/shell
 printf '#!/proc/self/exe start\n' >/home/alice/starter
 chmod 755 /home/alice/{shell,starter}
 program=$(sha256sum "$(command -v kivctl)")
+# the container may cover the checkout, with the library in it: the loader looks here too
+install -t /usr/lib "$(ldd "$KIVCTL" | awk '$1 ~ /^libkiv/ { print $3 }')"
 kivctl start alice
 usermod --shell /home/alice/shell alice
 capture kivctl exec alice

