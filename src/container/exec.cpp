@@ -1,145 +1,21 @@
 #include "container/exec.h"
 
-#include <kiv.h>
-#include <sys/prctl.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <array>
-#include <cerrno>
-#include <chrono>
-#include <climits>
-#include <csignal>
-#include <cstdarg>
 #include <cstdlib>
-#include <exception>
-#include <optional>
 #include <stdexcept>
 #include <string>
-#include <vector>
 
-#include "container/run_lock.h"
-#include "util/daemon.h"
-#include "util/directory_stream.h"
+#include "container/enter.h"
 #include "util/errors.h"
 #include "util/output.h"
-#include "util/string_util.h"
-#include "util/util.h"
 
 namespace {
 
-constexpr std::chrono::seconds kLongestBuild{5};
-
-PasswordEntry passwordEntryOf(const ContainerHandle& handle) {
-    const auto account = Util::getpwuid(handle.uid);
-    if (!account) {
-        throw std::runtime_error("Cannot get passwd details for user " + handle.userName);
-    }
-    return *account;
-}
-
-/// Processes of the account share the container with this one before it has become theirs: none may
-/// trace it or read its memory. The kernel forgets this with every change of user.
-void forbidTracing() {
-    ::prctl(PR_SET_DUMPABLE, 0);
-}
-
-/// Lets the C library load its catalogue of error texts, which it would else look for inside.
-void loadErrorTexts() {
-    errorText(ENOENT);
-}
-
-/// By their numbers; nothing when they cannot be listed.
-std::optional<std::vector<long>> listDescriptors() {
-    const DirectoryStream directory(::opendir("/proc/self/fd"));
-    if (!directory) {
-        return std::nullopt;
-    }
-    std::vector<long> descriptors;
-    for (;;) {
-        errno = 0;
-        const dirent* const entry = ::readdir(directory.get());
-        if (entry == nullptr) {
-            return errno == 0 ? std::optional(descriptors) : std::nullopt;
-        }
-        descriptors.push_back(std::strtol(entry->d_name, nullptr, 10));  // 0 for "." and ".."
-    }
-}
-
-bool closeOneByOne() {
-    const auto descriptors = listDescriptors();
-    for (const long descriptor : descriptors.value_or(std::vector<long>())) {
-        if (descriptor > STDERR_FILENO) {
-            ::close(static_cast<int>(descriptor));  // that of the list is closed: EBADF
-        }
-    }
-    return descriptors.has_value();
-}
-
-void closeInheritedDescriptors() {
-    if (::close_range(STDERR_FILENO + 1, UINT_MAX, 0) == 0) {
-        return;
-    }
-    const int error = errno;
-    // a kernel before Linux 5.9, or a filter that is older than the call
-    const bool isMissing = error == ENOSYS || error == EPERM;
-    if (!isMissing || !closeOneByOne()) {
-        throw systemError("close_range() failed: ", error);
-    }
-}
-
-void join(ContainerHandle& handle, uid_t uid) {
-    const auto failUnless = [&handle](bool succeeded) {
-        if (!succeeded) {
-            throw std::runtime_error(handle.error);
-        }
-    };
-    kiv_set_log_cb(libraryLogCallback);
-    kiv_load_config(&handle);  // what it could not read makes the steps fail that depend on it
-    // deliberate: libraries differ in what they return, so the results are not judged alike
-    failUnless(kiv_cg_enter(&handle, uid) == 0);
-    failUnless(kiv_apply_namespaces(&handle, handle.userName.c_str(), 0) != -1);
-    failUnless(kiv_seccomp(&handle) != -1);
-    failUnless(kiv_capabilities(&handle) != -1);
-}
-
-void becomeAccount(const ContainerHandle& handle, const PasswordEntry& account) {
-    closeInheritedDescriptors();
-    if (!Daemon::changeUser(/*primaryGroupOnly=*/true, handle.uid, account.gid)) {
-        throw systemError("setuid() failed: ");
-    }
-    forbidTracing();
-}
-
-void goHome(const std::string& home) {
-    // where the shell is without a home; silently, because the home's own line says enough
-    [[maybe_unused]] const int ignored = ::chdir("/");
-    if (::chdir(home.c_str()) != 0) {
-        reportSystemError("chdir(", home, ") failed: ");
-    }
-    ::setenv("HOME", home.c_str(), 1);
-}
-
-/// What the caller ignores or blocks an exec would hand on: the account's processes could not be
-/// ended by SIGTERM. SIGHUP stays ignored for nohup(1).
-void resetSignals() {
-    // the kernel's own structure, all zero: SIG_DFL. sigaction(3) refuses two of the real-time
-    // signals, which the C library keeps for itself.
-    const std::array<unsigned long, 8> defaultAction{};
-    constexpr std::size_t kBytesOfSet = (NSIG - 1) / CHAR_BIT;
-    for (int signal = 1; signal < NSIG; ++signal) {
-        if (signal != SIGHUP) {
-            ::syscall(SYS_rt_sigaction, signal, defaultAction.data(), nullptr, kBytesOfSet);
-        }
-    }
-    sigset_t none;
-    sigemptyset(&none);
-    ::sigprocmask(SIG_SETMASK, &none, nullptr);
-}
-
 /// execv(3) wants writable arguments.
 [[noreturn]] void runShell(std::string& shell) {
-    resetSignals();
+    resetSignals(Hangup::Kept);
     const std::array<char*, 2> arguments = {shell.data(), nullptr};
     ::execv(shell.c_str(), arguments.data());
     reportSystemError("ERROR during execv: ");
@@ -160,25 +36,9 @@ void enterContainerShell(ContainerHandle& handle) {
     // not flushed: in a pipe only the shell's own output arrives, which scripts count on
     print("Switching into container '" + handle.userName + "'...\n");
     PasswordEntry account = passwordEntryOf(handle);
-    loadErrorTexts();
-    {
-        // else a container could be entered while its root is still the host's
-        const FileDescriptor lock = shareAccount(handle, kLongestBuild);
-        forbidTracing();
-        join(handle, account.uid);
-    }
-    becomeAccount(handle, account);
+    joinContainer(handle);
+    becomeAccount(handle, account, STDERR_FILENO + 1);
     goHome(account.homeDirectory);
+    ::setenv("HOME", account.homeDirectory.c_str(), 1);
     runShell(account.shell);
-}
-
-void libraryLogCallback(void* handle, int /*priority*/, const char* format, ...) {
-    va_list arguments;
-    va_start(arguments, format);
-    try {
-        static_cast<ContainerHandle*>(handle)->error = StringUtil::vsprintf(format, arguments);
-    } catch (const std::exception&) {
-        // the library is written in C: an exception must not cross it; the earlier text stays
-    }
-    va_end(arguments);
 }

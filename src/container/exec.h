@@ -10,8 +10,3 @@ void execCommand(const char* user);
 /// The part that works on the handle: executes the shell in this process, throws, or ends the
 /// process with 255 when the shell cannot be run. Nothing is forked.
 [[noreturn]] void enterContainerShell(ContainerHandle& handle);
-
-/// Takes the container library's messages: `handle` is the ContainerHandle that was given to the
-/// library, whose `error` becomes the expanded text. The last message is the one that counts.
-extern "C" void libraryLogCallback(void* handle, int priority, const char* format, ...)
-    __attribute__((format(printf, 3, 4)));

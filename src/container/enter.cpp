@@ -1,0 +1,156 @@
+#include "container/enter.h"
+
+#include <kiv.h>
+#include <sys/prctl.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <climits>
+#include <csignal>
+#include <cstdarg>
+#include <cstdlib>
+#include <exception>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "container/run_lock.h"
+#include "util/daemon.h"
+#include "util/directory_stream.h"
+#include "util/errors.h"
+#include "util/file_descriptor.h"
+#include "util/string_util.h"
+
+namespace {
+
+constexpr std::chrono::seconds kLongestBuild{5};
+
+/// Processes of the account share the container with this one before it has become theirs: none may
+/// trace it or read its memory. The kernel forgets this with every change of user.
+void forbidTracing() {
+    ::prctl(PR_SET_DUMPABLE, 0);
+}
+
+/// Lets the C library load its catalogue of error texts, which it would else look for inside.
+void loadErrorTexts() {
+    errorText(ENOENT);
+}
+
+/// By their numbers; nothing when they cannot be listed.
+std::optional<std::vector<long>> listDescriptors() {
+    const DirectoryStream directory(::opendir("/proc/self/fd"));
+    if (!directory) {
+        return std::nullopt;
+    }
+    std::vector<long> descriptors;
+    for (;;) {
+        errno = 0;
+        const dirent* const entry = ::readdir(directory.get());
+        if (entry == nullptr) {
+            return errno == 0 ? std::optional(descriptors) : std::nullopt;
+        }
+        descriptors.push_back(std::strtol(entry->d_name, nullptr, 10));  // 0 for "." and ".."
+    }
+}
+
+bool closeOneByOne(unsigned first) {
+    const auto descriptors = listDescriptors();
+    for (const long descriptor : descriptors.value_or(std::vector<long>())) {
+        if (descriptor >= static_cast<long>(first)) {
+            ::close(static_cast<int>(descriptor));  // that of the list is closed: EBADF
+        }
+    }
+    return descriptors.has_value();
+}
+
+void closeDescriptors(unsigned first) {
+    if (::close_range(first, UINT_MAX, 0) == 0) {
+        return;
+    }
+    const int error = errno;
+    // a kernel before Linux 5.9, or a filter that is older than the call
+    const bool isMissing = error == ENOSYS || error == EPERM;
+    if (!isMissing || !closeOneByOne(first)) {
+        throw systemError("close_range() failed: ", error);
+    }
+}
+
+void join(ContainerHandle& handle) {
+    const auto failUnless = [&handle](bool succeeded) {
+        if (!succeeded) {
+            throw std::runtime_error(handle.error);
+        }
+    };
+    kiv_set_log_cb(libraryLogCallback);
+    kiv_load_config(&handle);  // what it could not read makes the steps fail that depend on it
+    // deliberate: libraries differ in what they return, so the results are not judged alike
+    failUnless(kiv_cg_enter(&handle, handle.uid) == 0);
+    failUnless(kiv_apply_namespaces(&handle, handle.userName.c_str(), 0) != -1);
+    failUnless(kiv_seccomp(&handle) != -1);
+    failUnless(kiv_capabilities(&handle) != -1);
+}
+
+}  // namespace
+
+PasswordEntry passwordEntryOf(const ContainerHandle& handle) {
+    const auto account = Util::getpwuid(handle.uid);
+    if (!account) {
+        throw std::runtime_error("Cannot get passwd details for user " + handle.userName);
+    }
+    return *account;
+}
+
+void joinContainer(ContainerHandle& handle) {
+    loadErrorTexts();
+    // else a container could be entered while its root is still the host's
+    const FileDescriptor lock = shareAccount(handle, kLongestBuild);
+    forbidTracing();
+    join(handle);
+}
+
+void becomeAccount(const ContainerHandle& handle, const PasswordEntry& account,
+                   unsigned firstClosed) {
+    closeDescriptors(firstClosed);
+    if (!Daemon::changeUser(/*primaryGroupOnly=*/true, handle.uid, account.gid)) {
+        throw systemError("setuid() failed: ");
+    }
+    forbidTracing();
+}
+
+void goHome(const std::string& home) {
+    // where the shell is without a home; silently, because the home's own line says enough
+    [[maybe_unused]] const int ignored = ::chdir("/");
+    if (::chdir(home.c_str()) != 0) {
+        reportSystemError("chdir(", home, ") failed: ");
+    }
+}
+
+void resetSignals(Hangup hangup) {
+    // the kernel's own structure, all zero: SIG_DFL. sigaction(3) refuses two of the real-time
+    // signals, which the C library keeps for itself.
+    const std::array<unsigned long, 8> defaultAction{};
+    constexpr std::size_t kBytesOfSet = (NSIG - 1) / CHAR_BIT;
+    for (int signal = 1; signal < NSIG; ++signal) {
+        if (signal != SIGHUP || hangup == Hangup::Default) {
+            ::syscall(SYS_rt_sigaction, signal, defaultAction.data(), nullptr, kBytesOfSet);
+        }
+    }
+    sigset_t none;
+    sigemptyset(&none);
+    ::sigprocmask(SIG_SETMASK, &none, nullptr);
+}
+
+void libraryLogCallback(void* handle, int /*priority*/, const char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    try {
+        static_cast<ContainerHandle*>(handle)->error = StringUtil::vsprintf(format, arguments);
+    } catch (const std::exception&) {
+        // the library is written in C: an exception must not cross it; the earlier text stays
+    }
+    va_end(arguments);
+}
