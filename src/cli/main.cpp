@@ -4,7 +4,6 @@
 #include <sysexits.h>
 #include <unistd.h>
 
-#include <clocale>
 #include <cstdlib>
 #include <stdexcept>
 #include <string>
@@ -20,13 +19,10 @@
 #include "util/errors.h"
 #include "util/exception_tracer.h"
 #include "util/output.h"
+#include "util/program.h"
 #include "util/settings.h"
 
 namespace {
-
-constexpr const char* kTextDomain = "kivctl";
-constexpr const char* kCatalogues = "/usr/share/locale";
-constexpr const char* kVersionLine = "Tarnwell Account Container (KIV) version 3.3.0 (build 18139)";
 
 /// Null for a command that there is no driver for.
 using Driver = void (*)(const char* user);
@@ -96,9 +92,7 @@ int run(int argc, char** argv) {
 int main(int argc, char** argv) {
     ExceptionTracer::enable();
     Daemon::forgetCaller();
-    ::setlocale(LC_ALL, "");
-    ::bindtextdomain(kTextDomain, kCatalogues);
-    ::textdomain(kTextDomain);
+    speakCallersLanguage();
     // host tools and the account's shell see nothing else of the caller's environment
     Daemon::cleanEnv({"PATH", "TERM", "LANG", "TZ"});
 
