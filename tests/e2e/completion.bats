@@ -111,3 +111,29 @@ type exit\n
 STEPS
 EOF
 }
+
+@test "kiv-run's options, accounts and commands complete where they belong" {
+    in_host <<'EOF'
+installed
+export PROGRAM=kiv-run
+printf '%s\n' 'alice net=100.64.0.4/30' 'anna net=100.64.0.8/30' 'bob' >"$registry"
+mkdir -p /tmp/files/folder
+touch /tmp/files/file
+offers "alice anna bob" ""
+offers "alice anna" a
+offers "alice anna bob" -T -u 022 -e A=B ""
+offers "alice anna bob" -Tu 022 ""
+offers "alice anna bob" --preserve-fds = 2 ""
+offers "alice anna bob" --preserve-fds 2 ""
+offers "alice anna bob" --start -- ""
+offers "-C -T -e -h -u -v --help --no-pty --preserve-fds= --start --version" -
+offers "--start" --st
+offers "/tmp/files/folder" -C /tmp/files/f
+offers "" -e ""
+PATH=/usr/bin # or commands come twice
+offers "setpriv" alice setpr
+offers "setpriv" alice -- setpr
+offers "setpriv" -u 077 -- alice setpr
+offers "/tmp/files/file" alice cat /tmp/files/fi
+EOF
+}

@@ -225,3 +225,17 @@ same "report" "Account: alice
 Active: no" "$(kivctl status alice)"
 END
 }
+
+@test "kiv-run speaks the caller's language from the same catalogue" {
+    in_host <<'END'
+install_build
+german
+same "usage and heading" "Aufruf: kiv-run [Optionen] BENUTZER [BEFEHL [ARGUMENT]...]
+
+Führt einen Befehl oder die Login-Shell im Container des Benutzers aus." "$(kiv-run --help | head -n 3)"
+refused kiv-run -u 9 alice 2>/tmp/said
+same "a refusal" "kiv-run: »9« ist keine Oktalzahl bis 777" "$(cat /tmp/said)"
+refused kiv-run ghost 2>/tmp/said
+same "an unknown user" "kiv-run: ghost: unbekannter Benutzer" "$(cat /tmp/said)"
+END
+}

@@ -1,0 +1,102 @@
+#include "entry/entry_log.h"
+
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <cstddef>
+#include <string_view>
+
+#include "util/line_reader.h"
+#include "util/string_util.h"
+
+namespace {
+
+constexpr std::size_t kLongestDatagram = 1024;
+constexpr const char* kCut = "...";
+constexpr const char* kUnknown = "none";
+constexpr const char* kNoLoginUid = "4294967295";  // -1: no login has set one
+
+/// In English whatever the locale: programs that read logs parse it.
+std::string timestamp(std::time_t now) {
+    static constexpr const char* kMonths[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
+                                              "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
+    struct tm local {};
+    ::localtime_r(&now, &local);
+    return StringUtil::sprintf("%s %2d %02d:%02d:%02d", kMonths[local.tm_mon], local.tm_mday,
+                               local.tm_hour, local.tm_min, local.tm_sec);
+}
+
+/// A character of several bytes is not cut in two.
+void cut(std::string& text, std::size_t size) {
+    const auto isContinuation = [](char byte) {
+        return (static_cast<unsigned char>(byte) & 0xC0U) == 0x80U;
+    };
+    if (text.size() <= size) {
+        return;
+    }
+    size -= std::string_view(kCut).size();
+    while (size > 0 && isContinuation(text[size])) {
+        --size;
+    }
+    text.resize(size);
+    text += kCut;
+}
+
+std::string loginUid() {
+    LineReader file("/proc/self/loginuid");
+    std::string line;
+    return file.opened() && file.next(line) && line != kNoLoginUid ? line : kUnknown;
+}
+
+std::string terminal() {
+    for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        const char* const name = ::isatty(descriptor) != 0 ? ::ttyname(descriptor) : nullptr;
+        if (name != nullptr) {
+            return name;
+        }
+    }
+    return kUnknown;
+}
+
+}  // namespace
+
+EntryLog::EntryLog(const std::string& userName, const std::string& command, const std::string& path)
+    : socket(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)),
+      description("loginuid=" + loginUid() + " terminal=" + terminal() + " account=" + userName +
+                  " command=" + command) {
+    ::tzset();  // reads the host's time zone: none of the container's files must be opened
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    path.copy(address.sun_path, sizeof(address.sun_path) - 1);
+    const auto* const generic = reinterpret_cast<const sockaddr*>(&address);
+    if (socket.valid() && ::connect(socket.get(), generic, sizeof(address)) != 0) {
+        socket.reset();
+    }
+}
+
+void EntryLog::entered() {
+    write(LOG_INFO, "entered: " + description);
+    hasEntered = true;
+}
+
+void EntryLog::refused(const std::string& reason) const {
+    if (!hasEntered) {
+        write(LOG_WARNING, "refused (" + reason + "): " + description);
+    }
+}
+
+void EntryLog::write(int priority, const std::string& text) const {
+    const std::string datagram = logDatagram(LOG_AUTHPRIV | priority, text, std::time(nullptr));
+    // not send(2): by now the container's filter may deny it
+    [[maybe_unused]] const auto ignored = ::write(socket.get(), datagram.data(), datagram.size());
+}
+
+std::string logDatagram(int priority, const std::string& text, std::time_t now) {
+    std::string datagram = StringUtil::sprintf(
+        "<%d>%s kiv-run[%d]: ", priority, timestamp(now).c_str(), static_cast<int>(::getpid()));
+    datagram += StringUtil::escapeControls(text);
+    cut(datagram, kLongestDatagram);
+    return datagram;
+}

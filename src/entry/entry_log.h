@@ -1,0 +1,35 @@
+// Lines in the system log about who entered which container.
+#pragma once
+
+#include <ctime>
+#include <string>
+
+#include "util/file_descriptor.h"
+
+/// A connection to the host's log, which stays the host's when the process has joined a container.
+/// Not syslog(3): that waits for a log that does not read, and connects again to whatever has the
+/// log's name inside. Where there is no log, or it does not read, lines are lost: no entry waits or
+/// fails for it.
+class EntryLog {
+public:
+    /// Notes who asks, by login user id and terminal, and for what.
+    EntryLog(const std::string& userName, const std::string& command,
+             const std::string& path = "/dev/log");
+
+    /// The account is entered: authpriv.info. From now on nothing is refused.
+    void entered();
+
+    /// authpriv.warning; nothing after `entered`.
+    void refused(const std::string& reason) const;
+
+private:
+    void write(int priority, const std::string& text) const;
+
+    FileDescriptor socket;
+    std::string description;
+    bool hasEntered = false;
+};
+
+/// What the log takes, see RFC 3164: priority, time, "kiv-run" with the process id, and `text` with
+/// control characters escaped. At most 1 KiB; what would be longer is cut.
+std::string logDatagram(int priority, const std::string& text, std::time_t now);

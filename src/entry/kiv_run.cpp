@@ -1,0 +1,180 @@
+// The program kiv-run: becomes a command, or the login shell, of an account in its container.
+#include <fcntl.h>
+#include <libintl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <exception>
+#include <stdexcept>
+#include <string>
+
+#include "config/account_registry.h"
+#include "config/configuration.h"
+#include "container/enter.h"
+#include "container/start.h"
+#include "entry/entry_log.h"
+#include "entry/run_command.h"
+#include "entry/run_environment.h"
+#include "entry/run_options.h"
+#include "util/daemon.h"
+#include "util/errors.h"
+#include "util/output.h"
+#include "util/program.h"
+#include "util/settings.h"
+#include "util/string_util.h"
+
+namespace {
+
+constexpr unsigned kFirstPreserved = STDERR_FILENO + 1;
+constexpr const char* kDefaultShell = "/bin/sh";  // passwd(5): of an entry without one
+constexpr mode_t kUmaskOfStart = 022;
+
+/// Marks the descriptors that the command gets. Until it is executed they are close-on-exec: what
+/// --start runs must not have them.
+void setCloseOnExec(unsigned preserved, bool closeOnExec) {
+    for (unsigned offset = 0; offset < preserved; ++offset) {
+        const auto descriptor = static_cast<int>(kFirstPreserved + offset);
+        if (::fcntl(descriptor, F_SETFD, closeOnExec ? FD_CLOEXEC : 0) != 0) {
+            throw systemError("descriptor ", std::to_string(descriptor), ": ");
+        }
+    }
+}
+
+/// For the log.
+std::string commandLine(const RunRequest& request) {
+    std::string line;
+    for (const char* argument : request.command) {
+        line += (line.empty() ? "" : " ") + std::string(argument);
+    }
+    return request.command.empty() ? "(login shell)" : line;
+}
+
+void startFirst(const RunRequest& request) {
+    // what is created must not depend on the caller's
+    ::umask(kUmaskOfStart);
+    try {
+        Configuration::load(kDefaultConfigFile);
+    } catch (const std::runtime_error& error) {
+        throw std::runtime_error(std::string(kDefaultConfigFile) + ": " + error.what());
+    }
+    for (const AccountEntry& account : selectAccounts(request.user)) {
+        ContainerHandle handle(account.name);
+        startContainer(handle, IpNetwork(account.net));
+    }
+}
+
+void enterDirectory(const std::string& path) {
+    if (::chdir(path.c_str()) != 0) {
+        throw systemError("chdir(", path, ") failed: ");
+    }
+}
+
+/// As the account, so that it leads nowhere that the account may not go.
+void goToWork(const RunRequest& request, const std::string& home) {
+    if (!request.directory) {
+        goHome(home);
+        return;
+    }
+    enterDirectory("/");
+    if (!request.directory->starts_with('/')) {
+        enterDirectory(home);
+    }
+    enterDirectory(*request.directory);
+}
+
+Environment environmentFor(const RunRequest& request, const PasswordEntry& account,
+                           const std::string& path) {
+    Environment environment = loginEnvironment(request.user, account, path);
+    if (request.preserved > 0) {
+        setVariable(environment, "LISTEN_FDS=" + std::to_string(request.preserved));
+        setVariable(environment, "LISTEN_PID=" + std::to_string(::getpid()));
+    }
+    for (const std::string& variable : request.variables) {
+        setVariable(environment, variable);
+    }
+    return environment;
+}
+
+/// Argument 0 of a login shell is its name with a dash before it.
+int executeLoginShell(std::string& shell, Environment& environment) {
+    std::string name = "-" + shell.substr(shell.rfind('/') + 1);
+    const bool isPath = shell.find('/') != std::string::npos;
+    Program program{isPath ? shell : "./" + shell, {name.data()}};
+    return execute(program, environment);
+}
+
+/// Does not return when the command is executed.
+int run(const RunRequest& request, EntryLog& log) {
+    if (::geteuid() != 0) {
+        throw std::runtime_error(::gettext("only root may run this program"));
+    }
+    ContainerHandle handle(request.user);
+    PasswordEntry account = passwordEntryOf(handle);
+    if (account.shell.empty()) {
+        account.shell = kDefaultShell;
+    }
+    const std::string path = loginPath();
+    if (request.start) {
+        startFirst(request);
+    }
+    joinContainer(handle);
+    log.entered();
+    becomeAccount(handle, account, kFirstPreserved + request.preserved);
+    goToWork(request, account.homeDirectory);
+    ::umask(request.umask);
+    Environment environment = environmentFor(request, account, path);
+    setCloseOnExec(request.preserved, false);
+    resetSignals(Hangup::Default);
+    if (request.command.empty()) {
+        return executeLoginShell(account.shell, environment);
+    }
+    Program program{request.command.front(), request.command};
+    return execute(program, environment);
+}
+
+int fail(const std::exception& error) {
+    reportLines(std::string("kiv-run: ") + error.what());
+    return kFailed;
+}
+
+int enter(const RunRequest& request) {
+    // before anything else is opened, which a closed one of them would be mistaken for
+    setCloseOnExec(request.preserved, true);
+    // host tools see nothing else of the caller's environment
+    Daemon::cleanEnv({"PATH", "TERM", "LANG", "TZ"});
+    settings().userName = request.user;
+    EntryLog log(request.user, commandLine(request));
+    try {
+        return run(request, log);
+    } catch (const std::exception& error) {
+        log.refused(error.what());
+        return fail(error);
+    }
+}
+
+int runAction(const RunRequest& request) {
+    switch (request.action) {
+        case RunAction::Help:
+            printRunHelp();
+            return EXIT_SUCCESS;
+        case RunAction::Version:
+            print(std::string(kVersionLine) + "\n");
+            return EXIT_SUCCESS;
+        default:
+            return enter(request);
+    }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    try {
+        Daemon::forgetCaller();
+        speakCallersLanguage();
+        settings().programName = "kiv-run";
+        return runAction(parseRunOptions(argc, argv));
+    } catch (const std::exception& error) {
+        return fail(error);
+    }
+}

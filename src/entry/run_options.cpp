@@ -1,0 +1,169 @@
+#include "entry/run_options.h"
+
+#include <getopt.h>
+#include <libintl.h>
+
+#include <charconv>
+#include <cstring>
+#include <stdexcept>
+#include <string_view>
+
+#include "util/output.h"
+#include "util/string_util.h"
+
+namespace {
+
+// Codes of options that have no short form, outside the characters.
+constexpr int kPreserveFds = 256;
+constexpr int kStart = 257;
+
+constexpr const char* kShortOptions = "+C:Te:hu:v";  // "+": options stand before USER
+
+constexpr option kLongOptions[] = {
+    {"help", no_argument, nullptr, 'h'},
+    {"no-pty", no_argument, nullptr, 'T'},
+    {"preserve-fds", required_argument, nullptr, kPreserveFds},
+    {"start", no_argument, nullptr, kStart},
+    {"version", no_argument, nullptr, 'v'},
+    {nullptr, 0, nullptr, 0},
+};
+
+constexpr unsigned kLargestUmask = 0777;
+constexpr unsigned kMostDescriptors = 1U << 20;  // no process may open more by default
+
+/// "%s" in the translated message stands for `detail`.
+std::runtime_error usageError(const char* message, const std::string& detail = "") {
+    std::string text = ::gettext(message);
+    StringUtil::replaceAll("%s", detail, text);
+    return std::runtime_error(StringUtil::escapeControls(text));
+}
+
+std::runtime_error optionError(char** argv) {
+    constexpr std::string_view kTakingNothing = "Thv";
+    const char* const word = argv[optind - 1];
+    if (optopt == kPreserveFds) {
+        return usageError("option '-%s' requires an argument.", "-preserve-fds");
+    }
+    const auto letter = static_cast<char>(optopt);
+    // a long option that is unknown, or has a value that it does not take
+    if (optopt == 0 || optopt == kStart || kTakingNothing.find(letter) != std::string_view::npos) {
+        return usageError("unknown option '-%s'", word + 1);
+    }
+    if (std::strchr("Ceu", letter) != nullptr) {
+        return usageError("option '-%s' requires an argument.", std::string(1, letter));
+    }
+    return usageError("unknown option '-%s'", std::string(1, letter));
+}
+
+/// The whole text as a number up to `largest`, without sign or blanks.
+std::optional<unsigned> parseNumber(std::string_view text, int base, unsigned largest) {
+    unsigned number = 0;
+    const char* const end = text.data() + text.size();
+    const auto parsed = std::from_chars(text.data(), end, number, base);
+    const bool isWhole = parsed.ec == std::errc() && parsed.ptr == end;
+    return isWhole && number <= largest ? std::optional(number) : std::nullopt;
+}
+
+mode_t parseUmask(const char* text) {
+    const auto mask = parseNumber(text, 8, kLargestUmask);
+    if (!mask) {
+        throw usageError("'%s' is not an octal number up to 777", text);
+    }
+    return *mask;
+}
+
+unsigned parseCount(const char* text) {
+    const auto count = parseNumber(text, 10, kMostDescriptors);
+    if (!count) {
+        throw usageError("'%s' is not a number of descriptors", text);
+    }
+    return *count;
+}
+
+/// setenv(3) takes a name that is not empty and holds no "=".
+std::string parseVariable(const char* text) {
+    const char* const equals = std::strchr(text, '=');
+    if (equals == nullptr || equals == text) {
+        throw usageError("'%s' is not NAME=VALUE", text);
+    }
+    return text;
+}
+
+void take(RunRequest& request, int code, char** argv) {
+    switch (code) {
+        case 'C':
+            request.directory = optarg;
+            break;
+        case 'T':
+            break;
+        case 'e':
+            request.variables.push_back(parseVariable(optarg));
+            break;
+        case 'h':
+            request.action = RunAction::Help;
+            break;
+        case 'u':
+            request.umask = parseUmask(optarg);
+            break;
+        case 'v':
+            request.action = RunAction::Version;
+            break;
+        case kPreserveFds:
+            request.preserved = parseCount(optarg);
+            break;
+        case kStart:
+            request.start = true;
+            break;
+        default:
+            throw optionError(argv);
+    }
+}
+
+}  // namespace
+
+RunRequest parseRunOptions(int argc, char** argv) {
+    RunRequest request;
+    opterr = 0;
+    optind = 0;  // getopt(3): starts from scratch, also after another vector
+    for (;;) {
+        const int code = ::getopt_long(argc, argv, kShortOptions, kLongOptions, nullptr);
+        if (code == -1) {
+            break;
+        }
+        take(request, code, argv);
+        if (request.action != RunAction::Enter) {
+            return request;
+        }
+    }
+    if (optind >= argc) {
+        throw usageError("missing user name");
+    }
+    request.user = argv[optind];
+    int next = optind + 1;
+    if (next < argc && std::strcmp(argv[next], "--") == 0) {
+        ++next;
+    }
+    request.command.assign(argv + next, argv + argc);
+    return request;
+}
+
+void printRunHelp() {
+    const auto line = [](const char* usage, const char* description) {
+        std::string column = std::string("  ") + usage;
+        column.resize(24, ' ');
+        print(column + description + "\n");
+    };
+    print(std::string(::gettext("Usage:")) + " kiv-run [" + ::gettext("options") + "] " +
+          ::gettext("USER [COMMAND [ARGUMENT]...]") + "\n\n");
+    print(std::string(::gettext("Run a command, or the login shell, in the user's container.")) +
+          "\n\n");
+    print(std::string(::gettext("Options:")) + "\n");
+    line("-C DIR", ::gettext("enter directory DIR, by default the user's home"));
+    line("-e NAME=VALUE", ::gettext("set an environment variable"));
+    line("-u UMASK", ::gettext("set the file mode creation mask, by default 022"));
+    line("-T, --no-pty", ::gettext("run without a terminal of the container"));
+    line("--preserve-fds N", ::gettext("keep the N descriptors from 3 on (LISTEN_FDS)"));
+    line("--start", ::gettext("start the container first"));
+    line("-h, --help", ::gettext("show this help"));
+    line("-v, --version", ::gettext("show program version"));
+}

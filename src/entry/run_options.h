@@ -1,0 +1,28 @@
+// The command line of kiv-run.
+#pragma once
+
+#include <sys/types.h>
+
+#include <optional>
+#include <string>
+#include <vector>
+
+enum class RunAction { Enter, Help, Version };
+
+struct RunRequest {
+    RunAction action = RunAction::Enter;
+    const char* user = nullptr;            ///< not owned; points into argv
+    std::vector<char*> command;            ///< not owned; empty for the login shell
+    std::optional<std::string> directory;  ///< of -C
+    std::vector<std::string> variables;    ///< "NAME=VALUE" each, in the order of -e
+    mode_t umask = 022;
+    unsigned preserved = 0;  ///< descriptors above 2 that the command gets
+    bool start = false;
+};
+
+/// Throws std::runtime_error with the translated message when the command line is not understood.
+/// May be called again with another vector.
+RunRequest parseRunOptions(int argc, char** argv);
+
+/// Writes the help text on standard output.
+void printRunHelp();
