@@ -15,6 +15,7 @@ TOKEN = re.compile(
 
 GAP = "\0"
 ENDS = {";", "{", "}", ",", "?", ":", "<<"}  # what stands behind them belongs to another text
+JOINING = {"systemError", "reportSystemError"}  # make one text of their arguments
 ESCAPES = {"n": "\n", "t": "\t", "f": "\f", "r": "\r", "v": "\v", "0": GAP, "e": "\x1b"}
 
 
@@ -28,6 +29,7 @@ def texts(source):
     result = []
     parts = []
     joined = False  # nothing but white space since the last literal
+    call = None  # how deep in the parentheses of a joining call
 
     def end():
         if parts:
@@ -48,7 +50,13 @@ def texts(source):
             joined = True
             continue
         joined = False
-        if token in ENDS:
+        if call is None and token in JOINING:
+            call = 0
+        elif call is not None and token in ("(", ")"):
+            call += 1 if token == "(" else -1
+            if call == 0:
+                call = None
+        if token in ENDS and not (call and token == ","):
             end()
     end()
     return result
