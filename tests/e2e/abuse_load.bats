@@ -173,13 +173,13 @@ EOF
 }
 
 @test "eight accounts that start and stop at once lose no packet rule, with iptables of either kind" {
-    kinds=nft
+    variants=nft
     if "$project/tests/host/simulated-host" -- iptables-legacy --table nat --list >/dev/null 2>&1; then
-        kinds+=" legacy"
+        variants="nft legacy"
     else
         echo "# the kernel has no legacy tables: only iptables-nft was tried" >&3
     fi
-    for kind in $kinds; do
+    for kind in $variants; do
         export kind
         with_abuse <<'EOF'
 mkdir /tmp/kind
