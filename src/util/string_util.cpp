@@ -6,7 +6,6 @@
 #include <cstdio>
 #include <stdexcept>
 
-#include "util/scope_guard.h"
 
 namespace {
 
@@ -53,8 +52,9 @@ void StringUtil::replaceAll(const std::string& from, const std::string& to, std:
 std::string StringUtil::sprintf(const char* format, ...) {
     va_list arguments;
     va_start(arguments, format);
-    const ScopeGuard end([&arguments] { va_end(arguments); });
-    return vsprintf(format, arguments);
+    std::string text = vsprintf(format, arguments);
+    va_end(arguments);
+    return text;
 }
 
 std::string StringUtil::vsprintf(const char* format, va_list arguments) {
