@@ -6,6 +6,7 @@
 
 #include <cstdlib>
 #include <exception>
+#include <optional>
 #include <stdexcept>
 #include <string>
 
@@ -14,6 +15,7 @@
 #include "container/enter.h"
 #include "container/start.h"
 #include "entry/entry_log.h"
+#include "entry/own_terminal.h"
 #include "entry/run_command.h"
 #include "entry/run_environment.h"
 #include "entry/run_options.h"
@@ -105,7 +107,7 @@ int executeLoginShell(std::string& shell, Environment& environment) {
 }
 
 /// Does not return when the command is executed.
-int run(const RunRequest& request, EntryLog& log) {
+int run(const RunRequest& request, EntryLog& log, std::optional<TerminalLink>& link) {
     if (::geteuid() != 0) {
         throw std::runtime_error(::gettext("only root may run this program"));
     }
@@ -118,9 +120,16 @@ int run(const RunRequest& request, EntryLog& log) {
     if (request.start) {
         startFirst(request);
     }
+    if (link) {
+        relayFromHere(*link);
+    }
     joinContainer(handle);
     log.entered();
-    becomeAccount(handle, account, kFirstPreserved + request.preserved);
+    const unsigned linkPlace = kFirstPreserved + request.preserved;
+    becomeAccount(handle, account, link ? linkPlace + 1 : linkPlace);
+    if (link) {
+        takeOwnTerminal(*link);
+    }
     goToWork(request, account.homeDirectory);
     ::umask(request.umask);
     Environment environment = environmentFor(request, account, path);
@@ -138,15 +147,25 @@ int fail(const std::exception& error) {
     return kFailed;
 }
 
+bool wantsOwnTerminal(const RunRequest& request) {
+    const bool isOnTerminal = ::isatty(STDIN_FILENO) != 0 && ::isatty(STDOUT_FILENO) != 0;
+    return request.terminal == Terminal::Own ||
+           (request.terminal == Terminal::AsCaller && isOnTerminal);
+}
+
 int enter(const RunRequest& request) {
     // before anything else is opened, which a closed one of them would be mistaken for
     setCloseOnExec(request.preserved, true);
     // host tools see nothing else of the caller's environment
     Daemon::cleanEnv({"PATH", "TERM", "LANG", "TZ"});
     settings().userName = request.user;
+    std::optional<TerminalLink> link;
+    if (wantsOwnTerminal(request)) {
+        link.emplace(static_cast<int>(kFirstPreserved + request.preserved));
+    }
     EntryLog log(request.user, commandLine(request));
     try {
-        return run(request, log);
+        return run(request, log, link);
     } catch (const std::exception& error) {
         log.refused(error.what());
         return fail(error);

@@ -17,12 +17,13 @@ namespace {
 constexpr int kPreserveFds = 256;
 constexpr int kStart = 257;
 
-constexpr const char* kShortOptions = "+C:Te:hu:v";  // "+": options stand before USER
+constexpr const char* kShortOptions = "+C:Te:htu:v";  // "+": options stand before USER
 
 constexpr option kLongOptions[] = {
     {"help", no_argument, nullptr, 'h'},
     {"no-pty", no_argument, nullptr, 'T'},
     {"preserve-fds", required_argument, nullptr, kPreserveFds},
+    {"pty", no_argument, nullptr, 't'},
     {"start", no_argument, nullptr, kStart},
     {"version", no_argument, nullptr, 'v'},
     {nullptr, 0, nullptr, 0},
@@ -39,7 +40,7 @@ std::runtime_error usageError(const char* message, const std::string& detail = "
 }
 
 std::runtime_error optionError(char** argv) {
-    constexpr std::string_view kTakingNothing = "Thv";
+    constexpr std::string_view kTakingNothing = "Thtv";
     const char* const word = argv[optind - 1];
     if (optopt == kPreserveFds) {
         return usageError("option '-%s' requires an argument.", "-preserve-fds");
@@ -95,12 +96,16 @@ void take(RunRequest& request, int code, char** argv) {
             request.directory = optarg;
             break;
         case 'T':
+            request.terminal = Terminal::Callers;
             break;
         case 'e':
             request.variables.push_back(parseVariable(optarg));
             break;
         case 'h':
             request.action = RunAction::Help;
+            break;
+        case 't':
+            request.terminal = Terminal::Own;
             break;
         case 'u':
             request.umask = parseUmask(optarg);
@@ -162,6 +167,7 @@ void printRunHelp() {
     line("-e NAME=VALUE", ::gettext("set an environment variable"));
     line("-u UMASK", ::gettext("set the file mode creation mask, by default 022"));
     line("-T, --no-pty", ::gettext("run without a terminal of the container"));
+    line("-t, --pty", ::gettext("run on a terminal of the container"));
     line("--preserve-fds N", ::gettext("keep the N descriptors from 3 on (LISTEN_FDS)"));
     line("--start", ::gettext("start the container first"));
     line("-h, --help", ::gettext("show this help"));

@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+enum class Terminal { AsCaller, Own, Callers };
+
 enum class RunAction { Enter, Help, Version };
 
 struct RunRequest {
@@ -18,6 +20,7 @@ struct RunRequest {
     mode_t umask = 022;
     unsigned preserved = 0;  ///< descriptors above 2 that the command gets
     bool start = false;
+    Terminal terminal = Terminal::AsCaller;  ///< an own one where the caller is on one
 };
 
 /// Throws std::runtime_error with the translated message when the command line is not understood.

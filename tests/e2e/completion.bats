@@ -126,7 +126,7 @@ offers "alice anna bob" -Tu 022 ""
 offers "alice anna bob" --preserve-fds = 2 ""
 offers "alice anna bob" --preserve-fds 2 ""
 offers "alice anna bob" --start -- ""
-offers "-C -T -e -h -u -v --help --no-pty --preserve-fds= --start --version" -
+offers "-C -T -e -h -t -u -v --help --no-pty --preserve-fds= --pty --start --version" -
 offers "--start" --st
 offers "/tmp/files/folder" -C /tmp/files/f
 offers "" -e ""
