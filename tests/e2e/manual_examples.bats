@@ -73,7 +73,7 @@ EOF
 account alice 100.64.0.4/30
 kivctl start alice >/dev/null
 # lines that are too long for a page go on indented
-same rules "$(display kiv.7 8 | sed '1d' | sed -e ':join' -e '$!N' -e 's/\n    / /' -e 'tjoin' -e 'P;D')" \
+same rules "$(display kiv.7 7 | sed '1d' | sed -e ':join' -e '$!N' -e 's/\n    / /' -e 'tjoin' -e 'P;D')" \
     "$(iptables-save --table filter | grep veth-alice; iptables-save --table nat | grep veth-alice)"
 for number in 2 3 5; do
     bash -ec "$(display kiv.7 "$number" | sed 's/^# //')"
