@@ -64,7 +64,7 @@ ERRORS = {
     "unlink": ("EACCES", "EROFS"),
     "unshare": ("ENOSPC", "EPERM"),
     "vfork": ("EAGAIN", "ENOMEM"),
-    "wait4": ("ECHILD", "EINTR"),
+    "wait4": ("EINTR",),
     "write": ("EIO", "ENOSPC"),
 }
 
