@@ -125,12 +125,12 @@ void ensureMasquerade(const std::string& defaultInterface) {
 void prepareHost(const ContainerHandle& handle) {
     const bool createdNow = ensureRuntimeDirectory();
     const RunMark mark = RunMark::ofHost();
-    if (createdNow) {
-        setMark(mark);
-    }
     bool privatisedNow = false;
     {
         const FileDescriptor lock = lockRuntimeDirectory(handle);
+        if (createdNow) {
+            setMark(mark);
+        }
         privatisedNow = privatiseRuntimeDirectory(mark);
     }
     // Once per boot in practice: the rule is not checked again on every start, deliberately, and

@@ -22,6 +22,7 @@ constexpr useconds_t kLookInterval = 20'000;  // microseconds
 constexpr int kLooks = 50;
 /// Of a rule: an iptables that always succeeds must not hold up start.
 constexpr int kMostCopies = 16;
+constexpr std::int32_t kCannotRun = 255;  // what the runner returns for a tool that is not there
 
 /// A host tool and its arguments.
 struct ToolCall {
@@ -71,15 +72,17 @@ ToolCall routeLocalnet(const std::string& interface) {
     return sysctl(setting);
 }
 
-/// False when a copy may still be there.
-bool removeCopies(const PacketRule& rule) {
+LeftRules removeCopies(const PacketRule& rule) {
     for (int copy = 0; copy < kMostCopies; ++copy) {
         const auto result = runQuietly(iptables(rule, "-D"));
+        if (result == kCannotRun) {
+            return LeftRules::NoTool;
+        }
         if (result != 0) {
-            return meansRuleIsGone(result);
+            return meansRuleIsGone(result) ? LeftRules::None : LeftRules::Unknown;
         }
     }
-    return true;
+    return LeftRules::None;
 }
 
 }  // namespace
@@ -106,14 +109,15 @@ void checkInterfaceNames(const ContainerLink& link) {
     }
 }
 
-bool removeLeftNetwork(const std::string& hostInterface,
-                       const std::optional<std::string>& hostAddress) {
-    bool gone = removeCopies(rejectRule(hostInterface));
-    if (hostAddress) {
-        gone = removeCopies(databaseRule(hostInterface, *hostAddress)) && gone;
-    }
+LeftRules removeLeftNetwork(const std::string& hostInterface,
+                            const std::optional<std::string>& hostAddress) {
     removeLeftPair(hostInterface);
-    return gone && hostAddress.has_value();
+    const LeftRules reject = removeCopies(rejectRule(hostInterface));
+    if (!hostAddress) {
+        return LeftRules::Unknown;
+    }
+    const LeftRules database = removeCopies(databaseRule(hostInterface, *hostAddress));
+    return reject == LeftRules::None ? database : reject;
 }
 
 void removeLeftPair(const std::string& hostInterface) {

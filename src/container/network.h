@@ -30,16 +30,22 @@ ContainerLink planLink(ContainerHandle& handle, const IpNetwork& network);
 /// taken name is looked at again for up to one second.
 void checkInterfaceNames(const ContainerLink& link);
 
+/// What is left of the packet rules of an interrupted run.
+enum class LeftRules {
+    None,
+    Unknown,  ///< iptables(8) has failed, or the address is not known
+    NoTool,   ///< there is no iptables
+};
+
 /// Removes what an interrupted run has left of a network that nothing holds any more: every copy of
-/// the packet rules, and the interface pair. Silent: that nothing is there is the usual case. False
-/// when a rule may still be there: iptables(8) could not say, or `hostAddress` is not known.
-[[nodiscard]] bool removeLeftNetwork(const std::string& hostInterface,
-                                     const std::optional<std::string>& hostAddress);
+/// the packet rules, and the interface pair. Silent: that nothing is there is the usual case.
+[[nodiscard]] LeftRules removeLeftNetwork(const std::string& hostInterface,
+                                          const std::optional<std::string>& hostAddress);
 
 /// Removes the interface pair, should both ends be on the host.
 void removeLeftPair(const std::string& hostInterface);
 
-/// What to say when removeLeftNetwork fails.
+/// What to say when rules may be left.
 std::string leftRulesText(const std::string& hostInterface);
 
 /// Runs in the parent while the child waits. Failures are reported by the runner, and the next

@@ -174,19 +174,17 @@ int stillPinned(const std::string& userName) {
     return kinds;
 }
 
-/// Removes the files, and the rules with the network's file of a container that is complete. False
-/// when rules may still be there. `found` is the mark of an interrupted run: what belongs to that
-/// one's network is removed later, by removeWhatWasLeft.
+/// Removes the files, and the rules with the network's file. False when rules may still be there.
 bool removeFiles(const std::string& interface, const std::optional<std::string>& address,
                  const std::list<NamespaceEntry>& entries, const RunMark& mark,
-                 const std::optional<InterruptedRun>& found) {
+                 bool wasInterrupted) {
     bool rulesAreGone = true;
     for (const NamespaceEntry& entry : entries) {
         if (hasChanged(entry)) {
             continue;
         }
-        const bool takesRules = entry.kind == kNetworkKind && !found;
-        if (takesRules) {
+        const bool takesRules = entry.kind == kNetworkKind;
+        if (takesRules && !wasInterrupted) {
             // Without the file nothing else shows that rules are left, should this process be
             // killed before it removes them. What cannot be marked is stopped all the same.
             [[maybe_unused]] const bool marked = mark.write({CLONE_NEWNET});
@@ -210,7 +208,7 @@ bool removeWhatWasLeft(const std::string& userName, const std::string& interface
     if (!wasInterrupted) {
         return true;
     }
-    const bool gone = removeLeftNetwork(interface, address);
+    const bool gone = removeLeftNetwork(interface, address) == LeftRules::None;
     if (!gone && address) {
         report(leftRulesText(interface));
     }
@@ -233,12 +231,12 @@ bool unpin(ContainerHandle& handle, const std::optional<std::string>& address,
     const RunMark mark(handle.userName);
     const std::optional<InterruptedRun> found = mark.read();
     const std::string interface = hostInterfaceName(handle);
-    bool rulesAreGone = removeFiles(interface, address, entries, mark, found);
+    const bool wasInterrupted = found.has_value();
+    bool rulesAreGone = removeFiles(interface, address, entries, mark, wasInterrupted);
     const int pinned = stillPinned(handle.userName);
     if ((pinned & CLONE_NEWNET) == 0) {
-        const bool wasInterrupted = found.has_value();
-        rulesAreGone =
-            removeWhatWasLeft(handle.userName, interface, address, wasInterrupted) && rulesAreGone;
+        rulesAreGone = removeWhatWasLeft(handle.userName, interface, address, wasInterrupted) &&
+                       (rulesAreGone || wasInterrupted);
     }
     leaveMark(mark, afterStop(found, pinned, !rulesAreGone));
     return rulesAreGone;

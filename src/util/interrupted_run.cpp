@@ -1,6 +1,7 @@
 #include "util/interrupted_run.h"
 
 #include <fcntl.h>
+#include <linux/limits.h>
 #include <sys/xattr.h>
 
 #include <array>
@@ -16,9 +17,10 @@ namespace {
 constexpr const char* kAttributePrefix = "trusted.kiv.unfinished.";
 constexpr std::string_view kPinned = "pinned";
 
-/// A file system without attributes, and a user namespace that may not set trusted ones.
+/// A file system without attributes, a user namespace that may not set trusted ones, and a user
+/// name that is too long for an attribute's.
 bool cannotBeMarked(int error) {
-    return error == ENOTSUP || error == EPERM;
+    return error == ENOTSUP || error == EPERM || error == ERANGE;
 }
 
 }  // namespace
@@ -78,7 +80,7 @@ RunMark::RunMark(const std::string& userName, const std::string& path)
 }
 
 std::optional<InterruptedRun> RunMark::read() const {
-    if (!directory.valid()) {
+    if (!directory.valid() || attribute.size() > XATTR_NAME_MAX) {
         return std::nullopt;
     }
     std::array<char, 64> text{};

@@ -76,8 +76,8 @@ public:
     std::optional<InterruptedRun> read() const;
 
     /// False, with errno set, when it cannot be marked. True where the file system or the caller's
-    /// user namespace has no such attributes: the mark is a safeguard, and no reason to refuse what
-    /// works without it.
+    /// user namespace has no such attributes, or the user name is too long for one: the mark is a
+    /// safeguard, and no reason to refuse what works without it.
     [[nodiscard]] bool write(const InterruptedRun& run) const;
 
     void clear() const;

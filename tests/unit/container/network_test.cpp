@@ -118,7 +118,7 @@ if [ "$rules" = 0 ]; then exit 1; fi
 echo "$((rules - 1))" >"${0%/*}/rules"
 )sh";
 
-class LeftRules : public LinkSetUp {
+class RulesLeft : public LinkSetUp {
 protected:
     void leave(int rules) {
         directory.write("/iptables", kCountingTool);
@@ -126,8 +126,9 @@ protected:
     }
 
     int remove() {
-        return run(
-            [this] { return removeLeftNetwork(link.hostInterface, link.hostAddress) ? 0 : 1; });
+        return run([this] {
+            return static_cast<int>(removeLeftNetwork(link.hostInterface, link.hostAddress));
+        });
     }
 
     long callsFor(const std::string& chain) {
@@ -140,7 +141,7 @@ protected:
     }
 };
 
-TEST_F(LeftRules, AreRemovedAsOftenAsTheyAreThereAndSilently) {
+TEST_F(RulesLeft, AreRemovedAsOftenAsTheyAreThereAndSilently) {
     leave(2);
     EXPECT_EQ(remove(), 0);
     const std::string reject = "iptables|-D|INPUT|-i|veth-alice|-d|100.64.0.0/10|-j|REJECT\n";
@@ -150,22 +151,27 @@ TEST_F(LeftRules, AreRemovedAsOftenAsTheyAreThereAndSilently) {
     EXPECT_EQ(errors, "");
 }
 
-TEST_F(LeftRules, DoNotHoldUpAStartWhoseIptablesAlwaysSucceeds) {
+TEST_F(RulesLeft, DoNotHoldUpAStartWhoseIptablesAlwaysSucceeds) {
     leave(1000);
     EXPECT_EQ(remove(), 0);
     EXPECT_EQ(callsFor("|INPUT|"), 16);
     EXPECT_EQ(callsFor("|PREROUTING|"), 16);
 }
 
-TEST_F(LeftRules, MayStillBeThereWhenIptablesFailsOrTheAddressIsNotKnown) {
+TEST_F(RulesLeft, MayStillBeThereWhenIptablesFailsOrTheAddressIsNotKnown) {
     leave(0);
     EXPECT_EQ(remove(), 0);
-    EXPECT_EQ(run([this] { return removeLeftNetwork(link.hostInterface, std::nullopt) ? 0 : 1; }),
-              1);
-    for (const char* status : {"2", "4", "255"}) {
+    constexpr int kUnknown = static_cast<int>(LeftRules::Unknown);
+    EXPECT_EQ(run([this] {
+                  return static_cast<int>(removeLeftNetwork(link.hostInterface, std::nullopt));
+              }),
+              kUnknown);
+    for (const char* status : {"2", "4"}) {
         directory.write("/iptables", std::string("#!/bin/sh\nexit ") + status + "\n");
-        EXPECT_EQ(remove(), 1) << status;
+        EXPECT_EQ(remove(), kUnknown) << status;
     }
+    directory.write("/iptables", "#!/bin/sh\nexit 255\n");
+    EXPECT_EQ(remove(), static_cast<int>(LeftRules::NoTool));
 }
 
 TEST_F(LinkSetUp, InTheContainerTakesTheseSteps) {
