@@ -6,7 +6,6 @@
 #include <cstdio>
 #include <stdexcept>
 
-
 namespace {
 
 /// How many bytes at the beginning of `text`, which is not empty, are a control character.
