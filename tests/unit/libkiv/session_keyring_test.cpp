@@ -48,9 +48,9 @@ TEST(SessionKeyring, IsNothingToLeaveOnAKernelWithoutKeys) {
 }
 
 TEST(SessionKeyring, ThatCannotBeLeftIsAFailure) {
-    for (const unsigned error : {EPERM, EDQUOT, ENOMEM}) {
+    for (const int error : {EPERM, EDQUOT, ENOMEM}) {
         const auto result = inChild([error] {
-            denySystemCall(SYS_keyctl, error);
+            denySystemCall(SYS_keyctl, static_cast<unsigned>(error));
             std::cout << failureOf(leaveSessionKeyring);
             return 0;
         });
