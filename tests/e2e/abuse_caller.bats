@@ -303,7 +303,7 @@ printf '#!/proc/self/exe start\n' >/home/alice/starter
 chmod 755 /home/alice/{shell,starter}
 program=$(sha256sum "$(command -v kivctl)")
 # the container may cover the checkout, with the library in it: the loader looks here too
-install -t /usr/lib "$(ldd "$KIVCTL" | awk '$1 ~ /^libkiv/ { print $3 }')"
+install -t /usr/lib "$(ldd "$KIVCTL" | sed -nE 's/^[[:blank:]]*libkiv[^ ]* => (.*) \(0x.*/\1/p')"
 kivctl start alice
 usermod --shell /home/alice/shell alice
 capture kivctl exec alice

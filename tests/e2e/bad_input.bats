@@ -136,7 +136,7 @@ account alice 100.64.0.4/30
 touch /srv/{file,other}
 long=$(head -c 1000000 /dev/zero | tr '\0' x)
 printf '%s\n' "#$long" "$long" hide "    /srv/$long" "    /srv/file" "allowlist /opt/$long" "    $long" >"$configuration"
-capture timeout 10 kivctl start alice
+capture timeout 60 kivctl start alice
 same status 0 "$status"
 same "end of stderr" ": File name too long" "${err: -20}"
 same "lines of stderr" 1 "$(wc -l <<<"$err")"
@@ -156,7 +156,7 @@ touch /srv/{file,other}
     seq -f "    name-%.0f" 200000
     printf '%s\n' "    other" hide "    /srv/file" item
 } >"$configuration"
-capture timeout 10 kivctl start alice
+capture timeout 60 kivctl start alice
 same status 0 "$status"
 same stderr "" "$err"
 same "what the account sees" other "$(enter alice ls -A /srv)"
@@ -167,7 +167,7 @@ EOF
     in_host <<'EOF'
 head -c 1000000 /dev/zero | tr '\0' '\n' >"$configuration"
 echo "    item" >>"$configuration"
-capture timeout 10 kivctl start -a
+capture timeout 60 kivctl start -a
 same status 64 "$status"
 same stderr "kivctl: /etc/tarnwell/kiv.conf: line 1000001: not parsing a list" "$err"
 EOF

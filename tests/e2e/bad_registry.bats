@@ -197,11 +197,11 @@ account alice 100.64.0.4/30
     echo "bob $(head -c 1000000 /dev/zero | tr '\0' x)"
 } >/tmp/registry
 cp /tmp/registry "$registry"
-capture timeout 10 kivctl start alice
+capture timeout 60 kivctl start alice
 same status 0 "$status"
 same stderr "" "$err"
 enter alice true
-capture timeout 10 kivctl start -a
+capture timeout 60 kivctl start -a
 same status 71 "$status"
 same "lines of stderr" 3 "$(wc -l <<<"$err")"
 EOF
@@ -218,7 +218,7 @@ account bob
     echo "alice net=100.64.0.4/30"
 } >/tmp/registry
 cp /tmp/registry "$registry"
-capture timeout 10 kivctl start alice
+capture timeout 60 kivctl start alice
 same status 0 "$status"
 same stdout "starting container: alice, network:100.64.0.4/30
 starting container: alice, network:100.64.0.4/30" "$out"

@@ -106,7 +106,7 @@ kivctl start alice >/dev/null
 record ip 'touch /tmp/half-way; until test -e /tmp/go-on; do sleep 0.01; done; exec "$real" "$@"'
 kivctl start bob >/tmp/start 2>&1 & start=$!
 eventually test -e /tmp/half-way
-capture timeout 10 kivctl exec alice <<<'echo in'
+capture timeout 30 kivctl exec alice <<<'echo in'
 same "alice's shell" in "$out"
 same stderr "" "$err"
 kill -0 "$start"

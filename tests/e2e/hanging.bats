@@ -28,12 +28,12 @@ hang_in ip '*vpeer-alice*netns*'
 kivctl start alice >/dev/null 2>&1 & start=$!
 eventually test -e /tmp/hangs
 for _ in 1 2; do
-    capture timeout 10 kivctl start bob
+    capture timeout 30 kivctl start bob
     same "status of start" 0 "$status"
-    capture timeout 10 kivctl exec bob <<<'id -un'
+    capture timeout 30 kivctl exec bob <<<'id -un'
     same "bob's shell" bob "$out"
     same "stderr of exec" "" "$err"
-    capture timeout 10 kivctl stop bob
+    capture timeout 30 kivctl stop bob
     same "status of stop" 0 "$status"
     same "stderr of stop" "" "$err"
     eventually test ! -e /sys/class/net/veth-bob
@@ -49,7 +49,7 @@ account bob 100.64.0.8/30
 hang_in ip '*route?show*'
 kivctl start alice >/dev/null 2>&1 &
 eventually test -e /tmp/hangs
-without_tools fails 0 timeout 10 kivctl start bob
+without_tools fails 0 timeout 30 kivctl start bob
 same "bob's shell" bob "$(kivctl exec bob <<<'id -un')"
 EOF
 }
@@ -107,7 +107,7 @@ kivctl start alice >/tmp/alice 2>&1 & start=$!
 is_held() { [ "$(mounted alice)" = $'net\nipc\nmnt' ]; }
 eventually is_held
 for command in start stop start; do
-    fails 0 timeout 10 kivctl $command bob
+    fails 0 timeout 30 kivctl $command bob
     [ $command != stop ] || eventually test ! -e /sys/class/net/veth-bob
 done
 same "bob's shell" bob "$(kivctl exec bob <<<'id -un')"
@@ -186,6 +186,6 @@ eventually test -s /tmp/hangs
 kill -TERM "$start"
 fails 143 wait "$start"
 eventually ended "$(cat /tmp/hangs)"
-without_tools timeout 10 kivctl start alice
+without_tools timeout 30 kivctl start alice
 EOF
 }

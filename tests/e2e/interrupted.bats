@@ -214,7 +214,7 @@ kivctl start alice
 kivctl stop alice
 mark alice
 record iptables 'exit 0'
-timeout -s KILL 10 kivctl start alice
+timeout -s KILL 60 kivctl start alice
 same "live namespaces" $'net\nipc\nmnt' "$(mounted alice)"
 EOF
 }

@@ -90,9 +90,9 @@ EOF
 account alice 100.64.0.4/30
 kivctl start alice >/dev/null
 rm -f /dev/log
-same "no log" in "$(timeout 10 kiv-run alice echo in 2>&1)"
+same "no log" in "$(timeout 30 kiv-run alice echo in 2>&1)"
 touch /dev/log
-same "a file" in "$(timeout 10 kiv-run alice echo in 2>&1)"
+same "a file" in "$(timeout 30 kiv-run alice echo in 2>&1)"
 rm /dev/log
 python3 -c '
 import socket, time
@@ -108,6 +108,6 @@ except BlockingIOError:
     open("/tmp/full", "w")
 time.sleep(600)' &
 eventually test -e /tmp/full
-same "a blocked log" in "$(timeout 10 kiv-run alice echo in 2>&1)"
+same "a blocked log" in "$(timeout 30 kiv-run alice echo in 2>&1)"
 EOF
 }

@@ -21,7 +21,7 @@ account() {
 
 # program_elsewhere: for tests that cover or move /home, which the checkout may be in, with a mount of its own.
 program_elsewhere() {
-    install -D -t /opt/kivctl "$KIVCTL" "$(ldd "$KIVCTL" | awk '$1 ~ /^libkiv/ { print $3 }')"
+    install -D -t /opt/kivctl "$KIVCTL" "$(ldd "$KIVCTL" | sed -nE 's/^[[:blank:]]*libkiv[^ ]* => (.*) \(0x.*/\1/p')"
     PATH=/opt/kivctl:$PATH
     export LD_LIBRARY_PATH=/opt/kivctl
     local checkout
