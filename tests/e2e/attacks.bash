@@ -29,7 +29,8 @@ answered() { sed "s/\$/ $1/" <<<"$2"; }
 # hold POINT NAME: starts exec for the account in the background and stops it there (see hold_exec.c); leaves
 # its process id in `held`, the process to be continued and waited for.
 hold() {
-    HOLD_AT=$1 LD_PRELOAD=$programs/hold_exec.so kivctl exec "$2" </dev/null >/tmp/held 2>&1 &
+    cp "$programs/hold_exec.so" /tmp # LD_PRELOAD separates its items by blanks, and a path may have one
+    HOLD_AT=$1 LD_PRELOAD=/tmp/hold_exec.so kivctl exec "$2" </dev/null >/tmp/held 2>&1 &
     held=$!
     until grep -q '^State:.*stopped' "/proc/$held/status"; do sleep 0.01; done
 }
