@@ -12,8 +12,9 @@
 /// fails for it.
 class EntryLog {
 public:
-    /// Notes who asks, by login user id and terminal, and for what.
-    EntryLog(const std::string& userName, const std::string& command,
+    /// Notes who asks, by login user id and terminal, and for what. The lines are those of
+    /// `program`.
+    EntryLog(std::string program, const std::string& userName, const std::string& command,
              const std::string& path = "/dev/log");
 
     /// The account is entered: authpriv.info. From now on nothing is refused.
@@ -25,11 +26,13 @@ public:
 private:
     void write(int priority, const std::string& text) const;
 
+    std::string programName;
     FileDescriptor socket;
     std::string description;
     bool hasEntered = false;
 };
 
-/// What the log takes, see RFC 3164: priority, time, "kiv-run" with the process id, and `text` with
+/// What the log takes, see RFC 3164: priority, time, `program` with the process id, and `text` with
 /// control characters escaped. At most 1 KiB; what would be longer is cut.
-std::string logDatagram(int priority, const std::string& text, std::time_t now);
+std::string logDatagram(int priority, const std::string& program, const std::string& text,
+                        std::time_t now);

@@ -1,4 +1,4 @@
-#include "entry/run_environment.h"
+#include "companions/run/run_environment.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -6,7 +6,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "../fs/temporary_directory.h"
+#include "../../fs/temporary_directory.h"
 
 namespace {
 

@@ -1,15 +1,14 @@
-#include "entry/run_options.h"
+#include "companions/run/run_options.h"
 
 #include <getopt.h>
 #include <libintl.h>
 
 #include <charconv>
 #include <cstring>
-#include <stdexcept>
 #include <string_view>
 
+#include "companions/command_line.h"
 #include "util/output.h"
-#include "util/string_util.h"
 
 namespace {
 
@@ -31,30 +30,6 @@ constexpr option kLongOptions[] = {
 
 constexpr unsigned kLargestUmask = 0777;
 constexpr unsigned kMostDescriptors = 1U << 20;  // no process may open more by default
-
-/// "%s" in the translated message stands for `detail`.
-std::runtime_error usageError(const char* message, const std::string& detail = "") {
-    std::string text = ::gettext(message);
-    StringUtil::replaceAll("%s", detail, text);
-    return std::runtime_error(StringUtil::escapeControls(text));
-}
-
-std::runtime_error optionError(char** argv) {
-    constexpr std::string_view kTakingNothing = "Thtv";
-    const char* const word = argv[optind - 1];
-    if (optopt == kPreserveFds) {
-        return usageError("option '-%s' requires an argument.", "-preserve-fds");
-    }
-    const auto letter = static_cast<char>(optopt);
-    // a long option that is unknown, or has a value that it does not take
-    if (optopt == 0 || optopt == kStart || kTakingNothing.find(letter) != std::string_view::npos) {
-        return usageError("unknown option '-%s'", word + 1);
-    }
-    if (std::strchr("Ceu", letter) != nullptr) {
-        return usageError("option '-%s' requires an argument.", std::string(1, letter));
-    }
-    return usageError("unknown option '-%s'", std::string(1, letter));
-}
 
 /// The whole text as a number up to `largest`, without sign or blanks.
 std::optional<unsigned> parseNumber(std::string_view text, int base, unsigned largest) {
@@ -120,7 +95,7 @@ void take(RunRequest& request, int code, char** argv) {
             request.start = true;
             break;
         default:
-            throw optionError(argv);
+            throw optionError(argv, kShortOptions, kLongOptions);
     }
 }
 

@@ -1,5 +1,5 @@
 // kiv-run's command line. Its refusals are in the end-to-end tests, byte for byte.
-#include "entry/run_options.h"
+#include "companions/run/run_options.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

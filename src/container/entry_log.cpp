@@ -1,4 +1,4 @@
-#include "entry/entry_log.h"
+#include "container/entry_log.h"
 
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -7,6 +7,7 @@
 
 #include <cstddef>
 #include <string_view>
+#include <utility>
 
 #include "util/line_reader.h"
 #include "util/string_util.h"
@@ -62,8 +63,10 @@ std::string terminal() {
 
 }  // namespace
 
-EntryLog::EntryLog(const std::string& userName, const std::string& command, const std::string& path)
-    : socket(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)),
+EntryLog::EntryLog(std::string program, const std::string& userName, const std::string& command,
+                   const std::string& path)
+    : programName(std::move(program)),
+      socket(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)),
       description("loginuid=" + loginUid() + " terminal=" + terminal() + " account=" + userName +
                   " command=" + command) {
     ::tzset();  // reads the host's time zone: none of the container's files must be opened
@@ -88,14 +91,16 @@ void EntryLog::refused(const std::string& reason) const {
 }
 
 void EntryLog::write(int priority, const std::string& text) const {
-    const std::string datagram = logDatagram(LOG_AUTHPRIV | priority, text, std::time(nullptr));
+    const std::string datagram =
+        logDatagram(LOG_AUTHPRIV | priority, programName, text, std::time(nullptr));
     // not send(2): by now the container's filter may deny it
     [[maybe_unused]] const auto ignored = ::write(socket.get(), datagram.data(), datagram.size());
 }
 
-std::string logDatagram(int priority, const std::string& text, std::time_t now) {
-    std::string datagram = StringUtil::sprintf(
-        "<%d>%s kiv-run[%d]: ", priority, timestamp(now).c_str(), static_cast<int>(::getpid()));
+std::string logDatagram(int priority, const std::string& program, const std::string& text,
+                        std::time_t now) {
+    std::string datagram = StringUtil::sprintf("<%d>%s %s[%d]: ", priority, timestamp(now).c_str(),
+                                               program.c_str(), static_cast<int>(::getpid()));
     datagram += StringUtil::escapeControls(text);
     cut(datagram, kLongestDatagram);
     return datagram;

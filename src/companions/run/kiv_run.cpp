@@ -10,15 +10,15 @@
 #include <stdexcept>
 #include <string>
 
+#include "companions/run/own_terminal.h"
+#include "companions/run/run_command.h"
+#include "companions/run/run_environment.h"
+#include "companions/run/run_options.h"
 #include "config/account_registry.h"
 #include "config/configuration.h"
 #include "container/enter.h"
+#include "container/entry_log.h"
 #include "container/start.h"
-#include "entry/entry_log.h"
-#include "entry/own_terminal.h"
-#include "entry/run_command.h"
-#include "entry/run_environment.h"
-#include "entry/run_options.h"
 #include "util/daemon.h"
 #include "util/errors.h"
 #include "util/output.h"
@@ -163,7 +163,7 @@ int enter(const RunRequest& request) {
     if (wantsOwnTerminal(request)) {
         link.emplace(static_cast<int>(kFirstPreserved + request.preserved));
     }
-    EntryLog log(request.user, commandLine(request));
+    EntryLog log("kiv-run", request.user, commandLine(request));
     try {
         return run(request, log, link);
     } catch (const std::exception& error) {

@@ -1,5 +1,5 @@
 // The datagrams for the system log. That they arrive is in the end-to-end tests.
-#include "entry/entry_log.h"
+#include "container/entry_log.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -15,19 +15,19 @@ using testing::MatchesRegex;
 constexpr std::time_t kTime = 1'780'000'000;
 
 TEST(LogDatagram, HasPriorityTimeAndProcess) {
-    EXPECT_THAT(logDatagram(LOG_AUTHPRIV | LOG_INFO, "text", kTime),
+    EXPECT_THAT(logDatagram(LOG_AUTHPRIV | LOG_INFO, "kiv-run", "text", kTime),
                 MatchesRegex("<86>May [ 123][0-9] [0-9:]+ kiv-run\\[[0-9]+\\]: text"));
 }
 
 TEST(LogDatagram, EscapesControlCharacters) {
-    EXPECT_THAT(logDatagram(LOG_INFO, "a\nb\x1b[", kTime), EndsWith(": a\\x0ab\\x1b["));
+    EXPECT_THAT(logDatagram(LOG_INFO, "kiv-run", "a\nb\x1b[", kTime), EndsWith(": a\\x0ab\\x1b["));
 }
 
 TEST(LogDatagram, OfOneKibibyteIsWholeAndALongerOneIsCut) {
-    const std::size_t header = logDatagram(LOG_INFO, "", kTime).size();
+    const std::size_t header = logDatagram(LOG_INFO, "kiv-run", "", kTime).size();
     const std::string text(1024 - header, 'x');
-    EXPECT_THAT(logDatagram(LOG_INFO, text, kTime), EndsWith("xxxx"));
-    const std::string longer = logDatagram(LOG_INFO, text + "x", kTime);
+    EXPECT_THAT(logDatagram(LOG_INFO, "kiv-run", text, kTime), EndsWith("xxxx"));
+    const std::string longer = logDatagram(LOG_INFO, "kiv-run", text + "x", kTime);
     EXPECT_EQ(longer.size(), 1024U);
     EXPECT_THAT(longer, EndsWith("xxx..."));
 }
@@ -38,7 +38,7 @@ TEST(LogDatagram, IsNotCutWithinACharacter) {
         text += "\u20ac";  // three bytes
     }
     for (const char* shift : {"", "x", "xx"}) {
-        const std::string datagram = logDatagram(LOG_INFO, shift + text, kTime);
+        const std::string datagram = logDatagram(LOG_INFO, "kiv-run", shift + text, kTime);
         EXPECT_LE(datagram.size(), 1024U);
         EXPECT_GE(datagram.size(), 1022U);
         EXPECT_THAT(datagram, EndsWith("\u20ac..."));

@@ -1,4 +1,4 @@
-#include "entry/own_terminal.h"
+#include "companions/run/own_terminal.h"
 
 #include <fcntl.h>
 #include <poll.h>

@@ -1,4 +1,4 @@
-#include "entry/run_environment.h"
+#include "companions/run/run_environment.h"
 
 #include <cerrno>
 #include <cstdlib>

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "entry/run_environment.h"
+#include "companions/run/run_environment.h"
 
 inline constexpr int kFailed = 125;     ///< the program that was to run the command
 inline constexpr int kCannotRun = 126;  ///< the command is there and cannot be executed

@@ -1,4 +1,4 @@
-#include "entry/run_command.h"
+#include "companions/run/run_command.h"
 
 #include <unistd.h>
 
