@@ -68,20 +68,19 @@ void setMark(const RunMark& mark) {
 /// set.
 bool privatiseRuntimeDirectory(const RunMark& mark) {
     const char* path = runtimeDirectory.c_str();
-    MountTable table;
-    readMountTable(table, runtimeDirectory, kMountInfo);
-    if (!table.contains(runtimeDirectory)) {
+    auto directory = findMount(runtimeDirectory, kMountInfo);
+    if (!directory) {
         if (::mount(path, path, nullptr, MS_BIND, nullptr) != 0) {
             const int error = errno;
             throw runtimeDirectoryError(": mount() failed: ", error);
         }
-        readMountTable(table, runtimeDirectory, kMountInfo);
-        if (!table.contains(runtimeDirectory)) {  // it is a link, and mounted where that leads
+        directory = findMount(runtimeDirectory, kMountInfo);
+        if (!directory) {  // it is a link, and mounted where that leads
             ::umount2(path, MNT_DETACH);
             throw runtimeDirectoryError(": mount() failed: ", ELOOP);
         }
     }
-    if (table.get(runtimeDirectory).isPrivate()) {
+    if (directory->isPrivate()) {
         return false;
     }
     setMark(mark);

@@ -6,8 +6,10 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdint>
+#include <iterator>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -68,10 +70,21 @@ void requireNoLeftNetwork(const ContainerLink& link) {
     }
 }
 
+/// False when nothing can be mounted on any of the account's namespace files: there are none.
+bool hasNamespaceFile(const ContainerHandle& handle) {
+    return std::any_of(std::begin(kNamespaceKinds), std::end(kNamespaceKinds),
+                       [&handle](const NamespaceKind& kind) {
+                           struct stat status {};
+                           const std::string path = namespaceFile(handle.userName, kind.name);
+                           return ::lstat(path.c_str(), &status) == 0 || errno != ENOENT;
+                       });
+}
+
 /// Makes sure that each missing namespace has its file, and returns the unshare(2) flags of those.
 int missingNamespaces(const ContainerHandle& handle) {
-    MountTable table;
-    readMountTable(table, runtimeDirectory, kMountInfo);
+    static CurrentMounts mounts(runtimeDirectory);
+    const MountTable nothing;
+    const MountTable& table = hasNamespaceFile(handle) ? mounts.table() : nothing;
     int flags = 0;
     for (const NamespaceKind& kind : kNamespaceKinds) {
         if (!checkNamespaceMount(handle.userName, table, kind.name)) {
@@ -172,7 +185,7 @@ void startCommand(const char* user) {
 }
 
 void startContainer(ContainerHandle& handle, const IpNetwork& network) {
-    SetUpPlan plan{handle.userName, planLink(handle, network), Util::getpwuid(handle.uid)};
+    SetUpPlan plan{handle.userName, planLink(handle, network), {}};
     prepareHost(handle);
     const FileDescriptor lock = lockAccount(handle);
     const RunMark mark(handle.userName);
@@ -185,6 +198,8 @@ void startContainer(ContainerHandle& handle, const IpNetwork& network) {
         mark.clear();  // of a stop that was killed before it had taken anything
         return;        // running already
     }
+    // not before: the C library reads the password file from its start for it
+    plan.account = Util::getpwuid(handle.uid);
     if ((plan.flags & CLONE_NEWNET) != 0) {
         const RunMark leftPair = RunMark::ofLeftPair(handle.userName);
         if (interrupted || leftPair.read()) {

@@ -1,11 +1,14 @@
 #include "fs/mount_table.h"
 
+#include <fcntl.h>
+#include <poll.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <cerrno>
-#include <optional>
+#include <functional>
 #include <stdexcept>
 #include <string_view>
-#include <utility>
 
 #include "util/errors.h"
 #include "util/line_reader.h"
@@ -47,6 +50,26 @@ std::optional<MountEntry> parseLine(const std::string& line) {
     return MountEntry(mountPoint, root, /*isPrivate=*/field.empty() || field == "-");
 }
 
+/// Calls `goOnAfter` with each mount in file order until it returns false.
+void readMounts(const std::string& path, const std::function<bool(MountEntry&&)>& goOnAfter) {
+    LineReader file(path);
+    if (!file.opened()) {
+        throw systemError("cannot open '", path, "': ");
+    }
+    std::string line;
+    while (file.next(line)) {
+        auto entry = parseLine(line);
+        if (!entry) {
+            report("mountinfo: invalid line: " + line);
+        } else if (!goOnAfter(std::move(*entry))) {
+            return;
+        }
+    }
+    if (file.error() != 0) {
+        throw systemError("error while reading '" + path + "': ", file.error());
+    }
+}
+
 }  // namespace
 
 bool MountTable::contains(const std::string& mountPoint) const {
@@ -65,31 +88,70 @@ void MountTable::append(MountEntry entry) {
     entries.push_back(std::move(entry));
 }
 
+void MountTable::clear() {
+    entries.clear();
+    sorted.clear();
+}
+
 const MountEntry* MountTable::find(const std::string& mountPoint) const {
-    const auto found = std::find_if(
-        entries.begin(), entries.end(),
-        [&mountPoint](const MountEntry& entry) { return entry.mountPoint() == mountPoint; });
-    return found == entries.end() ? nullptr : &*found;
+    if (sorted.size() != entries.size()) {
+        sorted.clear();
+        for (const MountEntry& entry : entries) {
+            sorted.push_back(&entry);
+        }
+        // stable: of stacked mounts the lowest is found
+        std::stable_sort(sorted.begin(), sorted.end(),
+                         [](const MountEntry* one, const MountEntry* other) {
+                             return one->mountPoint() < other->mountPoint();
+                         });
+    }
+    const auto found = std::lower_bound(sorted.begin(), sorted.end(), mountPoint,
+                                        [](const MountEntry* entry, const std::string& wanted) {
+                                            return entry->mountPoint() < wanted;
+                                        });
+    return found == sorted.end() || (*found)->mountPoint() != mountPoint ? nullptr : *found;
 }
 
 void readMountTable(MountTable& out, const std::string& prefix, const std::string& path) {
     out.clear();
-    LineReader file(path);
-    if (!file.opened()) {
-        throw systemError("cannot open '", path, "': ");
-    }
-    std::string line;
-    while (file.next(line)) {
-        auto entry = parseLine(line);
-        if (!entry) {
-            report("mountinfo: invalid line: " + line);
-        } else if (entry->mountPoint().starts_with(prefix)) {
-            out.append(std::move(*entry));
+    readMounts(path, [&](MountEntry&& entry) {
+        if (entry.mountPoint().starts_with(prefix)) {
+            out.append(std::move(entry));
         }
+        return true;
+    });
+}
+
+std::optional<MountEntry> findMount(const std::string& mountPoint, const std::string& path) {
+    std::optional<MountEntry> found;
+    readMounts(path, [&](MountEntry&& entry) {
+        if (entry.mountPoint() == mountPoint) {
+            found = std::move(entry);
+        }
+        return !found;
+    });
+    return found;
+}
+
+const MountTable& CurrentMounts::table() {
+    if (isCurrent()) {
+        return latest;
     }
-    if (file.error() != 0) {
-        throw systemError("error while reading '" + path + "': ", file.error());
+    // opened before the reading: a change meanwhile is one after it
+    FileDescriptor opened(::open(kMountInfo, O_RDONLY | O_CLOEXEC));
+    watched.reset();
+    readMountTable(latest, mountPointPrefix, kMountInfo);
+    watched = std::move(opened);
+    reader = ::getpid();
+    return latest;
+}
+
+bool CurrentMounts::isCurrent() const {
+    if (!watched.valid() || reader != ::getpid()) {
+        return false;
     }
+    pollfd file{watched.get(), POLLPRI, 0};
+    return ::poll(&file, 1, 0) == 0;
 }
 
 bool checkNamespaceMount(const std::string& userName, const MountTable& table,

@@ -1,8 +1,10 @@
 #include "fs/mount_table.h"
 
 #include <gtest/gtest.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <iterator>
 #include <stdexcept>
 
@@ -335,6 +337,69 @@ TEST_F(MountLines, OfAFileThatCannotBeOpenedAreAnErrorWithTheReason) {
         return 2;
     });
     EXPECT_EQ(outcome(result), 0);
+}
+
+// One mount of a table.
+
+using OneMount = MountTableFile;
+
+TEST_F(OneMount, IsTheLowestOfItsPoint) {
+    const auto path = directory.write(
+        "/mountinfo", "1 2 3:4 /low /a rw - ext4 x rw\n1 2 3:4 /high /a rw - ext4 x rw\n");
+    const auto found = findMount("/a", path);
+    ASSERT_TRUE(found);
+    EXPECT_EQ(found->root(), "/low");
+}
+
+TEST_F(OneMount, IsFoundByItsWholePath) {
+    const auto path = directory.write("/mountinfo", "1 2 3:4 / /a/b rw - ext4 x rw\n");
+    EXPECT_FALSE(findMount("/a", path));
+    EXPECT_FALSE(findMount("/a/b/c", path));
+}
+
+TEST_F(OneMount, IsFoundWithoutReadingWhatFollowsIt) {
+    const auto path = directory.write("/mountinfo", "1 2 3:4 / /a rw - ext4 x rw\nshort\n");
+    Captured standardError(STDERR_FILENO);
+    EXPECT_TRUE(findMount("/a", path));
+    EXPECT_EQ(standardError.text(), "");
+}
+
+TEST_F(OneMount, OfAFileThatCannotBeReadIsAnError) {
+    EXPECT_THROW(findMount("/a", directory.path), std::runtime_error);
+    EXPECT_THROW(findMount("/a", directory.at("/absent")), std::runtime_error);
+}
+
+// The table of this process, which cannot be read without openat(2).
+
+TEST(CurrentMounts, AreReadOnceWhileNothingIsMounted) {
+    const auto result = inChild([] {
+        CurrentMounts mounts("/");
+        mounts.table();
+        denySystemCall(SYS_openat, EACCES);
+        return mounts.table().contains("/") ? 0 : 1;
+    });
+    EXPECT_EQ(outcome(result), 0);
+}
+
+TEST(CurrentMounts, AreReadAgainByAForkedProcess) {
+    CurrentMounts mounts("/");
+    mounts.table();
+    const auto result = inChild([&mounts] {
+        denySystemCall(SYS_openat, EACCES);
+        try {
+            mounts.table();
+        } catch (const std::runtime_error&) {
+            return 0;
+        }
+        return 1;
+    });
+    EXPECT_EQ(outcome(result), 0);
+}
+
+TEST(CurrentMounts, AreThoseBelowThePrefix) {
+    CurrentMounts mounts("/pro");
+    EXPECT_TRUE(mounts.table().contains("/proc"));
+    EXPECT_FALSE(mounts.table().contains("/"));
 }
 
 }  // namespace
