@@ -1,0 +1,108 @@
+# For scripts that run the services of dist/services on a simulated host, which has no service manager: the words read
+# the units themselves.
+
+# unit_lines UNIT KEY: the values of a setting, one a line, those of drop-ins last.
+unit_lines() {
+    local files
+    mapfile -t files < <(compgen -G "$examples/$1*/*" || true)
+    sed -n "s/^$2=//p" "$examples/$1" "${files[@]}"
+}
+
+# unit_command UNIT INSTANCE COMMAND: becomes a command line of the unit as systemd would run it. Its quotes, and words
+# of a variable without braces, are those of the shell.
+unit_command() {
+    local assignments
+    eval "assignments=($(unit_lines "$1" Environment | tr '\n' ' '))"
+    export "${assignments[@]}"
+    eval "exec ${3//%i/$2}"
+}
+
+# run_command_of UNIT INSTANCE COMMAND: the same in a process of its own.
+run_command_of() { (unit_command "$@") </dev/null; }
+
+# drop_in UNIT SETTING: what `systemctl edit` adds to the unit.
+drop_in() { install -D -m 644 /dev/stdin "$examples/$1.d/override.conf" <<<"[Service]"$'\n'"$2"; }
+
+# start_unit UNIT INSTANCE: what ExecStartPre and ExecStart say. The process id of the last is left in `main`, what it
+# says goes to /tmp/INSTANCE.log.
+start_unit() {
+    local line
+    while read -r line; do
+        run_command_of "$1" "$2" "$line"
+    done < <(unit_lines "$1" ExecStartPre)
+    unit_command "$1" "$2" "$(unit_lines "$1" ExecStart)" </dev/null >>"/tmp/$2.log" 2>&1 &
+    # shellcheck disable=SC2034 # for the caller
+    main=$!
+}
+
+# reload_unit UNIT MAIN
+reload_unit() { (MAINPID=$2 unit_command "$1" none "$(unit_lines "$1" ExecReload)"); }
+
+# readme_commands HEADING: the commands in the first block below the heading of README.md, but for those to the package
+# and service managers and the change of directory.
+readme_commands() {
+    sed -n "/^## $1\$/,/^## /{/^\`\`\`sh\$/,/^\`\`\`\$/p}" "$examples/README.md" | grep -vE '^(```|apt |cd |systemctl )'
+}
+
+# host_of_services: what README.md says for a host, and the sample configuration.
+host_of_services() {
+    examples=/opt/services
+    cp -r "$project/dist/services" "$examples"
+    cp "$project/dist/kiv.conf" "$configuration"
+    ln -s "$(command -v kiv-run)" /usr/sbin/kiv-run
+    rm /etc/nginx/sites-enabled/*
+    cd "$examples"
+    eval "$(readme_commands "Once per host")"
+}
+
+# site_of NAME: what README.md says for an account, whose container runs.
+site_of() {
+    eval "$(readme_commands "A PHP site" | sed "s/^account=alice\$/account=$1/")"
+    start_unit kiv-php@.service "$1"
+    eventually test -S "/home/$1/run/php.sock"
+}
+
+# page HOST PATH [OPTION…]: what the web server answers.
+page() { curl --silent --max-time 30 --header "Host: $1" "${@:3}" "http://127.0.0.1$2"; }
+
+# http_status HOST PATH
+http_status() { page "$1" "$2" --output /dev/null --write-out '%{http_code}'; }
+
+# namespaces_of PID and namespaces_pinned NAME: the kinds and identities, the same for a process in the container.
+namespaces_of() {
+    local kind
+    for kind in net ipc mnt; do
+        readlink "/proc/$1/ns/$kind"
+    done
+}
+
+namespaces_pinned() {
+    local kind
+    for kind in net ipc mnt; do
+        echo "$kind:[$(stat -Lc %i "/run/kiv/$1@$kind")]"
+    done
+}
+
+# all_inside NAME: the account has processes, and each is in its container.
+all_inside() {
+    local process processes
+    processes=$(pgrep --uid "$1")
+    for process in $processes; do
+        same "namespaces of $(cat "/proc/$process/comm")" "$(namespaces_pinned "$1")" "$(namespaces_of "$process")"
+    done
+}
+
+# two_sites: alice and bob, each with a pool and the same page, behind nginx.
+two_sites() {
+    account alice 100.64.0.4/30
+    account bob 100.64.0.8/30
+    host_of_services
+    kivctl start -a >/dev/null 2>&1
+    local name
+    for name in alice bob; do
+        chmod 700 "/home/$name" # what useradd makes of it differs from release to release
+        site_of "$name"
+        install -o "$name" -g "$name" -m 644 /dev/stdin "/home/$name/site/index.php" <"$project/tests/e2e/programs/page.php"
+    done
+    nginx
+}
