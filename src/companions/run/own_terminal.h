@@ -2,27 +2,17 @@
 // between it and the caller's terminal. The command never has the caller's: what the account leaves
 // running cannot read what is typed there afterwards.
 //
-// | step                                 | who                      |
-// |--------------------------------------|--------------------------|
-// | a pair of sockets                    | TerminalLink             |
-// | fork; the parent gives up its rights | relayFromHere            |
-// | join the container, become account   | child                    |
-// | open the terminal, send its master   | child: takeOwnTerminal   |
-// | execute the command                  | child                    |
-// | relay until the command has ended    | parent                   |
+// | step                                     | who                      |
+// |------------------------------------------|--------------------------|
+// | a pair of sockets                        | TerminalLink             |
+// | fork; the parent gives up its rights     | relayFromHere            |
+// | join the container, become the account   | child                    |
+// | open a terminal, send both its ends      | child: takeOwnTerminal   |
+// | execute the command                      | child                    |
+// | relay until the command has ended        | parent: Relay            |
 #pragma once
 
-#include "util/file_descriptor.h"
-
-/// The sockets that the terminal's master travels through.
-struct TerminalLink {
-    /// The child's end gets the number `place`, which may be in use by the caller: everything from
-    /// there on is closed before the command runs. Throws std::runtime_error.
-    explicit TerminalLink(int place);
-
-    FileDescriptor parentEnd;
-    FileDescriptor childEnd;
-};
+#include "companions/run/terminal_link.h"
 
 /// Forks. Returns in the child only, in a session of its own. The parent becomes nobody's process
 /// without a right, relays, and ends with the command's status, 128 + N when signal N ended it.

@@ -1,0 +1,58 @@
+#include "companions/run/relay_signals.h"
+
+#include <sys/signalfd.h>
+
+#include <csignal>
+
+namespace {
+
+bool isIgnored(int signal) {
+    struct sigaction action {};
+    return ::sigaction(signal, nullptr, &action) == 0 && action.sa_handler == SIG_IGN;
+}
+
+sigset_t relaySignals() {
+    sigset_t signals;
+    sigfillset(&signals);
+    for (const int fault : {SIGABRT, SIGBUS, SIGFPE, SIGILL, SIGSEGV, SIGSYS, SIGTRAP}) {
+        sigdelset(&signals, fault);
+    }
+    // the first two stop whoever uses the terminal from the background; the last does nothing
+    for (const int other : {SIGTTIN, SIGTTOU, SIGURG}) {
+        sigdelset(&signals, other);
+    }
+    for (int signal = 1; signal < NSIG; ++signal) {
+        if (isIgnored(signal)) {
+            sigdelset(&signals, signal);
+        }
+    }
+    return signals;
+}
+
+}  // namespace
+
+void blockRelaySignals() {
+    const sigset_t signals = relaySignals();
+    ::sigprocmask(SIG_BLOCK, &signals, nullptr);
+}
+
+RelaySignals::RelaySignals() {
+    const sigset_t signals = relaySignals();
+    queue.reset(::signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK));
+}
+
+std::optional<int> RelaySignals::next() {
+    signalfd_siginfo info{};
+    const bool isWhole = ::read(queue.get(), &info, sizeof(info)) == sizeof(info);
+    return isWhole ? std::optional(static_cast<int>(info.ssi_signo)) : std::nullopt;
+}
+
+void obey(int signal) {
+    std::signal(signal, SIG_DFL);
+    ::raise(signal);
+    sigset_t only;
+    sigemptyset(&only);
+    sigaddset(&only, signal);
+    ::sigprocmask(SIG_UNBLOCK, &only, nullptr);  // here it arrives
+    ::sigprocmask(SIG_BLOCK, &only, nullptr);
+}
