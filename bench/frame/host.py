@@ -32,6 +32,7 @@ class Bench:
     def __init__(self, build, rounds=None, quick=False):
         self.build = pathlib.Path(build)
         self.kivctl = str(self.build / "bin/kivctl")
+        self.kiv_run = str(self.build / "bin/kiv-run")
         self.quick = quick
         self._rounds = rounds
         # as on a host whose administrator has just logged in: nothing of the caller's

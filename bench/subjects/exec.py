@@ -111,6 +111,7 @@ def measure(bench):
     nsenter = ["nsenter", *namespaces(account), *change_user(account), SHELL]
     commands = {
         "kivctl exec": [bench.kivctl, "exec", account.name],
+        "kiv-run true": [bench.kiv_run, account.name, "true"],
         "floor": [bench.floor("exec"), cgroup, account.name, FILTER, account.uid, account.uid, account.home, SHELL],
         "sh, nsenter, setpriv": with_cgroup(cgroup, nsenter),
         "nsenter, setpriv": nsenter,
@@ -121,6 +122,7 @@ def measure(bench):
     }
     does = {
         "kivctl exec": "cgroup, net, ipc, mnt, filter, capabilities, user, home",
+        "kiv-run true": "the same, PATH of login.defs, a line in the log",
         "floor": "cgroup, net, ipc, mnt, filter, user, home",
         "sh, nsenter, setpriv": "cgroup, net, ipc, mnt, capabilities, user",
         "nsenter, setpriv": "net, ipc, mnt, capabilities, user",
