@@ -42,20 +42,30 @@ std::optional<PasswordEntry> findInPasswordFile(const std::string& name) {
 }  // namespace
 
 PasswordEntry Util::getpwnam(const std::string& name) {
-    const bool usable = isOneComponent(name);
-    if (auto found = usable ? findInPasswordFile(name) : std::nullopt) {
-        return *std::move(found);
-    }
-    errno = 0;
-    const passwd* entry = usable ? ::getpwnam(name.c_str()) : nullptr;
-    const int error = errno;
-    if (entry == nullptr) {
-        if (usable && !meansNotFound(error)) {
-            throw systemError("cannot look up user: ", error);
-        }
+    auto found = findUser(name);
+    if (!found) {
         throw std::runtime_error(translatable("unknown user"));
     }
-    return copyOf(*entry);
+    return *std::move(found);
+}
+
+std::optional<PasswordEntry> Util::findUser(const std::string& name) {
+    if (!isOneComponent(name)) {
+        return std::nullopt;
+    }
+    if (auto found = findInPasswordFile(name)) {
+        return found;
+    }
+    errno = 0;
+    const passwd* entry = ::getpwnam(name.c_str());
+    const int error = errno;
+    if (entry != nullptr) {
+        return copyOf(*entry);
+    }
+    if (!meansNotFound(error)) {
+        throw systemError("cannot look up user: ", error);
+    }
+    return std::nullopt;
 }
 
 std::optional<PasswordEntry> Util::getpwuid(uid_t uid) {

@@ -25,6 +25,9 @@ public:
     /// file once, and give what each by itself would give.
     static PasswordEntry getpwnam(const std::string& name);
 
+    /// The same; nothing for an unknown user. Throws only when the database cannot be asked.
+    static std::optional<PasswordEntry> findUser(const std::string& name);
+
     /// The first entry with that user id, if there is one.
     static std::optional<PasswordEntry> getpwuid(uid_t uid);
 };

@@ -1,0 +1,27 @@
+// The columns that a text takes on a terminal.
+#pragma once
+
+#include <cstddef>
+#include <cwchar>
+#include <string>
+
+/// By the locale's character set. A byte that is no character there takes one column.
+inline std::size_t textWidth(const std::string& text) {
+    std::size_t width = 0;
+    std::mbstate_t state{};
+    for (std::size_t i = 0; i < text.size();) {
+        wchar_t character = 0;
+        const std::size_t length =
+            std::mbrtowc(&character, text.data() + i, text.size() - i, &state);
+        if (length == 0 || length > text.size()) {
+            state = {};
+            ++width;
+            ++i;
+            continue;
+        }
+        const int columns = ::wcwidth(character);
+        width += columns < 0 ? 1 : static_cast<std::size_t>(columns);
+        i += length;
+    }
+    return width;
+}
