@@ -19,6 +19,14 @@ constexpr std::size_t kHashedNameLength = 9;
 
 }  // namespace
 
+std::string shortNameOf(const std::string& userName) {
+    if (userName.size() <= kLongestPlainName) {
+        return userName;
+    }
+    const auto digest = Hash::hash(userName, Hash::Sha256);
+    return Base64::encode(digest, /*urlSafe=*/true, 0).substr(0, kHashedNameLength);
+}
+
 ContainerHandle::ContainerHandle(std::string name) : userName(std::move(name)) {
     const auto refuse = [this](const char* reason) {
         return std::runtime_error(userName + ": " + ::gettext(reason));
@@ -37,13 +45,8 @@ ContainerHandle::ContainerHandle(std::string name) : userName(std::move(name)) {
 }
 
 const std::string& ContainerHandle::getShortName() {
-    if (!shortName.empty()) {
-        return shortName;
-    }
-    shortName = userName;
-    if (shortName.size() > kLongestPlainName) {
-        const auto digest = Hash::hash(userName, Hash::Sha256);
-        shortName = Base64::encode(digest, /*urlSafe=*/true, 0).substr(0, kHashedNameLength);
+    if (shortName.empty()) {
+        shortName = shortNameOf(userName);
     }
     return shortName;
 }

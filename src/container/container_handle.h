@@ -4,6 +4,10 @@
 #include <cstdint>
 #include <string>
 
+/// The account's part of interface names: the user name up to 10 characters, else 9 characters of
+/// its digest. The same name for ever.
+std::string shortNameOf(const std::string& userName);
+
 /// Built per account and command; holds no open resources. The container library only
 /// hands it on to libraryLogCallback, which puts the library's message into `error`.
 class ContainerHandle {
@@ -14,8 +18,7 @@ public:
     ContainerHandle(const ContainerHandle&) = delete;
     ContainerHandle& operator=(const ContainerHandle&) = delete;
 
-    /// The account's part of interface names: the user name up to 10 characters, else 9 characters
-    /// of its digest. The same name for ever.
+    /// shortNameOf the user name.
     const std::string& getShortName();
 
     /// The account's cgroup v2 directory.

@@ -87,13 +87,25 @@ LeftRules removeCopies(const PacketRule& rule) {
 
 }  // namespace
 
+std::string hostInterfaceName(const std::string& userName) {
+    return "veth-" + shortNameOf(userName);
+}
+
 std::string hostInterfaceName(ContainerHandle& handle) {
     return "veth-" + handle.getShortName();
 }
 
+std::string hostEndOf(const IpNetwork& network) {
+    return network.getAddress(1);
+}
+
+std::string containerEndOf(const IpNetwork& network) {
+    return network.getAddress(2);
+}
+
 ContainerLink planLink(ContainerHandle& handle, const IpNetwork& network) {
-    return {hostInterfaceName(handle), "vpeer-" + handle.getShortName(), network.getAddress(1),
-            network.getAddress(2), network.bitmask()};
+    return {hostInterfaceName(handle), "vpeer-" + handle.getShortName(), hostEndOf(network),
+            containerEndOf(network), network.bitmask()};
 }
 
 void checkInterfaceNames(const ContainerLink& link) {

@@ -20,7 +20,13 @@ struct ContainerLink {
 };
 
 /// The host's end of the pair: "veth-" + short name.
+std::string hostInterfaceName(const std::string& userName);
 std::string hostInterfaceName(ContainerHandle& handle);
+
+/// The pair's addresses: number 1 of the account's network, and number 2. Both throw
+/// std::runtime_error when the network is too small.
+std::string hostEndOf(const IpNetwork& network);
+std::string containerEndOf(const IpNetwork& network);
 
 /// Throws std::runtime_error when the network is too small for both addresses.
 ContainerLink planLink(ContainerHandle& handle, const IpNetwork& network);

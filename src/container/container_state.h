@@ -1,0 +1,31 @@
+// Whether an account has a container, as the runtime directory shows it. Changes nothing.
+#pragma once
+
+#include <set>
+#include <string>
+
+#include "container/container_handle.h"
+#include "util/runtime_directory.h"
+
+enum class ContainerState {
+    Running,
+    Partial,      ///< some namespaces are missing, or it is being started or stopped
+    Interrupted,  ///< a start or stop was killed or could not finish
+    Stopped,
+    Orphaned,  ///< namespace files without a user or without a line in the registry
+};
+
+/// "running" and so on. Programs compare these words: they are not translated.
+const char* nameOf(ContainerState state);
+
+/// What there is now, without asking whether a run is under way; never Orphaned. Throws
+/// std::runtime_error when the runtime directory is there and cannot be read.
+ContainerState stateOf(const std::string& userName);
+
+/// The same, but a start or stop that is under way is waited for, two seconds at most: what it has
+/// half-made is neither interrupted nor a fault.
+ContainerState settledStateOf(const ContainerHandle& handle);
+
+/// The users of all namespace files in the directory; none when it does not exist. Throws
+/// std::runtime_error when it cannot be read.
+std::set<std::string> namespaceFileUsers(const std::string& directory = runtimeDirectory);
