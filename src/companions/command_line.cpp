@@ -5,6 +5,7 @@
 #include <cstring>
 #include <string_view>
 
+#include "util/output.h"
 #include "util/string_util.h"
 
 namespace {
@@ -51,4 +52,11 @@ std::runtime_error optionError(char** argv, const char* shortOptions, const opti
     const auto letter = static_cast<char>(optopt);
     return takesArgument(shortOptions, letter) ? missingArgument(std::string(1, letter))
                                                : unknownOption(std::string(1, letter));
+}
+
+void printOption(const char* usage, const char* description) {
+    constexpr std::size_t kWidth = 24;
+    std::string column = std::string("  ") + usage;
+    column.resize(kWidth, ' ');
+    print(column + description + "\n");
 }

@@ -137,3 +137,16 @@ offers "setpriv" -u 077 -- alice setpr
 offers "/tmp/files/file" alice cat /tmp/files/fi
 EOF
 }
+
+@test "kiv-list's options and accounts complete in any order" {
+    in_host <<'EOF'
+installed
+export PROGRAM=kiv-list
+printf '%s\n' 'alice net=100.64.0.4/30' 'bob' >"$registry"
+offers "alice bob" ""
+offers "bob" alice --json b
+offers "-h -v --help --json --version" alice -
+offers "alice" -- al
+offers "" -- -
+EOF
+}

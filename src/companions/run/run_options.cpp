@@ -128,23 +128,18 @@ RunRequest parseRunOptions(int argc, char** argv) {
 }
 
 void printRunHelp() {
-    const auto line = [](const char* usage, const char* description) {
-        std::string column = std::string("  ") + usage;
-        column.resize(24, ' ');
-        print(column + description + "\n");
-    };
     print(std::string(::gettext("Usage:")) + " kiv-run [" + ::gettext("options") + "] " +
           ::gettext("USER [COMMAND [ARGUMENT]...]") + "\n\n");
     print(std::string(::gettext("Run a command, or the login shell, in the user's container.")) +
           "\n\n");
     print(std::string(::gettext("Options:")) + "\n");
-    line("-C DIR", ::gettext("enter directory DIR, by default the user's home"));
-    line("-e NAME=VALUE", ::gettext("set an environment variable"));
-    line("-u UMASK", ::gettext("set the file mode creation mask, by default 022"));
-    line("-T, --no-pty", ::gettext("run without a terminal of the container"));
-    line("-t, --pty", ::gettext("run on a terminal of the container"));
-    line("--preserve-fds N", ::gettext("keep the N descriptors from 3 on (LISTEN_FDS)"));
-    line("--start", ::gettext("start the container first"));
-    line("-h, --help", ::gettext("show this help"));
-    line("-v, --version", ::gettext("show program version"));
+    printOption("-C DIR", ::gettext("enter directory DIR, by default the user's home"));
+    printOption("-e NAME=VALUE", ::gettext("set an environment variable"));
+    printOption("-u UMASK", ::gettext("set the file mode creation mask, by default 022"));
+    printOption("-T, --no-pty", ::gettext("run without a terminal of the container"));
+    printOption("-t, --pty", ::gettext("run on a terminal of the container"));
+    printOption("--preserve-fds N", ::gettext("keep the N descriptors from 3 on (LISTEN_FDS)"));
+    printOption("--start", ::gettext("start the container first"));
+    printOption("-h, --help", ::gettext("show this help"));
+    printOption("-v, --version", ::gettext("show program version"));
 }

@@ -1,0 +1,158 @@
+#include "companions/list/account_list.h"
+
+#include <algorithm>
+#include <exception>
+#include <list>
+#include <map>
+#include <set>
+#include <stdexcept>
+
+#include "config/account_registry.h"
+#include "container/container_status.h"
+#include "container/network.h"
+#include "util/ip_network.h"
+#include "util/settings.h"
+#include "util/string_util.h"
+#include "util/util.h"
+
+namespace {
+
+// The exit statuses of an init script's "status", as the Linux Standard Base has them; 1 is its
+// "dead, and something is left behind".
+constexpr int kRunning = 0;
+constexpr int kHalf = 1;
+constexpr int kNotRunning = 3;
+constexpr int kUnknown = 4;
+
+int statusOf(ContainerState state) {
+    switch (state) {
+        case ContainerState::Running:
+            return kRunning;
+        case ContainerState::Stopped:
+            return kNotRunning;
+        default:
+            return kHalf;
+    }
+}
+
+/// What is read once for all accounts.
+struct Host {
+    std::map<std::string, std::string> networks;  ///< of the registry's accounts, by name
+    std::vector<std::string> names;               ///< in the registry's order, each once
+    std::set<std::string> usersOfFiles;
+};
+
+Host readHost() {
+    Host host;
+    std::list<AccountEntry> entries;
+    readAccounts(entries, "");
+    for (const AccountEntry& entry : entries) {
+        // of several lines the first is the one that start goes by: the others find it running
+        if (host.networks.emplace(entry.name, entry.net).second) {
+            host.names.push_back(entry.name);
+        }
+    }
+    host.usersOfFiles = namespaceFileUsers();
+    return host;
+}
+
+void addNetwork(ListedAccount& listed, const std::string& network) {
+    if (network.empty()) {
+        return;
+    }
+    listed.network = network;
+    try {
+        const IpNetwork parsed(network);
+        listed.hostAddress = hostEndOf(parsed);
+        listed.address = containerEndOf(parsed);
+    } catch (const std::runtime_error&) {
+        // kiv-check(8) says what is wrong with it
+    }
+}
+
+std::optional<std::int64_t> limit(std::int64_t value) {
+    return value > 0 ? std::optional(value) : std::nullopt;
+}
+
+void addFigures(ListedAccount& listed, const ContainerHandle& handle) {
+    ContainerStatus status(handle);
+    collectStatus(status);
+    if (status.hasProcesses) {
+        listed.processes = status.pidsCurrent;
+        listed.processesLimit = limit(status.pidsMax);
+    }
+    if (status.hasMemory) {
+        listed.memory = status.memoryCurrent;
+        listed.memoryLimit = limit(status.memoryHigh);
+    }
+}
+
+void addTimes(ListedAccount& listed) {
+    for (const NamespaceKind& kind : kNamespaceKinds) {
+        const auto pinned = pinnedAt(namespaceFile(listed.account, kind.name));
+        // the network's is the first, and stays when the view is built again
+        if (pinned && !listed.since) {
+            listed.since = pinned;
+        }
+        if (pinned && kind.flag == CLONE_NEWNS) {
+            listed.outdated = haveChangedSince(*pinned, {kDefaultConfigFile, kPackageStatus});
+        }
+    }
+}
+
+/// Throws what says why there is nothing to list.
+ListedAccount describe(const std::string& name, const Host& host) {
+    ListedAccount listed;
+    listed.account = name;
+    const bool hasFiles = host.usersOfFiles.contains(name);
+    const auto registered = host.networks.find(name);
+    const bool isRegistered = registered != host.networks.end();
+    if (isRegistered) {
+        addNetwork(listed, registered->second);
+    }
+    if (hasFiles && !Util::findUser(name)) {
+        listed.state = ContainerState::Orphaned;
+    } else {
+        const ContainerHandle handle(name);
+        if (!isRegistered && !hasFiles) {
+            throw std::runtime_error(name + ": KIV not configured for requested user");
+        }
+        listed.uid = handle.uid;
+        listed.state = isRegistered ? settledStateOf(handle) : ContainerState::Orphaned;
+        addFigures(listed, handle);
+    }
+    listed.interface = hostInterfaceName(name);
+    if (listed.state != ContainerState::Stopped) {
+        addTimes(listed);
+    }
+    return listed;
+}
+
+/// One line, also of a name with a newline. Most texts begin with the name.
+std::string failureOf(const std::string& name, const std::string& text) {
+    const std::string prefix = name + ": ";
+    return StringUtil::escapeControls(text.starts_with(prefix) ? text : prefix + text);
+}
+
+}  // namespace
+
+AccountList listAccounts(const std::vector<std::string>& users) {
+    const Host host = readHost();
+    std::vector<std::string> names = users;
+    if (users.empty()) {
+        names = host.names;
+        std::copy_if(host.usersOfFiles.begin(), host.usersOfFiles.end(), std::back_inserter(names),
+                     [&host](const std::string& name) { return !host.networks.contains(name); });
+    }
+    AccountList result;
+    for (const std::string& name : names) {
+        try {
+            result.accounts.push_back(describe(name, host));
+            result.status = std::max(result.status, statusOf(result.accounts.back().state));
+        } catch (const std::exception& error) {
+            result.failures.push_back(failureOf(name, error.what()));
+            result.status = kUnknown;
+        }
+    }
+    return result;
+}

@@ -1,0 +1,40 @@
+// What kiv-list knows of each account.
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "container/container_state.h"
+#include "container/view_age.h"
+
+/// What is not known is not there.
+struct ListedAccount {
+    std::string account;
+    std::optional<uid_t> uid;
+    ContainerState state = ContainerState::Stopped;
+    std::optional<std::string> network;  ///< as the registry has it
+    std::optional<std::string> hostAddress;
+    std::optional<std::string> address;
+    std::optional<std::string> interface;
+    std::optional<std::int64_t> processes;
+    std::optional<std::int64_t> processesLimit;
+    std::optional<std::int64_t> memory;       ///< bytes
+    std::optional<std::int64_t> memoryLimit;  ///< bytes
+    std::optional<Instant> since;
+    std::optional<bool> outdated;
+};
+
+struct AccountList {
+    std::vector<ListedAccount> accounts;
+    std::vector<std::string> failures;  ///< a line for each account that there is nothing to say of
+    int status = 0;                     ///< exit status: the highest of all accounts
+};
+
+/// The accounts that are named, in that order, or with no name all of the registry, each once, and
+/// the orphaned ones. Throws std::runtime_error when the registry or the runtime directory cannot
+/// be read.
+AccountList listAccounts(const std::vector<std::string>& users);

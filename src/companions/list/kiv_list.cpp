@@ -1,0 +1,69 @@
+// The program kiv-list: the state of the accounts' containers, for programs and for people.
+#include <libintl.h>
+#include <sysexits.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <exception>
+#include <stdexcept>
+
+#include "companions/list/account_list.h"
+#include "companions/list/list_options.h"
+#include "companions/list/list_output.h"
+#include "util/daemon.h"
+#include "util/errors.h"
+#include "util/output.h"
+#include "util/program.h"
+#include "util/settings.h"
+
+namespace {
+
+int fail(int status, const std::string& message) {
+    reportLines("kiv-list: " + message);
+    return status;
+}
+
+int list(const ListRequest& request) {
+    if (::geteuid() != 0) {
+        return fail(EX_USAGE, ::gettext("only root may run this program"));
+    }
+    const AccountList found = listAccounts(request.users);
+    print(request.json ? jsonOf(found.accounts) : tableOf(found.accounts));
+    flushOutput();
+    for (const std::string& failure : found.failures) {
+        fail(found.status, failure);
+    }
+    return found.status;
+}
+
+int run(const ListRequest& request) {
+    switch (request.action) {
+        case ListAction::Help:
+            printListHelp();
+            return EXIT_SUCCESS;
+        case ListAction::Version:
+            print(std::string(kVersionLine) + "\n");
+            return EXIT_SUCCESS;
+        default:
+            return list(request);
+    }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    Daemon::forgetCaller();
+    speakCallersLanguage();
+    settings().programName = "kiv-list";
+    ListRequest request;
+    try {
+        request = parseListOptions(argc, argv);
+    } catch (const std::exception& error) {
+        return fail(EX_USAGE, error.what());
+    }
+    try {
+        return run(request);
+    } catch (const std::exception& error) {
+        return fail(EX_OSERR, error.what());
+    }
+}

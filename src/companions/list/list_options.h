@@ -1,0 +1,20 @@
+// The command line of kiv-list.
+#pragma once
+
+#include <string>
+#include <vector>
+
+enum class ListAction { List, Help, Version };
+
+struct ListRequest {
+    ListAction action = ListAction::List;
+    bool json = false;
+    std::vector<std::string> users;  ///< empty for all accounts
+};
+
+/// Throws std::runtime_error with the translated message when the command line is not understood.
+/// May be called again with another vector.
+ListRequest parseListOptions(int argc, char** argv);
+
+/// Writes the help text on standard output.
+void printListHelp();
