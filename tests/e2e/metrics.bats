@@ -4,7 +4,21 @@ load helpers
 load cgroups
 export collector="$project/dist/prometheus/kivctl-metrics"
 
-@test "each account has its figures, and shares of the limits that it has" {
+
+# counted NAME FILE=VALUE…: the figures of the account's cgroup.
+counted() {
+    local figure
+    mkdir -p "$(slice "$1")"
+    for figure in "${@:2}"; do
+        echo "${figure#*=}" >"$(slice "$1")/${figure%%=*}"
+    done
+}
+
+# samples REGEX: the matching lines of the metrics but their comments.
+samples() { grep -v '^#' /tmp/kivctl.prom | grep -E "$1"; }
+export -f counted samples
+
+@test "each account has its state and figures, and shares of the limits that it has" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 account bob 100.64.0.8/30
@@ -12,49 +26,62 @@ account carol
 stand_in_cgroups
 kivctl start alice >/dev/null
 kivctl start bob >/dev/null 2>&1
-mkdir -p "$(slice alice)" "$(slice bob)"
-echo 14 | tee "$(slice alice)/pids.current" >"$(slice bob)/pids.current"
-echo 100 >"$(slice alice)/pids.max"
-echo max >"$(slice bob)/pids.max"
-echo 104857600 >"$(slice alice)/memory.current"
-echo 1073741824 >"$(slice alice)/memory.high"
+counted alice pids.current=14 pids.max=100 memory.current=104857600 memory.high=1073741824
+counted bob pids.current=14 pids.max=max
 capture "$collector" /tmp
 same status 0 "$status"
 same stderr "" "$err"
 same stdout "" "$out"
 same "mode" 644 "$(stat -c %a /tmp/kivctl.prom)"
+same "states" 'kiv_container_state{account="alice",state="running"} 1
+kiv_container_state{account="bob",state="running"} 1
+kiv_container_state{account="carol",state="stopped"} 1' "$(samples '^kiv_container_state.* 1$')"
+same "other states" 12 "$(samples '^kiv_container_state.* 0$' | wc -l)"
 same "metrics" '# HELP kiv_container_active Whether the account has a running container.
 # TYPE kiv_container_active gauge
 kiv_container_active{account="alice"} 1
 kiv_container_active{account="bob"} 1
 kiv_container_active{account="carol"} 0
+# HELP kiv_container_start_time_seconds When the container was started, in seconds since the epoch.
+# TYPE kiv_container_start_time_seconds gauge
+kiv_container_start_time_seconds{account="alice"} '"$(stat -c %Z /run/kiv/alice@net)"'
+kiv_container_start_time_seconds{account="bob"} '"$(stat -c %Z /run/kiv/bob@net)"'
+# HELP kiv_container_outdated Whether the view is older than the configuration or the host'"'"'s packages.
+# TYPE kiv_container_outdated gauge
+kiv_container_outdated{account="alice"} 0
+kiv_container_outdated{account="bob"} 0
 # HELP kiv_container_processes Processes and threads of the account.
 # TYPE kiv_container_processes gauge
 kiv_container_processes{account="alice"} 14
 kiv_container_processes{account="bob"} 14
+# HELP kiv_container_processes_limit Processes and threads that the account may have; none without a limit.
+# TYPE kiv_container_processes_limit gauge
+kiv_container_processes_limit{account="alice"} 100
 # HELP kiv_container_processes_limit_used_ratio Share of its process limit that the account uses, rounded down to 0.01; none without a limit.
 # TYPE kiv_container_processes_limit_used_ratio gauge
 kiv_container_processes_limit_used_ratio{account="alice"} 0.14
 # HELP kiv_container_memory_bytes Memory that the account uses.
 # TYPE kiv_container_memory_bytes gauge
 kiv_container_memory_bytes{account="alice"} 104857600
+# HELP kiv_container_memory_limit_bytes Memory from which on the account is slowed down; none without a limit.
+# TYPE kiv_container_memory_limit_bytes gauge
+kiv_container_memory_limit_bytes{account="alice"} 1073741824
 # HELP kiv_container_memory_limit_used_ratio Share of its memory limit that the account uses, rounded down to 0.01; none without a limit.
 # TYPE kiv_container_memory_limit_used_ratio gauge
 kiv_container_memory_limit_used_ratio{account="alice"} 0.09
-# HELP kiv_status_exit_code Exit status of kivctl status -a; 71 when an account failed.
-# TYPE kiv_status_exit_code gauge
-kiv_status_exit_code 0' "$(cat /tmp/kivctl.prom)"
+# HELP kiv_list_exit_code Exit status of kiv-list; above 3 when something could not be read.
+# TYPE kiv_list_exit_code gauge
+kiv_list_exit_code 3' "$(grep -v 'kiv_container_state' /tmp/kivctl.prom)"
 EOF
 }
 
-@test "figures that fill their columns, and the largest, are taken as they are" {
+@test "the largest figures, and shares above one, are exact" {
     in_host <<'EOF'
 account alice
 account bob
 stand_in_cgroups
 figures alice pids.current=1000 pids.max=100 memory.current=9223372036854775807 memory.high=9223372036854775807
 figures bob pids.current=12345 pids.max=100 memory.current=0 memory.high=1
-# deliberate: a hundred times the largest figure does not fit, and wraps to less than nothing
 "$collector" /tmp
 same "figures" 'kiv_container_processes{account="alice"} 1000
 kiv_container_processes{account="bob"} 12345
@@ -62,15 +89,15 @@ kiv_container_processes_limit_used_ratio{account="alice"} 10.00
 kiv_container_processes_limit_used_ratio{account="bob"} 123.45
 kiv_container_memory_bytes{account="alice"} 9223372036854775807
 kiv_container_memory_bytes{account="bob"} 0
-kiv_container_memory_limit_used_ratio{account="alice"} 0.00
-kiv_container_memory_limit_used_ratio{account="bob"} 0.00' "$(grep -E '^kiv_container_(proc|mem)' /tmp/kivctl.prom)"
+kiv_container_memory_limit_used_ratio{account="alice"} 1.00
+kiv_container_memory_limit_used_ratio{account="bob"} 0.00' "$(samples '^kiv_container_(processes|memory_bytes|memory.*ratio)' | grep -v 'limit{')"
 EOF
 }
 
-@test "names are escaped, twice is once, and bytes that are no text are left out" {
+@test "names are escaped, twice is once, and bytes that are no text are replaced" {
     in_host <<'EOF'
 i=3000
-for name in 'a"b' 'c\d' 'e|f' $'g\377h' 'yes' 'jürgen'; do
+for name in 'a"b' 'c\d' 'e|f' $'g\377h' $'g\376h' 'yes' 'jürgen'; do
     echo "$name:x:$i:$i::/:/bin/sh" >>/etc/passwd
     echo "$name" >>"$registry"
     i=$((i + 1))
@@ -80,37 +107,44 @@ echo 'e|f' >>"$registry"
 same "series" 'kiv_container_active{account="a\"b"} 0
 kiv_container_active{account="c\\d"} 0
 kiv_container_active{account="e|f"} 0
-kiv_container_active{account="gh"} 0
+kiv_container_active{account="g'$'\uFFFD''h"} 0
 kiv_container_active{account="yes"} 0
-kiv_container_active{account="jürgen"} 0' "$(grep ^kiv_container /tmp/kivctl.prom)"
+kiv_container_active{account="jürgen"} 0' "$(LC_ALL=C.UTF-8 samples ^kiv_container_active)"
 EOF
 }
 
-@test "an account that fails is told by kivctl's status, and the others are there" {
+@test "an account that fails shows in the exit status, and the others are there" {
     in_host <<'EOF'
 account alice
 echo ghost >>"$registry"
 capture "$collector" /tmp
 same status 0 "$status"
-same stderr "kivctl: ghost: ghost: unknown user" "$err"
+same stderr "kiv-list: ghost: unknown user" "$err"
 same "values" 'kiv_container_active{account="alice"} 0
-kiv_status_exit_code 71' "$(grep -v '^#' /tmp/kivctl.prom)"
-echo nonsense extra >"$configuration"
+kiv_list_exit_code 4' "$(samples 'active|exit')"
+rm "$registry"
 capture "$collector" /tmp
 same status 0 "$status"
-same "values" 'kiv_status_exit_code 64' "$(grep -v '^#' /tmp/kivctl.prom)"
+same "values" 'kiv_list_exit_code 71' "$(samples .)"
+PATH=/usr/bin:/bin capture "$collector" /tmp
+same status 0 "$status"
+same "values" 'kiv_list_exit_code 127' "$(samples .)"
 EOF
 }
 
-@test "the words of another language do not get into the figures" {
+@test "what was stopped on purpose is stopped, and what is broken is not" {
     in_host <<'EOF'
-account alice
-cmake --install "$(dirname "$(dirname "$KIVCTL")")" --prefix /usr >/dev/null
-german
-same "report" "Aktiv: nein" "$(kivctl status alice | tail -1)"
+account alice 100.64.0.4/30
+account bob 100.64.0.8/30
+account carol 100.64.0.12/30
+kivctl start -a >/dev/null 2>&1
+kivctl stop alice >/dev/null
+umount /run/kiv/bob@ipc
+userdel carol
 "$collector" /tmp
-same "values" 'kiv_container_active{account="alice"} 0
-kiv_status_exit_code 0' "$(grep -v '^#' /tmp/kivctl.prom)"
+same "states" 'kiv_container_state{account="alice",state="stopped"} 1
+kiv_container_state{account="bob",state="partial"} 1
+kiv_container_state{account="carol",state="orphaned"} 1' "$(samples '^kiv_container_state.* 1$')"
 EOF
 }
 
@@ -118,6 +152,7 @@ EOF
     in_host <<'EOF'
 account alice
 mkdir /tmp/metrics
+mount -t tmpfs -o size=16k metrics /tmp/metrics
 "$collector" /tmp/metrics
 exec {old}</tmp/metrics/kivctl.prom
 account bob
@@ -125,21 +160,25 @@ account bob
 same "what a reader of the old file sees" 1 "$(grep -c ^kiv_container_active <&"$old")"
 same "accounts" 2 "$(grep -c ^kiv_container_active /tmp/metrics/kivctl.prom)"
 before=$(cat /tmp/metrics/kivctl.prom)
-mkdir /tmp/broken
-ln -s /bin/false /tmp/broken/awk
-PATH=/tmp/broken:$PATH refused "$collector" /tmp/metrics
+head -c 16384 /dev/zero >/tmp/metrics/full 2>/dev/null || true
+refused "$collector" /tmp/metrics
 same "metrics" "$before" "$(cat /tmp/metrics/kivctl.prom)"
-same "files" kivctl.prom "$(ls -A /tmp/metrics)"
+same "files" $'full\nkivctl.prom' "$(ls -A /tmp/metrics)"
 EOF
 }
 
-@test "it needs no capability but one, as its unit gives it" {
+@test "it needs no capabilities but two, as its unit gives them" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
-kivctl start alice >/dev/null
+account bob 100.64.0.8/30
+kivctl start -a >/dev/null 2>&1
+python3 -c 'import os; os.setxattr("/run/kiv", "trusted.kiv.unfinished.bob", b"mnt pinned")'
 install -d -o nobody -m 755 /tmp/metrics
-setpriv --bounding-set=-all,+dac_override --no-new-privs "$collector" /tmp/metrics
-same "values" 'kiv_container_active{account="alice"} 1
-kiv_status_exit_code 0' "$(grep -v '^#' /tmp/metrics/kivctl.prom)"
+setpriv --bounding-set=-all,+dac_override,+sys_admin --no-new-privs "$collector" /tmp/metrics
+cp /tmp/metrics/kivctl.prom /tmp
+same "values" 'kiv_container_state{account="alice",state="running"} 1
+kiv_container_state{account="bob",state="interrupted"} 1' "$(samples '^kiv_container_state.* 1$')"
+same "capabilities of the unit" "CAP_DAC_OVERRIDE CAP_SYS_ADMIN" \
+    "$(sed -n 's/^CapabilityBoundingSet=//p' "${collector%/*}/kivctl-metrics.service")"
 EOF
 }

@@ -195,7 +195,7 @@ for figure in pids.current=14 pids.max=100 memory.current=104857600 memory.high=
     echo "${figure#*=}" >"$slice/${figure%=*}"
 done
 "$project/dist/prometheus/kivctl-metrics" /tmp 2>/dev/null
-same "series" 8 "$(grep -c ^kiv_ /tmp/kivctl.prom)"
+same "accounts" 3 "$(grep -c ^kiv_container_active /tmp/kivctl.prom)"
 capture promtool check metrics </tmp/kivctl.prom
 same status 0 "$status"
 same findings "" "$out$err"
