@@ -1,40 +1,80 @@
 #include "libkiv/capabilities.h"
 
-#include <sys/capability.h>
+#include <linux/capability.h>
+#include <sys/prctl.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <memory>
+#include <iterator>
 #include <stdexcept>
-#include <type_traits>
+#include <string_view>
 
 #include "util/errors.h"
 
 namespace {
 
-using CapabilityState = std::unique_ptr<std::remove_pointer_t<cap_t>, int (*)(void*)>;
+/// By their numbers, see capabilities(7).
+constexpr std::string_view kNames[] = {"chown",
+                                       "dac_override",
+                                       "dac_read_search",
+                                       "fowner",
+                                       "fsetid",
+                                       "kill",
+                                       "setgid",
+                                       "setuid",
+                                       "setpcap",
+                                       "linux_immutable",
+                                       "net_bind_service",
+                                       "net_broadcast",
+                                       "net_admin",
+                                       "net_raw",
+                                       "ipc_lock",
+                                       "ipc_owner",
+                                       "sys_module",
+                                       "sys_rawio",
+                                       "sys_chroot",
+                                       "sys_ptrace",
+                                       "sys_pacct",
+                                       "sys_admin",
+                                       "sys_boot",
+                                       "sys_nice",
+                                       "sys_resource",
+                                       "sys_time",
+                                       "sys_tty_config",
+                                       "mknod",
+                                       "lease",
+                                       "audit_write",
+                                       "audit_control",
+                                       "setfcap",
+                                       "mac_override",
+                                       "mac_admin",
+                                       "syslog",
+                                       "wake_alarm",
+                                       "block_suspend",
+                                       "audit_read",
+                                       "perfmon",
+                                       "bpf",
+                                       "checkpoint_restore"};
 
-constexpr const char* kLettersOfNames = "abcdefghijklmnopqrstuvwxyz_";
-constexpr std::array<cap_value_t, 2> kForChangeOfUser = {CAP_SETGID, CAP_SETUID};
+constexpr std::string_view kPrefix = "cap_";
+constexpr std::uint32_t kForChangeOfUser = 1U << CAP_SETGID | 1U << CAP_SETUID;
 
-/// cap_get_bound(3), which says EINVAL to the first number that the kernel does not know. Any other
-/// failure must not look like the end of the set: all of it would stay.
-bool isKnown(Capability capability) {
-    if (cap_get_bound(capability) >= 0) {
-        return true;
-    }
-    const int error = errno;
-    if (error != EINVAL || capability == CAP_CHOWN) {
-        throw systemError("cannot read the capability bounding set: ", error);
-    }
-    return false;
-}
-
+/// The kernel answers EINVAL to the first number that it does not know. Every kernel knows those up
+/// to CAP_SETFCAP: of them this must not look like the end of the set, all of which would stay.
 void dropFromBoundingSet(const CapabilitySet& kept) {
-    for (Capability capability = CAP_CHOWN; isKnown(capability); ++capability) {
-        if (kept.count(capability) == 0 && cap_drop_bound(capability) != 0) {
-            throw systemError("cannot drop a capability from the bounding set: ");
+    if (::prctl(PR_CAPBSET_READ, CAP_CHOWN, 0, 0, 0) < 0) {
+        throw systemError("cannot read the capability bounding set: ");
+    }
+    for (Capability capability = CAP_CHOWN;; ++capability) {
+        if (kept.count(capability) == 0 && ::prctl(PR_CAPBSET_DROP, capability, 0, 0, 0) != 0) {
+            const int error = errno;
+            if (error == EINVAL && capability > CAP_SETFCAP) {
+                return;
+            }
+            throw systemError("cannot drop a capability from the bounding set: ", error);
         }
     }
 }
@@ -49,30 +89,23 @@ char toLower(char c) {
 Capability parseCapability(const std::string& name) {
     std::string known = name;
     std::transform(known.begin(), known.end(), known.begin(), toLower);
-    if (!known.starts_with("cap_")) {
-        known.insert(0, "cap_");
+    if (known.starts_with(kPrefix)) {
+        known.erase(0, kPrefix.size());
     }
-    cap_value_t value = -1;
-    // cap_from_name(3) stops reading after the name ("cap_kill cap_chown" is the first alone), and
-    // takes numbers too, which say nothing to who reads the file
-    const bool isName = known.find_first_not_of(kLettersOfNames) == std::string::npos;
-    if (!isName || cap_from_name(known.c_str(), &value) != 0) {
+    const auto* const found = std::find(std::begin(kNames), std::end(kNames), known);
+    if (found == std::end(kNames)) {
         throw std::runtime_error("unknown capability '" + name + "'");
     }
-    return value;
+    return static_cast<Capability>(std::distance(std::begin(kNames), found));
 }
 
 void restrictCapabilities(const CapabilitySet& kept) {
     dropFromBoundingSet(kept);
-    // all three sets empty: the ambient one keeps nothing that is not inheritable, capabilities(7)
-    const CapabilityState state(cap_init(), cap_free);
-    if (!state) {
-        throw std::runtime_error("out of memory");
-    }
-    for (const cap_flag_t set : {CAP_PERMITTED, CAP_EFFECTIVE}) {
-        cap_set_flag(state.get(), set, kForChangeOfUser.size(), kForChangeOfUser.data(), CAP_SET);
-    }
-    if (cap_set_proc(state.get()) != 0) {
+    // With them the kernel empties the ambient set: it keeps nothing that is not inheritable.
+    __user_cap_header_struct header = {_LINUX_CAPABILITY_VERSION_3, 0};
+    std::array<__user_cap_data_struct, _LINUX_CAPABILITY_U32S_3> sets{};
+    sets[0].permitted = sets[0].effective = kForChangeOfUser;
+    if (::syscall(SYS_capset, &header, sets.data()) != 0) {
         throw systemError("cannot reduce the capabilities: ");
     }
 }

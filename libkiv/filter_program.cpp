@@ -1,45 +1,73 @@
 #include "libkiv/filter_program.h"
 
 #include <asm/ioctls.h>
+#include <linux/audit.h>
+#include <linux/ipc.h>
+#include <linux/net.h>
 #include <linux/seccomp.h>
 #include <sched.h>
-#include <seccomp.h>
 #include <sys/socket.h>
 
 #include <algorithm>
 #include <bit>
 #include <cerrno>
 #include <cstddef>
-#include <iterator>
-#include <optional>
+#include <map>
+#include <string_view>
+
+#include "libkiv/system_calls.h"
 
 namespace {
 
 using Program = std::vector<sock_filter>;
+using Answers = std::map<std::uint32_t, Program>;  ///< by the number of the call
 
-struct Table {
+/// Calls that older tables have behind one number, with a number of their own in argument 0:
+/// socketcall(2), ipc(2).
+struct SharedNumber {
     const char* name;
-    std::uint32_t native;
-    std::uint32_t architecture;
+    const char* sharedBy;
+    std::uint32_t inArgument;
 };
 
-constexpr Table kTables[] = {
-    {"i386", SCMP_ARCH_X86_64, SCMP_ARCH_X86},
-    {"x32", SCMP_ARCH_X86_64, SCMP_ARCH_X32},
-    {"arm", SCMP_ARCH_AARCH64, SCMP_ARCH_ARM},
+constexpr SharedNumber kSharedNumbers[] = {
+    {"accept", "socketcall", SYS_ACCEPT},
+    {"accept4", "socketcall", SYS_ACCEPT4},
+    {"bind", "socketcall", SYS_BIND},
+    {"connect", "socketcall", SYS_CONNECT},
+    {"getpeername", "socketcall", SYS_GETPEERNAME},
+    {"getsockname", "socketcall", SYS_GETSOCKNAME},
+    {"getsockopt", "socketcall", SYS_GETSOCKOPT},
+    {"listen", "socketcall", SYS_LISTEN},
+    {"msgctl", "ipc", MSGCTL},
+    {"msgget", "ipc", MSGGET},
+    {"msgrcv", "ipc", MSGRCV},
+    {"msgsnd", "ipc", MSGSND},
+    {"recv", "socketcall", SYS_RECV},
+    {"recvfrom", "socketcall", SYS_RECVFROM},
+    {"recvmmsg", "socketcall", SYS_RECVMMSG},
+    {"recvmsg", "socketcall", SYS_RECVMSG},
+    {"semctl", "ipc", SEMCTL},
+    {"semget", "ipc", SEMGET},
+    {"semop", "ipc", SEMOP},
+    {"semtimedop", "ipc", SEMTIMEDOP},
+    {"send", "socketcall", SYS_SEND},
+    {"sendmmsg", "socketcall", SYS_SENDMMSG},
+    {"sendmsg", "socketcall", SYS_SENDMSG},
+    {"sendto", "socketcall", SYS_SENDTO},
+    {"setsockopt", "socketcall", SYS_SETSOCKOPT},
+    {"shmat", "ipc", SHMAT},
+    {"shmctl", "ipc", SHMCTL},
+    {"shmdt", "ipc", SHMDT},
+    {"shmget", "ipc", SHMGET},
+    {"shutdown", "socketcall", SYS_SHUTDOWN},
+    {"socket", "socketcall", SYS_SOCKET},
+    {"socketpair", "socketcall", SYS_SOCKETPAIR},
 };
+/// The upper half of ipc(2)'s argument is a version, which the kernel takes off.
+constexpr std::uint32_t kNumberInArgument = 0xffff;
 
-struct NewCall {
-    const char* name;
-    std::uint32_t number;  ///< on all tables, as of every call since Linux 5.1
-};
-
-constexpr NewCall kNewCalls[] = {{"open_tree_attr", 467}};
-
-/// libseccomp applies a rule on socket(2) to socketcall(2) as well, whose arguments are in memory,
-/// where a filter cannot look. It then refuses every socket to programs that use that call.
-constexpr std::uint32_t kSocketOfI386 = 359;
-
+constexpr std::uint32_t kX32 = AUDIT_ARCH_X86_64 & ~__AUDIT_ARCH_64BIT;
 /// Part of the numbers of x32, which the kernel shows to a filter as those of a 64-bit program.
 constexpr std::uint32_t kX32Bit = 0x40000000;
 /// The number of a call that a tracer has taken from the kernel, ptrace(2).
@@ -70,6 +98,10 @@ constexpr sock_filter load(std::size_t offset) {
 constexpr sock_filter loadArgument(std::size_t index) {
     constexpr std::size_t kLowHalf = std::endian::native == std::endian::big ? 4 : 0;
     return load(offsetof(seccomp_data, args) + index * sizeof(seccomp_data::args[0]) + kLowHalf);
+}
+
+constexpr sock_filter loadNumber() {
+    return load(offsetof(seccomp_data, nr));
 }
 
 constexpr sock_filter keep(std::uint32_t bits) {
@@ -105,7 +137,7 @@ void append(Program& program, const Program& part) {
     program.insert(program.end(), part.begin(), part.end());
 }
 
-/// The instructions for a call whose number matches. The call is allowed if none of them answers.
+/// The instructions for a call whose number matches. What none of them answers is allowed.
 Program answersTo(Answer answer) {
     switch (answer) {
         case Answer::Deny:
@@ -136,93 +168,102 @@ Program answersTo(Answer answer) {
     return {};
 }
 
+/// True when the call is answered whatever its arguments are.
+bool isWhole(Answer answer) {
+    return answer == Answer::Deny || answer == Answer::Kill || answer == Answer::Missing;
+}
+
 /// The architecture by which the kernel shows a table's calls to a filter.
-std::uint32_t shownArchitecture(std::uint32_t table) {
-    return table == SCMP_ARCH_X32 ? SCMP_ARCH_X86_64 : table;
+std::uint32_t shownArchitecture(const SystemCallTable& table) {
+    return table.architecture == kX32 ? AUDIT_ARCH_X86_64 : table.architecture;
 }
 
-/// Nothing for a call that the table does not have.
-std::optional<std::uint32_t> numberOf(const std::string& name, std::uint32_t table) {
-    if (table == SCMP_ARCH_X86 && name == "socket") {
-        return kSocketOfI386;
-    }
-    for (const NewCall& call : kNewCalls) {
-        if (call.name == name) {
-            return table == SCMP_ARCH_X32 ? call.number | kX32Bit : call.number;
-        }
-    }
-    const int number = seccomp_syscall_resolve_name_arch(table, name.c_str());
-    return number < 0 ? std::nullopt : std::optional(static_cast<std::uint32_t>(number));
+bool isOpen(const SystemCallTable& table, const SystemCallRules& rules) {
+    return rules.deniedTables.count(table.name) == 0;
 }
 
-void appendCalls(Program& program, std::uint32_t table, const SystemCallRules& rules) {
-    for (const auto& [name, answer] : rules.calls) {
+/// The same answer where the call is one of several behind a number. A call whose arguments matter
+/// has them in memory there, where a filter cannot look.
+void addShared(Answers& answers, std::string_view name, Answer answer, std::size_t table) {
+    for (const SharedNumber& shared : kSharedNumbers) {
         const auto number =
-            isAnsweredByProgram(name, answer) ? numberOf(name, table) : std::nullopt;
-        if (!number) {
-            continue;
+            shared.name == name ? systemCallNumber(shared.sharedBy, table) : std::nullopt;
+        if (number && isWhole(answer)) {
+            append(answers[*number], {loadArgument(0), keep(kNumberInArgument),
+                                      passOverUnless(shared.inArgument, 1)});
+            append(answers[*number], answersTo(answer));
         }
-        Program answers = answersTo(answer);
-        answers.push_back(answerWith(SECCOMP_RET_ALLOW));
-        program.push_back(passOverUnless(*number, static_cast<std::uint8_t>(answers.size())));
-        append(program, answers);
     }
 }
 
 /// The answers to all calls that the kernel shows with one architecture.
-Program callsOf(std::uint32_t architecture, const SystemCallRules& rules) {
-    Program program = {load(offsetof(seccomp_data, nr))};
-    for (const std::uint32_t table : openTables(rules)) {
-        if (shownArchitecture(table) == architecture) {
-            appendCalls(program, table, rules);
+Answers answersOn(std::uint32_t architecture, const SystemCallRules& rules) {
+    Answers answers;
+    for (std::size_t table = 0; table < countOfTables(); ++table) {
+        const SystemCallTable& described = systemCallTable(table);
+        if (shownArchitecture(described) != architecture || !isOpen(described, rules)) {
+            continue;
+        }
+        for (const auto& [name, answer] : rules.calls) {
+            if (const auto number = systemCallNumber(name, table)) {
+                append(answers[*number], answersTo(answer));
+            }
+            addShared(answers, name, answer, table);
         }
     }
-    if (architecture == SCMP_ARCH_X86_64 && rules.deniedTables.count("x32") != 0) {
+    return answers;
+}
+
+/// Halves the numbers until few are left: most calls of a program match none, and would pass all of
+/// them.
+Program search(Answers::const_iterator begin, Answers::const_iterator end) {
+    constexpr std::ptrdiff_t kFew = 4;
+    const auto count = std::distance(begin, end);
+    Program program;
+    if (count <= kFew) {
+        for (auto next = begin; next != end; ++next) {
+            Program answers = next->second;
+            if (answers.size() > 1) {  // else the only instruction answers every call
+                answers.push_back(answerWith(SECCOMP_RET_ALLOW));
+            }
+            program.push_back(
+                passOverUnless(next->first, static_cast<std::uint8_t>(answers.size())));
+            append(program, answers);
+        }
+        program.push_back(answerWith(SECCOMP_RET_ALLOW));
+        return program;
+    }
+    const auto middle = std::next(begin, count / 2);
+    const Program below = search(begin, middle);
+    append(program, {passOverBelow(middle->first, 1), passOver(below.size())});
+    append(program, below);
+    append(program, search(middle, end));
+    return program;
+}
+
+/// What follows the comparison of the architecture.
+Program callsOf(std::uint32_t architecture, const SystemCallRules& rules) {
+    Program program = {loadNumber()};
+    if (architecture == AUDIT_ARCH_X86_64 && rules.deniedTables.count("x32") != 0) {
         append(program,
                {passOverIf(kTakenByTracer, 2), passOverBelow(kX32Bit, 1), answerWith(kMissing)});
     }
-    program.push_back(answerWith(SECCOMP_RET_ALLOW));
+    const Answers answers = answersOn(architecture, rules);
+    append(program, search(answers.begin(), answers.end()));
     return program;
 }
 
 }  // namespace
 
-bool isSystemCallTable(const std::string& name) {
-    return std::any_of(std::begin(kTables), std::end(kTables),
-                       [&name](const Table& table) { return table.name == name; });
-}
-
-bool isNewSystemCall(const std::string& name) {
-    return std::any_of(std::begin(kNewCalls), std::end(kNewCalls), [&name](const NewCall& call) {
-        return call.name == name && seccomp_syscall_resolve_name(call.name) == __NR_SCMP_ERROR;
-    });
-}
-
-std::vector<std::uint32_t> openTables(const SystemCallRules& rules) {
-    std::vector<std::uint32_t> open = {seccomp_arch_native()};
-    for (const Table& table : kTables) {
-        if (table.native == open.front() && rules.deniedTables.count(table.name) == 0) {
-            open.push_back(table.architecture);
-        }
-    }
-    return open;
-}
-
-bool isAnsweredByProgram(const std::string& name, Answer answer) {
-    const bool wholly =
-        answer == Answer::Deny || answer == Answer::Kill || answer == Answer::Missing;
-    return !wholly || isNewSystemCall(name);
-}
-
 std::vector<sock_filter> filterProgram(const SystemCallRules& rules) {
-    const auto loadArchitecture = load(offsetof(seccomp_data, arch));
-    Program program = {loadArchitecture};
-    for (const std::uint32_t table : openTables(rules)) {
-        if (shownArchitecture(table) != table) {
-            continue;  // among the calls of the other that is shown so
+    Program program = {load(offsetof(seccomp_data, arch))};
+    for (std::size_t i = 0; i < countOfTables(); ++i) {
+        const SystemCallTable& table = systemCallTable(i);
+        if (shownArchitecture(table) != table.architecture || !isOpen(table, rules)) {
+            continue;  // among the calls of the other that is shown so, or denied as a whole
         }
-        const Program calls = callsOf(table, rules);
-        append(program, {passOverIf(table, 1), passOver(calls.size())});
+        const Program calls = callsOf(table.architecture, rules);
+        append(program, {passOverIf(table.architecture, 1), passOver(calls.size())});
         append(program, calls);
     }
     program.push_back(answerWith(SECCOMP_RET_KILL_PROCESS));

@@ -1,27 +1,18 @@
 #include "libkiv/system_call_rules.h"
 
-#include <seccomp.h>
-
 #include <algorithm>
 #include <iterator>
 #include <stdexcept>
 #include <string_view>
 
-#include "libkiv/filter_program.h"
+#include "libkiv/system_calls.h"
 #include "util/word_reader.h"
 
 namespace {
 
-bool isSystemCall(const std::string& name) {
-    // the library reads up to a NUL byte, and would take "mount\0x" for a call that no rule is
-    // known by
-    return name.find('\0') == std::string::npos &&
-           (seccomp_syscall_resolve_name(name.c_str()) != __NR_SCMP_ERROR || isNewSystemCall(name));
-}
-
 /// What the names behind a word are, with the texts for what is none.
 struct Object {
-    bool (*isKnown)(const std::string& name);
+    bool (*isKnown)(std::string_view name);
     std::string (*unknown)(const std::string& name);
     std::string (*missing)(const std::string& item);
 };
@@ -112,7 +103,7 @@ SystemCallRules defaultSystemCallRules() {
         {"socket", Answer::DenyVsock},
     };
     for (const char* name : kDenied) {
-        // a libseccomp that is older than the call: the kernel may know it, we cannot
+        // built with a libseccomp that is older than the call: the kernel may know it, we cannot
         if (isSystemCall(name)) {
             rules.calls.emplace(name, Answer::Deny);
         }

@@ -62,6 +62,14 @@ TEST(CapabilityName, MayStandInAnyCaseWithAndWithoutItsPrefix) {
     EXPECT_EQ(parseCapability("checkpoint_restore"), CAP_CHECKPOINT_RESTORE);
 }
 
+TEST(CapabilityName, IsThatOfTheCapabilitiesLibrary) {
+    for (int capability = 0; capability <= CAP_LAST_CAP; ++capability) {
+        char* const name = ::cap_to_name(capability);
+        EXPECT_EQ(parseCapability(name), capability) << name;
+        ::cap_free(name);
+    }
+}
+
 class NoCapability : public testing::TestWithParam<std::string> {};
 
 TEST_P(NoCapability, IsNamedAsItWasWritten) {

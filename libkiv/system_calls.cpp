@@ -1,0 +1,56 @@
+#include "libkiv/system_calls.h"
+
+#include <algorithm>
+#include <array>
+#include <iterator>
+
+namespace {
+
+constexpr std::uint32_t kNoNumber = 0xffffffff;  // of no call: that of one taken by a tracer
+constexpr std::size_t kMostTables = 3;
+constexpr std::size_t kLongestName = 32;
+
+/// The name is no pointer, which the loader would have to adjust at every start.
+struct SystemCall {
+    char name[kLongestName];
+    std::uint32_t numbers[kMostTables];
+};
+
+#include "numbers/system_call_numbers.inc"
+
+constexpr std::string_view kNamesOfTables[] = {"i386", "x32", "arm"};
+
+/// nullptr when there is none of that name.
+const SystemCall* findCall(std::string_view name) {
+    const auto* const found = std::lower_bound(
+        std::begin(kSystemCalls), std::end(kSystemCalls), name,
+        [](const SystemCall& call, std::string_view wanted) { return call.name < wanted; });
+    return found == std::end(kSystemCalls) || found->name != name ? nullptr : found;
+}
+
+}  // namespace
+
+std::size_t countOfTables() {
+    return std::size(kTables);
+}
+
+const SystemCallTable& systemCallTable(std::size_t index) {
+    return kTables[index];
+}
+
+bool isSystemCallTable(std::string_view name) {
+    return std::find(std::begin(kNamesOfTables), std::end(kNamesOfTables), name) !=
+           std::end(kNamesOfTables);
+}
+
+bool isSystemCall(std::string_view name) {
+    return findCall(name) != nullptr;
+}
+
+std::optional<std::uint32_t> systemCallNumber(std::string_view name, std::size_t table) {
+    const SystemCall* const call = findCall(name);
+    if (call == nullptr || call->numbers[table] == kNoNumber) {
+        return std::nullopt;
+    }
+    return call->numbers[table];
+}
