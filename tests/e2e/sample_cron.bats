@@ -61,6 +61,22 @@ same "whose jobs it knows" bob "$(ls /var/spool/cron/crontabs)"
 SCRIPT
 }
 
+@test "crontab shown again without its spool is of no use and leaves the host's cron nothing" {
+    in_host <<'SCRIPT'
+host_without_jobs
+account alice 100.64.0.4/30
+account bob
+install -m 4755 /usr/bin/dash /usr/local/bin/left-behind
+grep -v /usr/bin/crontab "$sample" >"$configuration"
+kivctl start alice
+fails 1 kivctl exec alice <<<'echo "* * * * * true" | crontab -' >/tmp/said 2>&1
+grep 'Read-only file system' /tmp/said >/dev/null
+leave_jobs >/dev/null 2>&1 || true
+run_cron
+same "what cron has run" "" "$(find /home/alice -name 'ran-*')"
+SCRIPT
+}
+
 @test "the host's cron runs what an account leaves where the configuration binds its spool" {
     in_host <<'SCRIPT'
 host_without_jobs
