@@ -44,10 +44,14 @@ std::optional<MountEntry> parseLine(const std::string& line) {
     if (field.empty()) {
         return std::nullopt;
     }
-    while (!field.empty() && field != "-" && !isPropagationTag(field)) {
+    bool isPrivate = true;
+    while (!field.empty() && field != "-") {
+        isPrivate = isPrivate && !isPropagationTag(field);
         field = fields.next();
     }
-    return MountEntry(mountPoint, root, /*isPrivate=*/field.empty() || field == "-");
+    const std::string_view type = fields.next();
+    fields.next();  // what is mounted
+    return MountEntry(mountPoint, root, isPrivate, type, fields.next());
 }
 
 /// Calls `goOnAfter` with each mount in file order until it returns false.

@@ -16,8 +16,13 @@
 /// \040 are not decoded, so a mount point with a blank matches only a query in the same form.
 class MountEntry {
 public:
-    MountEntry(std::string_view mountPoint, std::string_view root, bool isPrivate)
-        : mountPointField(mountPoint), rootField(root), privateFlag(isPrivate) {}
+    MountEntry(std::string_view mountPoint, std::string_view root, bool isPrivate,
+               std::string_view type = {}, std::string_view options = {})
+        : mountPointField(mountPoint),
+          rootField(root),
+          privateFlag(isPrivate),
+          typeField(type),
+          optionsField(options) {}
 
     const std::string& mountPoint() const { return mountPointField; }
     /// The root of the mount within its file system; of a namespace file the kind, ":" and the
@@ -25,11 +30,17 @@ public:
     const std::string& root() const { return rootField; }
     /// No propagation tag at all: a slave and an unbindable mount are not private either.
     bool isPrivate() const { return privateFlag; }
+    /// The file system's type, such as "overlay".
+    const std::string& type() const { return typeField; }
+    /// The file system's own options, with commas between them.
+    const std::string& options() const { return optionsField; }
 
 private:
     std::string mountPointField;
     std::string rootField;
     bool privateFlag;
+    std::string typeField;
+    std::string optionsField;
 };
 
 /// Mounts in file order. Of stacked mounts every query answers with the first one, the lowest.

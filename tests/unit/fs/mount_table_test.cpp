@@ -51,6 +51,15 @@ TEST_F(MountTableFile, YieldsMountPointAndRoot) {
     EXPECT_EQ(table.get("/mnt2").root(), "/mnt1");
 }
 
+TEST_F(MountTableFile, YieldsTheTypeAndTheFileSystemsOptions) {
+    const auto table = read(
+        "36 35 98:0 / /mnt2 rw,noatime master:1 shared:2 - ext3 /dev/root rw,errors=continue\n"
+        "37 35 98:0 / /mnt3 rw,noatime - ext3\n");
+    EXPECT_EQ(table.get("/mnt2").type(), "ext3");
+    EXPECT_EQ(table.get("/mnt2").options(), "rw,errors=continue");
+    EXPECT_EQ(table.get("/mnt3").options(), "");
+}
+
 TEST_F(MountTableFile, TellsPrivateMountsByTheAbsenceOfPropagationTags) {
     EXPECT_TRUE(isPrivate(""));
     EXPECT_TRUE(isPrivate("foo:1 "));
