@@ -79,19 +79,24 @@ void closeDescriptors(unsigned first) {
     }
 }
 
+void failUnless(bool succeeded, const ContainerHandle& handle) {
+    if (!succeeded) {
+        throw std::runtime_error(handle.error);
+    }
+}
+
+void applyNamespaces(ContainerHandle& handle) {
+    failUnless(kiv_apply_namespaces(&handle, handle.userName.c_str(), 0) != -1, handle);
+}
+
 void join(ContainerHandle& handle) {
-    const auto failUnless = [&handle](bool succeeded) {
-        if (!succeeded) {
-            throw std::runtime_error(handle.error);
-        }
-    };
     kiv_set_log_cb(libraryLogCallback);
     kiv_load_config(&handle);  // what it could not read makes the steps fail that depend on it
     // deliberate: libraries differ in what they return, so the results are not judged alike
-    failUnless(kiv_cg_enter(&handle, handle.uid) == 0);
-    failUnless(kiv_apply_namespaces(&handle, handle.userName.c_str(), 0) != -1);
-    failUnless(kiv_seccomp(&handle) != -1);
-    failUnless(kiv_capabilities(&handle) != -1);
+    failUnless(kiv_cg_enter(&handle, handle.uid) == 0, handle);
+    applyNamespaces(handle);
+    failUnless(kiv_seccomp(&handle) != -1, handle);
+    failUnless(kiv_capabilities(&handle) != -1, handle);
 }
 
 }  // namespace
@@ -110,6 +115,12 @@ void joinContainer(ContainerHandle& handle) {
     const FileDescriptor lock = shareAccount(handle, kLongestBuild);
     forbidTracing();
     join(handle);
+}
+
+void joinNamespaces(ContainerHandle& handle) {
+    loadErrorTexts();
+    kiv_set_log_cb(libraryLogCallback);
+    applyNamespaces(handle);
 }
 
 void becomeAccount(const ContainerHandle& handle, const PasswordEntry& account,

@@ -17,6 +17,10 @@ PasswordEntry passwordEntryOf(const ContainerHandle& handle);
 /// whoever catches that must end the process, and after a success becomeAccount comes next.
 void joinContainer(ContainerHandle& handle);
 
+/// Moves this process, still root, into the namespaces only. For whoever holds the account's lock.
+/// Throws std::runtime_error with the library's text.
+void joinNamespaces(ContainerHandle& handle);
+
 /// Closes every descriptor from `firstClosed` on, then changes to the account's user, with its
 /// primary group only. Throws std::runtime_error; the process must then end.
 void becomeAccount(const ContainerHandle& handle, const PasswordEntry& account,

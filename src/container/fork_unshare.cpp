@@ -4,6 +4,7 @@
 #include <sched.h>
 #include <sys/ioctl.h>
 #include <sys/prctl.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
@@ -11,11 +12,12 @@
 #include <csignal>
 #include <cstdint>
 #include <stdexcept>
+#include <string>
 
 #include "container/namespaces.h"
 #include "util/errors.h"
-#include "util/file_descriptor.h"
 #include "util/output.h"
+#include "util/runtime_directory.h"
 #include "util/scope_guard.h"
 
 namespace {
@@ -123,6 +125,12 @@ void unshareAndWait(int flags, const Parent& parent, Pipe& release, Pipe& ready)
     waitForPeer(release.readEnd);
 }
 
+bool hasOwnNamespace(pid_t child, const NamespaceKind& kind) {
+    const std::uint64_t inode = inodeOf(namespaceLink(child, kind.name));
+    // a dead child has none; it has said why it died
+    return inode != 0 && inode != getNamespaceInode(::getpid(), kind.name);
+}
+
 }  // namespace
 
 pid_t forkUnshare(int flags, int& syncFd) {
@@ -150,4 +158,20 @@ pid_t forkUnshare(int flags, int& syncFd) {
     waitForPeer(ready.readEnd);
     syncFd = release.writeEnd.release();
     return child;
+}
+
+void requireOwnNamespaces(pid_t child, int flags) {
+    for (const NamespaceKind& kind : kNamespaceKinds) {
+        if ((flags & kind.flag) != 0 && !hasOwnNamespace(child, kind)) {
+            throw std::runtime_error(std::string("no new ") + kind.name + " namespace was created");
+        }
+    }
+}
+
+int releaseAndWait(pid_t child, FileDescriptor& sync) {
+    sync.reset();
+    int status = 0;
+    while (::waitpid(child, &status, 0) == -1 && errno == EINTR) {
+    }
+    return status;
 }

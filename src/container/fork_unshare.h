@@ -3,6 +3,8 @@
 
 #include <sys/types.h>
 
+#include "util/file_descriptor.h"
+
 /// Forks a child that unshares `flags` and then waits. Returns in both processes: the child's pid
 /// in the parent, once the child has unshared or died; 0 in the child, once the parent has written
 /// a byte to `syncFd` or closed it. The parent owns `syncFd`. Throws std::runtime_error when there
@@ -15,3 +17,10 @@
 /// /proc/PID/ns; a dying parent releases the child by the same end of file, and the kernel kills
 /// the child soon after: nobody would wait for what it does.
 pid_t forkUnshare(int flags, int& syncFd);
+
+/// A child whose unshare failed is in the host's namespaces: nothing may be wired to or pinned from
+/// it. Throws std::runtime_error.
+void requireOwnNamespaces(pid_t child, int flags);
+
+/// Lets the child go on by closing `sync`, and waits for its end. The status is that of waitpid(2).
+int releaseAndWait(pid_t child, FileDescriptor& sync);

@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
+#include <functional>
 
 #include "util/directory_stream.h"
 #include "util/errors.h"
@@ -19,9 +20,10 @@ bool isNumbered(const std::string& name) {
     return name.front() >= '0' && name.front() <= '9';
 }
 
-/// A thread that has ended has no namespaces any more, though its number stays as long as the
-/// process has other threads: they are what keeps the namespace in use.
-bool hasThreadIn(const NamespaceEntry& entry, const std::string& process) {
+/// Calls `action` with each thread's directory until it returns true, and returns whether it has. A
+/// thread that has ended has no namespaces any more, though its number stays as long as the process
+/// has other threads: they are what keeps the namespace in use.
+bool anyThread(const std::string& process, const std::function<bool(const std::string&)>& action) {
     const std::string threads = process + "/task/";
     const DirectoryStream directory(::opendir(threads.c_str()));
     if (directory == nullptr) {
@@ -33,7 +35,7 @@ bool hasThreadIn(const NamespaceEntry& entry, const std::string& process) {
     }
     while (const dirent* found = ::readdir(directory.get())) {
         const std::string thread = found->d_name;
-        if (isNumbered(thread) && inodeOf(threads + thread + "/ns/" + entry.kind) == entry.inode) {
+        if (isNumbered(thread) && action(threads + thread)) {
             return true;
         }
     }
@@ -46,12 +48,22 @@ bool livesIn(const NamespaceEntry& entry, const std::string& process) {
         return false;
     }
     const std::uint64_t inode = inodeOf(process + "/ns/" + entry.kind);
-    return inode == 0 ? hasThreadIn(entry, process) : inode == entry.inode;
+    return inode != 0 ? inode == entry.inode
+                      : anyThread(process, [&entry](const std::string& thread) {
+                            return inodeOf(thread + "/ns/" + entry.kind) == entry.inode;
+                        });
 }
 
-}  // namespace
+/// Fills in what `directory`, of a process or a thread, shows. False when it has ended.
+bool readPlace(ProcessPlace& place, const std::string& directory) {
+    place.network = inodeOf(directory + "/ns/net");
+    place.mounts = inodeOf(directory + "/ns/mnt");
+    return place.network != 0 && place.mounts != 0;
+}
 
-void findNamespaceProcesses(std::list<NamespaceEntry>& entries, const std::string& processes) {
+/// In the order of the directory, without the first process of the host and this one.
+void forEachProcess(const std::string& processes,
+                    const std::function<void(pid_t, const std::string&)>& action) {
     const DirectoryStream directory(::opendir(processes.c_str()));
     if (directory == nullptr) {
         throw systemError("Cannot open ", processes, ": ");
@@ -68,13 +80,8 @@ void findNamespaceProcesses(std::list<NamespaceEntry>& entries, const std::strin
             continue;
         }
         const auto pid = static_cast<pid_t>(std::strtol(name.c_str(), nullptr, 10));
-        if (pid == kFirstProcess || pid == self) {
-            continue;
-        }
-        for (NamespaceEntry& entry : entries) {
-            if (livesIn(entry, processes + "/" + name)) {
-                entry.pids.push_back(pid);
-            }
+        if (pid != kFirstProcess && pid != self) {
+            action(pid, processes + "/" + name);
         }
     }
     const int error = errno;
@@ -82,6 +89,32 @@ void findNamespaceProcesses(std::list<NamespaceEntry>& entries, const std::strin
         // half a list would have living processes' namespaces taken from under them
         throw systemError("Cannot read " + processes + ": ", error);
     }
+}
+
+}  // namespace
+
+void findNamespaceProcesses(std::list<NamespaceEntry>& entries, const std::string& processes) {
+    forEachProcess(processes, [&entries](pid_t pid, const std::string& process) {
+        for (NamespaceEntry& entry : entries) {
+            if (livesIn(entry, process)) {
+                entry.pids.push_back(pid);
+            }
+        }
+    });
+}
+
+std::vector<ProcessPlace> listProcessPlaces(const std::string& processes) {
+    std::vector<ProcessPlace> places;
+    forEachProcess(processes, [&places](pid_t pid, const std::string& process) {
+        ProcessPlace place{pid};
+        const auto read = [&place](const std::string& directory) {
+            return readPlace(place, directory);
+        };
+        if (read(process) || anyThread(process, read)) {
+            places.push_back(place);
+        }
+    });
+    return places;
 }
 
 void terminateProcess(pid_t pid, const std::list<NamespaceEntry>& entries) {

@@ -29,6 +29,18 @@ inline constexpr pid_t kFirstProcess = 1;
 void findNamespaceProcesses(std::list<NamespaceEntry>& entries,
                             const std::string& processes = kProcesses);
 
+/// Where a process lives: the numbers of its namespaces. One that runs in an account's network and
+/// in another mount namespace than the pinned one has an earlier view, from before a refresh.
+struct ProcessPlace {
+    pid_t pid = 0;
+    std::uint64_t network = 0;
+    std::uint64_t mounts = 0;
+};
+
+/// Of every process, this one and those that have just ended left out. Throws as
+/// findNamespaceProcesses does.
+std::vector<ProcessPlace> listProcessPlaces(const std::string& processes = kProcesses);
+
 /// Sends SIGTERM to the process, should it still live in one of the entries' namespaces: a process
 /// that has got the number of one that ended is not hit.
 void terminateProcess(pid_t pid, const std::list<NamespaceEntry>& entries);

@@ -4,6 +4,7 @@
 #include <sys/mount.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <stdexcept>
 
@@ -11,7 +12,6 @@
 #include "config/file_filters.h"
 #include "container/pivot.h"
 #include "container/root_mounts.h"
-#include "fs/mount_table.h"
 #include "fs/overlay_layer.h"
 #include "util/errors.h"
 #include "util/file_descriptor.h"
@@ -22,7 +22,12 @@ namespace {
 
 constexpr const char* kWorkspace = "/mnt";
 constexpr const char* kLowerRoot = "/mnt/root";
+constexpr const char* kOverlay = "overlay";
 constexpr mode_t kDirectoryMode = 0755;
+
+std::string layersOption() {
+    return std::string("lowerdir=") + kLayer + ":" + kLowerRoot;
+}
 
 /// False when a mount made at "/mnt" could come out in the host's namespace.
 bool isPrivateAlready() {
@@ -47,11 +52,13 @@ void stopPropagation() {
     }
 }
 
-void hideRuntimeDirectory() {
-    if (::umount(runtimeDirectory.c_str()) == 0) {
-        return;
+void hideRuntimeDirectory(Pinned pinned) {
+    if (pinned == Pinned::Unknown) {
+        if (::umount(runtimeDirectory.c_str()) == 0) {
+            return;
+        }
+        reportSystemError("umount(kiv) failed: ");
     }
-    reportSystemError("umount(kiv) failed: ");
     // Busy as soon as other containers run: their namespace files came along as mounts below it.
     // Detached all the same: no namespace file of another container is to be in reach of what is
     // mounted from here on.
@@ -80,8 +87,7 @@ FileDescriptor mountOverlay(const std::string& userName) {
         kLowerRoot, kLayer, userName,
         {config.allowlists, config.hide, config.empty, config.bind, builtInFileFilters()});
     makeDirectory(kTempRoot, "mkdir(temp-root) failed: ");
-    const std::string layers = std::string("lowerdir=") + kLayer + ":" + kLowerRoot;
-    if (::mount("overlay", kTempRoot, "overlay", 0, layers.c_str()) != 0) {
+    if (::mount(kOverlay, kTempRoot, kOverlay, 0, layersOption().c_str()) != 0) {
         throw systemError("overlay-mount(temp-root) failed: ");
     }
     return FileDescriptor(::open(kTempRoot, O_PATH | O_DIRECTORY | O_CLOEXEC));
@@ -97,10 +103,11 @@ void coverRoot() {
 
 }  // namespace
 
-void buildRootFilesystem(const std::string& userName, const std::optional<PasswordEntry>& account) {
+void buildRootFilesystem(const std::string& userName, const std::optional<PasswordEntry>& account,
+                         Pinned pinned) {
     stopPropagation();
     ScopeGuard leaveNoViewOfTheHost(coverRoot);
-    hideRuntimeDirectory();
+    hideRuntimeDirectory(pinned);
     const FileDescriptor root = mountOverlay(userName);
     if (account && !account->homeDirectory.empty()) {
         mountHome(root, account->homeDirectory);
@@ -109,4 +116,14 @@ void buildRootFilesystem(const std::string& userName, const std::optional<Passwo
     mountBinds(root);
     pivotInto(kTempRoot, root);
     leaveNoViewOfTheHost.dismiss();
+}
+
+bool showsBuiltRoot(const MountTable& table) {
+    const auto isRoot = [](const MountEntry& entry) { return entry.mountPoint() == "/"; };
+    if (std::count_if(table.begin(), table.end(), isRoot) != 1) {
+        return false;
+    }
+    const MountEntry& root = table.get("/");
+    const std::string options = "," + root.options() + ",";
+    return root.type() == kOverlay && options.find("," + layersOption() + ",") != std::string::npos;
 }

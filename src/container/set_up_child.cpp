@@ -7,7 +7,6 @@
 #include <exception>
 
 #include "container/each_account.h"
-#include "container/root_filesystem.h"
 #include "util/errors.h"
 #include "util/settings.h"
 
@@ -23,7 +22,7 @@ int setUp(const SetUpPlan& plan, const RunMark& mark) {
         }
     }
     if ((plan.flags & CLONE_NEWNS) != 0) {
-        buildRootFilesystem(plan.userName, plan.account);
+        buildRootFilesystem(plan.userName, plan.account, plan.pinned);
     }
     // not after a parent that died before it had pinned everything: that has released this process
     // too

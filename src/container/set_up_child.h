@@ -1,12 +1,18 @@
 // The short-lived process that owns a container's new namespaces while they are set up.
 #pragma once
 
+#include <sys/types.h>
+
 #include <optional>
 #include <string>
 
 #include "container/network.h"
+#include "container/root_filesystem.h"
 #include "util/interrupted_run.h"
 #include "util/util.h"
+
+/// Of whoever sets up: modes of what is created must not depend on the caller's.
+inline constexpr mode_t kSetUpUmask = 022;
 
 /// What the child is to do, settled before the fork.
 struct SetUpPlan {
@@ -14,6 +20,7 @@ struct SetUpPlan {
     ContainerLink link;
     std::optional<PasswordEntry> account;  ///< none when the account has no password entry
     int flags = 0;                         ///< the new namespaces, as for unshare(2)
+    Pinned pinned = Pinned::Unknown;
 };
 
 /// The child after its release: wires its end of the network, builds the view, clears the mark when

@@ -31,8 +31,6 @@
 
 namespace {
 
-constexpr mode_t kUmask = 022;
-
 /// The namespace would be bound to what the link leads to. Only root can have put it there; exec
 /// refuses it too.
 void refuseLink(const std::string& path) {
@@ -104,22 +102,6 @@ void setMark(const RunMark& mark, const InterruptedRun& run) {
     }
 }
 
-bool hasOwnNamespace(pid_t child, const NamespaceKind& kind) {
-    const std::uint64_t inode = inodeOf(namespaceLink(child, kind.name));
-    // a dead child has none; it has said why it died
-    return inode != 0 && inode != getNamespaceInode(::getpid(), kind.name);
-}
-
-/// A child whose unshare failed is in the host's namespaces: nothing may be wired to or pinned from
-/// it.
-void requireOwnNamespaces(pid_t child, int flags) {
-    for (const NamespaceKind& kind : kNamespaceKinds) {
-        if ((flags & kind.flag) != 0 && !hasOwnNamespace(child, kind)) {
-            throw std::runtime_error(std::string("no new ") + kind.name + " namespace was created");
-        }
-    }
-}
-
 void pinNamespaces(const ContainerHandle& handle, pid_t child, int flags) {
     for (const NamespaceKind& kind : kNamespaceKinds) {
         if ((flags & kind.flag) == 0) {
@@ -131,15 +113,6 @@ void pinNamespaces(const ContainerHandle& handle, pid_t child, int flags) {
         if (::mount(source.c_str(), target.c_str(), nullptr, MS_BIND, nullptr) != 0) {
             throw systemError(source, ": mount(", target, ") failed: ");
         }
-    }
-}
-
-/// Lets the child go on by closing `sync`, and waits for its end. Its status is not looked at: it
-/// reports its own failures.
-void releaseAndWait(pid_t child, FileDescriptor& sync) {
-    sync.reset();
-    int status = 0;
-    while (::waitpid(child, &status, 0) == -1 && errno == EINTR) {
     }
 }
 
@@ -171,8 +144,7 @@ void createNamespaces(const ContainerHandle& handle, const SetUpPlan& plan, cons
 }  // namespace
 
 void startCommand(const char* user) {
-    // whatever the caller's: modes of what is created here and in the child must not depend on it
-    ::umask(kUmask);
+    ::umask(kSetUpUmask);
     const std::string failures = forEachAccount(user, [](const AccountEntry& account) {
         print("starting container: " + account.name + ", network:" + account.net + "\n");
         flushOutput();

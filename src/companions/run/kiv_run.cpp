@@ -18,6 +18,7 @@
 #include "config/configuration.h"
 #include "container/enter.h"
 #include "container/entry_log.h"
+#include "container/set_up_child.h"
 #include "container/start.h"
 #include "util/daemon.h"
 #include "util/errors.h"
@@ -30,7 +31,6 @@ namespace {
 
 constexpr unsigned kFirstPreserved = STDERR_FILENO + 1;
 constexpr const char* kDefaultShell = "/bin/sh";  // passwd(5): of an entry without one
-constexpr mode_t kUmaskOfStart = 022;
 
 /// Marks the descriptors that the command gets. Until it is executed they are close-on-exec: what
 /// --start runs must not have them.
@@ -53,8 +53,7 @@ std::string commandLine(const RunRequest& request) {
 }
 
 void startFirst(const RunRequest& request) {
-    // what is created must not depend on the caller's
-    ::umask(kUmaskOfStart);
+    ::umask(kSetUpUmask);
     try {
         Configuration::load(kDefaultConfigFile);
     } catch (const std::runtime_error& error) {

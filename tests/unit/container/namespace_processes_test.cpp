@@ -114,6 +114,25 @@ TEST_F(ProcessTree, ALivingFirstThreadSpeaksForItsProcess) {
     EXPECT_EQ(residents("net", "alice"), (Pids{}));
 }
 
+TEST_F(ProcessTree, APlaceIsTheNetworkAndTheMountsOfAProcessOrOfItsThreads) {
+    put("7", "net", "net-a");
+    put("7", "mnt", "mnt-a");
+    put("8/task/8", "ipc", "ipc-a");  // its first thread has ended
+    put("8/task/9", "net", "net-a");
+    put("8/task/9", "mnt", "mnt-b");
+    std::filesystem::create_directories(directory.at("/proc/9/task"));  // ended
+    auto places = listProcessPlaces(directory.at("/proc"));
+    std::sort(places.begin(), places.end(),
+              [](const ProcessPlace& a, const ProcessPlace& b) { return a.pid < b.pid; });
+    ASSERT_EQ(places.size(), 2U);
+    EXPECT_EQ(places[0].pid, 7);
+    EXPECT_EQ(places[0].network, entry("net", "net-a").inode);
+    EXPECT_EQ(places[0].mounts, entry("mnt", "mnt-a").inode);
+    EXPECT_EQ(places[1].pid, 8);
+    EXPECT_EQ(places[1].network, places[0].network);
+    EXPECT_EQ(places[1].mounts, entry("mnt", "mnt-b").inode);
+}
+
 TEST_F(ProcessTree, WhatIsKnownAlreadyIsKept) {
     put("20", "net", "alice");
     std::list<NamespaceEntry> entries{entry("net", "alice")};
