@@ -35,6 +35,7 @@ namespace {
 // deliberate: "cgroup" too, which start does not make, and in an order of its own
 constexpr const char* kStoppedKinds[] = {"ipc", "mnt", "net", "cgroup"};
 constexpr const char* kNetworkKind = "net";
+constexpr const char* kViewKind = "mnt";
 constexpr int kPasses = 20;
 constexpr useconds_t kPassTime = 100'000;  // microseconds
 
@@ -134,6 +135,14 @@ bool hasChanged(const NamespaceEntry& entry) {
     return file ? *file != entry.file : errno == ENOENT;
 }
 
+/// A refresh changes the view and nothing else: while the network is the one that was found, it is
+/// still the container to be stopped.
+bool isSameContainer(const std::list<NamespaceEntry>& entries) {
+    return std::any_of(entries.begin(), entries.end(), [](const NamespaceEntry& entry) {
+        return entry.kind == kNetworkKind && !hasChanged(entry);
+    });
+}
+
 /// False when a rule may still be there. Without an address nobody can tell what the database's
 /// rule looks like.
 bool removeRules(const std::string& interface, const std::optional<std::string>& address) {
@@ -179,8 +188,11 @@ bool removeFiles(const std::string& interface, const std::optional<std::string>&
                  const std::list<NamespaceEntry>& entries, const RunMark& mark,
                  bool wasInterrupted) {
     bool rulesAreGone = true;
+    const bool sameContainer = isSameContainer(entries);
     for (const NamespaceEntry& entry : entries) {
-        if (hasChanged(entry)) {
+        const bool isRefreshed =
+            sameContainer && entry.kind == kViewKind && identityOf(entry.path).has_value();
+        if (hasChanged(entry) && !isRefreshed) {
             continue;
         }
         const bool takesRules = entry.kind == kNetworkKind;
