@@ -1,6 +1,6 @@
-// The mark of a start or stop that is under way: an extended attribute of the runtime directory
-// for each account, "trusted.kiv.unfinished.USER". Whoever holds the account's lock and finds the
-// mark knows that the run which set it was killed.
+// The mark of a start, stop or refresh that is under way: an extended attribute of the runtime
+// directory for each account, "trusted.kiv.unfinished.USER". Whoever holds the account's lock and
+// finds the mark knows that the run which set it was killed.
 //
 // | step                            | who          | mark afterwards                    |
 // |---------------------------------|--------------|------------------------------------|
@@ -12,10 +12,14 @@
 // | start finds that nothing lacks  | start        | none                               |
 // | before stop takes the network   | stop         | as found, else the network         |
 // | stop has taken what it could    | stop         | afterStop                          |
+// | a new view is to be pinned      | refresh      | the mount namespace                |
+// | the earlier one cannot be freed | refresh      | none                               |
+// | the new view is pinned          | refresh      | none                               |
 //
 // | on finding a mark | command | what it does                                               |
 // |-------------------|---------|------------------------------------------------------------|
 // | any               | exec    | refuses: the view may be the host's                        |
+// | any               | refresh | refuses as exec does, so it never meets its own            |
 // | any               | start   | unpins the marked kinds and creates them again             |
 // | any               | stop    | removes everything as always                               |
 // | network not held  | both    | remove the packet rules and the interface pair that the    |

@@ -1,0 +1,189 @@
+#include "companions/refresh/refresh_containers.h"
+
+#include <fcntl.h>
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdint>
+#include <iterator>
+#include <stdexcept>
+#include <unordered_set>
+#include <utility>
+#include <vector>
+
+#include "companions/refresh/in_child.h"
+#include "container/container_handle.h"
+#include "container/each_account.h"
+#include "container/enter.h"
+#include "container/fork_unshare.h"
+#include "container/namespace_processes.h"
+#include "container/namespaces.h"
+#include "container/root_filesystem.h"
+#include "container/run_lock.h"
+#include "container/set_up_child.h"
+#include "fs/mount_table.h"
+#include "util/errors.h"
+#include "util/file_descriptor.h"
+#include "util/interrupted_run.h"
+#include "util/output.h"
+#include "util/runtime_directory.h"
+#include "util/scope_guard.h"
+
+namespace {
+
+constexpr const char* kViewKind = "mnt";
+constexpr const char* kOwnProcess = "/proc/self";
+
+bool isStopped(const ContainerHandle& handle) {
+    return std::none_of(std::begin(kNamespaceKinds), std::end(kNamespaceKinds),
+                        [&handle](const NamespaceKind& kind) {
+                            return mayBeNamespace(namespaceFile(handle.userName, kind.name));
+                        });
+}
+
+/// Opened, of the account's processes: the views that earlier refreshes have replaced, and whatever
+/// other mount namespace somebody has joined to the network.
+std::vector<FileDescriptor> openOtherViews(const ContainerHandle& handle,
+                                           const std::vector<ProcessPlace>& places) {
+    const std::uint64_t network = inodeOf(namespaceFile(handle.userName, "net"));
+    std::unordered_set<std::uint64_t> seen = {inodeOf(namespaceFile(handle.userName, kViewKind)),
+                                              getNamespaceInode(::getpid(), kViewKind)};
+    std::vector<FileDescriptor> views;
+    for (const ProcessPlace& place : places) {
+        if (place.network != network || !seen.insert(place.mounts).second) {
+            continue;
+        }
+        FileDescriptor view(
+            ::open(namespaceLink(place.pid, kViewKind).c_str(), O_RDONLY | O_CLOEXEC));
+        if (view.valid()) {  // else its process has ended
+            views.push_back(std::move(view));
+        }
+    }
+    return views;
+}
+
+/// `self` is the host's /proc/self: the container's own proc may be missing.
+bool isAtBuiltRoot(const FileDescriptor& self) {
+    if (::fchdir(self.get()) != 0) {
+        throw systemError("fchdir(/proc/self) failed: ");
+    }
+    MountTable table;
+    readMountTable(table, "/", "mountinfo");
+    return showsBuiltRoot(table);
+}
+
+/// The kernel drops all names of the overlay that nothing holds: they are looked up again, and
+/// then lead to what the host has today. In a namespace whose "/" is the host's root, which an
+/// interrupted start leaves, the same call would make the host read-only.
+void dropNames() {
+    if (::mount(nullptr, "/", nullptr, MS_REMOUNT | MS_RDONLY, nullptr) != 0) {
+        throw systemError("remount(/) failed: ");
+    }
+}
+
+/// For a child: there is no way back from a container.
+void dropNamesOf(ContainerHandle& handle, const std::vector<FileDescriptor>& otherViews) {
+    const FileDescriptor self(::open(kOwnProcess, O_PATH | O_DIRECTORY | O_CLOEXEC));
+    if (!self.valid()) {
+        throw systemError("open(/proc/self) failed: ");
+    }
+    joinNamespaces(handle);
+    if (!isAtBuiltRoot(self)) {
+        throw std::runtime_error(namespaceFile(handle.userName, kViewKind) +
+                                 ": the view is not complete, stop the container and start it: "
+                                 "kivctl stop " +
+                                 handle.userName + ", kivctl start " + handle.userName);
+    }
+    dropNames();
+    for (const FileDescriptor& view : otherViews) {
+        if (::setns(view.get(), CLONE_NEWNS) != 0) {
+            throw systemError("setns() failed: ");
+        }
+        if (isAtBuiltRoot(self)) {
+            dropNames();
+        }
+    }
+}
+
+/// Has a child build the view, in a mount namespace that nothing else holds. The descriptor holds
+/// it. A failure of the child is reported by it and thrown here.
+FileDescriptor buildView(const ContainerHandle& handle, const RunMark& mark) {
+    const SetUpPlan plan{
+        handle.userName, {}, Util::getpwuid(handle.uid), CLONE_NEWNS, Pinned::Some};
+    int syncFd = -1;
+    const pid_t child = forkUnshare(plan.flags, syncFd);
+    if (child == 0) {
+        runSetUpChild(plan, mark);
+    }
+    FileDescriptor sync(syncFd);
+    ScopeGuard neverLeaveTheChild([child, &sync] { releaseAndWait(child, sync); });
+    requireOwnNamespaces(child, plan.flags);
+    const std::string link = namespaceLink(child, kViewKind);
+    FileDescriptor view(::open(link.c_str(), O_RDONLY | O_CLOEXEC));
+    if (!view.valid()) {
+        throw systemError(link, ": ");
+    }
+    neverLeaveTheChild.dismiss();
+    if (releaseAndWait(child, sync) != 0) {
+        throw std::runtime_error("the new view could not be built, the earlier one stays");
+    }
+    return view;
+}
+
+/// Whoever joins without the account's lock finds the mark between the two mounts, and so does the
+/// next start, should this process be killed there.
+void pinInstead(const ContainerHandle& handle, const FileDescriptor& view, const RunMark& mark) {
+    const std::string target = namespaceFile(handle.userName, kViewKind);
+    const std::string source = std::string(kOwnProcess) + "/fd/" + std::to_string(view.get());
+    if (!mark.write({CLONE_NEWNS})) {
+        throw systemError(runtimeDirectory, ": cannot mark a container that is being refreshed: ");
+    }
+    if (::umount2(target.c_str(), MNT_DETACH | UMOUNT_NOFOLLOW) != 0) {
+        const int error = errno;
+        mark.clear();
+        throw systemError("Cannot unmount " + target + ": ", error);
+    }
+    progress("bind-mounting " + target);
+    if (::mount(source.c_str(), target.c_str(), nullptr, MS_BIND, nullptr) != 0) {
+        throw systemError(source, ": mount(", target, ") failed: ");
+    }
+    mark.clear();
+}
+
+/// False when there is nothing to refresh and nobody has asked for this account.
+bool refreshContainer(const std::string& userName, Refresh what, bool isNamed,
+                      const std::vector<ProcessPlace>& places) {
+    ContainerHandle handle(userName);
+    const FileDescriptor lock = lockAccount(handle);
+    if (!isNamed && isStopped(handle)) {
+        return false;
+    }
+    progress("refreshing container: " + userName);
+    const std::vector<FileDescriptor> otherViews = openOtherViews(handle, places);
+    runInChild([&handle, &otherViews] { dropNamesOf(handle, otherViews); });
+    if (what == Refresh::NewView) {
+        const RunMark mark(userName);
+        pinInstead(handle, buildView(handle, mark), mark);
+    }
+    progress("OK.");
+    return true;
+}
+
+}  // namespace
+
+RefreshResult refreshContainers(const char* user, Refresh what) {
+    ::umask(kSetUpUmask);
+    // Once for all accounts. Whoever enters after it enters a pinned view, which has its own turn.
+    const std::vector<ProcessPlace> places = listProcessPlaces();
+    RefreshResult result;
+    result.failures = forEachAccount(user, [&](const AccountEntry& account) {
+        if (refreshContainer(account.name, what, user != nullptr, places)) {
+            result.accounts.push_back(account.name);
+        }
+    });
+    return result;
+}

@@ -1,0 +1,22 @@
+// The command line of kiv-refresh.
+#pragma once
+
+#include "companions/refresh/refresh_containers.h"
+
+enum class RefreshAction { Refresh, Help, Version };
+
+struct RefreshRequest {
+    RefreshAction action = RefreshAction::Refresh;
+    const char* user = nullptr;        ///< not owned; null for all (-a)
+    const char* configFile = nullptr;  ///< not owned; null for the default
+    Refresh what = Refresh::NewView;
+    bool showSteps = false;
+};
+
+/// Options may stand in any order, before and behind the user. Throws std::runtime_error with the
+/// translated message when the command line is not understood. May be called again with another
+/// vector.
+RefreshRequest parseRefreshOptions(int argc, char** argv);
+
+/// Writes the help text on standard output.
+void printRefreshHelp();
