@@ -150,3 +150,23 @@ offers "alice" -- al
 offers "" -- -
 EOF
 }
+
+@test "kiv-refresh's options and accounts complete in any order" {
+    in_host <<'EOF'
+installed
+export PROGRAM=kiv-refresh
+printf '%s\n' 'alice net=100.64.0.4/30' 'anna net=100.64.0.8/30' 'bob' >"$registry"
+mkdir -p /tmp/files
+touch /tmp/files/file
+offers "-a alice anna bob" ""
+offers "alice anna" a
+offers "-a alice anna bob" --in-place -d ""
+offers "alice anna bob" -- ""
+offers "-a -c -d -h -v --config= --help --in-place --version" -
+offers "--in-place" alice --i
+offers "" alice ""
+offers "" -a ""
+offers "/tmp/files/file" alice -dc /tmp/files/fi
+offers "-a alice anna bob" -c /tmp/files/file ""
+EOF
+}
