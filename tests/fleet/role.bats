@@ -96,6 +96,23 @@ same namespaces "$before" "$(namespaces alice; namespaces bob)"
 EOF
 }
 
+@test "a new configuration is in force for whoever enters, and who runs keeps network and namespaces" {
+    in_host <<'EOF'
+fresh_host
+apply "[alice]"
+before=$(namespaces alice)
+kiv-run alice test -e /etc/hostname
+{ cat "$project/dist/kiv.conf" && printf 'hide\n    /etc/hostname\n'; } >/tmp/other.conf
+apply "[alice]" "kivctl_configuration_file: /tmp/other.conf"
+same status 0 "$status"
+same recap "changed=2" "$recap" # configuration and handler
+refused kiv-run alice test -e /etc/hostname
+same namespaces "$before" "$(namespaces alice)"
+apply "[alice]" "kivctl_configuration_file: /tmp/other.conf"
+same "recap of the second time" "" "$recap"
+EOF
+}
+
 @test "who has left the inventory is told while running, and goes when stopped" {
     in_host <<'EOF'
 fresh_host
@@ -143,7 +160,7 @@ EOF
     in_host <<'EOF'
 fresh_host
 apply "[alice, ghost, bob]" 2>/dev/null
-same recap "changed=4 failed=1" "$recap"
+same recap "changed=5 failed=1" "$recap"
 grep -q "ghost: unknown user" <<<"$out"
 for name in alice bob; do
     same "live namespaces of $name" $'net\nipc\nmnt' "$(mounted "$name")"
