@@ -32,6 +32,9 @@ program_elsewhere() {
     fi
 }
 
+# firewall: the shipped one, in force.
+firewall() { nft -f "$(dirname "${BASH_SOURCE[0]}")/../../dist/nftables/kivctl.nft"; }
+
 # enter NAME COMMAND…: runs a command in the account's container as the account.
 enter() {
     enter_as_root "$1" setpriv --reuid "$1" --regid "$(id -g "$1")" --init-groups "${@:2}"
