@@ -302,11 +302,9 @@ try_from on_host
 EOF
 }
 
-@test "another account's servers are out of reach behind the host's firewall" {
+@test "another account's servers are out of reach behind the firewall" {
     on_two_accounts <<'EOF'
-iptables -A FORWARD -o uplink -j ACCEPT
-iptables -A FORWARD -i uplink -m conntrack --ctstate ESTABLISHED,RELATED -j ACCEPT
-iptables -A FORWARD -j REJECT
+firewall
 enter bob socat TCP-LISTEN:8080,fork,reuseaddr SYSTEM:'echo bob' &
 until [ "$(enter bob bash -c 'cat </dev/tcp/100.64.0.10/8080')" = bob ] 2>/dev/null; do sleep 0.01; done
 capture inside alice 'timeout 2 bash -c "cat </dev/tcp/100.64.0.10/8080"'
