@@ -9,10 +9,13 @@
 #include <sys/socket.h>
 
 #include <algorithm>
+#include <array>
 #include <bit>
 #include <cerrno>
 #include <cstddef>
-#include <map>
+#include <iterator>
+#include <span>
+#include <string>
 #include <string_view>
 
 #include "libkiv/system_calls.h"
@@ -20,12 +23,12 @@
 namespace {
 
 using Program = std::vector<sock_filter>;
-using Answers = std::map<std::uint32_t, Program>;  ///< by the number of the call
+using Part = std::span<const sock_filter>;
 
 /// Calls that older tables have behind one number, with a number of their own in argument 0:
-/// socketcall(2), ipc(2).
+/// socketcall(2), ipc(2). Sorted by name.
 struct SharedNumber {
-    const char* name;
+    std::string_view name;
     const char* sharedBy;
     std::uint32_t inArgument;
 };
@@ -100,10 +103,6 @@ constexpr sock_filter loadArgument(std::size_t index) {
     return load(offsetof(seccomp_data, args) + index * sizeof(seccomp_data::args[0]) + kLowHalf);
 }
 
-constexpr sock_filter loadNumber() {
-    return load(offsetof(seccomp_data, nr));
-}
-
 constexpr sock_filter keep(std::uint32_t bits) {
     return BPF_STMT(BPF_ALU | BPF_AND | BPF_K, bits);
 }
@@ -133,37 +132,44 @@ constexpr sock_filter passOverBelow(std::uint32_t value, std::uint8_t count) {
     return BPF_JUMP(BPF_JMP | BPF_JGE | BPF_K, value, 0, count);
 }
 
-void append(Program& program, const Program& part) {
-    program.insert(program.end(), part.begin(), part.end());
-}
+constexpr sock_filter kDeny[] = {answerWith(kDenied)};
+constexpr sock_filter kKill[] = {answerWith(SECCOMP_RET_KILL_PROCESS)};
+constexpr sock_filter kMiss[] = {answerWith(kMissing)};
+constexpr sock_filter kNewUserNamespace[] = {loadArgument(0), passOverUnlessAnyOf(CLONE_NEWUSER, 1),
+                                             answerWith(kDenied)};
+constexpr sock_filter kHarmfulRequests[] = {loadArgument(1),
+                                            passOverUnless(TIOCSTI, 1),
+                                            answerWith(kDenied),
+                                            passOverUnless(kTerminalSubcodes, 1),
+                                            answerWith(kDenied),
+                                            passOverUnless(TIOCSETD, 1),
+                                            answerWith(kDenied),
+                                            keep(kWithoutSize),
+                                            passOverUnless(kProcessInformation, 1),
+                                            answerWith(kDenied)};
+constexpr sock_filter kOddPersonality[] = {loadArgument(0), passOverIf(kQuestion, 3),
+                                           keep(~kHarmlessBits), passOverIf(0, 1),
+                                           answerWith(kDenied)};
+constexpr sock_filter kVsock[] = {loadArgument(0), passOverUnless(AF_VSOCK, 1),
+                                  answerWith(kDenied)};
 
 /// The instructions for a call whose number matches. What none of them answers is allowed.
-Program answersTo(Answer answer) {
+Part answersTo(Answer answer) {
     switch (answer) {
         case Answer::Deny:
-            return {answerWith(kDenied)};
+            return kDeny;
         case Answer::Kill:
-            return {answerWith(SECCOMP_RET_KILL_PROCESS)};
+            return kKill;
         case Answer::Missing:
-            return {answerWith(kMissing)};
+            return kMiss;
         case Answer::DenyNewUserNamespace:
-            return {loadArgument(0), passOverUnlessAnyOf(CLONE_NEWUSER, 1), answerWith(kDenied)};
+            return kNewUserNamespace;
         case Answer::DenyHarmfulRequests:
-            return {loadArgument(1),
-                    passOverUnless(TIOCSTI, 1),
-                    answerWith(kDenied),
-                    passOverUnless(kTerminalSubcodes, 1),
-                    answerWith(kDenied),
-                    passOverUnless(TIOCSETD, 1),
-                    answerWith(kDenied),
-                    keep(kWithoutSize),
-                    passOverUnless(kProcessInformation, 1),
-                    answerWith(kDenied)};
+            return kHarmfulRequests;
         case Answer::DenyOddPersonality:
-            return {loadArgument(0), passOverIf(kQuestion, 3), keep(~kHarmlessBits),
-                    passOverIf(0, 1), answerWith(kDenied)};
+            return kOddPersonality;
         case Answer::DenyVsock:
-            return {loadArgument(0), passOverUnless(AF_VSOCK, 1), answerWith(kDenied)};
+            return kVsock;
     }
     return {};
 }
@@ -182,21 +188,29 @@ bool isOpen(const SystemCallTable& table, const SystemCallRules& rules) {
     return rules.deniedTables.count(table.name) == 0;
 }
 
+/// The answer to a number, or to one of the calls that share it.
+struct NumberedAnswer {
+    std::uint32_t number;
+    std::uint32_t inArgument;  ///< as of SharedNumber; 0 for a call with a number of its own
+    Answer answer;
+};
+using Answers = std::vector<NumberedAnswer>;
+
 /// The same answer where the call is one of several behind a number. A call whose arguments matter
 /// has them in memory there, where a filter cannot look.
-void addShared(Answers& answers, std::string_view name, Answer answer, std::size_t table) {
-    for (const SharedNumber& shared : kSharedNumbers) {
-        const auto number =
-            shared.name == name ? systemCallNumber(shared.sharedBy, table) : std::nullopt;
-        if (number && isWhole(answer)) {
-            append(answers[*number], {loadArgument(0), keep(kNumberInArgument),
-                                      passOverUnless(shared.inArgument, 1)});
-            append(answers[*number], answersTo(answer));
-        }
+void addShared(Answers& answers, const std::string& name, Answer answer, std::size_t table) {
+    const auto* const shared = std::lower_bound(
+        std::begin(kSharedNumbers), std::end(kSharedNumbers), name,
+        [](const SharedNumber& row, const std::string& wanted) { return row.name < wanted; });
+    if (shared == std::end(kSharedNumbers) || shared->name != name || !isWhole(answer)) {
+        return;
+    }
+    if (const auto number = systemCallNumber(shared->sharedBy, table)) {
+        answers.push_back({*number, shared->inArgument, answer});
     }
 }
 
-/// The answers to all calls that the kernel shows with one architecture.
+/// The answers to all calls that the kernel shows with one architecture, by number.
 Answers answersOn(std::uint32_t architecture, const SystemCallRules& rules) {
     Answers answers;
     for (std::size_t table = 0; table < countOfTables(); ++table) {
@@ -206,51 +220,81 @@ Answers answersOn(std::uint32_t architecture, const SystemCallRules& rules) {
         }
         for (const auto& [name, answer] : rules.calls) {
             if (const auto number = systemCallNumber(name, table)) {
-                append(answers[*number], answersTo(answer));
+                answers.push_back({*number, 0, answer});
             }
             addShared(answers, name, answer, table);
         }
     }
+    std::sort(answers.begin(), answers.end(),
+              [](const NumberedAnswer& one, const NumberedAnswer& other) {
+                  return one.number < other.number;
+              });
+    return answers;
+}
+
+void append(Program& program, Part part) {
+    program.insert(program.end(), part.begin(), part.end());
+}
+
+/// How many instructions follow the one at `index`.
+std::size_t behind(const Program& program, std::size_t index) {
+    return program.size() - index - 1;
+}
+
+/// Appends the answers to the first number, and returns the rest.
+std::span<const NumberedAnswer> appendNumber(Program& program,
+                                             std::span<const NumberedAnswer> answers) {
+    const std::uint32_t number = answers.front().number;
+    const std::size_t comparison = program.size();
+    program.push_back(passOverUnless(number, 0));
+    bool answersAll = false;
+    for (; !answers.empty() && answers.front().number == number; answers = answers.subspan(1)) {
+        const NumberedAnswer& next = answers.front();
+        if (next.inArgument != 0) {
+            append(program, std::array{loadArgument(0), keep(kNumberInArgument),
+                                       passOverUnless(next.inArgument, 1)});
+        }
+        append(program, answersTo(next.answer));
+        answersAll = answersAll || (next.inArgument == 0 && isWhole(next.answer));
+    }
+    if (!answersAll) {
+        program.push_back(answerWith(SECCOMP_RET_ALLOW));
+    }
+    program[comparison].jf = static_cast<std::uint8_t>(behind(program, comparison));
     return answers;
 }
 
 /// Halves the numbers until few are left: most calls of a program match none, and would pass all of
 /// them.
-Program search(Answers::const_iterator begin, Answers::const_iterator end) {
-    constexpr std::ptrdiff_t kFew = 4;
-    const auto count = std::distance(begin, end);
-    Program program;
-    if (count <= kFew) {
-        for (auto next = begin; next != end; ++next) {
-            Program answers = next->second;
-            if (answers.size() > 1) {  // else the only instruction answers every call
-                answers.push_back(answerWith(SECCOMP_RET_ALLOW));
-            }
-            program.push_back(
-                passOverUnless(next->first, static_cast<std::uint8_t>(answers.size())));
-            append(program, answers);
-        }
-        program.push_back(answerWith(SECCOMP_RET_ALLOW));
-        return program;
+void appendSearch(Program& program, std::span<const NumberedAnswer> answers) {
+    constexpr std::size_t kFew = 4;
+    auto middle = answers.begin() + static_cast<std::ptrdiff_t>(answers.size() / 2);
+    while (middle != answers.begin() && middle->number == std::prev(middle)->number) {
+        --middle;  // all answers to a number are on one side
     }
-    const auto middle = std::next(begin, count / 2);
-    const Program below = search(begin, middle);
-    append(program, {passOverBelow(middle->first, 1), passOver(below.size())});
-    append(program, below);
-    append(program, search(middle, end));
-    return program;
+    if (answers.size() > kFew && middle != answers.begin()) {
+        program.push_back(passOverBelow(middle->number, 1));
+        const std::size_t jump = program.size();
+        program.push_back(passOver(0));
+        appendSearch(program, {answers.begin(), middle});
+        program[jump].k = static_cast<std::uint32_t>(behind(program, jump));
+        appendSearch(program, {middle, answers.end()});
+        return;
+    }
+    while (!answers.empty()) {
+        answers = appendNumber(program, answers);
+    }
+    program.push_back(answerWith(SECCOMP_RET_ALLOW));
 }
 
 /// What follows the comparison of the architecture.
-Program callsOf(std::uint32_t architecture, const SystemCallRules& rules) {
-    Program program = {loadNumber()};
+void appendCalls(Program& program, std::uint32_t architecture, const SystemCallRules& rules) {
+    program.push_back(load(offsetof(seccomp_data, nr)));
     if (architecture == AUDIT_ARCH_X86_64 && rules.deniedTables.count("x32") != 0) {
-        append(program,
-               {passOverIf(kTakenByTracer, 2), passOverBelow(kX32Bit, 1), answerWith(kMissing)});
+        append(program, std::array{passOverIf(kTakenByTracer, 2), passOverBelow(kX32Bit, 1),
+                                   answerWith(kMissing)});
     }
-    const Answers answers = answersOn(architecture, rules);
-    append(program, search(answers.begin(), answers.end()));
-    return program;
+    appendSearch(program, answersOn(architecture, rules));
 }
 
 }  // namespace
@@ -262,9 +306,11 @@ std::vector<sock_filter> filterProgram(const SystemCallRules& rules) {
         if (shownArchitecture(table) != table.architecture || !isOpen(table, rules)) {
             continue;  // among the calls of the other that is shown so, or denied as a whole
         }
-        const Program calls = callsOf(table.architecture, rules);
-        append(program, {passOverIf(table.architecture, 1), passOver(calls.size())});
-        append(program, calls);
+        program.push_back(passOverIf(table.architecture, 1));
+        const std::size_t jump = program.size();
+        program.push_back(passOver(0));
+        appendCalls(program, table.architecture, rules);
+        program[jump].k = static_cast<std::uint32_t>(behind(program, jump));
     }
     program.push_back(answerWith(SECCOMP_RET_KILL_PROCESS));
     return program;

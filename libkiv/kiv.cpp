@@ -4,6 +4,7 @@
 #include <syslog.h>
 
 #include <exception>
+#include <optional>
 #include <stdexcept>
 #include <string>
 
@@ -21,8 +22,8 @@ namespace {
 kiv_log_cb logCallback = nullptr;
 
 struct Session {
-    Policy policy;
-    std::string fault;  ///< why there is no policy to enforce
+    std::optional<Policy> policy;  ///< none before it is asked for: the default takes time to make
+    std::string fault;             ///< why there is no policy to enforce
 };
 
 Session& session() {
@@ -50,7 +51,10 @@ const Policy& enforceable() {
     if (!session().fault.empty()) {
         throw std::runtime_error(session().fault);
     }
-    return session().policy;
+    if (!session().policy) {
+        session().policy.emplace();
+    }
+    return *session().policy;
 }
 
 void loadPolicy() {

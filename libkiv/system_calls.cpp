@@ -1,8 +1,9 @@
 #include "libkiv/system_calls.h"
 
 #include <algorithm>
-#include <array>
+#include <cstring>
 #include <iterator>
+#include <string_view>
 
 namespace {
 
@@ -20,11 +21,14 @@ struct SystemCall {
 
 constexpr std::string_view kNamesOfTables[] = {"i386", "x32", "arm"};
 
-/// nullptr when there is none of that name.
-const SystemCall* findCall(std::string_view name) {
-    const auto* const found = std::lower_bound(
-        std::begin(kSystemCalls), std::end(kSystemCalls), name,
-        [](const SystemCall& call, std::string_view wanted) { return call.name < wanted; });
+/// nullptr when there is none of that name. A name with a NUL byte is none, though it may begin
+/// with one.
+const SystemCall* findCall(const std::string& name) {
+    const auto* const found =
+        std::lower_bound(std::begin(kSystemCalls), std::end(kSystemCalls), name.c_str(),
+                         [](const SystemCall& call, const char* wanted) {
+                             return std::strcmp(call.name, wanted) < 0;
+                         });
     return found == std::end(kSystemCalls) || found->name != name ? nullptr : found;
 }
 
@@ -38,16 +42,16 @@ const SystemCallTable& systemCallTable(std::size_t index) {
     return kTables[index];
 }
 
-bool isSystemCallTable(std::string_view name) {
+bool isSystemCallTable(const std::string& name) {
     return std::find(std::begin(kNamesOfTables), std::end(kNamesOfTables), name) !=
            std::end(kNamesOfTables);
 }
 
-bool isSystemCall(std::string_view name) {
+bool isSystemCall(const std::string& name) {
     return findCall(name) != nullptr;
 }
 
-std::optional<std::uint32_t> systemCallNumber(std::string_view name, std::size_t table) {
+std::optional<std::uint32_t> systemCallNumber(const std::string& name, std::size_t table) {
     const SystemCall* const call = findCall(name);
     if (call == nullptr || call->numbers[table] == kNoNumber) {
         return std::nullopt;

@@ -4,7 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <optional>
-#include <string_view>
+#include <string>
 
 /// A table by which the kernel numbers system calls.
 struct SystemCallTable {
@@ -18,11 +18,11 @@ const SystemCallTable& systemCallTable(std::size_t index);
 
 /// True for the tables that a machine can have in addition to its own: i386, x32, arm. This
 /// machine may lack them.
-bool isSystemCallTable(std::string_view name);
+bool isSystemCallTable(const std::string& name);
 
 /// True for a call of any architecture.
-bool isSystemCall(std::string_view name);
+bool isSystemCall(const std::string& name);
 
 /// The call's number on the table of that index. Nothing where the table does not have the call or
 /// has it only behind a number that several calls share.
-std::optional<std::uint32_t> systemCallNumber(std::string_view name, std::size_t table);
+std::optional<std::uint32_t> systemCallNumber(const std::string& name, std::size_t table);
