@@ -25,7 +25,7 @@ void parseSettings(AccountEntry& entry, WordReader& words) {
 
 }  // namespace
 
-void readAccounts(std::list<AccountEntry>& result, const std::string& user, const char* registry) {
+int readAccounts(std::list<AccountEntry>& result, const std::string& user, const char* registry) {
     LineReader file(registry);
     if (!file.opened()) {
         throw systemError("cannot open ", registry, ": ");
@@ -43,6 +43,7 @@ void readAccounts(std::list<AccountEntry>& result, const std::string& user, cons
         }
         parseSettings(result.emplace_back(AccountEntry{std::string(name), ""}), words);
     }
+    return file.error();
 }
 
 std::list<AccountEntry> selectAccounts(const char* user) {

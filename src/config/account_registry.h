@@ -14,9 +14,10 @@ inline constexpr const char* kAccountRegistry = "/etc/tarnwell/kiv.users";
 /// Appends the registry's accounts in file order: those named `user` exactly, or all when `user` is
 /// empty. An account on several lines comes several times. An unknown setting is reported on
 /// standard error and left out; no line is rejected. Throws std::runtime_error when the registry
-/// cannot be opened. Nothing is cached.
-void readAccounts(std::list<AccountEntry>& result, const std::string& user,
-                  const char* registry = kAccountRegistry);
+/// cannot be opened. Nothing is cached. 0, or the errno of a failed read, behind which accounts are
+/// missing.
+int readAccounts(std::list<AccountEntry>& result, const std::string& user,
+                 const char* registry = kAccountRegistry);
 
 /// The accounts that a command is for: `user`, or all when it is null (-a). A name that is given
 /// but empty is an account that is not configured; it never means all (a panel's `stop "$unset"`).

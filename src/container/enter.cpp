@@ -7,7 +7,6 @@
 
 #include <array>
 #include <cerrno>
-#include <chrono>
 #include <climits>
 #include <csignal>
 #include <cstdarg>
@@ -26,8 +25,6 @@
 #include "util/string_util.h"
 
 namespace {
-
-constexpr std::chrono::seconds kLongestBuild{5};
 
 /// Processes of the account share the container with this one before it has become theirs: none may
 /// trace it or read its memory. The kernel forgets this with every change of user.
@@ -89,14 +86,14 @@ void applyNamespaces(ContainerHandle& handle) {
     failUnless(kiv_apply_namespaces(&handle, handle.userName.c_str(), 0) != -1, handle);
 }
 
-void join(ContainerHandle& handle) {
+void join(ContainerHandle& handle, OwnCapabilities own) {
     kiv_set_log_cb(libraryLogCallback);
     kiv_load_config(&handle);  // what it could not read makes the steps fail that depend on it
     // deliberate: libraries differ in what they return, so the results are not judged alike
     failUnless(kiv_cg_enter(&handle, handle.uid) == 0, handle);
     applyNamespaces(handle);
     failUnless(kiv_seccomp(&handle) != -1, handle);
-    failUnless(kiv_capabilities(&handle) != -1, handle);
+    failUnless(own == OwnCapabilities::Kept || kiv_capabilities(&handle) != -1, handle);
 }
 
 }  // namespace
@@ -109,12 +106,12 @@ PasswordEntry passwordEntryOf(const ContainerHandle& handle) {
     return *account;
 }
 
-void joinContainer(ContainerHandle& handle) {
+void joinContainer(ContainerHandle& handle, OwnCapabilities own) {
     loadErrorTexts();
     // else a container could be entered while its root is still the host's
     const FileDescriptor lock = shareAccount(handle, kLongestBuild);
     forbidTracing();
-    join(handle);
+    join(handle, own);
 }
 
 void joinNamespaces(ContainerHandle& handle) {

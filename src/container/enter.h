@@ -2,20 +2,26 @@
 // the caller's.
 #pragma once
 
+#include <chrono>
 #include <string>
 
 #include "container/container_handle.h"
 #include "util/util.h"
+
+/// How long whoever enters waits for a container that is being started or stopped.
+inline constexpr std::chrono::seconds kLongestBuild{5};
 
 /// The account's first password entry: its home, its shell and its group. Throws
 /// std::runtime_error.
 PasswordEntry passwordEntryOf(const ContainerHandle& handle);
 
 /// Moves this process into the account's cgroup and container, under its filter and its limits on
-/// capabilities, after waiting for a container that is being started or stopped: five seconds at
+/// capabilities, after waiting for a container that is being started or stopped: kLongestBuild at
 /// most. Throws std::runtime_error; the process may then be inside in part. There is no way back:
-/// whoever catches that must end the process, and after a success becomeAccount comes next.
-void joinContainer(ContainerHandle& handle);
+/// whoever catches that must end the process, and after a success becomeAccount comes next. With
+/// OwnCapabilities::Kept the last of the library's steps, kiv_capabilities, is the caller's.
+enum class OwnCapabilities { GivenUp, Kept };
+void joinContainer(ContainerHandle& handle, OwnCapabilities own = OwnCapabilities::GivenUp);
 
 /// Moves this process, still root, into the namespaces only. For whoever holds the account's lock.
 /// Throws std::runtime_error with the library's text.

@@ -5,6 +5,8 @@
 #include <syslog.h>
 #include <unistd.h>
 
+#include <array>
+#include <climits>
 #include <cstddef>
 #include <string_view>
 #include <utility>
@@ -53,9 +55,9 @@ std::string loginUid() {
 
 std::string terminal() {
     for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
-        const char* const name = ::isatty(descriptor) != 0 ? ::ttyname(descriptor) : nullptr;
-        if (name != nullptr) {
-            return name;
+        std::array<char, PATH_MAX> name{};
+        if (::ttyname_r(descriptor, name.data(), name.size()) == 0) {
+            return name.data();
         }
     }
     return kUnknown;
@@ -63,12 +65,12 @@ std::string terminal() {
 
 }  // namespace
 
-EntryLog::EntryLog(std::string program, const std::string& userName, const std::string& command,
+EntryLog::EntryLog(std::string program, const std::string& userName, const std::string& what,
                    const std::string& path)
     : programName(std::move(program)),
       socket(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)),
       description("loginuid=" + loginUid() + " terminal=" + terminal() + " account=" + userName +
-                  " command=" + command) {
+                  " " + what) {
     ::tzset();  // reads the host's time zone: none of the container's files must be opened
     sockaddr_un address{};
     address.sun_family = AF_UNIX;

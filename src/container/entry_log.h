@@ -12,9 +12,9 @@
 /// fails for it.
 class EntryLog {
 public:
-    /// Notes who asks, by login user id and terminal, and for what. The lines are those of
-    /// `program`.
-    EntryLog(std::string program, const std::string& userName, const std::string& command,
+    /// Notes who asks, by login user id and terminal, and for what: "command=…", say. The lines are
+    /// those of `program`.
+    EntryLog(std::string program, const std::string& userName, const std::string& what,
              const std::string& path = "/dev/log");
 
     /// The account is entered: authpriv.info. From now on nothing is refused.

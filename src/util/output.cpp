@@ -7,7 +7,12 @@
 
 namespace {
 
+bool isSilent = false;
+
 void writeTo(std::FILE* stream, std::string_view text) {
+    if (isSilent) {
+        return;
+    }
     [[maybe_unused]] const auto ignored = std::fwrite(text.data(), 1, text.size(), stream);
 }
 
@@ -23,6 +28,10 @@ void flushOutput() {
 
 void printError(std::string_view text) {
     writeTo(stderr, text);
+}
+
+void silenceOutput() {
+    isSilent = true;
 }
 
 void progress(const std::string& line) {

@@ -15,6 +15,10 @@ void flushOutput();
 /// Writes to standard error at once, so that a line of one call stays whole among those of others.
 void printError(std::string_view text);
 
+/// From now on nothing is written. For a module in another program: the standard streams are that
+/// program's, and may be a connection.
+void silenceOutput();
+
 /// Writes `line`, escaped as by report, and a newline to standard output and flushes, when -d was
 /// given.
 void progress(const std::string& line);

@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <stdexcept>
 #include <utility>
+#include <vector>
 
 #include "util/errors.h"
 #include "util/password_file.h"
@@ -24,6 +25,29 @@ PasswordEntry copyOf(const passwd& entry) {
 /// getpwnam(3): these say "not found" on some name services, beside a plain null.
 bool meansNotFound(int error) {
     return error == 0 || error == ENOENT || error == ESRCH || error == EBADF || error == EPERM;
+}
+
+using Buffer = std::vector<char>;
+
+struct LookUp {
+    std::optional<PasswordEntry> entry;
+    int error = 0;
+};
+
+/// `call` is getpwnam_r(3) or the like. The plain calls would change an entry that belongs to the
+/// program which the PAM module runs in.
+template <typename Call>
+LookUp lookUp(Call call) {
+    constexpr std::size_t kUsualSize = 1024;
+    constexpr std::size_t kLargestSize = std::size_t{1} << 24;
+    for (Buffer buffer(kUsualSize);; buffer.resize(2 * buffer.size())) {
+        passwd entry{};
+        passwd* found = nullptr;
+        const int error = call(&entry, buffer, &found);
+        if (error != ERANGE || buffer.size() >= kLargestSize) {
+            return {found != nullptr ? std::optional(copyOf(*found)) : std::nullopt, error};
+        }
+    }
 }
 
 /// The name of a file within a directory, and no other.
@@ -56,22 +80,18 @@ std::optional<PasswordEntry> Util::findUser(const std::string& name) {
     if (auto found = findInPasswordFile(name)) {
         return found;
     }
-    errno = 0;
-    const passwd* entry = ::getpwnam(name.c_str());
-    const int error = errno;
-    if (entry != nullptr) {
-        return copyOf(*entry);
+    LookUp result = lookUp([&name](passwd* entry, Buffer& buffer, passwd** found) {
+        return ::getpwnam_r(name.c_str(), entry, buffer.data(), buffer.size(), found);
+    });
+    if (!result.entry && !meansNotFound(result.error)) {
+        throw systemError("cannot look up user: ", result.error);
     }
-    if (!meansNotFound(error)) {
-        throw systemError("cannot look up user: ", error);
-    }
-    return std::nullopt;
+    return std::move(result.entry);
 }
 
 std::optional<PasswordEntry> Util::getpwuid(uid_t uid) {
-    const passwd* entry = ::getpwuid(uid);
-    if (entry == nullptr) {
-        return std::nullopt;
-    }
-    return copyOf(*entry);
+    return lookUp([uid](passwd* entry, Buffer& buffer, passwd** found) {
+               return ::getpwuid_r(uid, entry, buffer.data(), buffer.size(), found);
+           })
+        .entry;
 }

@@ -162,7 +162,7 @@ int enter(const RunRequest& request) {
     if (wantsOwnTerminal(request)) {
         link.emplace(static_cast<int>(kFirstPreserved + request.preserved));
     }
-    EntryLog log("kiv-run", request.user, commandLine(request));
+    EntryLog log("kiv-run", request.user, "command=" + commandLine(request));
     try {
         return run(request, log, link);
     } catch (const std::exception& error) {
