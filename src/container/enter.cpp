@@ -64,18 +64,6 @@ bool closeOneByOne(unsigned first) {
     return descriptors.has_value();
 }
 
-void closeDescriptors(unsigned first) {
-    if (::close_range(first, UINT_MAX, 0) == 0) {
-        return;
-    }
-    const int error = errno;
-    // a kernel before Linux 5.9, or a filter that is older than the call
-    const bool isMissing = error == ENOSYS || error == EPERM;
-    if (!isMissing || !closeOneByOne(first)) {
-        throw systemError("close_range() failed: ", error);
-    }
-}
-
 void failUnless(bool succeeded, const ContainerHandle& handle) {
     if (!succeeded) {
         throw std::runtime_error(handle.error);
@@ -118,6 +106,18 @@ void joinNamespaces(ContainerHandle& handle) {
     loadErrorTexts();
     kiv_set_log_cb(libraryLogCallback);
     applyNamespaces(handle);
+}
+
+void closeDescriptors(unsigned first) {
+    if (::close_range(first, UINT_MAX, 0) == 0) {
+        return;
+    }
+    const int error = errno;
+    // a kernel before Linux 5.9, or a filter that is older than the call
+    const bool isMissing = error == ENOSYS || error == EPERM;
+    if (!isMissing || !closeOneByOne(first)) {
+        throw systemError("close_range() failed: ", error);
+    }
 }
 
 void becomeAccount(const ContainerHandle& handle, const PasswordEntry& account,

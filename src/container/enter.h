@@ -27,6 +27,9 @@ void joinContainer(ContainerHandle& handle, OwnCapabilities own = OwnCapabilitie
 /// Throws std::runtime_error with the library's text.
 void joinNamespaces(ContainerHandle& handle);
 
+/// Closes every descriptor from `first` on. Throws std::runtime_error.
+void closeDescriptors(unsigned first);
+
 /// Closes every descriptor from `firstClosed` on, then changes to the account's user, with its
 /// primary group only. Throws std::runtime_error; the process must then end.
 void becomeAccount(const ContainerHandle& handle, const PasswordEntry& account,

@@ -1,4 +1,4 @@
-"""Words for a simulated host on which one account's container is started and stopped again and again.
+"""Words for a simulated host on which one account's container is started, entered and stopped again and again.
 
 Everything here runs on that host (tests/host/simulated-host) and checks from outside: the mount table, the
 packet rules, the runtime directory, the interfaces. What is amiss is returned as a list of texts.
@@ -7,6 +7,7 @@ packet rules, the runtime directory, the interfaces. What is amiss is returned a
 import os
 import pathlib
 import re
+import signal
 import subprocess
 import time
 
@@ -16,6 +17,8 @@ WORK = pathlib.Path("/tmp/faults")
 KINDS = ("net", "ipc", "mnt")
 LONGEST_RUN = 20  # seconds; what takes longer hangs
 STATUSES = (0, 64, 71, 255)
+# of kiv-run; SIGHUP, also of the command, is for a terminal that is lost
+ENTRY_STATUSES = (0, 125, 126, 127, 128 + signal.SIGHUP, -signal.SIGHUP)
 
 # Everything that the layer and the root know how to do, so that every call of theirs is made.
 CONFIGURATION = """hide
@@ -98,8 +101,42 @@ LOOK = ("id; stat -f -c 'root %T' /; while read -r line; do echo \"route $line\"
         "echo descriptors /proc/$$/fd/*\n")
 
 
-def kivctl(*arguments):
-    return run(["kivctl", *arguments], LOOK if arguments[0] == "exec" else "")
+# The ways of kiv-run; the command looks around.
+ENTRIES = {"run": ("-T",), "run -t": ("-t",), "run --start": ("-T", "--start")}
+
+
+def words(command, account=ACCOUNT):
+    """The command line of a command of kivctl, or of a way of kiv-run."""
+    if command in ENTRIES:
+        return ["kiv-run", *ENTRIES[command], account, "/bin/bash", "-c", LOOK]
+    return ["kivctl", command, account]
+
+
+def given(command):
+    """Its standard input."""
+    return LOOK if command == "exec" else ""
+
+
+def kivctl(command, account):
+    return run(words(command, account), given(command))
+
+
+def left_entries(account=ACCOUNT):
+    """What of kiv-run, or of what it has run, is still there some seconds after its end."""
+    user = int(subprocess.run(["id", "-u", account], check=True, capture_output=True, text=True).stdout)
+    deadline = time.monotonic() + 5
+    while True:
+        found = []
+        for entry in pathlib.Path("/proc").glob("[0-9]*"):
+            try:
+                name = (entry / "comm").read_text().strip()
+                if name == "kiv-run" or entry.stat().st_uid == user:
+                    found.append(f"left: {entry.name} {name}")
+            except OSError:
+                continue  # ended meanwhile
+        if not found or time.monotonic() > deadline:
+            return found
+        time.sleep(0.02)
 
 
 def descriptors_too_many(looked):

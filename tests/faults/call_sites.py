@@ -16,6 +16,7 @@ ERRORS = {
     "close_range": ("ENOSYS", "EINVAL"),
     "connect": ("ENOENT", "ECONNREFUSED"),
     "dup2": ("EBUSY", "EMFILE"),
+    "dup3": ("EBUSY", "EMFILE"),
     "execve": ("ENOENT", "EACCES"),
     "fchdir": ("EACCES", "EPERM"),
     "fchmod": ("EPERM", "EROFS"),
@@ -46,18 +47,24 @@ ERRORS = {
     "pidfd_send_signal": ("ESRCH", "EPERM"),
     "pipe2": ("EMFILE", "ENFILE"),
     "pivot_root": ("EINVAL", "EPERM"),
+    "poll": ("EINTR", "ENOMEM"),
     "prctl": ("EPERM", "EINVAL"),
     "read": ("EIO", "EINTR"),
     "readlink": ("EACCES", "ENOENT"),
+    "recvmsg": ("ENOMEM", "ECONNRESET"),
     "rt_sigprocmask": ("EINVAL", "EFAULT"),
     "seccomp": ("EINVAL", "ENOMEM"),
+    "sendmsg": ("EPIPE", "ENOBUFS"),
     "setgroups": ("EPERM", "ENOMEM"),
     "setitimer": ("EINVAL", "EFAULT"),
     "setns": ("EPERM", "EINVAL"),
     "setresgid": ("EPERM", "EAGAIN"),
     "setresuid": ("EPERM", "EAGAIN"),
+    "setsid": ("EPERM",),
     "setxattr": ("EOPNOTSUPP", "ENOSPC"),
+    "signalfd4": ("EMFILE", "ENOMEM"),
     "socket": ("EMFILE", "EAFNOSUPPORT"),
+    "socketpair": ("EMFILE", "ENFILE"),
     "statfs": ("EACCES", "ENOSYS"),
     "statx": ("EACCES", "ENOSYS"),
     "umount2": ("EBUSY", "EPERM"),
@@ -85,7 +92,8 @@ class Site:
 
 def sites(trace, whole=False, names=ERRORS):
     """The sites of a process with these names, in order; of the whole trace or from the first own call."""
-    counts, found, own = {}, [], whole
+    # strace counts from behind the execve that starts the program
+    counts, found, own = {} if whole else {"execve": -1}, [], whole
     for line in trace.splitlines():
         called = re.match(r"(\w+)\(", line)
         if not called:

@@ -8,10 +8,25 @@ import errno
 import os
 import re
 
+import account_host
+
 ANY = ()
 MISSING = ("ENOENT",)
 
 ROWS = [
+    # kiv-run, whose other failures are those of exec
+    ("run|run -t", r'^openat\(.*"/etc/login.defs"', MISSING, r"^kiv-run: cannot open /etc/login.defs: {E}$", 125),
+    ("run|run -t", r'^execve\("/bin/bash"', ("EACCES",), r"^kiv-run: /bin/bash: {E}$", 127),
+    ("run|run -t", r'^execve\("/bin/bash"', MISSING, r"^kiv-run: /bin/bash: {E}$", 126),
+    ("run -t", r"^socketpair\(", ANY, r"^kiv-run: socketpair\(\) failed: {E}$", 125),
+    ("run -t", r"^(clone|fork)", ANY, r"^kiv-run: fork\(\) failed: {E}$", 125),
+    ("run -t", r"^signalfd4\(", ANY, r"^kiv-run: signalfd\(\) failed: {E}$", 125),
+    ("run -t", r"^(recvmsg|sendmsg)\(", ANY, r"^kiv-run: cannot hand the terminal over: {E}$", 125),
+    ("run -t", r'^openat\(.*"/dev/ptmx"', ANY, r"^kiv-run: cannot open a terminal of the container: {E}$", 125),
+    ("run -t", r"^ioctl\(.*(TIOCGPTPEER|TIOCSCTTY)", ANY,
+     r"^kiv-run: cannot open a terminal of the container: {E}$", 125),
+    # in the process inside: a descriptor that would stay the caller's
+    ("run -t forked", r"^dup2\(\d+, [012]\)", ANY, r"^kiv-run: cannot open a terminal of the container: {E}$", 125),
     # the host's preparation
     ("start", r'^(newfstatat|stat)\(.*"/run/kiv",', MISSING, r"^kivctl: /run/kiv: {E}$", 71),
     ("start", r'^mkdir\("/run/kiv"', ("EEXIST",), r"^kivctl: /run/kiv: mkdir\(\) failed: {E}$", 71),
@@ -85,9 +100,19 @@ def error_text(error):
     return os.strerror(getattr(errno, error))
 
 
-def expected(command, call, error):
+def expected(command, role, call, error):
     """(pattern, status or None) of the first row that fits, or None where no text names the failure."""
+    found = row_of((command, f"{command} {role}"), call, error)
+    if found is None and command in account_host.ENTRIES:
+        found = row_of(("exec",), call, error)
+        if found is not None:
+            line, status = found
+            found = line.replace("^kivctl: ", "^kiv-run: "), 125 if status == 71 else status
+    return found
+
+
+def row_of(commands, call, error):
     for row_command, row_call, excepted, line, status in ROWS:
-        if command in row_command.split("|") and error not in excepted and re.search(row_call, call):
+        if set(commands) & set(row_command.split("|")) and error not in excepted and re.search(row_call, call):
             return line.replace("{E}", re.escape(error_text(error))), status
     return None

@@ -1,9 +1,9 @@
-"""Runs a command of kivctl under strace, with something injected into one of its processes."""
+"""Runs a command of kivctl, or kiv-run, under strace, with something injected into one of its processes."""
 
 import re
 
 import account_host
-from account_host import ACCOUNT, WORK
+from account_host import WORK
 
 TRACE = WORK / "trace"
 STRACE = ["strace", "-qq", "-s", "200", "-o", str(TRACE)]
@@ -13,8 +13,8 @@ def traced(command, role, inject=None):
     """Runs the command with the calls of that process written down, one of them failing."""
     injection = ["-e", f"inject={inject}"] if inject else []
     TRACE.unlink(missing_ok=True)
-    given = account_host.LOOK if command == "exec" else ""
-    program = ["kivctl", "start" if command == "first" else command, ACCOUNT]
+    given = account_host.given(command)
+    program = account_host.words("start" if command == "first" else command)
     if role == "main":
         return account_host.run(STRACE + injection + program, given)
     if role == "forked":

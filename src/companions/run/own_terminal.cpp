@@ -5,7 +5,6 @@
 #include <sys/prctl.h>
 #include <unistd.h>
 
-#include <climits>
 #include <exception>
 #include <string>
 #include <utility>
@@ -14,21 +13,27 @@
 #include "companions/run/relay.h"
 #include "companions/run/relay_signals.h"
 #include "companions/run/run_command.h"
+#include "container/enter.h"
 #include "util/daemon.h"
 #include "util/errors.h"
 
 namespace {
 
 constexpr unsigned kNobody = 65534;
+constexpr int kPlaceOfParentEnd = STDERR_FILENO + 1;
+constexpr const char* kNoTerminal = "cannot open a terminal of the container: ";
 
 /// What the parent reads is the account's: it must be of no use to whoever finds a fault in it.
-void giveUpRights(int kept) {
+void giveUpRights(FileDescriptor& parentEnd) {
     ::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0);
     [[maybe_unused]] const int ignored = ::chdir("/");
-    if (kept > STDERR_FILENO + 1) {
-        ::close_range(STDERR_FILENO + 1, static_cast<unsigned>(kept) - 1, 0);
+    if (parentEnd.get() != kPlaceOfParentEnd) {
+        parentEnd.reset(::dup3(parentEnd.get(), kPlaceOfParentEnd, O_CLOEXEC));
     }
-    ::close_range(static_cast<unsigned>(kept) + 1, UINT_MAX, 0);
+    if (!parentEnd.valid()) {
+        throw systemError("cannot hand the terminal over: ");
+    }
+    closeDescriptors(kPlaceOfParentEnd + 1);
     if (!Daemon::changeUser(/*primaryGroupOnly=*/true, kNobody, kNobody)) {
         throw systemError("setuid() failed: ");
     }
@@ -40,7 +45,7 @@ void giveUpRights(int kept) {
     int status = kFailed;
     try {
         stopBlocking();
-        giveUpRights(parentEnd.get());
+        giveUpRights(parentEnd);
         status = Relay(command, std::move(parentEnd)).run();
     } catch (const std::exception& error) {
         report(std::string("kiv-run: ") + error.what());
@@ -48,18 +53,18 @@ void giveUpRights(int kept) {
     ::_exit(status);
 }
 
+/// The master does not block, for the relay.
 TerminalEnds openTerminal() {
-    constexpr const char* kFailure = "cannot open a terminal of the container: ";
     TerminalEnds ends;
-    ends.master.reset(::open("/dev/ptmx", O_RDWR | O_NOCTTY | O_CLOEXEC));
+    ends.master.reset(::open("/dev/ptmx", O_RDWR | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
     if (!ends.master.valid()) {
-        throw systemError(kFailure);
+        throw systemError(kNoTerminal);
     }
     const int unlocked = 0;
     ::ioctl(ends.master.get(), TIOCSPTLCK, &unlocked);
     ends.terminal.reset(::ioctl(ends.master.get(), TIOCGPTPEER, O_RDWR | O_NOCTTY | O_CLOEXEC));
     if (!ends.terminal.valid() || ::ioctl(ends.terminal.get(), TIOCSCTTY, 0) != 0) {
-        throw systemError(kFailure);
+        throw systemError(kNoTerminal);
     }
     return ends;
 }
@@ -94,6 +99,8 @@ void takeOwnTerminal(TerminalLink& link) {
     link.childEnd.reset();
     const int last = ::isatty(STDERR_FILENO) != 0 ? STDERR_FILENO : STDOUT_FILENO;
     for (int descriptor = STDIN_FILENO; descriptor <= last; ++descriptor) {
-        ::dup2(ends.terminal.get(), descriptor);
+        if (::dup2(ends.terminal.get(), descriptor) != descriptor) {
+            throw systemError(kNoTerminal);  // the command would have the caller's
+        }
     }
 }

@@ -1,6 +1,5 @@
 #include "companions/run/relay.h"
 
-#include <fcntl.h>
 #include <poll.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -110,7 +109,11 @@ void Relay::handleSignal() {
 
 void Relay::collectStatus() {
     int ended = 0;
-    if (!status && ::waitpid(command, &ended, WNOHANG) == command) {
+    pid_t collected = -1;
+    do {
+        collected = ::waitpid(command, &ended, WNOHANG);
+    } while (collected == -1 && errno == EINTR);
+    if (collected == command) {
         status = WIFSIGNALED(ended) ? kSignalBase + WTERMSIG(ended) : WEXITSTATUS(ended);
     }
 }
@@ -137,7 +140,6 @@ void Relay::acceptTerminal() {
     socket.reset();
     if (received) {
         ends = std::move(*received);
-        ::fcntl(ends.master.get(), F_SETFL, O_RDWR | O_NONBLOCK);
         resume();
     }
 }

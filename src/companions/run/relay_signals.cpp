@@ -4,6 +4,8 @@
 
 #include <csignal>
 
+#include "util/errors.h"
+
 namespace {
 
 bool isIgnored(int signal) {
@@ -33,12 +35,17 @@ sigset_t relaySignals() {
 
 void blockRelaySignals() {
     const sigset_t signals = relaySignals();
-    ::sigprocmask(SIG_BLOCK, &signals, nullptr);
+    if (::sigprocmask(SIG_BLOCK, &signals, nullptr) != 0) {
+        throw systemError("sigprocmask() failed: ");
+    }
 }
 
 RelaySignals::RelaySignals() {
     const sigset_t signals = relaySignals();
     queue.reset(::signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK));
+    if (!queue.valid()) {
+        throw systemError("signalfd() failed: ");
+    }
 }
 
 std::optional<int> RelaySignals::next() {

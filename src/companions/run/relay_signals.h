@@ -8,10 +8,12 @@
 
 /// Blocks all signals but those of faults and of the terminal's background, and those that the
 /// caller ignores: nohup(1) keeps its meaning. Signals from now on wait for RelaySignals.
+/// Throws std::runtime_error.
 void blockRelaySignals();
 
 class RelaySignals {
 public:
+    /// Throws std::runtime_error.
     RelaySignals();
 
     /// Becomes readable with each signal.
