@@ -33,7 +33,7 @@ programs bookworm
 programs trixie
 sampled_account
 same "programs that gain something inside and are not named" "" \
-    "$(gaining_inside alice /usr /etc | grep -Fvx "$(named)" || true)"
+    "$(gaining_inside alice /usr/bin /usr/lib /usr/libexec /usr/local /usr/sbin | grep -Fvx "$(named)" || true)"
 SCRIPT
 }
 
