@@ -198,6 +198,20 @@ enter bob firewall_calls flood 198.51.100.1 5000
 EOF
 }
 
+@test "a rule of somebody else that drops the whole range takes the database away, and the manual has what helps" {
+    on_firewall_host <<'EOF'
+firewall
+serve host 53 7000
+serve outside 7000
+iptables -I INPUT -s 100.64.0.0/10 ! -i tailscale0 -j DROP
+calls alice <<<$'tcp 127.0.0.1 3306 - silence\nudp 192.0.2.2 53 - silence\ntcp 198.51.100.1 7000 - outside'
+advice=$(sed 's/\\//g' "$rules/../../docs/man/kiv.7" | sed -n 's/^# \(iptables -I INPUT -i veth-+ -j ACCEPT\)$/\1/p')
+$advice
+calls alice <<<$'tcp 127.0.0.1 3306 - small\nudp 192.0.2.2 53 - host
+tcp 192.0.2.2 7000 - refused\ntcp 127.0.0.2%veth0 7000 - refused\ntcp 100.64.0.5 7000 - refused'
+EOF
+}
+
 @test "loading it again and again lets nothing through and interrupts nothing" {
     export KIV_HOST_DATABASE=none # a faster one
     on_firewall_host <<'EOF'
