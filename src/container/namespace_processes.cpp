@@ -47,17 +47,17 @@ bool livesIn(const NamespaceEntry& entry, const std::string& process) {
     if (entry.inode == 0) {
         return false;
     }
-    const std::uint64_t inode = inodeOf(process + "/ns/" + entry.kind);
+    const std::uint64_t inode = linkedInode(process + "/ns/" + entry.kind);
     return inode != 0 ? inode == entry.inode
                       : anyThread(process, [&entry](const std::string& thread) {
-                            return inodeOf(thread + "/ns/" + entry.kind) == entry.inode;
+                            return linkedInode(thread + "/ns/" + entry.kind) == entry.inode;
                         });
 }
 
 /// Fills in what `directory`, of a process or a thread, shows. False when it has ended.
 bool readPlace(ProcessPlace& place, const std::string& directory) {
-    place.network = inodeOf(directory + "/ns/net");
-    place.mounts = inodeOf(directory + "/ns/mnt");
+    place.network = linkedInode(directory + "/ns/net");
+    place.mounts = linkedInode(directory + "/ns/mnt");
     return place.network != 0 && place.mounts != 0;
 }
 

@@ -4,8 +4,13 @@
 #include <linux/magic.h>
 #include <sys/stat.h>
 #include <sys/vfs.h>
+#include <unistd.h>
 
+#include <array>
 #include <cerrno>
+#include <charconv>
+#include <string_view>
+#include <system_error>
 
 #include "util/errors.h"
 #include "util/file_descriptor.h"
@@ -25,6 +30,23 @@ std::string namespaceLink(pid_t pid, const std::string& kind) {
 std::uint64_t inodeOf(const std::string& path) {
     struct stat status {};
     return ::stat(path.c_str(), &status) == 0 ? status.st_ino : 0;
+}
+
+std::uint64_t linkedInode(const std::string& link) {
+    std::array<char, 64> text{};
+    const ssize_t length = ::readlink(link.c_str(), text.data(), text.size());
+    const std::string_view target(text.data(), length > 0 ? static_cast<std::size_t>(length) : 0);
+    // "net:[4026531840]", namespaces(7)
+    const std::size_t bracket = target.find(":[");
+    if (bracket != std::string_view::npos && target.ends_with(']')) {
+        const char* const end = target.data() + target.size() - 1;
+        std::uint64_t inode = 0;
+        const auto read = std::from_chars(target.data() + bracket + 2, end, inode);
+        if (read.ec == std::errc() && read.ptr == end) {
+            return inode;
+        }
+    }
+    return inodeOf(link);
 }
 
 std::uint64_t getNamespaceInode(pid_t pid, const std::string& kind) {

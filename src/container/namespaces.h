@@ -14,6 +14,10 @@ std::string namespaceLink(pid_t pid, const std::string& kind);
 /// namespace's number identifies it while it lives.
 std::uint64_t inodeOf(const std::string& path);
 
+/// The same for a link to a namespace below /proc, from the text of the link where it is one: in
+/// half the time.
+std::uint64_t linkedInode(const std::string& link);
+
 /// The inode number of a process's namespace. Throws std::runtime_error with the link and the
 /// reason when it cannot be examined.
 std::uint64_t getNamespaceInode(pid_t pid, const std::string& kind);

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -29,6 +30,36 @@ TEST(NamespaceInode, IsThatOfTheProcesssLink) {
 TEST(NamespaceInode, OfNoProcessIsAnErrorWithItsPath) {
     EXPECT_EQ(failureOf([] { getNamespaceInode(0, "mnt"); }),
               "/proc/0/ns/mnt: stat() failed: No such file or directory");
+}
+
+TEST(LinkedInode, IsReadFromTheLinkAlone) {
+    struct stat status {};
+    ASSERT_EQ(::stat("/proc/self/ns/net", &status), 0);
+    const auto result = inChild([&status] {
+        denySystemCall(SYS_newfstatat, EACCES);
+        return linkedInode("/proc/self/ns/net") == status.st_ino ? 0 : 1;
+    });
+    EXPECT_EQ(outcome(result), 0);
+}
+
+TEST(LinkedInode, OfAnotherFileIsTheFiles) {
+    TemporaryDirectory directory;
+    const std::string file = directory.write("/file", "");
+    for (const std::string target : {"file", "net:[]", "net:[12x]", "net:12]", "[12]"}) {
+        if (target != "file") {
+            std::filesystem::copy_file(file, directory.at("/" + target));
+        }
+        std::filesystem::remove(directory.at("/link"));
+        std::filesystem::create_symlink(target, directory.at("/link"));
+        EXPECT_EQ(linkedInode(directory.at("/link")), inodeOf(directory.at("/" + target)))
+            << target;
+    }
+    EXPECT_EQ(linkedInode(file), inodeOf(file));
+}
+
+TEST(LinkedInode, OfNothingIsNone) {
+    EXPECT_EQ(linkedInode("/proc/0/ns/net"), 0U);
+    EXPECT_EQ(errno, ENOENT);
 }
 
 TEST(EnsureFileExists, CreatesAnEmptyFileOfMode0600) {
