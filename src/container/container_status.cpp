@@ -1,7 +1,11 @@
 #include "container/container_status.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 
+#include <cstddef>
+
+#include "util/file_descriptor.h"
 #include "util/line_reader.h"
 
 namespace {
@@ -43,37 +47,46 @@ std::int64_t toLimit(const std::string& text) {
     return text == "max" ? kNoLimit : toNumber(text);
 }
 
+/// The directory of all accounts' slices, looked up once for thousands of files in it. Below a
+/// descriptor that is not valid there are none.
+int slicesDirectory(const std::string& path) {
+    static FileDescriptor directory;
+    if (!directory.valid()) {
+        directory.reset(::open(path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    }
+    return directory.get();
+}
+
 }  // namespace
 
 ContainerStatus::ContainerStatus(const ContainerHandle& container)
     : handle(&container), userName(container.userName) {}
 
 void collectStatus(ContainerStatus& status) {
+    const std::string cgroup = status.handle->getCgroupPath();
+    const std::size_t slash = cgroup.rfind('/');
     collectStatus(status, status.handle->getNamespacePrefix() + "mnt",
-                  status.handle->getCgroupPath());
+                  slicesDirectory(cgroup.substr(0, slash)), cgroup.substr(slash + 1));
 }
 
-void collectStatus(ContainerStatus& status, const std::string& namespaceFile,
+void collectStatus(ContainerStatus& status, const std::string& namespaceFile, int directory,
                    const std::string& cgroup) {
     if (!exists(namespaceFile)) {
         return;
     }
     status.active = true;
-    if (!exists(cgroup)) {
-        return;
-    }
     for (const CgroupFigure& figure : kFigures) {
-        const std::string current = readFirstLine(cgroup + figure.currentFile);
+        const std::string current = readFirstLine(directory, cgroup + figure.currentFile);
         if (!current.empty()) {
             status.*figure.known = true;
             status.*figure.current = toNumber(current);
-            status.*figure.limit = toLimit(readFirstLine(cgroup + figure.limitFile));
+            status.*figure.limit = toLimit(readFirstLine(directory, cgroup + figure.limitFile));
         }
     }
 }
 
-std::string readFirstLine(const std::string& path) {
-    LineReader file(path);
+std::string readFirstLine(int directory, const std::string& path) {
+    LineReader file(directory, path);
     std::string line;
     return file.next(line) ? line : "";
 }

@@ -26,10 +26,10 @@ struct ContainerStatus {
 /// figure that is no number: such a file is not the kernel's, and no runtime error.
 void collectStatus(ContainerStatus& status);
 
-/// The same from given places.
-void collectStatus(ContainerStatus& status, const std::string& namespaceFile,
+/// The same from given places; the path of the cgroup may be one below an open directory.
+void collectStatus(ContainerStatus& status, const std::string& namespaceFile, int directory,
                    const std::string& cgroup);
 
 /// Without its newline; empty when the file is, or when it cannot be opened or read: figures come
 /// and go with their cgroup.
-std::string readFirstLine(const std::string& path);
+std::string readFirstLine(int directory, const std::string& path);

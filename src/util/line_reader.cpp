@@ -5,8 +5,10 @@
 
 #include <cerrno>
 
-LineReader::LineReader(const std::string& path)
-    : file(::open(path.c_str(), O_RDONLY | O_CLOEXEC)) {}
+LineReader::LineReader(const std::string& path) : LineReader(AT_FDCWD, path) {}
+
+LineReader::LineReader(int directory, const std::string& path)
+    : file(::openat(directory, path.c_str(), O_RDONLY | O_CLOEXEC)) {}
 
 bool LineReader::next(std::string& line) {
     line.clear();

@@ -13,6 +13,8 @@ class LineReader {
 public:
     /// Opens the file; errno is that of open(2) when `opened` is false afterwards.
     explicit LineReader(const std::string& path);
+    /// The same for a path below an open directory, openat(2).
+    LineReader(int directory, const std::string& path);
 
     bool opened() const { return file.valid(); }
 

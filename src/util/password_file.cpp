@@ -62,8 +62,9 @@ bool PasswordFile::Version::isCurrent() const {
            sameTime(now.st_mtim, status.st_mtim) && sameTime(now.st_ctim, status.st_ctim);
 }
 
-PasswordFile::PasswordFile(std::string passwordFile, std::string sourcesFile)
-    : passwords{std::move(passwordFile)}, sources{std::move(sourcesFile)} {}
+PasswordFile::PasswordFile(std::string passwordFile, std::string sourcesFile,
+                           std::chrono::milliseconds lookEvery)
+    : passwords{std::move(passwordFile)}, sources{std::move(sourcesFile)}, interval(lookEvery) {}
 
 std::optional<PasswordEntry> PasswordFile::find(std::string_view name) {
     if (!isCurrent()) {
@@ -81,6 +82,16 @@ std::optional<PasswordEntry> PasswordFile::find(std::string_view name) {
     const char* const home = nameOf(*entry) + name.size() + 1;
     return PasswordEntry{std::string(name), entry->uid, entry->gid, home,
                          home + std::strlen(home) + 1};
+}
+
+bool PasswordFile::isCurrent() {
+    const auto now = std::chrono::steady_clock::now();
+    if (lastCurrent && now - *lastCurrent < interval) {
+        return true;
+    }
+    const bool current = passwords.isCurrent() && sources.isCurrent();
+    lastCurrent = current ? std::optional(now) : std::nullopt;
+    return current;
 }
 
 void PasswordFile::read() {

@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <sys/types.h>
 
+#include <chrono>
 #include <cstddef>
 #include <optional>
 #include <string>
@@ -19,8 +20,11 @@
 /// may have millions of users, refuse, or order them otherwise than it answers.
 class PasswordFile {
 public:
+    /// Whether the files have changed is looked at anew when `lookEvery` has passed, by default
+    /// for each find.
     explicit PasswordFile(std::string passwordFile = "/etc/passwd",
-                          std::string sourcesFile = "/etc/nsswitch.conf");
+                          std::string sourcesFile = "/etc/nsswitch.conf",
+                          std::chrono::milliseconds lookEvery = {});
 
     /// Reads the files when they were not read before or have changed. Nothing for a user who has
     /// to be looked up by name: one of another source, everyone where another source comes first,
@@ -42,13 +46,15 @@ private:
         gid_t gid;
     };
 
-    bool isCurrent() const { return passwords.isCurrent() && sources.isCurrent(); }
+    bool isCurrent();
     void read();
     void readPasswords();
     const char* nameOf(const Entry& entry) const { return texts.c_str() + entry.texts; }
 
     Version passwords;
     Version sources;
+    std::chrono::milliseconds interval;
+    std::optional<std::chrono::steady_clock::time_point> lastCurrent;
     std::string texts;           ///< name, home directory and shell of each, NUL-terminated
     std::vector<Entry> entries;  ///< sorted by name; empty where the file is not believed
 };

@@ -116,3 +116,17 @@ kivctl start -a
 same "ping range" "$group $group" "$(enter_as_root carol cat /proc/sys/net/ipv4/ping_group_range | xargs)"
 EOF
 }
+
+@test "status of many accounts looks the directory of their slices up once" {
+    in_host <<'EOF'
+stand_in_cgroups
+account alice
+account bob
+account carol
+mkdir /run/kiv
+touch /run/kiv/{alice,bob,carol}@mnt
+slices "$(id -u alice)" "$(id -u bob)" "$(id -u carol)"
+strace -e trace=%file -o /tmp/trace kivctl status -a >/dev/null
+same "looks below the hierarchy's path" 1 "$(grep -c '"/sys/fs/cgroup' /tmp/trace)"
+EOF
+}

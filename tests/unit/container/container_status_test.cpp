@@ -1,6 +1,7 @@
 // Collecting an account's figures; a temporary directory stands for the kernel's.
 #include "container/container_status.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -33,7 +34,7 @@ protected:
 
     ContainerStatus collect() {
         ContainerStatus status(handle);
-        collectStatus(status, directory.at("/daemon@mnt"), directory.at("/slice"));
+        collectStatus(status, directory.at("/daemon@mnt"), AT_FDCWD, directory.at("/slice"));
         return status;
     }
 
@@ -218,20 +219,20 @@ TEST_F(Collected, ANumberThatDoesNotFitIsOutOfRange) {
 
 TEST(FirstLine, ComesWithoutItsNewline) {
     const TemporaryDirectory directory;
-    EXPECT_EQ(readFirstLine(directory.write("/a", "one\ntwo\n")), "one");
-    EXPECT_EQ(readFirstLine(directory.write("/b", "one")), "one");
-    EXPECT_EQ(readFirstLine(directory.write("/c", " one\r\n")), " one\r");
-    EXPECT_EQ(readFirstLine(directory.write("/d", std::string(20'000, '1') + "\n")),
+    EXPECT_EQ(readFirstLine(AT_FDCWD, directory.write("/a", "one\ntwo\n")), "one");
+    EXPECT_EQ(readFirstLine(AT_FDCWD, directory.write("/b", "one")), "one");
+    EXPECT_EQ(readFirstLine(AT_FDCWD, directory.write("/c", " one\r\n")), " one\r");
+    EXPECT_EQ(readFirstLine(AT_FDCWD, directory.write("/d", std::string(20'000, '1') + "\n")),
               std::string(20'000, '1'));
 }
 
 TEST(FirstLine, IsEmptyOfWhatHasNone) {
     const TemporaryDirectory directory;
-    EXPECT_EQ(readFirstLine(directory.write("/empty", "")), "");
-    EXPECT_EQ(readFirstLine(directory.write("/newline", "\ntwo\n")), "");
-    EXPECT_EQ(readFirstLine(directory.at("/missing")), "");
-    EXPECT_EQ(readFirstLine(directory.path), "");
-    EXPECT_EQ(readFirstLine(""), "");
+    EXPECT_EQ(readFirstLine(AT_FDCWD, directory.write("/empty", "")), "");
+    EXPECT_EQ(readFirstLine(AT_FDCWD, directory.write("/newline", "\ntwo\n")), "");
+    EXPECT_EQ(readFirstLine(AT_FDCWD, directory.at("/missing")), "");
+    EXPECT_EQ(readFirstLine(AT_FDCWD, directory.path), "");
+    EXPECT_EQ(readFirstLine(AT_FDCWD, ""), "");
 }
 
 }  // namespace

@@ -138,6 +138,20 @@ TEST_F(PasswordFileTest, IsReadAgainOnceItHasChanged) {
     EXPECT_THAT(uidOf(read, "more"), Optional(6U));
 }
 
+TEST_F(PasswordFileTest, IsNotLookedAtBeforeTheIntervalHasPassed) {
+    PasswordFile file(directory.write("/passwd", "alice:x:1000:1000::/home/alice:/bin/sh\n"),
+                      directory.write("/nsswitch.conf", "passwd: files\n"), std::chrono::hours(1));
+    ASSERT_TRUE(file.find("alice"));
+    directory.write("/passwd", "bob:x:1001:1001::/home/bob:/bin/sh\n");
+    EXPECT_TRUE(file.find("alice"));
+    PasswordFile later(directory.at("/passwd"), directory.at("/nsswitch.conf"),
+                       std::chrono::milliseconds(1));
+    ASSERT_TRUE(later.find("bob"));
+    directory.write("/passwd", "carol:x:1002:1002::/home/carol:/bin/sh\n");
+    std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    EXPECT_TRUE(later.find("carol"));
+}
+
 TEST_F(PasswordFileTest, IsReadAgainOnceItHasBeenReplaced) {
     PasswordFile read = file(kRootLine);
     EXPECT_THAT(uidOf(read), Optional(4242U));
