@@ -1,7 +1,8 @@
 // A program that opens a PAM session for a user, as login programs do, and becomes the user in it.
-//   open_session [-a] [-i] [-s] SERVICE USER [COMMAND [ARGUMENT…]]
+//   open_session [-a] [-i] [-p] [-s] SERVICE USER [COMMAND [ARGUMENT…]]
 //     -a  asks for the account first
 //     -i  goes on although the session was not opened, as OpenSSH does
+//     -p  stops itself when the session is open
 //     -s  prints what of the program itself the session has changed
 // Prints what is said to the user, and what the functions return unless that is success. Ends with 3 when it was
 // refused, with 4 when it could not become the user.
@@ -104,10 +105,12 @@ static void become(const struct passwd* entry) {
 int main(int argc, char** argv) {
     bool account = false;
     bool ignore = false;
+    bool pause = false;
     bool show = false;
-    for (int option; (option = getopt(argc, argv, "+ais")) != -1;) {
+    for (int option; (option = getopt(argc, argv, "+aips")) != -1;) {
         account |= option == 'a';
         ignore |= option == 'i';
+        pause |= option == 'p';
         show |= option == 's';
     }
     setvbuf(stdout, NULL, _IONBF, 0);
@@ -137,6 +140,9 @@ int main(int argc, char** argv) {
     }
     if (!opened && !ignore) {
         return 3;
+    }
+    if (pause) {
+        raise(SIGSTOP);
     }
     if (found != NULL) {
         become(&entry);
