@@ -95,7 +95,9 @@ void limitCapabilities(ContainerHandle& handle) {
     const std::uint64_t kept = boundingSetOf(handle);
     for (int capability = 0; capability < kMostCapabilities; ++capability) {
         const bool isKept = (kept >> capability & 1) != 0;
-        if (!isKept && isBounding(capability) && ::prctl(PR_CAPBSET_DROP, capability) != 0) {
+        // EINVAL: the kernel does not know it
+        if (!isKept && ::prctl(PR_CAPBSET_DROP, capability) != 0 &&
+            (errno != EINVAL || isBounding(capability))) {
             throw systemError("cannot drop a capability from the bounding set: ");
         }
     }

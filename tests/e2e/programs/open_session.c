@@ -131,8 +131,10 @@ int main(int argc, char** argv) {
         return 3;
     }
     take_state(&before, &entry);
-    bool opened = !account || call("account", pam_acct_mgmt(pam, 0), pam);
-    opened = opened && call("session", pam_open_session(pam, 0), pam);
+    if (account && !call("account", pam_acct_mgmt(pam, 0), pam)) {
+        return 3;
+    }
+    const bool opened = call("session", pam_open_session(pam, 0), pam);
     if (show) {
         take_state(&after, &entry);
         after.uid = found != NULL ? found->pw_uid : entry.pw_uid;
