@@ -15,7 +15,7 @@ export project
     with_services <<'EOF'
 host_of_services
 cp "$(dirname "$KIVCTL")/../dist/systemd/kivctl.service" /etc/systemd/system
-ln -s "$KIVCTL" "$(sed -n 's/^ExecStart=\([^ ]*\).*/\1/p' /etc/systemd/system/kivctl.service)"
+install -D "$KIVCTL" "$(sed -n 's/^ExecStart=\([^ ]*\).*/\1/p' /etc/systemd/system/kivctl.service)"
 for unit in kiv-php@.service kiv-app@.service kiv-job@.service kiv-job@.timer; do
     capture systemd-analyze verify --man=no "$examples/${unit/@/@alice}"
     same "what it says of $unit" "0  " "$status $out $err"
