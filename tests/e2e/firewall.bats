@@ -29,7 +29,7 @@ alice both $(link_local alice)%veth0 7000 -         host    refused host    refu
 alice udp  192.0.2.255               7000 -         silence refused silence refused silence
 alice udp  255.255.255.255%veth0     7000 -         silence silence silence silence silence
 alice udp  224.0.0.1%veth0           7000 -         silence silence silence silence silence
-alice udp  192.0.2.2%veth0           7000 127.0.0.9 host    silence host    silence silence
+alice udp  192.0.2.2%veth0           53   127.0.0.9 host    silence host    silence silence
 alice both 192.0.2.2                 53   -         host    host    host    host    host
 alice both 2001:db8::2               53   -         host    host    host    host    host
 alice both 127.0.0.2%veth0           53   -         host    refused host    refused refused
@@ -246,8 +246,9 @@ serve alice 7000
 enter alice socat UNIX-LISTEN:/home/alice/web,fork SYSTEM:'echo alice' &
 eventually test -S /home/alice/web
 same "by the socket" alice "$(socat -u UNIX-CONNECT:/home/alice/web -)"
-iptables -t nat -A PREROUTING -i uplink -p tcp --dport 8080 -j DNAT --to-destination 100.64.0.6:7000
+iptables -t nat -A PREROUTING -p tcp --dport 8080 -j DNAT --to-destination 100.64.0.6:7000
 calls outside <<<"tcp 192.0.2.2 8080 - alice"
+calls bob <<<$'tcp 192.0.2.2 8080 - refused\ntcp 203.0.113.7 8080 - refused'
 EOF
 }
 
