@@ -58,16 +58,3 @@ inline void tool(std::initializer_list<std::string> words) {
          "posix_spawnp");
     must(::waitpid(child, &status, 0) == child && status == 0, argv[0]);
 }
-
-/// The whole file read and thrown away; the number of its bytes.
-inline std::size_t readThrough(const char* path) {
-    static char buffer[65536];
-    const int file = ::open(path, O_RDONLY | O_CLOEXEC);
-    std::size_t total = 0;
-    ssize_t length = 0;
-    while ((length = ::read(file, buffer, sizeof(buffer))) > 0) {
-        total += static_cast<std::size_t>(length);
-    }
-    ::close(file);
-    return total;
-}

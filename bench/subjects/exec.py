@@ -40,6 +40,15 @@ def with_cgroup(cgroup, command):
     return ["/bin/sh", "-c", f"echo 0 >{cgroup}/cgroup.procs; exec " + " ".join(str(word) for word in command)]
 
 
+def nsenter(account):
+    return ["nsenter", *namespaces(account), *change_user(account), SHELL]
+
+
+def nsenter_user(account):
+    """nsenter changes the user as well: no second program, and capabilities as they come."""
+    return ["nsenter", *namespaces(account), "-S", account.uid, "-G", account.uid, SHELL]
+
+
 def denied_calls():
     """What crun is to deny by name; libseccomp makes a filter of it in crun too."""
     return ["init_module", "finit_module", "delete_module", "kexec_load", "kexec_file_load", "mount", "umount", "umount2",
@@ -108,13 +117,14 @@ def measure(bench):
     save_filter(bench, account)
     PASSWORDS.write_text(PASSWORDS.read_text().replace(":/bin/bash\n", f":{SHELL}\n"))
     cgroup = f"/sys/fs/cgroup/user.slice/user-{account.uid}.slice/kiv"
-    nsenter = ["nsenter", *namespaces(account), *change_user(account), SHELL]
     commands = {
         "kivctl exec": [bench.kivctl, "exec", account.name],
         "kiv-run true": [bench.kiv_run, account.name, "true"],
         "floor": [bench.floor("exec"), cgroup, account.name, FILTER, account.uid, account.uid, account.home, SHELL],
-        "sh, nsenter, setpriv": with_cgroup(cgroup, nsenter),
-        "nsenter, setpriv": nsenter,
+        "sh, nsenter, setpriv": with_cgroup(cgroup, nsenter(account)),
+        "sh, nsenter -S -G": with_cgroup(cgroup, nsenter_user(account)),
+        "nsenter, setpriv": nsenter(account),
+        "nsenter -S -G": nsenter_user(account),
         "ip netns exec, setpriv": enter_through_ip(bench, account),
         "crun exec": start_crun(bench, account),
         "bwrap, setpriv": with_bwrap(bench, account),
@@ -125,7 +135,9 @@ def measure(bench):
         "kiv-run true": "the same, PATH of login.defs, a line in the log",
         "floor": "cgroup, net, ipc, mnt, filter, user, home",
         "sh, nsenter, setpriv": "cgroup, net, ipc, mnt, capabilities, user",
+        "sh, nsenter -S -G": "cgroup, net, ipc, mnt, user",
         "nsenter, setpriv": "net, ipc, mnt, capabilities, user",
+        "nsenter -S -G": "net, ipc, mnt, user",
         "ip netns exec, setpriv": "net, a mnt of its own with another /sys, capabilities, user",
         "crun exec": "cgroup, net, ipc, mnt of its own container, a filter of its own, capabilities, user",
         "bwrap, setpriv": "makes net, ipc, mnt anew, capabilities, user",

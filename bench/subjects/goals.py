@@ -1,0 +1,237 @@
+"""goals: every figure that has a target, with the target beside it, on hosts with up to 3,000 accounts."""
+
+import ctypes
+import os
+import pathlib
+import statistics
+import subprocess
+import time
+
+from frame import slices
+from frame.containers import Containers
+from frame.host import PASSWORDS, PROJECT, REGISTRY
+from frame.report import Table
+from . import exec as entering
+from . import startup
+from . import stop as stopping
+
+QUICK_TOOLS = pathlib.Path("/tmp/bench-quick-tools")
+RUNTIME = pathlib.Path("/run/kiv")
+ALL_ACCOUNTS = PROJECT / "dist/systemd/all-accounts"
+KINDS = ("net", "ipc", "mnt")
+MS_BIND = 4096
+LIBC = ctypes.CDLL(None, use_errno=True)
+
+
+def row(what, figure, target, unit):
+    return [what, f"{figure:.2f} {unit}", f"{target:g} {unit}", "yes" if figure <= target else "no"]
+
+
+def quick_tools(bench):
+    """An environment in which host tools exit at once: what is left of a start is kivctl's and the kernel's."""
+    QUICK_TOOLS.mkdir(exist_ok=True)
+    for name in ("ip", "iptables", "sysctl"):
+        link = QUICK_TOOLS / name
+        link.unlink(missing_ok=True)
+        link.symlink_to(bench.floor("true"))
+    return bench.environment | {"PATH": f"{QUICK_TOOLS}:{bench.environment['PATH']}"}
+
+
+def pretend_running(first, accounts):
+    """The namespace files of `accounts`, bound to the namespaces of `first`: as many mounts as they had running."""
+    for account in accounts:
+        for kind in KINDS:
+            target = RUNTIME / f"{account.name}@{kind}"
+            target.touch()
+            source = RUNTIME / f"{first.name}@{kind}"
+            if LIBC.mount(os.fsencode(source), os.fsencode(target), None, MS_BIND, None) != 0:
+                raise OSError(ctypes.get_errno(), f"cannot bind {target}")
+
+
+def take_away(accounts):
+    for account in accounts:
+        for kind in KINDS:
+            path = RUNTIME / f"{account.name}@{kind}"
+            if LIBC.umount2(os.fsencode(path), 2) == 0:
+                path.unlink()
+
+
+def one_more(bench, containers, count, quick):
+    """Ratio of kivctl to the floor, for the start of one account beside `count` that run."""
+    accounts = bench.make_accounts(count + 2)
+    first, one = accounts[0], accounts[-1]
+    bench.run([bench.kivctl, "start", first.name], env=quick)
+    pretend_running(first, accounts[1:-1])
+    registry = REGISTRY.read_text()
+
+    def stop(_name):
+        take_away([one])
+        REGISTRY.write_text(registry)
+
+    taken = bench.interleaved({"kivctl": lambda: bench.run([bench.kivctl, "start", one.name], env=quick),
+                               "floor": lambda: containers.start_floor([one], quick)},
+                              bench.rounds(21 if count < 1000 else 9), after=stop)
+    all_running = None
+    if count:
+        REGISTRY.write_text("".join(f"{a.name} net={a.network}/30\n" for a in accounts[:-1]))
+        times = [bench.run([bench.kivctl, "start", "-a"], env=quick) for _ in range(bench.rounds(3))]
+        all_running = statistics.median(times)
+    take_away(accounts)
+    return bench.ratio(taken, "kivctl", "floor"), all_running
+
+
+def with_running(bench, containers):
+    quick = quick_tools(bench)
+    rows, again = [], []
+    targets = {0: (1.3, None), 300: (1.4, 0.06), 1000: (1.6, 0.3), 3000: (1.8, 1.5)}
+    for count, (ratio, seconds) in list(targets.items())[:2 if bench.quick else 4]:
+        bench.say(f"goals: {count} containers")
+        own, all_running = one_more(bench, containers, count, quick)
+        rows.append(row(f"start of one more, tools that exit at once, {count} run", own, ratio, "× floor"))
+        if seconds is not None:
+            again.append(row(f"start -a, all of {count} run", all_running, seconds, "s"))
+    return again + rows
+
+
+def after_boot(bench, containers):
+    """How the cost of an account grows, and what the unit's helper makes of it."""
+    few, many = 10, 20 if bench.quick else 1000
+    cost = {}
+    for count in (few, many):
+        bench.say(f"goals: start -a of {count} accounts, kivctl and floor")
+        accounts = bench.make_accounts(count)
+        for name, start in (("floor", containers.start_floor), ("kivctl", containers.start_kivctl)):
+            times = []
+            for _ in range(bench.rounds(5) if count == few else 1):
+                times.append(start(accounts))
+                containers.stop_floor(accounts)
+                containers.wait_for_network_end()
+            cost[name, count] = statistics.median(times) / count
+    growth = {name: cost[name, many] / cost[name, few] for name in ("floor", "kivctl")}
+    return [row(f"start -a after boot, an account of {many} over one of {few}", growth["kivctl"],
+                round(growth["floor"] * 1.05, 2), "×")]
+
+
+def unit(bench, containers):
+    """kivctl.service's helper against kivctl itself, then at shutdown with a process in each container."""
+    count = 8 if bench.quick else 64
+    bench.say(f"goals: {count} accounts by the unit")
+    accounts = bench.make_accounts(count)
+    alone = containers.start_kivctl(accounts)
+    containers.stop_floor(accounts)
+    containers.wait_for_network_end()
+    started = bench.run([ALL_ACCOUNTS, "start", "--program", bench.kivctl])
+    residents = [subprocess.Popen(["nsenter", *entering.namespaces(a), "sleep", "1000"]) for a in accounts]
+    time.sleep(1)
+    stopped = bench.run([ALL_ACCOUNTS, "stop", "--program", bench.kivctl])
+    for resident in residents:
+        resident.wait()
+    containers.wait_for_network_end()
+    return [row(f"start of {count} accounts by kivctl.service, over kivctl start -a", started / alone, 0.5, "×"),
+            row(f"stop of {count} accounts with a process each by kivctl.service, for 1,000", stopped / count * 1000,
+                120, "s"),
+            row("the same for 3,000", stopped / count * 3000, 300, "s")]
+
+
+def exec_commands(bench, account):
+    entering.save_filter(bench, account)
+    PASSWORDS.write_text(PASSWORDS.read_text().replace(":/bin/bash\n", f":{entering.SHELL}\n"))
+    cgroup = f"/sys/fs/cgroup/user.slice/user-{account.uid}.slice/kiv"
+    return {"kivctl exec": ["/usr/sbin/kivctl", "exec", account.name],
+            "floor": [bench.floor("exec"), cgroup, account.name, entering.FILTER, account.uid, account.uid, account.home,
+                      entering.SHELL],
+            "sh, nsenter, setpriv": entering.with_cgroup(cgroup, entering.nsenter(account)),
+            "nsenter -S -G": entering.nsenter_user(account)}
+
+
+def exec_rows(bench):
+    accounts = bench.make_accounts(2)
+    bench.run([bench.kivctl, "start", accounts[0].name])
+    commands = exec_commands(bench, accounts[0])
+    taken = bench.interleaved(commands, bench.rounds(100), before=lambda name: bench.run(commands["floor"]))
+    ratio = bench.ratio(taken, "kivctl exec", "floor")
+    rows = [row("exec just after another", ratio, 1.3, "× floor")]
+    for peer in ("sh, nsenter, setpriv", "nsenter -S -G"):
+        rows.append(row(f"the same, over {peer}", bench.ratio(taken, "kivctl exec", peer), 1, "×"))
+    alone = bench.interleaved({"exec": commands["kivctl exec"]}, bench.rounds(30),
+                              before=lambda name: time.sleep(entering.PAUSE))["exec"]
+    return rows + [while_starting(bench, commands["kivctl exec"], alone)]
+
+
+def while_starting(bench, command, alone):
+    """exec of the first account while the others are started."""
+    bench.end_priority()
+    bench.make_accounts(6 if bench.quick else 40)
+    PASSWORDS.write_text(PASSWORDS.read_text().replace(":/bin/bash\n", f":{entering.SHELL}\n"))
+    beside = []
+    with subprocess.Popen([bench.kivctl, "start", "-a"], env=bench.environment, stdout=subprocess.DEVNULL,
+                          stderr=subprocess.DEVNULL) as start:
+        while start.poll() is None:
+            time.sleep(entering.PAUSE)
+            beside.append(bench.run(command))
+    bench.take_priority()
+    bench.run([bench.kivctl, "stop", "-a"])
+    return row("exec while start -a works, over exec alone", statistics.median(beside) / statistics.median(alone), 1, "×")
+
+
+def last_of_many(bench):
+    """exec of the last of 10,000 users over the first one."""
+    count = 100 if bench.quick else 10000
+    accounts = bench.make_accounts(count, homes=False)
+    commands = {}
+    for name, account in (("first", accounts[0]), ("last", accounts[-1])):
+        bench.make_home(account)
+        bench.run([bench.kivctl, "start", account.name])
+        commands[name] = ["/usr/sbin/kivctl", "exec", account.name]
+    PASSWORDS.write_text(PASSWORDS.read_text().replace(":/bin/bash\n", f":{entering.SHELL}\n"))
+    taken = bench.interleaved(commands, bench.rounds(60), before=lambda name: bench.run(commands["first"]))
+    for account in (accounts[0], accounts[-1]):
+        bench.run([bench.kivctl, "stop", account.name])
+    more = statistics.median(last - first for first, last in zip(taken["first"], taken["last"]))
+    return row(f"exec of the last of {count} users, over the first", more * 1e3, 1, "ms")
+
+
+def startup_rows(bench):
+    rows = []
+    for language, target in (("C", 1.12), ("C.UTF-8", 1.2)):
+        bench.environment["LANG"] = language
+        taken = bench.interleaved({"kivctl -v": ["/usr/sbin/kivctl", "-v"], "/bin/true": ["/bin/true"]}, bench.rounds(200))
+        rows.append(row(f"kivctl -v as installed, LANG={language}", bench.ratio(taken, "kivctl -v", "/bin/true"), target,
+                        "× /bin/true"))
+    return rows
+
+
+def stop_row(bench, containers):
+    count = 100 if bench.quick else 2000
+    with stopping.idle_processes(bench, count):
+        ratio = stopping.row(bench, containers, "", bench.rounds(21))[4]
+    return row(f"stop on a host with {count} processes", ratio, 0.85, "× floor with stat")
+
+
+def status_rows(bench):
+    rows = []
+    real = slices.prepare()
+    for count in (10,) if bench.quick else (1000, 10000):
+        slices.make(bench.make_accounts(count, homes=False), real)
+        taken = bench.interleaved({"kivctl": [bench.kivctl, "status", "-a"],
+                                   "floor": [bench.floor("status"), REGISTRY, PASSWORDS]}, bench.rounds(11))
+        rows.append(row(f"status -a, {count} accounts", bench.ratio(taken, "kivctl", "floor"), 1.05, "× floor"))
+    return rows
+
+
+def measure(bench):
+    startup.installed(bench)
+    containers = Containers(bench)
+    rows = with_running(bench, containers)
+    rows += after_boot(bench, containers)
+    bench.end_priority()  # several at once: each is to have its turn
+    rows += unit(bench, containers)
+    bench.take_priority()
+    rows += exec_rows(bench)
+    rows.append(last_of_many(bench))
+    rows.append(stop_row(bench, containers))
+    rows += startup_rows(bench)
+    rows += status_rows(bench)  # last: it may cover the cgroups
+    return [Table("goals", "Every figure with its target", ["what", "figure", "at most", "reached"], rows,
+                  "Containers that only have to be there are namespace files bound to one container's namespaces: as many "
+                  "mounts as real ones. Floor: reads no mount table.")]
