@@ -82,3 +82,16 @@ same "what can be written" "$(permitted | sort)" \
     "$({ writes alice writable; writes root writable_root; root_owns; group_writes; } | sort -u)"
 SCRIPT
 }
+
+@test "a daemon's socket in the host's root file system takes no connection from inside" {
+    in_host <<'SCRIPT'
+account alice 100.64.0.4/30
+cp "$sample" "$configuration"
+kivctl start alice
+socat UNIX-LISTEN:/srv/socket,fork,mode=777 SYSTEM:'echo obeyed' &
+eventually test -S /srv/socket
+same "outside" obeyed "$(runuser -u alice -- socat -u UNIX-CONNECT:/srv/socket -)"
+fails 1 kivctl exec alice <<<'test -S /srv/socket && socat -u UNIX-CONNECT:/srv/socket -' >/tmp/said 2>&1
+grep 'Connection refused' /tmp/said >/dev/null
+SCRIPT
+}
