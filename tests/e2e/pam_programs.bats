@@ -82,3 +82,22 @@ END
 grep -qF "net:[$(stat -Lc %i /run/kiv/alice@net)] alice done" /tmp/seen
 EOF
 }
+
+@test "vsftpd's process of an account is inside" {
+    in_host <<'EOF'
+source "$project/tests/e2e/logins.bash"
+two_containers
+pam_service vsftpd
+printf '%s\n' listen=YES background=NO local_enable=YES anonymous_enable=NO pam_service_name=vsftpd session_support=YES \
+    isolate_network=NO secure_chroot_dir=/run/vsftpd seccomp_sandbox=NO >/tmp/vsftpd.conf
+mkdir -p /run/vsftpd
+vsftpd /tmp/vsftpd.conf &
+log_in() { exec 3<>/dev/tcp/127.0.0.1/21; }
+eventually log_in 2>/dev/null
+printf 'USER alice\r\nPASS any\r\nPWD\r\n' >&3
+while read -r -t 30 line <&3 && [[ $line != 257* ]]; do :; done
+same "where alice is" '257 "/home/alice"' "$(cut -c -17 <<<"$line")"
+same "processes of alice" 1 "$(pgrep --uid alice --count)"
+all_inside alice
+EOF
+}
