@@ -1,0 +1,59 @@
+"""login: a command by ssh into a container, beside one by a user who has none. Needs openssh-server."""
+
+import os
+import pathlib
+import shutil
+import statistics
+
+from frame.host import REGISTRY
+from frame.report import Table
+
+WORK = pathlib.Path("/tmp/bench-ssh")
+ROUNDS = 60
+PAM = """auth required pam_permit.so
+account required {module}
+session required {module}
+"""
+SERVER = """Port 22
+ListenAddress 127.0.0.1
+HostKey {work}/host
+UsePAM yes
+PasswordAuthentication no
+AuthorizedKeysFile {work}/key.pub
+StrictModes no
+PidFile none
+"""
+
+
+def serve(bench):
+    """A server in front of the module, and the words of a client that logs in."""
+    WORK.mkdir()
+    pathlib.Path("/run/sshd").mkdir(exist_ok=True)
+    for name in ("host", "key"):
+        bench.run(["ssh-keygen", "-q", "-t", "ed25519", "-N", "", "-f", WORK / name])
+    pathlib.Path("/etc/pam.d/sshd").write_text(PAM.format(module=bench.build / "lib/security/pam_kiv.so"))
+    (WORK / "config").write_text(SERVER.format(work=WORK))
+    bench.run(["/usr/sbin/sshd", "-f", WORK / "config"])
+    return ["ssh", "-F", "none", "-i", WORK / "key", "-o", "StrictHostKeyChecking=no", "-o", "UserKnownHostsFile=/dev/null",
+            "-o", "LogLevel=ERROR"]
+
+
+def measure(bench):
+    if not os.path.exists("/usr/sbin/sshd") or shutil.which("ssh") is None:
+        bench.say("bench/run: no openssh-server here")
+        return []
+    bench.use_sample_configuration()
+    account, other = bench.make_accounts(2)
+    REGISTRY.write_text(f"{account.name} net={account.network}/30\n")
+    bench.run([bench.kivctl, "start", account.name])
+    client = serve(bench)
+    commands = {"ssh, without a container": [*client, f"{other.name}@127.0.0.1", "true"],
+                "ssh, into a container": [*client, f"{account.name}@127.0.0.1", "true"],
+                "kiv-run": [bench.kiv_run, account.name, "true"], "/bin/true": ["/bin/true"]}
+    taken = bench.interleaved(commands, bench.rounds(ROUNDS))
+    rows = [[name, milliseconds] for name, milliseconds in bench.medians(taken).items()]
+    more = statistics.median(into - without for into, without in zip(taken["ssh, into a container"],
+                                                                     taken["ssh, without a container"]))
+    rows.append(["the container's part of ssh", more * 1e3])
+    return [Table("login", "A command by ssh", ["what", "ms"], rows,
+                  "Target: the container's part takes no longer than kiv-run.")]
