@@ -19,6 +19,9 @@ for name in alice bob; do
     three_sessions() { [ "$(pgrep --uid "$name" --count)" -ge 5 ]; }
     eventually three_sessions
     same "the server's processes" 3 "$(pgrep --uid "$name" sshd --count)"
+    # root's three processes of the server are counted too
+    same "processes of the slice" "$(($(pgrep --uid "$name" --count) + 3))" \
+        "$(wc -l <"/sys/fs/cgroup/user.slice/user-$(id -u "$name").slice/kiv/cgroup.procs")"
     all_inside "$name"
 done
 same "root's session" "$(where $$)" "$(ssh root@host 'readlink /proc/self/ns/{net,ipc,mnt} | xargs')"
