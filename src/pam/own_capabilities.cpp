@@ -118,7 +118,7 @@ void giveUpChangeOfUser() {
     if (!readCapabilities(words)) {
         ::_exit(EXIT_FAILURE);
     }
-    for (const unsigned capability : {CAP_SETUID, CAP_SETGID}) {
+    for (const unsigned capability : {unsigned{CAP_SETUID}, unsigned{CAP_SETGID}}) {
         const std::uint32_t others = ~(std::uint32_t{1} << capability % kBitsOfWord);
         auto& word = words.at(capability / kBitsOfWord);
         word.effective &= others;

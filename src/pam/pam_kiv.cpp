@@ -49,7 +49,9 @@ std::string itemOf(pam_handle_t* pam, int type) {
 class Login {
 public:
     Login(pam_handle_t* handle, int callFlags)
-        : pam(handle), isSilent((callFlags & PAM_SILENT) != 0), name(itemOf(pam, PAM_USER)) {}
+        : pam(handle),
+          isSilent((static_cast<unsigned>(callFlags) & PAM_SILENT) != 0),
+          name(itemOf(pam, PAM_USER)) {}
 
     /// The account whose container is to be entered; nothing for root and for users without one.
     /// Throws std::runtime_error.
