@@ -2,9 +2,6 @@
 # What a start or a stop that was killed half-way leaves: nothing that is entered, taken for running or forgotten.
 load helpers
 
-# The runtime directory's attributes, which are the marks of what is unfinished.
-marks() { python3 -c 'import os; print(*os.listxattr("/run/kiv"))'; }
-
 # mark NAME [KINDS]: as a killed start or stop has left it; without kinds as earlier versions did.
 mark() {
     python3 -c 'import os, sys
@@ -27,7 +24,12 @@ runs_again() {
     same "rules left" "" "$(iptables-save | grep veth || true)"
     eventually test ! -e "/sys/class/net/veth-$1"
 }
-export -f marks mark runs_again
+# killed_and_busy KIND: alice's start is killed while it builds, and that namespace is held by `holder`.
+killed_and_busy() {
+    injected mount:signal=KILL:when=1 -P /mnt/temp-root kivctl start alice
+    exec {holder}<"/run/kiv/alice@$1"
+}
+export -f mark runs_again killed_and_busy
 
 @test "a start and a stop that ran to their end leave no mark" {
     in_host <<'EOF'
@@ -222,8 +224,7 @@ EOF
 @test "a busy namespace of a killed start stays marked" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
-injected mount:signal=KILL:when=1 -P /mnt/temp-root kivctl start alice
-exec {holder}</run/kiv/alice@mnt
+killed_and_busy mnt
 capture kivctl stop alice
 same stderr "Cannot unmount /run/kiv/alice@mnt: Device or resource busy" "$err"
 same "files left" alice@mnt "$(ls /run/kiv)"
@@ -238,8 +239,7 @@ EOF
 @test "stop keeps the mark of a killed start while only the network is busy" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
-injected mount:signal=KILL:when=1 -P /mnt/temp-root kivctl start alice
-exec {holder}</run/kiv/alice@net
+killed_and_busy net
 capture kivctl stop alice
 same stderr "Cannot unmount /run/kiv/alice@net: Device or resource busy" "$err"
 same "files left" alice@net "$(ls /run/kiv)"
@@ -252,8 +252,7 @@ EOF
 @test "a stop that cannot mark what is left keeps the mark that it found" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
-injected mount:signal=KILL:when=1 -P /mnt/temp-root kivctl start alice
-exec {holder}</run/kiv/alice@net
+killed_and_busy net
 injected fsetxattr:error=ENOSPC kivctl stop alice
 same stderr "Cannot unmount /run/kiv/alice@net: Device or resource busy
 /run/kiv: cannot mark what is left: No space left on device" "$err"

@@ -88,6 +88,9 @@ mounted() {
     done
 }
 
+# marks: the runtime directory's attributes, which are the marks of what is unfinished.
+marks() { python3 -c 'import os; print(*os.listxattr("/run/kiv"))'; }
+
 # record TOOL [COMMAND]: puts a TOOL first on PATH that writes its name and arguments to /tmp/calls and
 # then does COMMAND (a shell text that finds the arguments in "$@"), by default the real tool.
 record() {

@@ -2,9 +2,6 @@
 # kiv-refresh: what it changes of a running container, what it leaves, and what it refuses.
 load helpers
 
-# The runtime directory's attributes, which are the marks of what is unfinished.
-marks() { python3 -c 'import os; print(*os.listxattr("/run/kiv"))'; }
-
 # replace FILE TEXT: as dpkg(1) replaces a file, by renaming a new one over it.
 replace() {
     echo "$2" >"$1.new"
@@ -26,7 +23,7 @@ host_is_writable() { touch /made && rm /made; }
 
 # inside NAME PID: the process is in the account's pinned view.
 inside() { [ "$(readlink "/proc/$2/ns/mnt")" = "mnt:[$(of_view "$1")]" ]; }
-export -f marks replace of_view refreshed host_is_writable inside
+export -f replace of_view refreshed host_is_writable inside
 
 @test "who enters from now on sees the file that was replaced, and nothing that is hidden" {
     in_host <<'EOF'
