@@ -138,6 +138,7 @@ def exec_commands(bench, account):
     PASSWORDS.write_text(PASSWORDS.read_text().replace(":/bin/bash\n", f":{entering.SHELL}\n"))
     cgroup = f"/sys/fs/cgroup/user.slice/user-{account.uid}.slice/kiv"
     return {"kivctl exec": ["/usr/sbin/kivctl", "exec", account.name],
+            "kiv-run true": ["/usr/sbin/kiv-run", account.name, "true"],
             "floor": [bench.floor("exec"), cgroup, account.name, entering.FILTER, account.uid, account.uid, account.home,
                       entering.SHELL],
             "sh, nsenter, setpriv": entering.with_cgroup(cgroup, entering.nsenter(account)),
@@ -153,6 +154,7 @@ def exec_rows(bench):
     rows = [row("exec just after another", ratio, 1.3, "× floor")]
     for peer in ("sh, nsenter, setpriv", "nsenter -S -G"):
         rows.append(row(f"the same, over {peer}", bench.ratio(taken, "kivctl exec", peer), 1, "×"))
+    rows.append(row("kiv-run of a command, over exec", bench.ratio(taken, "kiv-run true", "kivctl exec"), 1.1, "×"))
     alone = bench.interleaved({"exec": commands["kivctl exec"]}, bench.rounds(30),
                               before=lambda name: time.sleep(entering.PAUSE))["exec"]
     return rows + [while_starting(bench, commands["kivctl exec"], alone)]

@@ -10,7 +10,7 @@ def installed(bench):
     """Where a package puts it: found through the loader's cache, not through the build folder's own path."""
     library = bench.build / "lib/libkiv.so.1"
     bench.run(["install", "-m", "644", library, "/usr/lib/libkiv.so.1"])
-    bench.run(["install", bench.kivctl, "/usr/sbin/kivctl"])
+    bench.run(["install", bench.kivctl, bench.kiv_run, "/usr/sbin"])
     bench.run(["ldconfig"])
     return "/usr/sbin/kivctl"
 
