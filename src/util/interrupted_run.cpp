@@ -71,8 +71,8 @@ RunMark RunMark::ofHost(const std::string& path) {
 
 RunMark::RunMark(const std::string& userName, const std::string& path)
     : directoryPath(path),
-      directory(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)),
-      attribute(kAttributePrefix + userName) {
+      attribute(kAttributePrefix + userName),
+      directory(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
     const int error = errno;
     if (!directory.valid() && error != ENOENT && error != ENOTDIR) {
         throw systemError(path + ": ", error);

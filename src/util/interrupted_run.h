@@ -88,6 +88,6 @@ public:
 
 private:
     std::string directoryPath;
-    FileDescriptor directory;
     std::string attribute;
+    FileDescriptor directory;  ///< last: the constructor reads errno of the call that opens it
 };
