@@ -208,18 +208,19 @@ bool removeFiles(const std::string& interface, const std::optional<std::string>&
     return rulesAreGone;
 }
 
-/// Removes what an interrupted run has left of a network that is not held any more. False when
-/// rules may still be there.
-bool removeWhatWasLeft(const std::string& userName, const std::string& interface,
-                       const std::optional<std::string>& address, bool wasInterrupted) {
+/// The interface pair of a start that could not move the pair's other end.
+void removeMarkedPair(const std::string& userName, const std::string& interface) {
     const RunMark leftPair = RunMark::ofLeftPair(userName);
     if (leftPair.read()) {
         removeLeftPair(interface);
         leftPair.clear();
     }
-    if (!wasInterrupted) {
-        return true;
-    }
+}
+
+/// Removes what an interrupted run has left of a network that is not held any more. False when
+/// rules may still be there.
+bool removeInterruptedNetwork(const std::string& interface,
+                              const std::optional<std::string>& address) {
     const bool gone = removeLeftNetwork(interface, address) == LeftRules::None;
     if (!gone && address) {
         report(leftRulesText(interface));
@@ -247,8 +248,11 @@ bool unpin(ContainerHandle& handle, const std::optional<std::string>& address,
     bool rulesAreGone = removeFiles(interface, address, entries, mark, wasInterrupted);
     const int pinned = stillPinned(handle.userName);
     if ((pinned & CLONE_NEWNET) == 0) {
-        rulesAreGone = removeWhatWasLeft(handle.userName, interface, address, wasInterrupted) &&
-                       (rulesAreGone || wasInterrupted);
+        removeMarkedPair(handle.userName, interface);
+        if (wasInterrupted) {
+            // looks for the rules once more, so that only its answer counts
+            rulesAreGone = removeInterruptedNetwork(interface, address);
+        }
     }
     leaveMark(mark, afterStop(found, pinned, !rulesAreGone));
     return rulesAreGone;
