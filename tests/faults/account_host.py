@@ -106,10 +106,12 @@ ENTRIES = {"run": ("-T",), "run -t": ("-t",), "run --start": ("-T", "--start")}
 
 
 def words(command, account=ACCOUNT):
-    """The command line of a command of kivctl, or of a way of kiv-run."""
+    """The command line of a command of kivctl, of a refresh, or of a way of kiv-run. "first" is a start."""
+    if command == "refresh":
+        return ["kiv-refresh", account]
     if command in ENTRIES:
         return ["kiv-run", *ENTRIES[command], account, "/bin/bash", "-c", LOOK]
-    return ["kivctl", command, account]
+    return ["kivctl", "start" if command == "first" else command, account]
 
 
 def given(command):
@@ -294,6 +296,20 @@ class Host:
 
     def enter(self, account=ACCOUNT):
         return looked_wrongly(kivctl("exec", account), account)
+
+    def complete(self, account=ACCOUNT):
+        """Whatever a refresh has left: whoever enters has a whole view, or is refused until a start completes it."""
+        found = wrongly_bound()
+        outcome = kivctl("exec", account)
+        if outcome.status == 71 and "root" not in outcome.out:
+            found += outcome.faults((71,))
+            outcome = kivctl("start", account)
+            found += outcome.faults((0,))
+            if own_words(outcome.err):
+                found += [] if outcome.err.startswith("unpinning ") else [f"stderr {outcome.err!r}"]
+            outcome = kivctl("exec", account)
+        found += looked_wrongly(outcome, account) + self.lacks(account)
+        return ["after the refresh: " + fault for fault in found]
 
     def converges(self, account=ACCOUNT):
         """Stop, start, exec, stop bring the account to a clean running and a clean stopped state."""

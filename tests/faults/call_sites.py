@@ -1,5 +1,6 @@
 """Reads what strace wrote, and says which calls are to fail and how."""
 
+import itertools
 import re
 
 # The likeliest errors of each call; what is not listed cannot fail on a host, or is the C library's own.
@@ -104,6 +105,28 @@ def sites(trace, whole=False, names=ERRORS):
         if own and name in names:
             found.append(Site(name, counts[name], line))
     return found
+
+
+def sites_of_children(trace):
+    """Of a trace of all processes, the sites of those that the first one has forked. A fault at the nth call of a name
+    hits every process that gets so far; each site is taken once, and none that the loader of the first process reaches.
+    Left out are write, whose failure leaves a file of the layer short as in a start, and close, which strace does not
+    carry out: the other process would wait for the end of a pipe for ever."""
+    lines = {}
+    for line in trace.splitlines():
+        process, _, call = line.partition(" ")
+        lines.setdefault(process, []).append(call.lstrip())
+    first, *children = lines.values()
+    loaders = {}
+    for line in itertools.takewhile(lambda call: not call.startswith(FIRST_OWN_CALL), first):
+        name = line.partition("(")[0]
+        loaders[name] = loaders.get(name, 0) + 1
+    found = {}
+    for calls in children:
+        for site in sites("\n".join(calls), whole=True):
+            if site.name not in ("write", "close") and site.number > loaders.get(site.name, 0):
+                found.setdefault((site.name, site.number), site)
+    return list(found.values())
 
 
 def until_shell(found):

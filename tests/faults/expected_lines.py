@@ -93,6 +93,18 @@ ROWS = [
     ("stop", r'^unlink\("/run/kiv/alice@(net|ipc|mnt)"', ANY, r"^Cannot delete /run/kiv/alice@(net|ipc|mnt): {E}$", 0),
     ("stop", r'^openat\(.*"/proc", .*O_DIRECTORY', ANY, r"^kivctl: Cannot open /proc: {E}$", 71),
     ("stop", r"^(clone|fork|vfork)", ANY, r"^fork\(\) failed: {E}$", 0),
+    # the new view
+    ("refresh", r'^openat\(.*"/run/kiv/\.lock", O_RDWR', MISSING, r"^kiv-refresh: /run/kiv: cannot lock: {E}$", 71),
+    ("refresh", r'^openat\(.*"/proc", .*O_DIRECTORY', ANY, r"^kiv-refresh: Cannot open /proc: {E}$", 71),
+    ("refresh", r"^pipe2\(", ANY, r"^kiv-refresh: pipe\(\) failed: {E}$", 71),
+    ("refresh", r"^(clone|fork|vfork)", ANY, r"^kiv-refresh: fork\(\) failed: {E}$", 71),
+    ("refresh", r"^fsetxattr\(", ("EOPNOTSUPP", "EPERM"),
+     r"^kiv-refresh: /run/kiv: cannot mark a container that is being refreshed: {E}$", 71),
+    ("refresh", r'^umount2\("/run/kiv/alice@mnt"', ANY, r"^kiv-refresh: Cannot unmount /run/kiv/alice@mnt: {E}$", 71),
+    ("refresh", r'^mount\("/proc/self/fd/\d+"', ANY,
+     r"^kiv-refresh: /proc/self/fd/\d+: mount\(/run/kiv/alice@mnt\) failed: {E}$", 71),
+    ("refresh", r'^mount\(NULL, "/", NULL, MS_RDONLY\|MS_REMOUNT', ANY, r"^kiv-refresh: remount\(/\) failed: {E}$", 71),
+    ("refresh", r"^pivot_root\(", ANY, r"^kiv-refresh: the new view could not be built, the earlier one stays$", 71),
 ]
 
 

@@ -29,6 +29,8 @@ PLACES = (
     ("start", "iptables -t nat -A OUTPUT*"),
     ("start", QUEUED),
     ("start", TAKEN),
+    ("refresh", QUEUED),
+    ("refresh", TAKEN),
     ("stop", "iptables *-D INPUT*"),
     ("stop", "iptables *-D PREROUTING*"),
 )

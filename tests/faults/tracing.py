@@ -14,9 +14,11 @@ def traced(command, role, inject=None):
     injection = ["-e", f"inject={inject}"] if inject else []
     TRACE.unlink(missing_ok=True)
     given = account_host.given(command)
-    program = account_host.words("start" if command == "first" else command)
+    program = account_host.words(command)
     if role == "main":
         return account_host.run(STRACE + injection + program, given)
+    if role == "all":
+        return account_host.run(STRACE + ["-f"] + injection + program, given)
     if role == "forked":
         return account_host.run(STRACE + ["-f", "-b", "execve"] + injection + program, given)
     attach, attached = WORK / "attach", WORK / "attached"
