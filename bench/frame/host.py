@@ -33,6 +33,7 @@ class Bench:
         self.build = pathlib.Path(build)
         self.kivctl = str(self.build / "bin/kivctl")
         self.kiv_run = str(self.build / "bin/kiv-run")
+        self.kiv_refresh = str(self.build / "bin/kiv-refresh")
         self.quick = quick
         self._rounds = rounds
         # as on a host whose administrator has just logged in: nothing of the caller's
