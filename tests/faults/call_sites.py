@@ -110,8 +110,8 @@ def sites(trace, whole=False, names=ERRORS):
 def sites_of_children(trace):
     """Of a trace of all processes, the sites of those that the first one has forked. A fault at the nth call of a name
     hits every process that gets so far; each site is taken once, and none that the loader of the first process reaches.
-    Left out are write, whose failure leaves a file of the layer short as in a start, and close, which strace does not
-    carry out: the other process would wait for the end of a pipe for ever."""
+    Left out are read and write, whose failure leaves a file of the layer short as in a start, and close, which strace
+    does not carry out: the other process would wait for the end of a pipe for ever."""
     lines = {}
     for line in trace.splitlines():
         process, _, call = line.partition(" ")
@@ -124,7 +124,7 @@ def sites_of_children(trace):
     found = {}
     for calls in children:
         for site in sites("\n".join(calls), whole=True):
-            if site.name not in ("write", "close") and site.number > loaders.get(site.name, 0):
+            if site.name not in ("read", "write", "close") and site.number > loaders.get(site.name, 0):
                 found.setdefault((site.name, site.number), site)
     return list(found.values())
 

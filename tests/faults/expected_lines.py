@@ -101,7 +101,7 @@ ROWS = [
     ("refresh", r"^fsetxattr\(", ("EOPNOTSUPP", "EPERM"),
      r"^kiv-refresh: /run/kiv: cannot mark a container that is being refreshed: {E}$", 71),
     ("refresh", r'^umount2\("/run/kiv/alice@mnt"', ANY, r"^kiv-refresh: Cannot unmount /run/kiv/alice@mnt: {E}$", 71),
-    ("refresh", r'^mount\("/proc/self/fd/\d+"', ANY,
+    ("refresh", r'^mount\("/proc/self/fd/\d+", "/run/kiv/alice@mnt"', ANY,
      r"^kiv-refresh: /proc/self/fd/\d+: mount\(/run/kiv/alice@mnt\) failed: {E}$", 71),
     ("refresh", r'^mount\(NULL, "/", NULL, MS_RDONLY\|MS_REMOUNT', ANY, r"^kiv-refresh: remount\(/\) failed: {E}$", 71),
     ("refresh", r"^pivot_root\(", ANY, r"^kiv-refresh: the new view could not be built, the earlier one stays$", 71),
