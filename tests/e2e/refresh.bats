@@ -253,13 +253,13 @@ EOF
 @test "who wants to enter meanwhile waits and gets the new view" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
-echo old >/usr/share/tool
+printf 'bind\n    /etc/bound\n' >"$configuration"
+echo old >/etc/bound # a bound file, which stays the old one in the earlier view
 kivctl start alice >/dev/null
-kiv-run alice cat /usr/share/tool >/dev/null
-replace /usr/share/tool new
+replace /etc/bound new
 strace -f -o /tmp/trace -e trace=pivot_root -e inject=pivot_root:delay_enter=1500000 kiv-refresh alice &
 eventually grep -q pivot_root /tmp/trace
-same "what is seen" new "$(kiv-run alice cat /usr/share/tool)"
+same "what is seen" new "$(kiv-run alice cat /etc/bound)"
 wait $!
 EOF
 }
