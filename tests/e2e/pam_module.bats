@@ -155,6 +155,7 @@ EOF
 source "$project/tests/e2e/logins.bash"
 two_containers
 useradd --create-home carol
+unset LD_LIBRARY_PATH
 install -D -t /opt/module/security "$module"
 module=/opt/module/security/pam_kiv.so
 pam_service login
