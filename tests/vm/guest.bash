@@ -1,0 +1,50 @@
+# For the tests that an emulated machine runs after each of its boots: words, and the count of boots in `boot`. Checks
+# that fail are counted, the rest is tried all the same.
+# shellcheck disable=SC1091
+state=/var/lib/kivctl-guest
+mkdir -p "$state"
+boot=$(($(cat "$state/boot" 2>/dev/null || echo 0) + 1))
+echo "$boot" >"$state/boot"
+
+# holds WHAT COMMAND…
+holds() {
+    if "${@:2}"; then
+        echo "  ok      $1"
+    else
+        echo "  FAILED  $1"
+        echo "$boot: $1" >>"$state/failed"
+        return 1
+    fi
+}
+
+# shows COMMAND…: typed and run.
+shows() {
+    echo "# $*"
+    "$@" 2>&1 | cat # not to a terminal
+}
+
+says() { [[ $(cat) == *"$1"* ]]; }
+
+is() { [ "$1" = "$2" ]; }
+
+between() { (($1 <= $2 && $2 <= $3)); }
+
+# eventually SECONDS COMMAND…
+eventually() {
+    local end=$((SECONDS + $1))
+    until "${@:2}"; do
+        ((SECONDS < end)) || return 1
+        sleep 0.2
+    done
+}
+
+# tell_result: of all boots, as the driver looks for it.
+tell_result() {
+    if [ -e "$state/failed" ]; then
+        echo "failed: $(wc -l <"$state/failed")"
+    else
+        echo "passed"
+    fi
+}
+
+echo "boot $boot: $(. /etc/os-release && echo "$PRETTY_NAME"), Linux $(uname -r), $(systemctl --version | head -1)"

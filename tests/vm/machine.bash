@@ -1,0 +1,125 @@
+# For the drivers that start Debian in an emulated machine with the packages of kivctl: its disk and its run. `work` is
+# a temporary directory, `root` that of the disk's files while it is made.
+
+step() { printf '== %s\n' "$*"; }
+
+die() {
+    echo "$driver: $*" >&2
+    exit 1
+}
+
+in_root() { tests/host/enter-root "$root" "$@"; }
+
+# quietly WHAT COMMAND…: the command's words are shown when it fails.
+quietly() { "${@:2}" >"$work/log" 2>&1 || die "$1: $(tail -n 3 "$work/log")"; }
+
+# begin_machines DRIVER: for the driver of that name; builds the packages.
+begin_machines() {
+    driver=$1
+    PATH=$PATH:/usr/sbin:/sbin
+    ((EUID == 0)) || die "needs root, to make disks"
+    scripts/setup "$driver"
+    work=$(mktemp -d)
+    root=$work/root
+    trap 'kill $(jobs -p) 2>/dev/null || true; rm -rf "$work"' EXIT
+    mkdir "$work/debs"
+    step "packages"
+    tests/package/build "$work/debs"
+}
+
+# make_root SUITE PACKAGE…: what an administrator's server installation has of it, with these packages beside it. No
+# Debian on the machine is touched; what is installed starts with the machine.
+make_root() {
+    local suite=$1 archive=${KIV_VM_CACHE:+$KIV_VM_CACHE/$driver-$1.tar}
+    rm -rf "$root"
+    if [ -n "$archive" ] && [ -e "$archive" ]; then
+        mkdir "$root"
+        tar --extract --numeric-owner --xattrs --acls --file "$archive" --directory "$root"
+        return
+    fi
+    step "$suite: a fresh root"
+    quietly debootstrap debootstrap --variant=minbase \
+        --include=dbus,dbus-user-session,initramfs-tools,iproute2,iptables,kmod,libpam-systemd,linux-image-amd64,nftables,procps,systemd-sysv,udev \
+        "$suite" "$root"
+    if (($# > 1)); then
+        cp /etc/resolv.conf "$root/etc/resolv.conf"
+        quietly "cannot install ${*:2}" in_root apt-get -q -y --no-install-recommends install "${@:2}"
+        rm "$root/etc/resolv.conf" # the machine has no name server
+        in_root apt-get clean
+    fi
+    if [ -n "$archive" ]; then
+        tar --create --numeric-owner --xattrs --acls --file "$archive" --directory "$root" .
+    fi
+}
+
+# configure_machine NAME PACKAGE…: its network, and packages of kivctl's, installed like on any host. The network card
+# has 10.0.2.15, the gateway 10.0.2.2 leads nowhere.
+configure_machine() {
+    echo '/dev/vda / ext4 defaults 0 1' >"$root/etc/fstab"
+    echo "$1" >"$root/etc/hostname"
+    echo "127.0.1.1 $1" >>"$root/etc/hosts"
+    cat >"$root/etc/systemd/network/uplink.network" <<'EOF'
+[Match]
+Type=ether
+Kind=!veth
+
+[Network]
+Address=10.0.2.15/24
+Gateway=10.0.2.2
+EOF
+    mkdir -p "$root/packages" "$root/var/log/journal"
+    local package
+    for package in "${@:2}"; do
+        cp "$work/debs/$package"_*.deb "$root/packages"
+    done
+    quietly "cannot install the packages" in_root bash -c 'apt-get -q -y install /packages/*.deb'
+    quietly "cannot configure the network" in_root systemctl enable systemd-networkd
+}
+
+# add_accounts NAME…: users with a home and a directory tmp.
+add_accounts() {
+    # shellcheck disable=SC2016 # for the shell inside
+    quietly "cannot make the accounts" in_root bash -euc '
+        for name; do
+            useradd --create-home --shell /bin/bash "$name"
+            install -d -o "$name" -g "$name" "/home/$name/tmp"
+        done' add_accounts "$@"
+}
+
+# add_guest DIRECTORY: the test of that directory, which the machine runs after each boot, and its words.
+add_guest() {
+    install -m 0755 "$1/guest" "$root/usr/local/sbin/kivctl-guest"
+    install -m 0644 -D tests/vm/guest.bash "$root/usr/local/lib/kivctl-guest/guest.bash"
+    install -m 0644 tests/vm/guest.service "$root/etc/systemd/system/kivctl-guest.service"
+    quietly "cannot enable the test" in_root systemctl enable kivctl-guest
+}
+
+# make_disk SIZE: of the root, which is gone afterwards.
+make_disk() {
+    cp "$root"/boot/vmlinuz-* "$work/kernel"
+    cp "$root"/boot/initrd.img-* "$work/initrd"
+    rm -f "$work/disk"
+    mke2fs -q -t ext4 -d "$root" "$work/disk" "$1"
+    rm -rf "$root"
+}
+
+# run_machine: until it powers itself off, by the machine's own virtualization where it has it. Its second serial port is
+# the test's, which ends with "passed". On a busy machine the emulated timer can be late, for which the kernel would give
+# up.
+run_machine() {
+    rm -f "$work/report"
+    timeout 1800 qemu-system-x86_64 -accel kvm -accel tcg,thread=multi -cpu max -smp 2 -m 1536 -nographic -monitor none \
+        -kernel "$work/kernel" -initrd "$work/initrd" -append "root=/dev/vda rw console=ttyS0 no_timer_check" \
+        -drive "file=$work/disk,format=raw,if=virtio,cache=unsafe" -nic user,model=virtio-net-pci,restrict=on \
+        -serial "file:$work/console" -serial "file:$work/report" </dev/null 2>"$work/emulator" &
+    local machine=$! shown
+    until [ -e "$work/report" ]; do
+        [ -d "/proc/$machine" ] || die "the emulator ended: $(tail -n 3 "$work/emulator")"
+        sleep 0.1
+    done
+    tail --pid "$machine" --sleep-interval 0.5 --lines +1 --follow "$work/report" | sed -u 's/\r$//' &
+    shown=$!
+    wait "$machine" || die "the machine has not powered itself off; its console ends with: $(tail -n 15 "$work/console")"
+    wait "$shown"
+    grep --quiet '^passed' "$work/report"
+}
