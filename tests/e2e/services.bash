@@ -43,7 +43,7 @@ reload_unit() { (MAINPID=$2 unit_command "$1" none "$(unit_lines "$1" ExecReload
 # readme_commands HEADING: the commands in the first block below the heading of README.md, but for those to the package
 # and service managers and the change of directory.
 readme_commands() {
-    sed -n "/^## $1\$/,/^## /{/^\`\`\`sh\$/,/^\`\`\`\$/p}" "$examples/README.md" | grep -vE '^(```|apt |cd |systemctl )'
+    sed -n "/^##* $1\$/,/^##* /{/^\`\`\`sh\$/,/^\`\`\`\$/p}" "$examples/README.md" | grep -vE '^(```|apt |cd |postfix |systemctl )'
 }
 
 # host_of_services: what README.md says for a host, and the sample configuration.

@@ -58,9 +58,8 @@ site_of alice
 nginx
 echo '<?php echo ini_get("upload_max_filesize");' >/home/alice/site/limit.php
 same before 16M "$(page alice.example /limit.php)"
-sed 's/^\(php_admin_value\[upload_max_filesize\]\) = .*/\1 = 5M/' php-fpm.conf >changed.conf
-# in the same file: containers may go on seeing a file that another has replaced
-cp changed.conf /etc/kiv/php-fpm.conf
+sed -i 's/^\(php_admin_value\[upload_max_filesize\]\) = .*/\1 = 5M/' /etc/kiv/php-fpm.conf
+eval "$(readme_commands Settings)"
 reload_unit kiv-php@.service "$main"
 taken_over() { [ "$(page alice.example /limit.php)" = 5M ]; }
 eventually taken_over

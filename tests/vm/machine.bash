@@ -103,12 +103,11 @@ make_disk() {
     rm -rf "$root"
 }
 
-# run_machine: until it powers itself off, by the machine's own virtualization where it has it. Its second serial port is
-# the test's, which ends with "passed". On a busy machine the emulated timer can be late, for which the kernel would give
+# run_machine: until it powers itself off. Its second serial port is the test's, which ends with "passed". On a busy machine the emulated timer can be late, for which the kernel would give
 # up.
 run_machine() {
     rm -f "$work/report"
-    timeout 1800 qemu-system-x86_64 -accel kvm -accel tcg,thread=multi -cpu max -smp 2 -m 1536 -nographic -monitor none \
+    timeout 1800 qemu-system-x86_64 -accel tcg,thread=multi -cpu max -smp 2 -m 1536 -nographic -monitor none \
         -kernel "$work/kernel" -initrd "$work/initrd" -append "root=/dev/vda rw console=ttyS0 no_timer_check" \
         -drive "file=$work/disk,format=raw,if=virtio,cache=unsafe" -nic user,model=virtio-net-pci,restrict=on \
         -serial "file:$work/console" -serial "file:$work/report" </dev/null 2>"$work/emulator" &
