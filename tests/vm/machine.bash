@@ -103,8 +103,8 @@ make_disk() {
     rm -rf "$root"
 }
 
-# run_machine: until it powers itself off. Its second serial port is the test's, which ends with "passed". On a busy machine the emulated timer can be late, for which the kernel would give
-# up.
+# run_machine: until it powers itself off. Its second serial port is the test's, which ends with "passed". On a busy
+# machine the emulated timer can be late, for which the kernel would give up.
 run_machine() {
     rm -f "$work/report"
     timeout 1800 qemu-system-x86_64 -accel tcg,thread=multi -cpu max -smp 2 -m 1536 -nographic -monitor none \
