@@ -15,6 +15,7 @@
 namespace {
 
 constexpr std::string_view kDatabase = "passwd";
+constexpr std::size_t kLongestLine = 4096;
 
 bool sameTime(const timespec& one, const timespec& other) {
     return one.tv_sec == other.tv_sec && one.tv_nsec == other.tv_nsec;
@@ -51,11 +52,11 @@ bool passwordFileComesFirst(const std::string& sourcesFile) {
     return lines == 1 && first;
 }
 
-bool PasswordFile::Version::take() {
+bool FileVersion::take() {
     return ::stat(path.c_str(), &status) == 0;
 }
 
-bool PasswordFile::Version::isCurrent() const {
+bool FileVersion::isCurrent() const {
     struct stat now {};
     return ::stat(path.c_str(), &now) == 0 && now.st_dev == status.st_dev &&
            now.st_ino == status.st_ino && now.st_size == status.st_size &&
@@ -123,4 +124,49 @@ void PasswordFile::readPasswords() {
     std::stable_sort(entries.begin(), entries.end(), [this](const Entry& one, const Entry& other) {
         return std::strcmp(nameOf(one), nameOf(other)) < 0;
     });
+}
+
+PasswordLine::PasswordLine(std::string passwordFile, std::string sourcesFile)
+    : passwords{std::move(passwordFile)}, sources{std::move(sourcesFile)} {}
+
+std::optional<PasswordEntry> PasswordLine::find(const std::string& name) {
+    found.reset();
+    // taken before the reading: isCurrent shows a change meanwhile
+    if (passwords.take() && sources.take() && passwordFileComesFirst(sources.path)) {
+        found = readUpTo(name);
+    }
+    if (!passwords.isCurrent() || !sources.isCurrent()) {
+        found.reset();
+    }
+    return found;
+}
+
+std::optional<PasswordEntry> PasswordLine::findNumber(uid_t uid) const {
+    const bool known = found && found->uid == uid && isFirstOfNumber;
+    return known && passwords.isCurrent() && sources.isCurrent() ? found : std::nullopt;
+}
+
+std::optional<PasswordEntry> PasswordLine::readUpTo(const std::string& name) {
+    std::FILE* const file = std::fopen(passwords.path.c_str(), "re");
+    if (file == nullptr) {
+        return std::nullopt;
+    }
+    const ScopeGuard close([file] { std::fclose(file); });
+    std::vector<char> buffer(kLongestLine);
+    std::vector<uid_t> earlier;
+    passwd line{};
+    passwd* read = nullptr;
+    while (::fgetpwent_r(file, &line, buffer.data(), buffer.size(), &read) == 0) {
+        if (isNeverLookedUp(line.pw_name)) {
+            continue;
+        }
+        if (name == line.pw_name) {
+            isFirstOfNumber =
+                std::find(earlier.begin(), earlier.end(), line.pw_uid) == earlier.end();
+            return PasswordEntry{line.pw_name, line.pw_uid, line.pw_gid, line.pw_dir,
+                                 line.pw_shell};
+        }
+        earlier.push_back(line.pw_uid);
+    }
+    return std::nullopt;  // also at a line that is too long: the C library has a way with it
 }

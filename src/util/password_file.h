@@ -14,6 +14,14 @@
 
 #include "util/util.h"
 
+/// Distinguishes a file from its replacement, and from itself before a change.
+struct FileVersion {
+    std::string path;
+    struct stat status {};
+    bool take();
+    bool isCurrent() const;
+};
+
 /// Gives what a look-up by name gives, under every nsswitch.conf(5), or nothing: the file is only
 /// believed where a look-up by name would ask it first and end with its answer, and only while
 /// neither of the two files has changed since they were read. No source of users is enumerated: it
@@ -32,13 +40,6 @@ public:
     std::optional<PasswordEntry> find(std::string_view name);
 
 private:
-    /// Distinguishes a file from its replacement, and from itself before a change.
-    struct Version {
-        std::string path;
-        struct stat status {};
-        bool take();
-        bool isCurrent() const;
-    };
     /// Beside the text of its line, an entry takes 16 bytes.
     struct Entry {
         std::size_t texts;  ///< where its texts begin
@@ -51,12 +52,35 @@ private:
     void readPasswords();
     const char* nameOf(const Entry& entry) const { return texts.c_str() + entry.texts; }
 
-    Version passwords;
-    Version sources;
+    FileVersion passwords;
+    FileVersion sources;
     std::chrono::milliseconds interval;
     std::optional<std::chrono::steady_clock::time_point> lastCurrent;
     std::string texts;           ///< name, home directory and shell of each, NUL-terminated
     std::vector<Entry> entries;  ///< sorted by name; empty where the file is not believed
+};
+
+/// One user of the password file, for a run that looks up no other, under the same conditions. It
+/// is read up to the user's line, once for the look-up by name and the one by number after it.
+class PasswordLine {
+public:
+    explicit PasswordLine(std::string passwordFile = "/etc/passwd",
+                          std::string sourcesFile = "/etc/nsswitch.conf");
+
+    /// Nothing for a user who has to be looked up by name.
+    std::optional<PasswordEntry> find(const std::string& name);
+
+    /// The user that was found by name. Nothing for another number, where an earlier line has the
+    /// same number, and once a file has changed.
+    std::optional<PasswordEntry> findNumber(uid_t uid) const;
+
+private:
+    std::optional<PasswordEntry> readUpTo(const std::string& name);
+
+    FileVersion passwords;
+    FileVersion sources;
+    std::optional<PasswordEntry> found;
+    bool isFirstOfNumber = false;
 };
 
 /// Whether the text of nsswitch.conf(5) at the path has users looked up in the password file first

@@ -57,12 +57,18 @@ bool isOneComponent(const std::string& name) {
            name.find('\0') == std::string::npos;
 }
 
-/// Reads the file only from the second look-up of a run on: for one user the C library is quicker.
+/// The first user of a run, who is the only one of most.
+PasswordLine& firstUser() {
+    static PasswordLine line;
+    return line;
+}
+
+/// Reads the whole file only from the second look-up of a run on.
 std::optional<PasswordEntry> findInPasswordFile(const std::string& name) {
     // two looks at files for each of thousands of accounts were a tenth of "status -a"
     static PasswordFile file("/etc/passwd", "/etc/nsswitch.conf", std::chrono::milliseconds(10));
     static bool isFirst = true;
-    return std::exchange(isFirst, false) ? std::nullopt : file.find(name);
+    return std::exchange(isFirst, false) ? firstUser().find(name) : file.find(name);
 }
 
 }  // namespace
@@ -92,6 +98,9 @@ std::optional<PasswordEntry> Util::findUser(const std::string& name) {
 }
 
 std::optional<PasswordEntry> Util::getpwuid(uid_t uid) {
+    if (auto found = firstUser().findNumber(uid)) {
+        return found;
+    }
     return lookUp([uid](passwd* entry, Buffer& buffer, passwd** found) {
                return ::getpwuid_r(uid, entry, buffer.data(), buffer.size(), found);
            })

@@ -265,3 +265,16 @@ rm "$registry"
 same stdout in "$(kivctl exec alice <<<'echo in')"
 EOF
 }
+
+@test "exec reads the password file once, and is the first user of its number" {
+    in_host <<'EOF'
+account alice 100.64.0.4/30
+kivctl start alice >/dev/null
+usermod --shell /bin/true alice
+strace -e trace=openat -o /tmp/trace kivctl exec alice >/dev/null
+same "passes" 1 "$(grep -c '"/etc/passwd"' /tmp/trace)"
+mkdir -m 0755 /home/alice/first
+sed -i "1i first:x:$(id -u alice):$(id -g alice)::/home/alice/first:/bin/sh" /etc/passwd
+same "home" "/home/alice/first" "$(echo 'pwd' | kivctl exec alice)"
+EOF
+}

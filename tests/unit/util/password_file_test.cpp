@@ -248,4 +248,77 @@ TEST_F(PasswordFileVersion, IsToldByTheInode) {
     }
 }
 
+// One user, in one pass for both look-ups.
+
+class OnePasswordLine : public testing::Test {
+protected:
+    PasswordLine line(const std::string& lines, const std::string& services = "passwd: files\n") {
+        return PasswordLine(directory.write("/passwd", lines),
+                            directory.write("/nsswitch.conf", services));
+    }
+
+    TemporaryDirectory directory;
+};
+
+constexpr const char* kThree =
+    "root:x:0:0::/root:/bin/bash\nalice:x:7:8:A:/home/alice:/bin/sh\nbob:x:9:9::/home/bob:/bin/"
+    "sh\n";
+
+TEST_F(OnePasswordLine, IsFoundByNameAndThenByNumber) {
+    PasswordLine alice = line(kThree);
+    const auto byName = alice.find("alice");
+    ASSERT_TRUE(byName);
+    EXPECT_EQ(byName->uid, 7U);
+    EXPECT_EQ(byName->gid, 8U);
+    EXPECT_EQ(byName->homeDirectory, "/home/alice");
+    EXPECT_EQ(byName->shell, "/bin/sh");
+    const auto byNumber = alice.findNumber(7U);
+    ASSERT_TRUE(byNumber);
+    EXPECT_EQ(byNumber->name, "alice");
+}
+
+TEST_F(OnePasswordLine, IsTheOnlyOneThatIsKnownByNumber) {
+    PasswordLine alice = line(kThree);
+    EXPECT_FALSE(alice.findNumber(7U));
+    alice.find("alice");
+    EXPECT_FALSE(alice.findNumber(0U));
+    EXPECT_FALSE(alice.find("carol"));
+    EXPECT_FALSE(alice.findNumber(7U));
+}
+
+// the C library gives the earlier line for the number
+TEST_F(OnePasswordLine, IsNotKnownByTheNumberOfAnEarlierLine) {
+    PasswordLine alice = line("other:x:7:1::/other:/bin/sh\nalice:x:7:8::/home/alice:/bin/sh\n");
+    EXPECT_TRUE(alice.find("alice"));
+    EXPECT_FALSE(alice.findNumber(7U));
+}
+
+TEST_F(OnePasswordLine, IsTheFirstOfItsNameWhateverFollows) {
+    PasswordLine alice = line("alice:x:7:8::/a:/bin/sh\nalice:x:5:5::/b:/bin/sh\nother:x:7:7:::\n");
+    EXPECT_EQ(alice.find("alice")->homeDirectory, "/a");
+    EXPECT_TRUE(alice.findNumber(7U));
+    EXPECT_FALSE(alice.findNumber(5U));
+}
+
+TEST_F(OnePasswordLine, IsNotBelievedWhereAnotherSourceMayAnswer) {
+    for (const std::string services :
+         {"passwd: sss files\n", "passwd: files [SUCCESS=merge] sss\n", ""}) {
+        EXPECT_FALSE(line(kThree, services).find("alice")) << services;
+    }
+    EXPECT_FALSE(PasswordLine(directory.at("/absent"), directory.at("/absent")).find("alice"));
+}
+
+TEST_F(OnePasswordLine, IsForgottenOnceAFileHasChanged) {
+    PasswordLine alice = line(kThree);
+    ASSERT_TRUE(alice.find("alice"));
+    directory.write("/passwd", "other:x:7:8::/:/bin/sh\n");
+    EXPECT_FALSE(alice.findNumber(7U));
+}
+
+TEST_F(OnePasswordLine, PassesOverBrokenLines) {
+    PasswordLine alice = line("alice\n#alice:x:1:1:::\n+alice:x:2:2:::\n\n alice:x:7:8:::\n");
+    ASSERT_TRUE(alice.find("alice"));
+    EXPECT_TRUE(alice.findNumber(7U));
+}
+
 }  // namespace
