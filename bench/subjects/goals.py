@@ -155,14 +155,14 @@ def exec_rows(bench):
     for peer in ("sh, nsenter, setpriv", "nsenter -S -G"):
         rows.append(row(f"the same, over {peer}", bench.ratio(taken, "kivctl exec", peer), 1, "×"))
     rows.append(row("kiv-run of a command, over exec", bench.ratio(taken, "kiv-run true", "kivctl exec"), 1.1, "×"))
-    alone = bench.interleaved({"exec": commands["kivctl exec"]}, bench.rounds(30),
-                              before=lambda name: time.sleep(entering.PAUSE))["exec"]
-    return rows + [while_starting(bench, commands["kivctl exec"], alone)]
+    return rows + [while_starting(bench, commands["kivctl exec"])]
 
 
-def while_starting(bench, command, alone):
-    """exec of the first account while the others are started."""
+def while_starting(bench, command):
+    """exec of the first account while the others are started, without a priority: each is to have its turn."""
     bench.end_priority()
+    alone = bench.interleaved({"exec": command}, bench.rounds(30),
+                              before=lambda name: time.sleep(entering.PAUSE))["exec"]
     bench.make_accounts(6 if bench.quick else 40)
     PASSWORDS.write_text(PASSWORDS.read_text().replace(":/bin/bash\n", f":{entering.SHELL}\n"))
     beside = []
@@ -226,9 +226,7 @@ def measure(bench):
     containers = Containers(bench)
     rows = with_running(bench, containers)
     rows += after_boot(bench, containers)
-    bench.end_priority()  # several at once: each is to have its turn
     rows += unit(bench, containers)
-    bench.take_priority()
     rows += exec_rows(bench)
     rows.append(last_of_many(bench))
     rows.append(stop_row(bench, containers))
