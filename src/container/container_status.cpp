@@ -30,9 +30,9 @@ constexpr CgroupFigure kFigures[] = {
 
 constexpr std::int64_t kNoLimit = -1;
 
-bool exists(const std::string& path) {
+bool exists(int directory, const std::string& path) {
     struct stat status {};
-    return ::stat(path.c_str(), &status) == 0;
+    return ::fstatat(directory, path.c_str(), &status, 0) == 0;
 }
 
 /// Values from 2^63 on come out negative.
@@ -71,10 +71,13 @@ void collectStatus(ContainerStatus& status) {
 
 void collectStatus(ContainerStatus& status, const std::string& namespaceFile, int directory,
                    const std::string& cgroup) {
-    if (!exists(namespaceFile)) {
+    if (!exists(AT_FDCWD, namespaceFile)) {
         return;
     }
     status.active = true;
+    if (!exists(directory, cgroup)) {
+        return;
+    }
     for (const CgroupFigure& figure : kFigures) {
         const std::string current = readFirstLine(directory, cgroup + figure.currentFile);
         if (!current.empty()) {

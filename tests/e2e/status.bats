@@ -187,7 +187,8 @@ stand_in_cgroups
 figures alice pids.current=5 pids.max=20 memory.current=7 memory.high=14
 looked_at() {
     strace -o /tmp/trace -e trace=%file kivctl status alice >/dev/null
-    sed -nE 's,^[^"]*"(/run/kiv/|/sys/fs/cgroup/user.slice/)([^"]*)".*,\2,p' /tmp/trace
+    # figures are opened below the directory of all slices
+    sed -nE 's,^[^"]*"(/run/kiv/|/sys/fs/cgroup/user.slice/)?((alice@|user-)[^"]*)".*,\2,p' /tmp/trace
 }
 name=user-$(id -u alice).slice
 same "of an active one" "alice@mnt
