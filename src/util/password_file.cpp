@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <utility>
 
@@ -15,7 +16,6 @@
 namespace {
 
 constexpr std::string_view kDatabase = "passwd";
-constexpr std::size_t kLongestLine = 4096;
 
 bool sameTime(const timespec& one, const timespec& other) {
     return one.tv_sec == other.tv_sec && one.tv_nsec == other.tv_nsec;
@@ -31,6 +31,34 @@ bool startsWithFilesAlone(std::string_view services) {
     WordReader words(services, kWhiteSpace);
     const std::string_view first = words.next();
     return first == "files" && !words.next().starts_with('[');
+}
+
+/// With the C library's own parser, which has a system call for each line of a longer file.
+std::optional<PasswordEntry> parseLine(std::string line) {
+    line += '\n';
+    std::FILE* const file = ::fmemopen(line.data(), line.size(), "r");
+    if (file == nullptr) {
+        return std::nullopt;
+    }
+    const ScopeGuard close([file] { std::fclose(file); });
+    std::vector<char> buffer(line.size() + sizeof(passwd));
+    passwd entry{};
+    passwd* read = nullptr;
+    if (::fgetpwent_r(file, &entry, buffer.data(), buffer.size(), &read) != 0) {
+        return std::nullopt;
+    }
+    return PasswordEntry{entry.pw_name, entry.pw_uid, entry.pw_gid, entry.pw_dir, entry.pw_shell};
+}
+
+/// The user id of a line, also of one that the C library may pass over: in doubt the user is looked
+/// up by number.
+uid_t numberIn(const std::string& line) {
+    const std::size_t password = line.find(':');
+    const std::size_t number =
+        password == std::string::npos ? password : line.find(':', password + 1);
+    return number == std::string::npos
+               ? 0
+               : static_cast<uid_t>(std::strtoul(line.c_str() + number + 1, nullptr, 10));
 }
 
 }  // namespace
@@ -147,26 +175,21 @@ std::optional<PasswordEntry> PasswordLine::findNumber(uid_t uid) const {
 }
 
 std::optional<PasswordEntry> PasswordLine::readUpTo(const std::string& name) {
-    std::FILE* const file = std::fopen(passwords.path.c_str(), "re");
-    if (file == nullptr) {
+    if (isNeverLookedUp(name.c_str())) {
         return std::nullopt;
     }
-    const ScopeGuard close([file] { std::fclose(file); });
-    std::vector<char> buffer(kLongestLine);
+    const std::string begin = name + ":";
     std::vector<uid_t> earlier;
-    passwd line{};
-    passwd* read = nullptr;
-    while (::fgetpwent_r(file, &line, buffer.data(), buffer.size(), &read) == 0) {
-        if (isNeverLookedUp(line.pw_name)) {
-            continue;
-        }
-        if (name == line.pw_name) {
+    LineReader file(passwords.path);
+    for (std::string line; file.next(line);) {
+        line.erase(0, line.find_first_not_of(kWhiteSpace));
+        auto entry = line.starts_with(begin) ? parseLine(line) : std::nullopt;
+        if (entry) {
             isFirstOfNumber =
-                std::find(earlier.begin(), earlier.end(), line.pw_uid) == earlier.end();
-            return PasswordEntry{line.pw_name, line.pw_uid, line.pw_gid, line.pw_dir,
-                                 line.pw_shell};
+                std::find(earlier.begin(), earlier.end(), entry->uid) == earlier.end();
+            return entry;
         }
-        earlier.push_back(line.pw_uid);
+        earlier.push_back(numberIn(line));
     }
-    return std::nullopt;  // also at a line that is too long: the C library has a way with it
+    return std::nullopt;
 }
