@@ -13,37 +13,63 @@ namespace {
 
 constexpr std::string_view kNetSetting = "net=";
 
-void parseSettings(AccountEntry& entry, WordReader& words) {
+/// `unknown` gets each setting that there is not.
+template <typename Unknown>
+void parseSettings(AccountEntry& entry, WordReader& words, const Unknown& unknown) {
     for (auto word = words.next(); !word.empty(); word = words.next()) {
         if (word.starts_with(kNetSetting)) {
             entry.net = word.substr(kNetSetting.size());
         } else {
-            report(std::string("unknown setting: ").append(word));
+            unknown(word);
         }
     }
 }
 
-}  // namespace
-
-int readAccounts(std::list<AccountEntry>& result, const std::string& user, const char* registry) {
+/// Calls `take` with the number, the account's name and the settings of each line that has an
+/// account. 0, or the errno of a read that failed.
+template <typename Take>
+int readLines(const char* registry, const Take& take) {
     LineReader file(registry);
     if (!file.opened()) {
         throw systemError("cannot open ", registry, ": ");
     }
     std::string line;
-    while (file.next(line)) {
+    for (unsigned long number = 1; file.next(line); ++number) {
         StringUtil::trim(line, kWhiteSpace);
         if (line.empty() || line.front() == '#') {
             continue;
         }
         WordReader words(line, " \t");
         const auto name = words.next();
-        if (name.empty() || (!user.empty() && name != user)) {
-            continue;
+        if (!name.empty()) {
+            take(number, name, words);
         }
-        parseSettings(result.emplace_back(AccountEntry{std::string(name), ""}), words);
     }
     return file.error();
+}
+
+}  // namespace
+
+int readAccounts(std::list<AccountEntry>& result, const std::string& user, const char* registry) {
+    return readLines(registry, [&](unsigned long, std::string_view name, WordReader& words) {
+        if (user.empty() || name == user) {
+            parseSettings(result.emplace_back(AccountEntry{std::string(name), ""}), words,
+                          [](std::string_view word) {
+                              report(std::string("unknown setting: ").append(word));
+                          });
+        }
+    });
+}
+
+int inspectRegistry(const std::function<void(const RegistryLine& line)>& visit,
+                    const char* registry) {
+    const auto take = [&](unsigned long number, std::string_view name, WordReader& words) {
+        RegistryLine line{number, {std::string(name), ""}, {}};
+        parseSettings(line.account, words,
+                      [&line](std::string_view word) { line.unknownSettings.emplace_back(word); });
+        visit(line);
+    };
+    return readLines(registry, take);
 }
 
 std::list<AccountEntry> selectAccounts(const char* user) {

@@ -1,8 +1,10 @@
 // The accounts that have a container: the registry file.
 #pragma once
 
+#include <functional>
 #include <list>
 #include <string>
+#include <vector>
 
 struct AccountEntry {
     std::string name;
@@ -18,6 +20,18 @@ inline constexpr const char* kAccountRegistry = "/etc/tarnwell/kiv.users";
 /// missing.
 int readAccounts(std::list<AccountEntry>& result, const std::string& user,
                  const char* registry = kAccountRegistry);
+
+/// A line of the registry.
+struct RegistryLine {
+    unsigned long number = 0;
+    AccountEntry account;
+    std::vector<std::string> unknownSettings;
+};
+
+/// Hands over each line with an account, in file order: for whoever reports on all of a registry.
+/// Returns and throws as readAccounts.
+int inspectRegistry(const std::function<void(const RegistryLine& line)>& visit,
+                    const char* registry = kAccountRegistry);
 
 /// The accounts that a command is for: `user`, or all when it is null (-a). A name that is given
 /// but empty is an account that is not configured; it never means all (a panel's `stop "$unset"`).

@@ -1,5 +1,6 @@
 #include "config/configuration.h"
 
+#include <algorithm>
 #include <cctype>
 #include <stdexcept>
 #include <string_view>
@@ -27,6 +28,8 @@ public:
     void parseLine(std::string& line);
 
     Configuration result;
+    unsigned long number = 0;  ///< of the line, where somebody inspects the file, else 0
+    ConfigurationLine latest;  ///< the latest header or item, where somebody inspects the file
 
 private:
     using ItemHandler = void (Parser::*)(const std::string& item);
@@ -78,21 +81,23 @@ void Parser::parseHeader(const std::string& line) {
     }
     currentHandler = nullptr;
     currentSection = nullptr;
+    latest = {number, std::string(keyword), "", true, ""};
     if (keyword == "allowlist") {
         selectAllowlist(words);
-    } else if (!words.next().empty()) {
-        throw std::runtime_error("unexpected arguments");
     } else {
         selectSection(keyword);
+        if (!words.next().empty()) {
+            throw std::runtime_error("unexpected arguments");
+        }
     }
 }
 
 void Parser::selectAllowlist(WordReader& words) {
-    const auto directory = words.next();
-    if (directory.empty() || !words.next().empty()) {
+    latest.directory = words.next();
+    currentList = &result.allowlists[latest.directory];
+    if (latest.directory.empty() || !words.next().empty()) {
         throw std::runtime_error("missing argument to allowlist");
     }
-    currentList = &result.allowlists[std::string(directory)];
 }
 
 void Parser::selectSection(std::string_view keyword) {
@@ -114,6 +119,11 @@ void Parser::parseItem(std::string& item) {
     StringUtil::trim(item, kWhiteSpace);
     if (item.starts_with('#')) {
         return;
+    }
+    if (number != 0) {
+        latest.number = number;
+        latest.isHeader = false;
+        latest.item = item;
     }
     if (currentHandler != nullptr) {
         (this->*currentHandler)(item);
@@ -162,6 +172,42 @@ Configuration Configuration::read(const std::string& path, const ItemCheck& chec
         throw std::runtime_error("error while reading from file");
     }
     return std::move(parser.result);
+}
+
+std::vector<std::string> Configuration::sections() {
+    std::vector<std::string> words = {"allowlist", "filter"};
+    for (const ListSection& section : kListSections) {
+        words.emplace_back(section.keyword);
+    }
+    std::sort(words.begin(), words.end());
+    return words;
+}
+
+void Configuration::inspect(
+    const std::string& path, const std::function<void(const ConfigurationLine&)>& understood,
+    const std::function<void(const ConfigurationLine&, const std::string&)>& refused) {
+    LineReader file(path);
+    if (!file.opened()) {
+        throw std::runtime_error("cannot open file " + path);
+    }
+    const ItemCheck nothing;
+    Parser parser(nothing);
+    std::string line;
+    while (file.next(line)) {
+        ++parser.number;
+        try {
+            parser.parseLine(line);
+        } catch (const std::runtime_error& error) {
+            refused(parser.latest, error.what());
+            continue;
+        }
+        if (parser.latest.number == parser.number) {
+            understood(parser.latest);
+        }
+    }
+    if (file.error() != 0) {
+        throw std::runtime_error("error while reading from file");
+    }
 }
 
 void Configuration::load(const std::string& path) {

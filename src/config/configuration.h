@@ -5,6 +5,16 @@
 #include <list>
 #include <map>
 #include <string>
+#include <vector>
+
+/// A header or an item, as it is on its line. Comments and empty lines are none.
+struct ConfigurationLine {
+    unsigned long number = 0;
+    std::string section;    ///< the word of the header; empty before the first one
+    std::string directory;  ///< of an allowlist
+    bool isHeader = false;
+    std::string item;  ///< trimmed; empty for a line of white space too
+};
 
 /// Value object; one process-wide instance, empty until `load` has succeeded, read-only afterwards.
 /// Items are kept as written in the file, trimmed and in file order.
@@ -32,6 +42,16 @@ struct Configuration {
     /// The file's content. Throws std::runtime_error "cannot open file …", "error while reading
     /// from file", or "line N: " and what is wrong there, a refusal of `check` included.
     static Configuration read(const std::string& path, const ItemCheck& check);
+
+    /// The words that open a section.
+    static std::vector<std::string> sections();
+
+    /// Hands over each header and item, those that `read` would refuse with the text of its
+    /// refusal: for whoever reports on all of a file. Throws as `read` does when it cannot be read.
+    static void inspect(const std::string& path,
+                        const std::function<void(const ConfigurationLine& line)>& understood,
+                        const std::function<void(const ConfigurationLine& line,
+                                                 const std::string& fault)>& refused);
 
     /// Reads the file and replaces the process-wide object by what it read. Throws what `read`
     /// throws; the process-wide object then stays as it was.

@@ -95,6 +95,10 @@ std::string hostInterfaceName(ContainerHandle& handle) {
     return "veth-" + handle.getShortName();
 }
 
+std::string peerInterfaceName(const std::string& userName) {
+    return "vpeer-" + shortNameOf(userName);
+}
+
 std::string hostEndOf(const IpNetwork& network) {
     return network.getAddress(1);
 }
@@ -104,7 +108,7 @@ std::string containerEndOf(const IpNetwork& network) {
 }
 
 ContainerLink planLink(ContainerHandle& handle, const IpNetwork& network) {
-    return {hostInterfaceName(handle), "vpeer-" + handle.getShortName(), hostEndOf(network),
+    return {hostInterfaceName(handle), peerInterfaceName(handle.userName), hostEndOf(network),
             containerEndOf(network), network.bitmask()};
 }
 

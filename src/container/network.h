@@ -23,6 +23,9 @@ struct ContainerLink {
 std::string hostInterfaceName(const std::string& userName);
 std::string hostInterfaceName(ContainerHandle& handle);
 
+/// The other end, until the container renames it: "vpeer-" + short name.
+std::string peerInterfaceName(const std::string& userName);
+
 /// The pair's addresses: number 1 of the account's network, and number 2. Both throw
 /// std::runtime_error when the network is too small.
 std::string hostEndOf(const IpNetwork& network);

@@ -12,6 +12,10 @@ bool isBelowProc(const std::string& item) {
     return item.starts_with("/proc/");
 }
 
+bool isAtOrBelow(const std::string& path, const std::string& directory) {
+    return path == directory || path.starts_with(directory + "/");
+}
+
 std::string parentOf(const std::string& path) {
     const auto lastName = path.find_last_not_of('/');
     const auto slash = lastName == std::string::npos ? 0 : path.rfind('/', lastName);

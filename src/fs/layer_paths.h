@@ -11,6 +11,9 @@ std::list<std::string> componentsOf(const std::string& path);
 /// covered by a mount of its own.
 bool isBelowProc(const std::string& item);
 
+/// True for the directory itself too. Both without slashes at their ends.
+bool isAtOrBelow(const std::string& path, const std::string& directory);
+
 /// `path` without its last component; slashes at its end do not count. "/" is its own parent, and
 /// that of a name without a slash is "".
 std::string parentOf(const std::string& path);

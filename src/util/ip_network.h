@@ -9,6 +9,9 @@ public:
     /// `value` is in host byte order.
     explicit IpAddress(std::uint32_t number) : value(number) {}
 
+    /// In host byte order.
+    std::uint32_t number() const { return value; }
+
     /// Dotted-quad form without a prefix length.
     operator std::string() const;  // NOLINT(google-explicit-constructor): a conversion by design
 
