@@ -2,12 +2,11 @@
 
 #include <algorithm>
 #include <exception>
-#include <list>
 #include <map>
 #include <set>
 #include <stdexcept>
 
-#include "config/account_registry.h"
+#include "companions/list/whole_registry.h"
 #include "container/container_status.h"
 #include "container/network.h"
 #include "util/ip_network.h"
@@ -44,14 +43,12 @@ struct Host {
 
 Host readHost() {
     Host host;
-    std::list<AccountEntry> entries;
-    readAccounts(entries, "");
-    for (const AccountEntry& entry : entries) {
+    readWholeRegistry(kAccountRegistry, [&host](const RegistryLine& line) {
         // of several lines the first is the one that start goes by: the others find it running
-        if (host.networks.emplace(entry.name, entry.net).second) {
-            host.names.push_back(entry.name);
+        if (host.networks.emplace(line.account.name, line.account.net).second) {
+            host.names.push_back(line.account.name);
         }
-    }
+    });
     host.usersOfFiles = namespaceFileUsers();
     return host;
 }
