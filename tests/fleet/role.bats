@@ -218,3 +218,7 @@ same status 0 "$status"
 same findings "" "$out$err"
 EOF
 }
+
+@test "the shipped alerts fire for what is broken, and not for what was stopped on purpose" {
+    promtool test rules "$project/tests/fleet/rules_test.yml"
+}
