@@ -170,3 +170,18 @@ offers "/tmp/files/file" alice -dc /tmp/files/fi
 offers "-a alice anna bob" -c /tmp/files/file ""
 EOF
 }
+
+@test "kiv-check's options and files complete" {
+    in_host <<'EOF'
+installed
+export PROGRAM=kiv-check
+mkdir -p /tmp/files
+touch /tmp/files/one.conf
+offers "-c -h -q -r -v --config= --help --host --json --quiet --registry= --strict --version" -
+offers "--host" --ho
+offers "/tmp/files/one.conf" -c /tmp/files/o
+offers "/tmp/files/one.conf" --host -qr /tmp/files/o
+offers "/tmp/files/one.conf" --registry = /tmp/files/o
+offers "" ""
+EOF
+}

@@ -1,0 +1,24 @@
+// The command line of kiv-check.
+#pragma once
+
+#include <optional>
+#include <string>
+
+enum class CheckAction { Check, Help, Version };
+
+struct CheckRequest {
+    CheckAction action = CheckAction::Check;
+    std::optional<std::string> configuration;  ///< of -c
+    std::optional<std::string> registry;       ///< of -r
+    bool host = false;
+    bool json = false;
+    bool quiet = false;   ///< without notes
+    bool strict = false;  ///< notes count
+};
+
+/// Throws std::runtime_error with the translated message when the command line is not understood.
+/// May be called again with another vector.
+CheckRequest parseCheckOptions(int argc, char** argv);
+
+/// Writes the help text on standard output.
+void printCheckHelp();

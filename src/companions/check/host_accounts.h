@@ -1,0 +1,39 @@
+// The accounts of a host and what of their containers is pinned: read once for all checks.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "container/container_state.h"
+#include "util/util.h"
+
+struct HostAccount {
+    std::string name;
+    std::optional<PasswordEntry> user;
+    std::string network;  ///< as registered; empty without
+    ContainerState state = ContainerState::Stopped;
+    std::string interface;
+    std::uint64_t networkNamespace = 0;  ///< its inode; 0 when none is pinned
+    std::uint64_t mountNamespace = 0;
+
+    bool hasContainer() const { return networkNamespace != 0 || mountNamespace != 0; }
+};
+
+struct HostAccounts {
+    std::vector<HostAccount> all;  ///< those of the registry, then the orphaned ones
+    std::map<uid_t, const HostAccount*> byUser;
+    std::map<std::uint64_t, const HostAccount*> byNetworkNamespace;
+
+    HostAccounts() = default;
+    HostAccounts(const HostAccounts&) = delete;
+    HostAccounts& operator=(const HostAccounts&) = delete;
+    HostAccounts(HostAccounts&&) = default;
+    HostAccounts& operator=(HostAccounts&&) = default;
+};
+
+/// Throws std::runtime_error when the registry, the runtime directory or the password database
+/// cannot be read. Waits for starts and stops under way, two seconds for each.
+HostAccounts readHostAccounts(const std::string& registry);

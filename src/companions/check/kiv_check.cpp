@@ -1,0 +1,98 @@
+// The program kiv-check: finds what is wrong with the configuration, the registry and the host,
+// before it matters and after.
+#include <libintl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <exception>
+#include <stdexcept>
+
+#include "companions/check/check_options.h"
+#include "companions/check/configuration_checks.h"
+#include "companions/check/findings.h"
+#include "companions/check/host_checks.h"
+#include "companions/check/registry_checks.h"
+#include "config/account_registry.h"
+#include "util/daemon.h"
+#include "util/errors.h"
+#include "util/output.h"
+#include "util/program.h"
+#include "util/settings.h"
+
+namespace {
+
+constexpr int kFound = 1;
+constexpr int kCannotCheck = 2;
+
+int fail(const std::string& message) {
+    reportLines("kiv-check: " + message);
+    return kCannotCheck;
+}
+
+/// A file that is named is checked alone: what is wrong elsewhere must not keep a good one from
+/// being installed.
+void collect(const CheckRequest& request, Findings& findings) {
+    const bool both = request.host || (!request.configuration && !request.registry);
+    const std::string configuration = request.configuration.value_or(kDefaultConfigFile);
+    const std::string registry = request.registry.value_or(kAccountRegistry);
+    if (both || request.configuration) {
+        try {
+            checkConfiguration(configuration, findings);
+        } catch (const std::runtime_error& error) {
+            throw std::runtime_error(configuration + ": " + error.what());
+        }
+    }
+    if (both || request.registry) {
+        checkRegistry(registry, findings);
+    }
+    if (request.host) {
+        checkHost(registry, configuration, findings);
+    }
+}
+
+int check(const CheckRequest& request) {
+    if (request.host && ::geteuid() != 0) {
+        return fail(::gettext("only root may run this program"));
+    }
+    Findings findings;
+    collect(request, findings);
+    const bool found =
+        std::any_of(findings.begin(), findings.end(), [&request](const Finding& finding) {
+            return request.strict || finding.severity != Severity::Note;
+        });
+    if (request.quiet) {
+        std::erase_if(findings,
+                      [](const Finding& finding) { return finding.severity == Severity::Note; });
+    }
+    print(request.json ? jsonOf(findings) : linesOf(findings));
+    return found ? kFound : EXIT_SUCCESS;
+}
+
+int run(const CheckRequest& request) {
+    switch (request.action) {
+        case CheckAction::Help:
+            printCheckHelp();
+            return EXIT_SUCCESS;
+        case CheckAction::Version:
+            print(std::string(kVersionLine) + "\n");
+            return EXIT_SUCCESS;
+        default:
+            return check(request);
+    }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    try {
+        Daemon::forgetCaller();
+        speakCallersLanguage();
+        // host tools see nothing else of the caller's environment
+        Daemon::cleanEnv({"PATH", "TERM", "LANG", "TZ"});
+        settings().programName = "kiv-check";
+        return run(parseCheckOptions(argc, argv));
+    } catch (const std::exception& error) {
+        return fail(error.what());
+    }
+}

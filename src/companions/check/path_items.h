@@ -1,0 +1,23 @@
+// The items of a configuration that are paths, each for itself.
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "companions/check/findings.h"
+#include "config/configuration.h"
+
+using KnownPaths = std::function<bool(const std::string& path)>;
+
+/// An item of hide, empty or bind, or the directory of an allowlist.
+void checkPathItem(const ConfigurationLine& item, const std::string& text, const KnownPaths& known,
+                   const FindingsOf& findings);
+
+/// A name below an allowlist.
+void checkListedName(const ConfigurationLine& item, const KnownPaths& known,
+                     const FindingsOf& findings);
+
+/// The paths that an item means on this host: the matches of a pattern, else the one path, without
+/// ".." and slashes at its end.
+std::vector<std::string> pathsOf(const std::string& item);
