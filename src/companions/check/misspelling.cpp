@@ -57,6 +57,10 @@ bool exists(const std::string& path) {
 }  // namespace
 
 bool looksLike(const std::string& typed, const std::string& meant) {
+    // most neighbours end here: folders of programs have thousands
+    if (std::max(typed.size(), meant.size()) - std::min(typed.size(), meant.size()) > 1) {
+        return false;
+    }
     const std::string one = lowerCase(typed);
     const std::string other = lowerCase(meant);
     const std::size_t longest = std::max(one.size(), other.size());
