@@ -19,11 +19,9 @@ looks() {
         [ "$(stat -f -c %T /)" = overlayfs ] || echo "the root is $(stat -f -c %T /)"
         [ -w /tmp ] && [ -d "$HOME" ] && [ -e /srv/held ] && [ -r /proc/self/stat ] || echo "parts are missing"'
     taskset --cpu-list "$all_processors" kiv-run "$1" sh -c "while [ ! -e ~/end ]; do $look; done" &
-    within=$!
     while [ ! -e "/home/$1/end" ]; do
         taskset --cpu-list "$all_processors" kiv-run "$1" sh -c "$look" || echo "status $?"
     done &
-    entering=$!
 }
 
 # comes_and_goes NAME: meanwhile the account is started, entered and stopped. It may be refused, but not fail otherwise.
@@ -54,7 +52,6 @@ refused held # the file system shows who holds it
 kivctl start alice >/dev/null
 looks alice >/tmp/wrong 2>&1
 comes_and_goes bob >/tmp/wrong.bob 2>&1 &
-other=$!
 count=$(rounds 200 12)
 for ((round = 1; round <= count; round++)); do
     echo "$round" >/usr/share/tool.new
@@ -68,7 +65,7 @@ for ((round = 1; round <= count; round++)); do
     same "what is seen after refresh $round" "$round" "$(kiv-run alice cat /usr/share/tool)"
 done
 touch /home/alice/end /home/bob/end
-wait "$within" "$entering" "$other"
+wait
 same "what was wrong" "" "$(cat /tmp/wrong)"
 same "what was wrong of the other" "" "$(grep -v '^umount(kiv) failed: Device or resource busy$' /tmp/wrong.bob || true)"
 printf 'hide\n    /etc/secret\n' >"$configuration"
