@@ -107,7 +107,7 @@ std::vector<seccomp_data> callsOf(std::uint32_t architecture) {
             calls.push_back({static_cast<int>(number), architecture, 0, {}});
         }
     }
-    for (const std::size_t table : {0, 1}) {
+    for (const std::size_t table : {std::size_t{0}, std::size_t{1}}) {
         for (const char* shared : {"socketcall", "ipc"}) {
             const auto number =
                 table < countOfTables() ? systemCallNumber(shared, table) : std::nullopt;
