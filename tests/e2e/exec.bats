@@ -93,7 +93,7 @@ CapBnd:	0000000000000000
 CapAmb:	0000000000000000
 NoNewPrivs:	0
 Seccomp:	2
-Seccomp_filters:	2" "$(grep -E '^(Cap|NoNewPrivs|Seccomp)' <<<"$seen")"
+Seccomp_filters:	1" "$(grep -E '^(Cap|NoNewPrivs|Seccomp)' <<<"$seen")"
 EOF
 }
 
