@@ -203,7 +203,7 @@ EOF
 firewall
 serve host 53 7000
 serve outside 7000
-iptables -I INPUT -s 100.64.0.0/10 ! -i tailscale0 -j DROP
+iptables -I INPUT -s 100.64.0.0/10 ! -i vpn0 -j DROP
 calls alice <<<$'tcp 127.0.0.1 3306 - silence\nudp 192.0.2.2 53 - silence\ntcp 198.51.100.1 7000 - outside'
 advice=$(sed 's/\\//g' "$rules/../../docs/man/kiv.7" | sed -n 's/^# \(iptables -I INPUT -i veth-+ -j ACCEPT\)$/\1/p')
 $advice
@@ -259,7 +259,10 @@ units=$rules/../systemd
 cp "$rules/kivctl.nft" /etc/tarnwell
 install -D -m 0644 "$units/nftables-kivctl.conf" /etc/systemd/system/nftables.service.d/kivctl.conf
 cp "$units/kivctl-firewall.service" /etc/systemd/system
-sed -E "s|@CMAKE_INSTALL_FULL_SBINDIR@|$(dirname "$KIVCTL")|" "$units/kivctl.service.in" >/etc/systemd/system/kivctl.service
+ln -s "$(dirname "$KIVCTL")" /usr/local/lib/programs # a path without a blank
+install -D "$units/all-accounts" /usr/local/libexec/kivctl/all-accounts
+sed 's|@CMAKE_INSTALL_FULL_SBINDIR@|/usr/local/lib/programs|; s|@CMAKE_INSTALL_FULL_LIBEXECDIR@|/usr/local/libexec|' \
+    "$units/kivctl.service.in" >/etc/systemd/system/kivctl.service
 printf '%s\n' '#!/usr/sbin/nft -f' 'flush ruleset' 'table inet mine { }' >/etc/nftables.conf
 printf '%s\n' '[Unit]' 'DefaultDependencies=no' >/etc/systemd/system/few.target
 # a manager of its own, without what an installed Debian starts

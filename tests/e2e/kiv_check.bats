@@ -1,6 +1,7 @@
 #!/usr/bin/env bats
 # kiv-check: each kind of finding about configuration and registry, with the thing that it warns of.
 load helpers
+export project
 
 # conf LINE…: the configuration has these lines, the sections at the left edge.
 conf() { printf '%s\n' "$@" >"$configuration"; }
@@ -32,7 +33,7 @@ EOS
 
 @test "the sample is clean: what a host lacks are notes, which count when asked for" {
     in_host <<'EOS'
-cp "${KIVCTL%/build/*}/dist/kiv.conf" "$configuration"
+cp "$project/dist/kiv.conf" "$configuration"
 rm -rf /etc/gshadow- /etc/subuid- /usr/bin/newuidmap
 capture kiv-check
 same status 0 "$status"
