@@ -6,7 +6,8 @@ export project
 # apt_hook: what the package installs, with the program's path of this build. Debian's debconf hook has words of its own.
 apt_hook() {
     rm -f /etc/apt/apt.conf.d/70debconf
-    sed "s|[^ ]*/sbin/kiv-refresh|$(dirname "$KIVCTL")/kiv-refresh|g" \
+    ln -sfn "$(dirname "$KIVCTL")" /usr/local/lib/programs # a path without a blank
+    sed "s|[^ ]*/sbin/kiv-refresh|/usr/local/lib/programs/kiv-refresh|g" \
         "$(dirname "$(dirname "$KIVCTL")")/dist/apt/80kivctl" >/etc/apt/apt.conf.d/80kivctl
 }
 
