@@ -21,7 +21,7 @@ kivctl start alice
 resident alice net sleep 60
 ns="/proc/$pid/ns/net"
 capture strace -f -o /tmp/trace -P "$ns" -P "/proc/$pid/task/" -e inject=openat:error=EMFILE \
-    -e inject=newfstatat:error=ENOENT kivctl stop alice
+    -e inject=readlink,newfstatat:error=ENOENT kivctl stop alice
 same status 71 "$status"
 same stderr "kivctl: Cannot open /proc/$pid/task/: Too many open files" "$(grep -v '^strace' <<<"$err")"
 same "live namespaces" $'net\nipc\nmnt' "$(mounted alice)"
@@ -36,7 +36,7 @@ kivctl start alice
 resident alice net sleep 60
 ns="/proc/$pid/ns/net"
 capture strace -f -o /tmp/trace -P "$ns" -P "/proc/$pid/task/" -e inject=openat:error=EMFILE \
-    -e inject=newfstatat:error=ENOENT:when=2+ kivctl stop alice
+    -e inject=readlink:error=ENOENT:when=2+ -e inject=newfstatat:error=ENOENT kivctl stop alice
 same status 71 "$status"
 same stderr "alice: terminating processes: $pid
 kivctl: Cannot open /proc/$pid/task/: Too many open files" "$(grep -v '^strace' <<<"$err")"

@@ -1,5 +1,9 @@
 // The container configuration file, down to the filters' expressions.
+#include <algorithm>
+#include <cstddef>
 #include <stdexcept>
+#include <string>
+#include <string_view>
 
 #include "config/configuration.h"
 #include "input.h"
@@ -39,6 +43,14 @@ void requireSound(const Configuration& result) {
     demand(result.ipCommand == "ip", "a host tool that no file changes");
 }
 
+/// regcomp(3) copies what a "+" or an interval repeats: each of them may double its memory. Whoever
+/// writes such an expression into root's file has the whole machine already.
+bool mayFillMemory(std::string_view text) {
+    constexpr std::ptrdiff_t kMost = 12;
+    return std::count_if(text.begin(), text.end(), [](char c) { return c == '+' || c == '{'; }) >
+           kMost;
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
@@ -47,7 +59,11 @@ extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    const InputFile file(Input(data, size).all());
+    const std::string text(Input(data, size).all());
+    if (mayFillMemory(text)) {
+        return 0;
+    }
+    const InputFile file(text);
     try {
         requireSound(Configuration::read(file.path(), nullptr));
     } catch (const std::runtime_error& error) {
