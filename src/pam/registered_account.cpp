@@ -1,26 +1,38 @@
 #include "pam/registered_account.h"
 
-#include <algorithm>
 #include <list>
 #include <stdexcept>
 
 #include "config/account_registry.h"
 #include "util/errors.h"
+#include "util/line_reader.h"
 
 namespace {
 
+/// A crash of the host may leave some. They join what stands beside them: a name is another name,
+/// and where they took a newline's place the next line's account is missing.
+void requireNoNulBytes(const std::string& registry) {
+    LineReader file(registry);
+    if (!file.opened()) {
+        throw systemError("cannot open ", registry, ": ");
+    }
+    std::string line;
+    while (file.next(line)) {
+        if (line.find('\0') != std::string::npos) {
+            throw std::runtime_error(registry + ": holds a NUL byte");
+        }
+    }
+    if (file.error() != 0) {
+        throw systemError("cannot read " + registry + ": ", file.error());
+    }
+}
+
 std::list<AccountEntry> readWhole(const std::string& registry) {
+    requireNoNulBytes(registry);
     std::list<AccountEntry> accounts;
     const int error = readAccounts(accounts, "", registry.c_str());
     if (error != 0) {
         throw systemError("cannot read " + registry + ": ", error);
-    }
-    // as a crash of the host may leave them: a name with one would be another name
-    const bool isDamaged = std::any_of(accounts.begin(), accounts.end(), [](const auto& account) {
-        return account.name.find('\0') != std::string::npos;
-    });
-    if (isDamaged) {
-        throw std::runtime_error(registry + ": a name holds a NUL byte");
     }
     return accounts;
 }

@@ -12,6 +12,7 @@
 
 namespace {
 
+using namespace std::string_literals;
 using testing::EndsWith;
 using testing::ThrowsMessage;
 
@@ -40,9 +41,11 @@ TEST_F(RegisteredAccount, IsNobodyForOthers) {
 }
 
 TEST_F(RegisteredAccount, IsNotLookedForInADamagedRegistry) {
-    const std::string content("bin\ndaemon\0\n", 12);
-    EXPECT_THAT([&] { find("bin", 2, content); },
-                ThrowsMessage<std::runtime_error>(EndsWith(": a name holds a NUL byte")));
+    for (const std::string& content :
+         {"bin\ndaemon\0\n"s, "bin net=100.64.0.4/30\0daemon\n"s, "#\0daemon\nbin\n"s}) {
+        EXPECT_THAT([&] { find("bin", 2, content); },
+                    ThrowsMessage<std::runtime_error>(EndsWith(": holds a NUL byte")));
+    }
 }
 
 TEST_F(RegisteredAccount, IsNotLookedForInARegistryThatCannotBeRead) {
