@@ -26,9 +26,11 @@
 
 namespace {
 
-bool isDirectory(int descriptor) {
+/// So is what cannot be looked at: a network file system that is gone says nothing of its
+/// directories today, and leads out tomorrow.
+bool mayBeDirectory(int descriptor) {
     struct stat status {};
-    return ::fstat(descriptor, &status) == 0 && S_ISDIR(status.st_mode);
+    return ::fstat(descriptor, &status) != 0 || S_ISDIR(status.st_mode);
 }
 
 /// An open directory leads out of the container, whoever has it: su hands what its caller has open
@@ -49,7 +51,7 @@ void keepDirectoriesFromCommands() {
         }
         // 0 for "." and ".."
         const auto descriptor = static_cast<int>(std::strtol(entry->d_name, nullptr, 10));
-        if (descriptor > STDERR_FILENO && isDirectory(descriptor)) {
+        if (descriptor > STDERR_FILENO && mayBeDirectory(descriptor)) {
             ::fcntl(descriptor, F_SETFD, FD_CLOEXEC);
         }
     }
