@@ -119,6 +119,10 @@ void giveUpChangeOfUser() {
         ::_exit(EXIT_FAILURE);
     }
     for (const unsigned capability : {unsigned{CAP_SETUID}, unsigned{CAP_SETGID}}) {
+        if (::prctl(PR_CAPBSET_READ, capability) != 0 &&
+            ::prctl(PR_CAPBSET_DROP, capability) != 0) {
+            ::_exit(EXIT_FAILURE);
+        }
         const std::uint32_t others = ~(std::uint32_t{1} << capability % kBitsOfWord);
         auto& word = words.at(capability / kBitsOfWord);
         word.effective &= others;

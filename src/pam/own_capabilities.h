@@ -10,6 +10,7 @@
 void limitCapabilities(ContainerHandle& handle);
 
 /// For a session that could not be opened: OpenSSH goes on without one, and its process for the
-/// user would stay outside of the container. Without these two capabilities no process becomes the
-/// user. Ends this process if they cannot be given up.
+/// user would stay outside of the container. Without CAP_SETUID and CAP_SETGID no process becomes
+/// the user. The bounding set loses them too: else root's next execve(2) brings them back. Ends
+/// this process if they cannot be given up.
 void giveUpChangeOfUser();

@@ -252,6 +252,8 @@ kivctl stop alice >/dev/null
 capture "$programs/open_session" -i login alice id
 same status 4 "$status"
 same "the last line" "cannot become the user: Operation not permitted" "$(tail -n 1 <<<"$out")"
+capture "$programs/open_session" -i -r login alice setpriv --reuid alice id
+same "what a program that it starts as root says" "setpriv: setresuid failed: Operation not permitted" "$err"
 EOF
 }
 

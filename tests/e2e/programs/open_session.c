@@ -1,8 +1,9 @@
 // A program that opens a PAM session for a user, as login programs do, and becomes the user in it.
-//   open_session [-a] [-i] [-p] [-s] SERVICE USER [COMMAND [ARGUMENT…]]
+//   open_session [-a] [-i] [-p] [-r] [-s] SERVICE USER [COMMAND [ARGUMENT…]]
 //     -a  asks for the account first
 //     -i  goes on although the session was not opened, as OpenSSH does
 //     -p  stops itself when the session is open
+//     -r  stays root
 //     -s  prints what of the program itself the session has changed
 // Prints what is said to the user, and what the functions return unless that is success. Ends with 3 when it was
 // refused, with 4 when it could not become the user.
@@ -106,11 +107,13 @@ int main(int argc, char** argv) {
     bool account = false;
     bool ignore = false;
     bool pause = false;
+    bool root = false;
     bool show = false;
-    for (int option; (option = getopt(argc, argv, "+aips")) != -1;) {
+    for (int option; (option = getopt(argc, argv, "+aiprs")) != -1;) {
         account |= option == 'a';
         ignore |= option == 'i';
         pause |= option == 'p';
+        root |= option == 'r';
         show |= option == 's';
     }
     setvbuf(stdout, NULL, _IONBF, 0);
@@ -146,7 +149,7 @@ int main(int argc, char** argv) {
     if (pause) {
         raise(SIGSTOP);
     }
-    if (found != NULL) {
+    if (found != NULL && !root) {
         become(&entry);
     }
     if (argv[optind + 2] != NULL) {
