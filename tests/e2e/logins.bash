@@ -71,10 +71,11 @@ pinned_for() {
     done | xargs
 }
 
-# all_inside NAME: every process with the account's user ID is inside, filtered and without capabilities. CAP_NET_RAW is
-# what the sample configuration leaves in the bounding set.
+# all_inside NAME: there are processes with the account's user ID, and each is inside, filtered and without
+# capabilities. CAP_NET_RAW is what the sample configuration leaves in the bounding set.
 all_inside() {
     local pid wanted state
+    pgrep --uid "$1" >/dev/null
     wanted=$(pinned_for "$1")
     for pid in $(pgrep --uid "$1"; pgrep --euid "$1"); do
         same "namespaces of $(tr '\0' ' ' <"/proc/$pid/cmdline")" "$wanted" "$(where "$pid")"
