@@ -2,7 +2,9 @@
 
 # shellcheck disable=SC2034 # for the tests
 programs=$(dirname "$KIVCTL")/../tests/e2e/programs
-module=$(realpath "$(dirname "$KIVCTL")/../lib/security/pam_kiv.so")
+# by a path without a blank, as PAM's files need it
+ln -sfn "$(realpath "$(dirname "$KIVCTL")/../lib")" /usr/local/lib/modules
+module=/usr/local/lib/modules/security/pam_kiv.so
 
 # pam_service NAME [OPTION…]: as the shipped profile and the host's own file have it, but that nobody needs a password.
 pam_service() {
