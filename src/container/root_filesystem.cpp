@@ -110,7 +110,11 @@ void buildRootFilesystem(const std::string& userName, const std::optional<Passwo
     hideRuntimeDirectory(pinned);
     const FileDescriptor root = mountOverlay(userName);
     if (account && !account->homeDirectory.empty()) {
-        mountHome(root, account->homeDirectory);
+        const bool isBound = mountHome(root, account->homeDirectory);
+        // a container without its home is better than none, but not better than the earlier view
+        if (!isBound && pinned == Pinned::Some) {
+            throw std::runtime_error("the home cannot be mounted, giving up");
+        }
     }
     mountPrivateParts(root);
     mountBinds(root);

@@ -95,15 +95,15 @@ void mountRun() {
 
 }  // namespace
 
-void mountHome(const FileDescriptor& root, const std::string& home) {
+bool mountHome(const FileDescriptor& root, const std::string& home) {
     const FileDescriptor source = openThroughRootLinks(home, LastLink::Keep);
     struct stat status {};
     if (!source.valid() || ::fstat(source.get(), &status) != 0) {
         reportSystemError(home, ": ");
-        return;
+        return false;
     }
     if (!S_ISDIR(status.st_mode)) {
-        return;
+        return true;
     }
     // In the top layer, and from the running host: a home on a file system of its own is not below
     // the lower root. Nothing may look the path up in the overlay before: it would remember its
@@ -114,8 +114,9 @@ void mountHome(const FileDescriptor& root, const std::string& home) {
         report("bind-mount(" + home + " to " + kTempRoot + home + ") failed: " + errorText(error));
     }
     if (error == kIsRoot) {
-        return;  // its tmp directory is the host's own
+        return true;  // its tmp directory is the host's own
     }
+    const bool isBound = error == 0;
     const std::string tmp = home + "/tmp";
     progress("tmpdir: " + tmp);
     // the account may put a link there, which would lead root elsewhere; the slash has an
@@ -124,6 +125,7 @@ void mountHome(const FileDescriptor& root, const std::string& home) {
     if (error != 0) {
         report("mount(" + tmp + ") to /tmp failed: " + errorText(error));
     }
+    return isBound;
 }
 
 void mountPrivateParts(const FileDescriptor& root) {

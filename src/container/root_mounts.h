@@ -14,7 +14,8 @@ inline constexpr const char* kTempRoot = "/mnt/temp-root";
 /// influence are opened once and mounted through their descriptors.
 
 /// Binds the home directory and, over /tmp, its tmp directory. Reports what fails and goes on.
-void mountHome(const FileDescriptor& root, const std::string& home);
+/// False when there is a home to bind, and it could not be bound.
+[[nodiscard]] bool mountHome(const FileDescriptor& root, const std::string& home);
 
 /// Private terminals, a proc of the account's own processes, the emptied paths of proc, and a small
 /// /run. Throws std::runtime_error when there is no /run to be had; reports the rest.

@@ -225,6 +225,43 @@ refreshed kiv-refresh alice
 EOF
 }
 
+@test "a view without the home does not replace the earlier one" {
+    in_host <<'EOF'
+account alice 100.64.0.4/30
+kivctl start alice >/dev/null
+view=$(of_view alice)
+mv /home/alice /home/gone
+capture kiv-refresh alice
+same status 71 "$status"
+same stderr "/home/alice: No such file or directory
+kiv-refresh: the home cannot be mounted, giving up
+kiv-refresh: the new view could not be built, the earlier one stays" "$err"
+same "the view" "$view" "$(of_view alice)"
+same marks "" "$(marks)"
+same "the home" tmp "$(kiv-run alice ls /home/alice)"
+mv /home/gone /home/alice
+refreshed kiv-refresh alice
+refused test "$view" = "$(of_view alice)"
+EOF
+}
+
+@test "mounts that were shared since, with a namespace that has them too, keep nothing from being refreshed" {
+    in_host <<'EOF'
+account alice 100.64.0.4/30
+kivctl start alice >/dev/null
+view=$(of_view alice)
+mount --make-rshared /
+unshare --mount --propagation slave sleep 600 &
+service=$!
+apart() { [ "$(readlink "/proc/$service/ns/mnt")" != "$(readlink /proc/self/ns/mnt)" ] && grep -q sleep "/proc/$service/comm"; }
+eventually apart
+refreshed kiv-refresh alice
+refused test "$view" = "$(of_view alice)"
+same "who is inside" alice "$(kiv-run alice id -un)"
+same marks "" "$(marks)"
+EOF
+}
+
 @test "killed between the two views it is completed by the next start, and nobody enters meanwhile" {
     in_host <<'EOF'
 account alice 100.64.0.4/30

@@ -139,6 +139,11 @@ FileDescriptor buildView(const ContainerHandle& handle, const RunMark& mark) {
 void pinInstead(const ContainerHandle& handle, const FileDescriptor& view, const RunMark& mark) {
     const std::string target = namespaceFile(handle.userName, kViewKind);
     const std::string source = std::string(kOwnProcess) + "/fd/" + std::to_string(view.get());
+    // Somebody may have shared all mounts since the start. The kernel still unmounts the earlier
+    // view then, but refuses to bind a mount namespace where the mount would go to others.
+    if (::mount(nullptr, runtimeDirectory.c_str(), nullptr, MS_PRIVATE | MS_REC, nullptr) != 0) {
+        throw systemError(runtimeDirectory, ": cannot make private: ");
+    }
     if (!mark.write({CLONE_NEWNS})) {
         throw systemError(runtimeDirectory, ": cannot mark a container that is being refreshed: ");
     }
