@@ -270,6 +270,11 @@ same stderr "kiv-check: /absent: cannot open file /absent" "$err"
 capture kiv-check -r /absent
 same status 2 "$status"
 same stderr "kiv-check: cannot open /absent: No such file or directory" "$err"
+printf 'hide\n  /etc/shdow\n' >/tmp/new.conf
+capture kiv-check -c /tmp/new.conf -r /absent
+same "status of the second file" 2 "$status"
+same "what was found before" "/tmp/new.conf:2: warning: '/etc/shdow' does not exist: is '/etc/shadow' meant?" "$out"
+same "its stderr" "kiv-check: cannot open /absent: No such file or directory" "$err"
 capture kiv-check --nonsense
 same status 2 "$status"
 same stderr "kiv-check: unknown option '--nonsense'" "$err"

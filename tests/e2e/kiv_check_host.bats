@@ -136,6 +136,12 @@ iptables-restore --noflush "$firewall/kivctl.iptables"
 ip6tables-restore --noflush "$firewall/kivctl.iptables"
 finds ""
 same "IPv6 and firewall" "" "$( (kiv-check --host || true) | grep -E '^/proc/net/if_inet6|^nft' || true)"
+for chain in PREROUTING POSTROUTING; do
+    iptables -t nat -F "$chain"
+    host | grep -q "^iptables: warning: the source-NAT rule is missing"
+    iptables-restore --noflush "$firewall/kivctl.iptables"
+    finds ""
+done
 EOS
 }
 
@@ -169,6 +175,12 @@ echo "$outside" >"$manager/cgroup.procs"
 eventually grep -q sleep "/proc/$outside/comm"
 finds "/proc: warning: processes of 'bob' run outside of its container: $outside; start them with kiv-run" \
     "$manager: warning: a user manager of 'bob' runs outside of the container: run loginctl disable-linger, and systemctl mask --now user@$(id -u bob)"
+kill "$outside"
+wait "$outside" || true
+nsenter --net=/run/kiv/bob@net setpriv --reuid alice --regid alice --init-groups sleep 300 </dev/null &
+outside=$!
+eventually grep -q sleep "/proc/$outside/comm"
+finds "/proc: warning: processes of 'alice' run outside of its container: $outside; start them with kiv-run"
 kill "$outside"
 wait "$outside" || true
 cp /usr/bin/sleep /usr/bin/waiting
@@ -214,5 +226,11 @@ echo 200 >"$slice/pids.max"
 echo $((512 << 20)) >"$slice/memory.high"
 echo $((1 << 30)) >"$slice/memory.max"
 finds ""
+for control in /run/systemd/system.control /etc/systemd/system.control; do # of systemctl set-property
+    control=$control/user-$(id -u alice).slice.d
+    mkdir -p "$control"
+    printf '[Slice]\nTasksMax=300\nMemoryHigh=512M\n' >"$control/limits.conf"
+    finds "$control/limits.conf:2: warning: the limit is not in force for 'alice': pids.max is 200, run systemctl daemon-reload and see kiv(7)"
+done
 EOS
 }

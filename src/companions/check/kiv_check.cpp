@@ -56,7 +56,12 @@ int check(const CheckRequest& request) {
         return fail(::gettext("only root may run this program"));
     }
     Findings findings;
-    collect(request, findings);
+    std::string failure;
+    try {
+        collect(request, findings);
+    } catch (const std::runtime_error& error) {
+        failure = error.what();  // what was found before is worth its lines all the same
+    }
     const bool found =
         std::any_of(findings.begin(), findings.end(), [&request](const Finding& finding) {
             return request.strict || finding.severity != Severity::Note;
@@ -65,7 +70,12 @@ int check(const CheckRequest& request) {
         std::erase_if(findings,
                       [](const Finding& finding) { return finding.severity == Severity::Note; });
     }
-    print(request.json ? jsonOf(findings) : linesOf(findings));
+    if (failure.empty() || !findings.empty()) {
+        print(request.json ? jsonOf(findings) : linesOf(findings));
+    }
+    if (!failure.empty()) {
+        return fail(failure);
+    }
     return found ? kFound : EXIT_SUCCESS;
 }
 

@@ -31,9 +31,11 @@ constexpr Limit kLimits[] = {
     {"MemoryMax=", "memory.max", true},
 };
 
-// systemd.unit(5): of the same name in several the first counts
-constexpr const char* kUnitFolders[] = {"/etc/systemd/system", "/run/systemd/system",
-                                        "/usr/local/lib/systemd/system", "/usr/lib/systemd/system"};
+// systemd.unit(5): of the same name in several the first counts; the first two are of
+// systemctl set-property
+constexpr const char* kUnitFolders[] = {
+    "/etc/systemd/system.control", "/run/systemd/system.control",   "/etc/systemd/system",
+    "/run/systemd/system",         "/usr/local/lib/systemd/system", "/usr/lib/systemd/system"};
 
 /// The value of a setting and where it is set.
 struct Setting {

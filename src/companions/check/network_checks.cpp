@@ -27,7 +27,10 @@ constexpr const char* kForwarding = "/proc/sys/net/ipv4/ip_forward";
 constexpr const char* kAddresses6 = "/proc/net/if_inet6";
 constexpr const char* kInterfaces = "/sys/class/net";
 constexpr const char* kFirewallTable = "kivctl";  // of dist/nftables/kivctl.nft
-constexpr const char* kFirewallJump = "-A INPUT -i veth-+ -j kivctl-input";  // of kivctl.iptables
+// of kivctl.iptables
+constexpr const char* kFirewallJump = "-A INPUT -i veth-+ -j kivctl-input";
+constexpr const char* kFirewallNatJumps[] = {"-A PREROUTING -i veth-+ -j kivctl-prerouting",
+                                             "-A POSTROUTING -j kivctl-postrouting"};
 
 using Lines = std::vector<std::string>;
 
@@ -77,6 +80,13 @@ bool contains(const std::optional<Lines>& lines, const std::string& line) {
     return lines && std::find(lines->begin(), lines->end(), line) != lines->end();
 }
 
+/// A flush of nat alone takes the way out and the database.
+bool hasFirewallJumps(const std::optional<Lines>& filter, const std::optional<Lines>& nat) {
+    return contains(filter, kFirewallJump) &&
+           std::all_of(std::begin(kFirewallNatJumps), std::end(kFirewallNatJumps),
+                       [&nat](const char* jump) { return contains(nat, jump); });
+}
+
 bool hasFirewallTable() {
     const auto tables = linesOfTool("nft", {"list", "tables"});
     return tables && std::any_of(tables->begin(), tables->end(),
@@ -111,7 +121,7 @@ private:
     std::optional<Lines> filter = linesOfTool(configuration().iptablesCommand, {"-S"});
     std::optional<Lines> nat = linesOfTool(configuration().iptablesCommand, {"-t", "nat", "-S"});
     bool firewallTable = hasFirewallTable();
-    bool firewall = firewallTable || contains(filter, kFirewallJump);  ///< for IPv4
+    bool firewall = firewallTable || hasFirewallJumps(filter, nat);  ///< for IPv4
     std::set<std::string> interfaces;  ///< of containers that have their network
     std::set<std::string> refused;     ///< interfaces with a rule that rejects
     std::set<std::string> redirected;  ///< interfaces with a rule for the database

@@ -60,6 +60,10 @@ std::optional<uid_t> userOf(const std::string& process) {
     return std::nullopt;
 }
 
+std::string_view withoutZeros(std::string_view address) {
+    return address.substr(std::min(address.find_first_not_of('0'), address.size()));
+}
+
 /// A program or library that dpkg replaces has no name any more: its file has no link left. In a
 /// container "(deleted)" is not shown for it, because its overlay still knows the name.
 bool isReplaced(const std::string& process, std::string_view range, std::string_view path) {
@@ -68,9 +72,10 @@ bool isReplaced(const std::string& process, std::string_view range, std::string_
         std::any_of(std::begin(kInstalled), std::end(kInstalled),
                     [path](std::string_view folder) { return path.starts_with(folder); });
     struct stat status {};
-    return isInstalled && (path.ends_with(" (deleted)") ||
-                           (::stat((process + "/map_files/").append(range).c_str(), &status) == 0 &&
-                            status.st_nlink == 0));
+    return isInstalled &&
+           (path.ends_with(" (deleted)") ||
+            (::stat((process + "/map_files/" + mapFileName(range)).c_str(), &status) == 0 &&
+             status.st_nlink == 0));
 }
 
 /// Of executable mappings, proc_pid_maps(5).
@@ -88,6 +93,11 @@ bool hasReplacedFile(const std::string& process) {
         }
     }
     return false;
+}
+
+/// Two names may share a user ID.
+bool isOf(const HostAccount& account, uid_t user) {
+    return account.user && account.user->uid == user;
 }
 
 class Checks {
@@ -110,12 +120,14 @@ void Checks::take(const std::string& pid) {
         return;  // ended, or ending
     }
     const auto inside = accounts.byNetworkNamespace.find(network);
-    if (inside == accounts.byNetworkNamespace.end()) {
-        const auto user = userOf(process);
-        const auto account = user ? accounts.byUser.find(*user) : accounts.byUser.end();
-        if (account != accounts.byUser.end()) {
-            found[account->second->name].outside.push_back(pid);
-        }
+    const bool isInside = inside != accounts.byNetworkNamespace.end();
+    const auto user = userOf(process);
+    const auto owner = user ? accounts.byUser.find(*user) : accounts.byUser.end();
+    if (owner != accounts.byUser.end() && !(isInside && isOf(*inside->second, *user))) {
+        found[owner->second->name].outside.push_back(pid);
+        return;
+    }
+    if (!isInside) {
         return;
     }
     const HostAccount& account = *inside->second;
@@ -164,6 +176,13 @@ void checkUserManagers(const HostAccounts& accounts, Findings& findings) {
 }
 
 }  // namespace
+
+std::string mapFileName(std::string_view range) {
+    const auto dash = std::min(range.find('-'), range.size());
+    return std::string(withoutZeros(range.substr(0, dash)))
+        .append("-")
+        .append(withoutZeros(range.substr(std::min(dash + 1, range.size()))));
+}
 
 void checkProcesses(const HostAccounts& accounts, Findings& findings) {
     const DirectoryStream directory(::opendir(kProcesses));
