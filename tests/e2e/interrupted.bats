@@ -24,10 +24,10 @@ runs_again() {
     same "rules left" "" "$(iptables-save | grep veth || true)"
     eventually test ! -e "/sys/class/net/veth-$1"
 }
-# killed_and_busy KIND: alice's start is killed while it builds, and that namespace is held by `holder`.
+# killed_and_busy KIND: alice's start is killed while it builds, and that namespace is held by descriptor 9.
 killed_and_busy() {
     injected mount:signal=KILL:when=1 -P /mnt/temp-root kivctl start alice
-    exec {holder}<"/run/kiv/alice@$1"
+    exec 9<"/run/kiv/alice@$1"
 }
 export -f mark runs_again killed_and_busy
 
@@ -229,7 +229,7 @@ capture kivctl stop alice
 same stderr "Cannot unmount /run/kiv/alice@mnt: Device or resource busy" "$err"
 same "files left" alice@mnt "$(ls /run/kiv)"
 same "marks left" trusted.kiv.unfinished.alice "$(marks)"
-exec {holder}<&-
+exec 9<&-
 kivctl stop alice
 same "files left by the next" "" "$(ls /run/kiv)"
 same "marks left by the next" "" "$(marks)"
@@ -244,7 +244,7 @@ capture kivctl stop alice
 same stderr "Cannot unmount /run/kiv/alice@net: Device or resource busy" "$err"
 same "files left" alice@net "$(ls /run/kiv)"
 same "marks left" trusted.kiv.unfinished.alice "$(marks)"
-exec {holder}<&-
+exec 9<&-
 runs_again alice
 EOF
 }
@@ -257,7 +257,7 @@ injected fsetxattr:error=ENOSPC kivctl stop alice
 same stderr "Cannot unmount /run/kiv/alice@net: Device or resource busy
 /run/kiv: cannot mark what is left: No space left on device" "$err"
 same "marks left" trusted.kiv.unfinished.alice "$(marks)"
-exec {holder}<&-
+exec 9<&-
 runs_again alice
 EOF
 }

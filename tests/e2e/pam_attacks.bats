@@ -23,6 +23,7 @@ parent=$!
 runs() { [ "$(pgrep --uid alice sleep --count)" = 2 ]; }
 eventually runs
 # pidfd_open(2) says only that there is a process
+# shellcheck disable=SC2029 # the words are meant to be this shell's
 tried() { ssh alice@host "./$1" "$2" | awk '$1 != "pidfd_open" { print $2 }' | sort -u | xargs; }
 for pid in "$(pgrep --full 'sshd: alice \[priv\]' | head -n 1)" "$(pgrep --uid alice --full 'sshd: alice' | head -n 1)" \
     "$parent"; do
