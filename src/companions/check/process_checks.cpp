@@ -122,10 +122,12 @@ void Checks::take(const std::string& pid) {
     const auto inside = accounts.byNetworkNamespace.find(network);
     const bool isInside = inside != accounts.byNetworkNamespace.end();
     const auto user = userOf(process);
-    const auto owner = user ? accounts.byUser.find(*user) : accounts.byUser.end();
-    if (owner != accounts.byUser.end() && !(isInside && isOf(*inside->second, *user))) {
-        found[owner->second->name].outside.push_back(pid);
-        return;
+    if (user && !(isInside && isOf(*inside->second, *user))) {
+        const auto owner = accounts.byUser.find(*user);
+        if (owner != accounts.byUser.end()) {
+            found[owner->second->name].outside.push_back(pid);
+            return;
+        }
     }
     if (!isInside) {
         return;
