@@ -55,6 +55,7 @@ Host *
 END
     chmod 600 ~/.ssh/config
     /usr/sbin/sshd -f /tmp/ssh/sshd_config -E /tmp/ssh/log
+    eventually test -s /tmp/ssh/pid # sshd writes it when it listens
 }
 
 # where PID…: the namespaces of each process, in one line.
