@@ -41,6 +41,9 @@ cd /usr/share
 same su "/usr/share alice $(pinned_for alice)" "$(su alice -c 'echo $PWD $(id -un) \
     $(readlink /proc/self/ns/{net,ipc,mnt})')"
 same "su -" "/home/alice" "$(su - alice -c pwd)"
+su - alice -c 'setsid --fork sleep 602'
+all_inside alice
+pkill --uid alice sleep
 fails 5 su alice -c 'exit 5'
 same "directories that root has open" "" "$(su alice -c 'find -L /proc/self/fd -mindepth 1 -maxdepth 1 -type d \
     ! -path "*/fd/[0-2]" -printf "%l\n" | grep -v "^/proc" || true' 7</ 8</run/kiv)"
@@ -75,10 +78,11 @@ two_containers
 pam_service login
 "$project/tests/e2e/on_terminal" login -f alice >/tmp/seen <<'END'
 expect \$ 
-type echo $(readlink /proc/self/ns/net) $(id -un) done\n
+type setsid --fork sleep 600; echo $(readlink /proc/self/ns/net) $(id -un) done\n
 expect alice done
 type exit\n
 END
+all_inside alice
 grep -qF "net:[$(stat -Lc %i /run/kiv/alice@net)] alice done" /tmp/seen
 EOF
 }
