@@ -96,7 +96,7 @@ EOF
 account alice 100.64.0.4/30
 echo 0 >/usr/share/tool
 kivctl start alice >/dev/null
-coproc kiv-run -T alice sh -c 'while read -r line; do cat /usr/share/tool; done'
+coproc kiv-run -T alice sh -c 'while read -r line; do seen=$(cat /usr/share/tool); echo "$seen"; done' # cat has ended then
 seen() {
     echo >&"${COPROC[1]}"
     read -r line <&"${COPROC[0]}"
