@@ -27,7 +27,7 @@ void requireTail(const RunRequest& request, const Vector& vector) {
 }
 
 void requireSound(const RunRequest& request, const Vector& vector) {
-    if (request.action != RunAction::Enter) {
+    if (request.action != Action::Work) {
         return;
     }
     requireTail(request, vector);

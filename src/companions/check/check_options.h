@@ -4,10 +4,10 @@
 #include <optional>
 #include <string>
 
-enum class CheckAction { Check, Help, Version };
+#include "companions/command_line.h"
 
 struct CheckRequest {
-    CheckAction action = CheckAction::Check;
+    Action action = Action::Work;
     std::optional<std::string> configuration;  ///< of -c
     std::optional<std::string> registry;       ///< of -r
     bool host = false;

@@ -81,10 +81,10 @@ int check(const CheckRequest& request) {
 
 int run(const CheckRequest& request) {
     switch (request.action) {
-        case CheckAction::Help:
+        case Action::Help:
             printCheckHelp();
             return EXIT_SUCCESS;
-        case CheckAction::Version:
+        case Action::Version:
             print(std::string(kVersionLine) + "\n");
             return EXIT_SUCCESS;
         default:

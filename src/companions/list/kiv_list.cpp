@@ -38,10 +38,10 @@ int list(const ListRequest& request) {
 
 int run(const ListRequest& request) {
     switch (request.action) {
-        case ListAction::Help:
+        case Action::Help:
             printListHelp();
             return EXIT_SUCCESS;
-        case ListAction::Version:
+        case Action::Version:
             print(std::string(kVersionLine) + "\n");
             return EXIT_SUCCESS;
         default:

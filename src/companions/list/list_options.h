@@ -4,10 +4,10 @@
 #include <string>
 #include <vector>
 
-enum class ListAction { List, Help, Version };
+#include "companions/command_line.h"
 
 struct ListRequest {
-    ListAction action = ListAction::List;
+    Action action = Action::Work;
     bool json = false;
     std::vector<std::string> users;  ///< empty for all accounts
 };

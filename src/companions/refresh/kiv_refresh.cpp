@@ -85,10 +85,10 @@ int run(const RefreshRequest& request) {
 
 int runAction(const RefreshRequest& request) {
     switch (request.action) {
-        case RefreshAction::Help:
+        case Action::Help:
             printRefreshHelp();
             return EXIT_SUCCESS;
-        case RefreshAction::Version:
+        case Action::Version:
             print(std::string(kVersionLine) + "\n");
             return EXIT_SUCCESS;
         default:

@@ -1,12 +1,11 @@
 // The command line of kiv-refresh.
 #pragma once
 
+#include "companions/command_line.h"
 #include "companions/refresh/refresh_containers.h"
 
-enum class RefreshAction { Refresh, Help, Version };
-
 struct RefreshRequest {
-    RefreshAction action = RefreshAction::Refresh;
+    Action action = Action::Work;
     const char* user = nullptr;        ///< not owned; null for all (-a)
     const char* configFile = nullptr;  ///< not owned; null for the default
     Refresh what = Refresh::NewView;

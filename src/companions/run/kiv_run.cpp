@@ -173,10 +173,10 @@ int enter(const RunRequest& request) {
 
 int runAction(const RunRequest& request) {
     switch (request.action) {
-        case RunAction::Help:
+        case Action::Help:
             printRunHelp();
             return EXIT_SUCCESS;
-        case RunAction::Version:
+        case Action::Version:
             print(std::string(kVersionLine) + "\n");
             return EXIT_SUCCESS;
         default:

@@ -7,12 +7,12 @@
 #include <string>
 #include <vector>
 
+#include "companions/command_line.h"
+
 enum class Terminal { AsCaller, Own, Callers };
 
-enum class RunAction { Enter, Help, Version };
-
 struct RunRequest {
-    RunAction action = RunAction::Enter;
+    Action action = Action::Work;
     const char* user = nullptr;            ///< not owned; points into argv
     std::vector<char*> command;            ///< not owned; empty for the login shell
     std::optional<std::string> directory;  ///< of -C

@@ -21,7 +21,7 @@ CheckRequest parse(std::initializer_list<const char*> words) {
 
 TEST(CheckOptions, OfNothingAreTheTwoFiles) {
     const CheckRequest request = parse({"kiv-check"});
-    EXPECT_EQ(request.action, CheckAction::Check);
+    EXPECT_EQ(request.action, Action::Work);
     EXPECT_FALSE(request.configuration || request.registry);
     EXPECT_FALSE(request.host || request.json || request.quiet || request.strict);
 }
@@ -35,8 +35,8 @@ TEST(CheckOptions, AreTakenTogether) {
 }
 
 TEST(CheckOptions, AskForHelpAndVersion) {
-    EXPECT_EQ(parse({"kiv-check", "-h"}).action, CheckAction::Help);
-    EXPECT_EQ(parse({"kiv-check", "--version", "--nonsense"}).action, CheckAction::Version);
+    EXPECT_EQ(parse({"kiv-check", "-h"}).action, Action::Help);
+    EXPECT_EQ(parse({"kiv-check", "--version", "--nonsense"}).action, Action::Version);
 }
 
 TEST(CheckOptions, RefuseOperandsAndWhatTheyDoNotKnow) {

@@ -26,7 +26,7 @@ ListRequest parse(std::initializer_list<const char*> words) {
 
 TEST(ListOptions, OfNothingAreATableOfAllAccounts) {
     const ListRequest request = parse({"kiv-list"});
-    EXPECT_EQ(request.action, ListAction::List);
+    EXPECT_EQ(request.action, Action::Work);
     EXPECT_FALSE(request.json);
     EXPECT_THAT(request.users, IsEmpty());
 }
@@ -46,8 +46,8 @@ TEST(ListOptions, KeepAnEmptyName) {
 }
 
 TEST(ListOptions, AskForHelpAndVersion) {
-    EXPECT_EQ(parse({"kiv-list", "alice", "-h"}).action, ListAction::Help);
-    EXPECT_EQ(parse({"kiv-list", "--version", "--nonsense"}).action, ListAction::Version);
+    EXPECT_EQ(parse({"kiv-list", "alice", "-h"}).action, Action::Help);
+    EXPECT_EQ(parse({"kiv-list", "--version", "--nonsense"}).action, Action::Version);
 }
 
 TEST(ListOptions, RefuseWhatTheyDoNotKnow) {

@@ -28,7 +28,7 @@ protected:
 
 TEST_F(RefreshOptions, OfAnAccountAloneMakeANewViewOfIt) {
     const RefreshRequest request = parse({"kiv-refresh", "alice"});
-    EXPECT_EQ(request.action, RefreshAction::Refresh);
+    EXPECT_EQ(request.action, Action::Work);
     EXPECT_STREQ(request.user, "alice");
     EXPECT_EQ(request.configFile, nullptr);
     EXPECT_EQ(request.what, Refresh::NewView);
@@ -57,8 +57,8 @@ TEST_F(RefreshOptions, NameOneAccountOrAll) {
 }
 
 TEST_F(RefreshOptions, ThatAskForHelpOrVersionNeedNoUser) {
-    EXPECT_EQ(parse({"kiv-refresh", "-d", "--help", "--nonsense"}).action, RefreshAction::Help);
-    EXPECT_EQ(parse({"kiv-refresh", "alice", "-v"}).action, RefreshAction::Version);
+    EXPECT_EQ(parse({"kiv-refresh", "-d", "--help", "--nonsense"}).action, Action::Help);
+    EXPECT_EQ(parse({"kiv-refresh", "alice", "-v"}).action, Action::Version);
 }
 
 }  // namespace

@@ -33,7 +33,7 @@ protected:
 
 TEST_F(RunOptions, OfAnAccountAloneIsItsLoginShell) {
     const RunRequest request = parse({"kiv-run", "alice"});
-    EXPECT_EQ(request.action, RunAction::Enter);
+    EXPECT_EQ(request.action, Action::Work);
     EXPECT_STREQ(request.user, "alice");
     EXPECT_THAT(request.command, IsEmpty());
     EXPECT_FALSE(request.directory);
@@ -67,8 +67,8 @@ TEST_F(RunOptions, TakeValuesInTheSameWordOrTheNext) {
 }
 
 TEST_F(RunOptions, ThatAskForHelpOrVersionNeedNoUser) {
-    EXPECT_EQ(parse({"kiv-run", "-T", "--help", "--nonsense"}).action, RunAction::Help);
-    EXPECT_EQ(parse({"kiv-run", "-v"}).action, RunAction::Version);
+    EXPECT_EQ(parse({"kiv-run", "-T", "--help", "--nonsense"}).action, Action::Help);
+    EXPECT_EQ(parse({"kiv-run", "-v"}).action, Action::Version);
 }
 
 TEST_F(RunOptions, AreRefusedWithControlCharactersEscaped) {
