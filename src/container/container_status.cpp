@@ -19,12 +19,10 @@ struct CgroupFigure {
     std::int64_t ContainerStatus::*limit;
 };
 
-// memory.high and not memory.max: an account is slowed down at the first, long before it is killed
-// at the second
 constexpr CgroupFigure kFigures[] = {
-    {"/pids.current", "/pids.max", &ContainerStatus::hasProcesses, &ContainerStatus::pidsCurrent,
+    {"/pids.current", kProcessesLimitFile, &ContainerStatus::hasProcesses, &ContainerStatus::pidsCurrent,
      &ContainerStatus::pidsMax},
-    {"/memory.current", "/memory.high", &ContainerStatus::hasMemory,
+    {"/memory.current", kMemoryLimitFile, &ContainerStatus::hasMemory,
      &ContainerStatus::memoryCurrent, &ContainerStatus::memoryHigh},
 };
 

@@ -7,6 +7,11 @@
 
 #include "container/container_handle.h"
 
+// The limits' files in an account's cgroup.
+inline constexpr const char* kProcessesLimitFile = "/pids.max";
+// and not memory.max: an account is slowed down at the first, long before it is killed at the second
+inline constexpr const char* kMemoryLimitFile = "/memory.high";
+
 /// One account's figures. What was not read is false or 0.
 struct ContainerStatus {
     explicit ContainerStatus(const ContainerHandle& container);

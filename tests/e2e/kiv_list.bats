@@ -57,6 +57,22 @@ same "JSON" '[
 EOS
 }
 
+@test "a limit of 0 is a number, and no limit or an unknown one is null" {
+    in_host <<'EOS'
+stand_in_cgroups
+account alice 100.64.0.4/30
+kivctl start alice >/dev/null
+counted alice pids.current=14 pids.max=0 memory.current=100 memory.high=0
+same processes 0 "$(value processes_limit alice)"
+same memory 0 "$(value memory_limit alice)"
+same "in the table" "14/0 100/0" "$(kiv-list alice | awk 'NR == 2 { print $5, $6 }')"
+counted alice pids.max=max
+rm "$(slice alice)/memory.high"
+same "no limit" null "$(value processes_limit alice)"
+same "unknown limit" null "$(value memory_limit alice)"
+EOS
+}
+
 @test "what is not known of a stopped account is null" {
     in_host <<'EOS'
 account alice

@@ -1,5 +1,7 @@
 #include "companions/list/account_list.h"
 
+#include <fcntl.h>
+
 #include <algorithm>
 #include <exception>
 #include <map>
@@ -67,8 +69,12 @@ void addNetwork(ListedAccount& listed, const std::string& network) {
     }
 }
 
-std::optional<std::int64_t> limit(std::int64_t value) {
-    return value > 0 ? std::optional(value) : std::nullopt;
+/// A limit of 0 lets nothing in, and is the value too where there is no limit to read.
+std::optional<std::int64_t> limit(std::int64_t value, const std::string& file) {
+    if (value == 0 && readFirstLine(AT_FDCWD, file).empty()) {
+        return std::nullopt;
+    }
+    return value >= 0 ? std::optional(value) : std::nullopt;
 }
 
 void addFigures(ListedAccount& listed, const ContainerHandle& handle) {
@@ -76,11 +82,11 @@ void addFigures(ListedAccount& listed, const ContainerHandle& handle) {
     collectStatus(status);
     if (status.hasProcesses) {
         listed.processes = status.pidsCurrent;
-        listed.processesLimit = limit(status.pidsMax);
+        listed.processesLimit = limit(status.pidsMax, handle.getCgroupPath() + kProcessesLimitFile);
     }
     if (status.hasMemory) {
         listed.memory = status.memoryCurrent;
-        listed.memoryLimit = limit(status.memoryHigh);
+        listed.memoryLimit = limit(status.memoryHigh, handle.getCgroupPath() + kMemoryLimitFile);
     }
 }
 
