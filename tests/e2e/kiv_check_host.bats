@@ -226,6 +226,10 @@ echo 200 >"$slice/pids.max"
 echo $((512 << 20)) >"$slice/memory.high"
 echo $((1 << 30)) >"$slice/memory.max"
 finds ""
+# drop-ins of both folders are read in the order of their names
+printf '[Slice]\nTasksMax=400\n' >/etc/systemd/system/user-.slice.d/zz.conf
+finds "/etc/systemd/system/user-.slice.d/zz.conf:2: warning: the limit is not in force for 'alice': pids.max is 200, run systemctl daemon-reload and see kiv(7)"
+rm /etc/systemd/system/user-.slice.d/zz.conf
 for control in /run/systemd/system.control /etc/systemd/system.control; do # of systemctl set-property
     control=$control/user-$(id -u alice).slice.d
     mkdir -p "$control"

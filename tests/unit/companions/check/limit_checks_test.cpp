@@ -1,0 +1,118 @@
+// Whether limits are in force; a temporary directory stands for the kernel's hierarchy and
+// systemd's.
+#include "companions/check/limit_checks.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <utility>
+
+#include "../../fs/temporary_directory.h"
+
+namespace {
+
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+class LimitChecks : public testing::Test {
+protected:
+    LimitChecks() {
+        directory.write("/cgroup.controllers", "cpu memory pids\n");
+        for (const char* figure : {"pids.current", "memory.current"}) {
+            kernel(figure, "1");
+        }
+        HostAccount account;
+        account.name = "alice";
+        account.user = PasswordEntry{"alice", 1000, 1000, "/home/alice", "/bin/sh"};
+        account.networkNamespace = 1;
+        accounts.all.push_back(std::move(account));
+    }
+
+    void kernel(const std::string& file, const std::string& value) {
+        directory.write("/" + userSlice(1000) + "/" + file, value + "\n");
+    }
+
+    void systemd(const std::string& setting) {
+        directory.write("/etc/systemd/system/user-1000.slice.d/limits.conf",
+                        "[Slice]\n" + setting + "\n");
+    }
+
+    /// Without the names of the files.
+    std::string found() {
+        Findings findings;
+        checkLimits(accounts, findings, {directory.path, directory.path});
+        std::string texts;
+        for (const Finding& finding : findings) {
+            texts += (texts.empty() ? "" : "\n") + finding.message;
+        }
+        return texts;
+    }
+
+    HostAccounts accounts;
+    TemporaryDirectory directory;
+};
+
+TEST_F(LimitChecks, FindNothingWhereNothingIsSet) {
+    kernel("pids.max", "max");
+    EXPECT_THAT(found(), IsEmpty());
+}
+
+TEST_F(LimitChecks, CompareWhatIsSetWithTheKernels) {
+    systemd("TasksMax=200");
+    kernel("pids.max", "max");
+    EXPECT_EQ(found(),
+              "the limit is not in force for 'alice': pids.max is max, run systemctl daemon-reload "
+              "and see kiv(7)");
+    kernel("pids.max", "199");
+    EXPECT_THAT(found(), HasSubstr("pids.max is 199,"));
+    kernel("pids.max", "200");
+    EXPECT_THAT(found(), IsEmpty());
+}
+
+TEST_F(LimitChecks, UnderstandTheUnitsOfMemoryAndWholePages) {
+    systemd("MemoryMax=1G");
+    kernel("memory.max", "1073741824");
+    EXPECT_THAT(found(), IsEmpty());
+    kernel("memory.max", "1073741823");
+    EXPECT_THAT(found(), HasSubstr("memory.max is 1073741823,"));
+    systemd("MemoryMax=1048577");
+    kernel("memory.max", "1048576");
+    EXPECT_THAT(found(), IsEmpty());
+}
+
+TEST_F(LimitChecks, PassOverSharesAndInfinity) {
+    kernel("pids.max", "max");
+    for (const char* setting : {"TasksMax=33%", "TasksMax=infinity", "TasksMax=", "TasksMax=10X"}) {
+        systemd(setting);
+        EXPECT_THAT(found(), IsEmpty()) << setting;
+    }
+}
+
+TEST_F(LimitChecks, AreForContainersThatRun) {
+    systemd("TasksMax=200");
+    kernel("pids.max", "max");
+    accounts.all.front().networkNamespace = 0;
+    EXPECT_THAT(found(), IsEmpty());
+    accounts.all.front().mountNamespace = 1;
+    EXPECT_THAT(found(), HasSubstr("not in force"));
+    accounts.all.front().user.reset();
+    EXPECT_THAT(found(), IsEmpty());
+}
+
+TEST_F(LimitChecks, NameControllersThatAreMissing) {
+    directory.write("/cgroup.controllers", "cpu pids\n");
+    EXPECT_EQ(found(),
+              "the controller memory is missing: accounts have no limit of this kind, see "
+              "cgroups(7)");
+    std::filesystem::remove(directory.at("/cgroup.controllers"));
+    EXPECT_EQ(found(), "no cgroup v2 is mounted here: no account can be entered");
+}
+
+TEST_F(LimitChecks, NameFiguresThatNobodyCounts) {
+    std::filesystem::remove(directory.at("/" + userSlice(1000) + "/pids.current"));
+    EXPECT_EQ(found(),
+              "'alice' is not counted: no limit of this kind can hold, enable the controller for "
+              "user.slice");
+}
+
+}  // namespace
