@@ -216,6 +216,10 @@ finds "users:3: error: '100.64.0.0/28' overlaps the network of 'ua', see line 1:
     "users:7: error: '100.64.9.64/30' is in use on the host, at busy: choose another network" \
     "users:8: error: '100.65.7.0/30' is in use on the host, at uplink: choose another network" \
     "users:9: note: '100.64.2.5/30' means 100.64.2.4/30"
+ip route add 100.66.0.0/16 dev busy table 52 # as VPNs do, with a rule before the main table
+ip route add blackhole 100.64.0.0/10 # under all others
+users "ua net=100.66.0.4/30" "ub net=100.67.0.4/30"
+finds "users:1: error: '100.66.0.4/30' is in use on the host, at busy: choose another network"
 users "ua net=100.64.0.4/30" "ub net=100.64.0.4/30"
 finds "users:2: error: '100.64.0.4/30' overlaps the network of 'ua', see line 1: one of the two is cut off, choose another"
 users "ua net=192.0.2.0/30" "ub net=nonsense"

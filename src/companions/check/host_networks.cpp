@@ -4,20 +4,28 @@
 #include <ifaddrs.h>
 #include <netinet/in.h>
 
-#include <charconv>
+#include <algorithm>
+#include <array>
+#include <optional>
+#include <stdexcept>
+#include <string_view>
+#include <utility>
 
-#include "container/default_route.h"
+#include "companions/json.h"
+#include "config/configuration.h"
 #include "util/errors.h"
-#include "util/line_reader.h"
+#include "util/external_command.h"
 #include "util/scope_guard.h"
-#include "util/string_util.h"
-#include "util/word_reader.h"
 
 namespace {
 
-AddressRange rangeOf(std::uint32_t address, std::uint32_t mask) {
-    return {address & mask, address | ~mask};
-}
+// ip-route(8): they lead nowhere, and any more specific route goes before them. A host has one for
+// the whole of 100.64.0.0/10, say, so that the unused part of it does not leave through the uplink.
+constexpr std::array<std::string_view, 4> kRefusals = {"blackhole", "prohibit", "throw",
+                                                       "unreachable"};
+
+// VPNs set up a default route as 0.0.0.0/1 and 128.0.0.0/1
+constexpr unsigned kHalfOfAll = 1;
 
 std::uint32_t addressOf(const sockaddr* address) {
     // getifaddrs(3): sockaddr_in where the family is AF_INET
@@ -25,37 +33,64 @@ std::uint32_t addressOf(const sockaddr* address) {
     return ntohl(internet->sin_addr.s_addr);
 }
 
-/// The table has addresses as the kernel keeps them, in network byte order.
-std::uint32_t routeField(std::string_view text) {
-    std::uint32_t value = 0;
-    std::from_chars(text.data(), text.data() + text.size(), value, 16);
-    return ntohl(value);
+/// A route over several interfaces has a list of them.
+std::string interfaceOf(const Json& route) {
+    const Json hops = route.value("nexthops", Json::array());
+    return route.value("dev", hops.empty() ? "" : hops.front().value("dev", ""));
+}
+
+/// Nothing for a route that leaves every other network as it is.
+std::optional<HostNetwork> networkOf(const Json& route) {
+    const std::string destination = route.value("dst", "default");
+    const std::string type = route.value("type", "unicast");
+    if (destination == "default" ||
+        std::find(kRefusals.begin(), kRefusals.end(), type) != kRefusals.end()) {
+        return std::nullopt;
+    }
+    const bool isOneAddress = destination.find('/') == std::string::npos;
+    const IpNetwork network(destination + (isOneAddress ? "/32" : ""));
+    if (network.bitmask() <= kHalfOfAll) {
+        return std::nullopt;
+    }
+    return HostNetwork{rangeOf(network), interfaceOf(route)};
+}
+
+/// The routes of every table: a rule of ip-rule(8) can put any before the main one.
+std::string listRoutes() {
+    ExternalCommand query(configuration().ipCommand,
+                          {"-4", "-json", "route", "show", "table", "all"});
+    std::string output;
+    query.setStdout(&output);
+    if (query.execute() != 0) {
+        throw std::runtime_error("cannot list the host's routes");
+    }
+    return output;
 }
 
 }  // namespace
 
-std::vector<HostNetwork> readRoutes(const std::string& table) {
+AddressRange rangeOf(const IpNetwork& network) {
+    const std::uint32_t first = network.getAddress(0).number();
+    const unsigned prefix = network.bitmask();
+    return {first, first | (prefix == 32 ? 0 : ~std::uint32_t{0} >> prefix)};
+}
+
+std::vector<HostNetwork> readRoutes(const std::string& routes) {
+    const Json list = Json::parse(routes, nullptr, /*allow_exceptions=*/false);
+    if (!list.is_array()) {
+        throw std::runtime_error("cannot understand the list of the host's routes");
+    }
     std::vector<HostNetwork> networks;
-    LineReader routes(table);
-    std::string line;
-    routes.next(line);  // the column header
-    while (routes.next(line)) {
-        WordReader words(line, kWhiteSpace);
-        const std::string interface(words.next());
-        const std::uint32_t destination = routeField(words.next());
-        for (int skipped = 0; skipped < 5; ++skipped) {  // gateway to metric
-            words.next();
-        }
-        const std::uint32_t mask = routeField(words.next());
-        if (mask != 0) {
-            networks.push_back({rangeOf(destination, mask), interface});
+    for (const Json& route : list) {
+        if (auto network = networkOf(route)) {
+            networks.push_back(std::move(*network));
         }
     }
     return networks;
 }
 
 std::vector<HostNetwork> readHostNetworks() {
-    std::vector<HostNetwork> networks = readRoutes(kRouteTable);
+    std::vector<HostNetwork> networks = readRoutes(listRoutes());
     ifaddrs* first = nullptr;
     if (::getifaddrs(&first) != 0) {
         throw systemError("cannot read the host's addresses: ");
@@ -64,8 +99,9 @@ std::vector<HostNetwork> readHostNetworks() {
     for (const ifaddrs* found = first; found != nullptr; found = found->ifa_next) {
         if (found->ifa_addr != nullptr && found->ifa_addr->sa_family == AF_INET &&
             found->ifa_netmask != nullptr) {
-            networks.push_back({rangeOf(addressOf(found->ifa_addr), addressOf(found->ifa_netmask)),
-                                found->ifa_name});
+            const std::uint32_t address = addressOf(found->ifa_addr);
+            const std::uint32_t mask = addressOf(found->ifa_netmask);
+            networks.push_back({{address & mask, address | ~mask}, found->ifa_name});
         }
     }
     return networks;

@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "util/ip_network.h"
+
 /// From one address to another, both included, in host byte order.
 struct AddressRange {
     std::uint32_t first = 0;
@@ -20,9 +22,11 @@ struct HostNetwork {
     std::string interface;
 };
 
-/// Of the interfaces' addresses and of all routes but the default ones. Throws std::runtime_error
-/// when they cannot be read.
+AddressRange rangeOf(const IpNetwork& network);
+
+/// Of the interfaces' addresses and of the routes of all tables, but for default routes and those
+/// that refuse. Throws std::runtime_error when they cannot be read.
 std::vector<HostNetwork> readHostNetworks();
 
-/// The routes of a table as proc_pid_net(5) has it.
-std::vector<HostNetwork> readRoutes(const std::string& table);
+/// The same of a list of routes, in the JSON of ip-route(8).
+std::vector<HostNetwork> readRoutes(const std::string& routes);

@@ -27,14 +27,6 @@ struct RegisteredAccount {
     std::optional<AddressRange> range;
 };
 
-AddressRange rangeOf(const IpNetwork& network) {
-    const std::uint32_t first = network.getAddress(0).number();
-    const unsigned hostBits = 32 - network.bitmask();
-    const std::uint32_t size =
-        hostBits == 32 ? ~std::uint32_t{0} : (std::uint32_t{1} << hostBits) - 1;
-    return {first, first + size};
-}
-
 class Checks {
 public:
     Checks(const std::string& path, Findings& all) : findings(all, path) {}
@@ -178,11 +170,13 @@ void Checks::checkHostNetworks() const {
     const std::vector<HostNetwork> used = readHostNetworks();
     for (const RegisteredAccount& account : accounts) {
         const auto taken = std::find_if(used.begin(), used.end(), [&](const HostNetwork& network) {
+            if (!account.range || !network.range.overlaps(*account.range)) {
+                return false;
+            }
+            // not that of a container which runs with the network that it is listed with
             const auto owner = owners.find(network.interface);
-            // that of a container which runs with the network that it is listed with
-            const bool isListed = owner != owners.end() && owner->second->range &&
-                                  owner->second->range->overlaps(network.range);
-            return account.range && !isListed && network.range.overlaps(*account.range);
+            return owner == owners.end() || !owner->second->range ||
+                   !owner->second->range->overlaps(network.range);
         });
         if (taken != used.end()) {
             findings.error(account.line, "'" + account.network + "' is in use on the host, at " +

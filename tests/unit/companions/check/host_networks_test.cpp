@@ -1,23 +1,66 @@
 #include "companions/check/host_networks.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "../../fs/temporary_directory.h"
+#include <array>
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include "../../util/failure_of.h"
 
 namespace {
 
-TEST(HostNetworks, AreTheRoutesButTheDefaultOnes) {
-    const TemporaryDirectory directory;
-    const std::string table = directory.write(
-        "/route",
-        "Iface\tDestination\tGateway \tFlags\tRefCnt\tUse\tMetric\tMask\t\tMTU\tWindow\tIRTT\n"
-        "eth0\t00000000\t010200C0\t0003\t0\t0\t0\t00000000\t0\t0\t0\n"
-        "eth0\t000200C0\t00000000\t0001\t0\t0\t0\t00FFFFFF\t0\t0\t0\n");
-    const auto networks = readRoutes(table);
-    ASSERT_EQ(networks.size(), 1U);
-    EXPECT_EQ(networks.front().interface, "eth0");
-    EXPECT_EQ(networks.front().range.first, 0xc0000200U);
-    EXPECT_EQ(networks.front().range.last, 0xc00002ffU);
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+/// "FIRST-LAST INTERFACE" of each, in hexadecimal digits.
+std::vector<std::string> networksOf(const std::string& routes) {
+    std::vector<std::string> texts;
+    for (const HostNetwork& network : readRoutes(routes)) {
+        std::array<char, 64> text{};
+        std::snprintf(text.data(), text.size(), "%08x-%08x %s", network.range.first,
+                      network.range.last, network.interface.c_str());
+        texts.emplace_back(text.data());
+    }
+    return texts;
+}
+
+TEST(HostNetworks, AreThoseOfRoutesInEveryTable) {
+    EXPECT_THAT(networksOf(R"([
+        {"dst": "192.0.2.0/24", "dev": "eth0", "protocol": "kernel"},
+        {"dst": "100.64.0.0/10", "dev": "vpn", "table": "52"},
+        {"type": "local", "dst": "100.64.9.1", "dev": "busy", "table": "local"},
+        {"dst": "10.0.0.0/8", "nexthops": [{"dev": "eth1"}, {"dev": "eth2"}]}])"),
+                ElementsAre("c0000200-c00002ff eth0", "64400000-647fffff vpn",
+                            "64400901-64400901 busy", "0a000000-0affffff eth1"));
+}
+
+TEST(HostNetworks, AreNoDefaultRoutesAndNoneThatLeadNowhere) {
+    EXPECT_THAT(networksOf(R"([
+        {"dst": "default", "gateway": "192.0.2.1", "dev": "eth0"},
+        {"dst": "0.0.0.0/1", "dev": "vpn"},
+        {"dst": "128.0.0.0/1", "dev": "vpn"},
+        {"type": "blackhole", "dst": "100.64.0.0/10"},
+        {"type": "unreachable", "dst": "100.64.0.0/10"},
+        {"type": "prohibit", "dst": "100.64.0.0/10"},
+        {"type": "throw", "dst": "100.64.0.0/10"}])"),
+                IsEmpty());
+    EXPECT_THAT(networksOf("[ ]"), IsEmpty());
+}
+
+TEST(HostNetworks, AreUnknownWithoutAList) {
+    EXPECT_EQ(failureOf([] { readRoutes(""); }), "cannot understand the list of the host's routes");
+    EXPECT_EQ(failureOf([] { readRoutes("{}"); }),
+              "cannot understand the list of the host's routes");
+}
+
+TEST(AddressRange, IsThatOfANetwork) {
+    EXPECT_EQ(rangeOf(IpNetwork("100.64.0.4/30")).first, 0x64400004U);
+    EXPECT_EQ(rangeOf(IpNetwork("100.64.0.4/30")).last, 0x64400007U);
+    EXPECT_EQ(rangeOf(IpNetwork("100.64.0.4/32")).last, 0x64400004U);
+    EXPECT_EQ(rangeOf(IpNetwork("0.0.0.0/0")).last, 0xffffffffU);
 }
 
 TEST(AddressRange, OverlapsFromTheFirstToTheLastAddress) {
