@@ -167,6 +167,33 @@ finds "conf:2: error: '/var/spool/cron' gives away the host: the host runs jobs 
 EOS
 }
 
+@test "binds that are links to what the host obeys, and homes of users" {
+    in_host <<'EOS'
+account alice 100.64.0.4/30
+mkdir -p /srv/jobs /etc/nginx /srv/homes/bob
+ln -s /etc/nginx /srv/proxy
+ln -s / /srv/all
+rm -rf /etc/cron.d
+ln -s /srv/jobs /etc/cron.d
+useradd --no-create-home --home-dir /srv/homes/bob bob
+ln -s homes /srv/people
+sed -i '\|:/home/alice:|!{\|:/home/|d}' /etc/passwd # users of this machine
+conf bind "    /srv/proxy" "    /srv/jobs" "    /srv/all" "    /home" "    /home/alice" "    /srv/people" "    /etc/apt"
+finds "conf:2: error: '/srv/proxy' gives away the host: the host's services read their configuration there, and a root program inside could write it" \
+    "conf:3: error: '/srv/jobs' gives away the host: the host runs jobs from there, and a root program inside could write it" \
+    "conf:4: error: '/srv/all' gives away the host: it is the host's root directory, and a root program inside could write it" \
+    "conf:5: warning: '/home' has the home of 'alice': every container shows it" \
+    "conf:6: warning: '/home/alice' has the home of 'alice': every container shows it" \
+    "conf:7: warning: '/srv/people' has the home of 'bob': every container shows it" \
+    "conf:8: error: '/etc/apt' gives away the host: the host runs jobs from there, and a root program inside could write it"
+# what it warns of
+conf bind "    /srv/proxy"
+kivctl start alice >/dev/null 2>&1
+touch /etc/nginx/new
+enter alice ls /srv/proxy/new
+EOS
+}
+
 @test "users, names and settings of the registry" {
     in_host <<'EOS'
 for name in alice bob tenletters; do useradd "$name"; done

@@ -112,6 +112,11 @@ void checkBound(const ConfigurationLine& item, const std::string& path,
                                         ", and a root program inside could write it");
         return;
     }
+    static const UserHomes homes;
+    if (const auto user = homes.userIn(path)) {
+        findings.warn(item.number,
+                      "'" + path + "' has the home of '" + *user + "': every container shows it");
+    }
     // an overlay shows the numbers of other file systems for its files, and its own for directories
     struct stat status {};
     struct stat directory {};
