@@ -12,6 +12,7 @@
 #include "companions/check/configuration_checks.h"
 #include "companions/check/findings.h"
 #include "companions/check/host_checks.h"
+#include "companions/check/host_networks.h"
 #include "companions/check/registry_checks.h"
 #include "config/account_registry.h"
 #include "util/daemon.h"
@@ -44,7 +45,7 @@ void collect(const CheckRequest& request, Findings& findings) {
         }
     }
     if (both || request.registry) {
-        checkRegistry(registry, findings);
+        checkRegistry(registry, readHostNetworks(), findings);
     }
     if (request.host) {
         checkHost(registry, configuration, findings);

@@ -7,9 +7,7 @@
 #include <map>
 #include <optional>
 #include <stdexcept>
-#include <vector>
 
-#include "companions/check/host_networks.h"
 #include "companions/list/whole_registry.h"
 #include "container/network.h"
 #include "util/ip_network.h"
@@ -34,14 +32,14 @@ public:
     void take(const RegistryLine& line);
 
     /// What needs all lines.
-    void finish();
+    void finish(const std::vector<HostNetwork>& used) const;
 
 private:
     void checkUser(const RegistryLine& line) const;
     std::optional<AddressRange> checkNetwork(const RegistryLine& line) const;
     void checkNames() const;
     void checkOverlaps() const;
-    void checkHostNetworks() const;
+    void checkHostNetworks(const std::vector<HostNetwork>& used) const;
 
     FindingsOf findings;
     std::vector<RegisteredAccount> accounts;
@@ -162,12 +160,11 @@ void Checks::checkOverlaps() const {
     }
 }
 
-void Checks::checkHostNetworks() const {
+void Checks::checkHostNetworks(const std::vector<HostNetwork>& used) const {
     std::map<std::string, const RegisteredAccount*> owners;
     for (const RegisteredAccount& account : accounts) {
         owners.emplace(hostInterfaceName(account.name), &account);
     }
-    const std::vector<HostNetwork> used = readHostNetworks();
     for (const RegisteredAccount& account : accounts) {
         const auto taken = std::find_if(used.begin(), used.end(), [&](const HostNetwork& network) {
             if (!account.range || !network.range.overlaps(*account.range)) {
@@ -185,19 +182,20 @@ void Checks::checkHostNetworks() const {
     }
 }
 
-void Checks::finish() {
+void Checks::finish(const std::vector<HostNetwork>& used) const {
     checkNames();
     checkOverlaps();
-    checkHostNetworks();
+    checkHostNetworks(used);
 }
 
 }  // namespace
 
-void checkRegistry(const std::string& path, Findings& findings) {
+void checkRegistry(const std::string& path, const std::vector<HostNetwork>& used,
+                   Findings& findings) {
     Findings found;
     Checks checks(path, found);
     readWholeRegistry(path, [&checks](const RegistryLine& line) { checks.take(line); });
-    checks.finish();
+    checks.finish(used);
     std::stable_sort(found.begin(), found.end(), [](const Finding& one, const Finding& other) {
         return one.line < other.line;
     });

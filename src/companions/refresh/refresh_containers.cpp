@@ -8,19 +8,15 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdint>
 #include <iterator>
 #include <stdexcept>
-#include <unordered_set>
 #include <utility>
-#include <vector>
 
 #include "companions/refresh/in_child.h"
 #include "container/container_handle.h"
 #include "container/each_account.h"
 #include "container/enter.h"
 #include "container/fork_unshare.h"
-#include "container/namespace_processes.h"
 #include "container/namespaces.h"
 #include "container/root_filesystem.h"
 #include "container/run_lock.h"
@@ -49,16 +45,13 @@ bool isStopped(const ContainerHandle& handle) {
 /// other mount namespace somebody has joined to the network.
 std::vector<FileDescriptor> openOtherViews(const ContainerHandle& handle,
                                            const std::vector<ProcessPlace>& places) {
-    const std::uint64_t network = inodeOf(namespaceFile(handle.userName, "net"));
-    std::unordered_set<std::uint64_t> seen = {inodeOf(namespaceFile(handle.userName, kViewKind)),
-                                              getNamespaceInode(::getpid(), kViewKind)};
+    const std::vector<pid_t> processes =
+        processesWithOtherViews(places, inodeOf(namespaceFile(handle.userName, "net")),
+                                {inodeOf(namespaceFile(handle.userName, kViewKind)),
+                                 getNamespaceInode(::getpid(), kViewKind)});
     std::vector<FileDescriptor> views;
-    for (const ProcessPlace& place : places) {
-        if (place.network != network || !seen.insert(place.mounts).second) {
-            continue;
-        }
-        FileDescriptor view(
-            ::open(namespaceLink(place.pid, kViewKind).c_str(), O_RDONLY | O_CLOEXEC));
+    for (const pid_t pid : processes) {
+        FileDescriptor view(::open(namespaceLink(pid, kViewKind).c_str(), O_RDONLY | O_CLOEXEC));
         if (view.valid()) {  // else its process has ended
             views.push_back(std::move(view));
         }
@@ -179,6 +172,18 @@ bool refreshContainer(const std::string& userName, Refresh what, bool isNamed,
 }
 
 }  // namespace
+
+std::vector<pid_t> processesWithOtherViews(const std::vector<ProcessPlace>& places,
+                                           std::uint64_t network,
+                                           std::unordered_set<std::uint64_t> known) {
+    std::vector<pid_t> processes;
+    for (const ProcessPlace& place : places) {
+        if (place.network == network && known.insert(place.mounts).second) {
+            processes.push_back(place.pid);
+        }
+    }
+    return processes;
+}
 
 RefreshResult refreshContainers(const char* user, Refresh what) {
     ::umask(kSetUpUmask);
