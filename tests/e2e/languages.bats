@@ -86,7 +86,7 @@ EOF
 END
 }
 
-@test "everything is said in French; the header loses a column to a letter of two bytes" {
+@test "everything is said in French, and a letter of two bytes takes one column of the header" {
     in_host <<'END'
 install_build
 accounts
@@ -123,7 +123,7 @@ Mémoire : 104857600
 Compte : carol
 Actif : non
 +--------+-------+-----------+------------------+
-| Compte | Actif | Processus | Mémoire         |
+| Compte | Actif | Processus | Mémoire          |
 +--------+-------+-----------+------------------+
 | alice  | oui   | 14  (14%) | 104857600    (∞) |
 | carol  | non   |           |                  |
@@ -133,7 +133,7 @@ EOF
 END
 }
 
-@test "everything is said in Spanish; the line of a running container loses a column to a letter of two bytes" {
+@test "everything is said in Spanish, and a letter of two bytes takes one column of a line" {
     in_host <<'END'
 install_build
 accounts
@@ -172,7 +172,7 @@ Activo: no
 +--------+--------+-----------+------------------+
 | Cuenta | Activo | Procesos  | Memoria          |
 +--------+--------+-----------+------------------+
-| alice  | sí    | 14  (14%) | 104857600    (∞) |
+| alice  | sí     | 14  (14%) | 104857600    (∞) |
 | carol  | no     |           |                  |
 +--------+--------+-----------+------------------+
 EOF
@@ -180,7 +180,7 @@ EOF
 END
 }
 
-@test "widths count bytes: in a charset of single bytes the table is straight" {
+@test "in a charset of single bytes the table is straight" {
     in_host <<'END'
 install_build
 account alice
