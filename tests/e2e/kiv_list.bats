@@ -33,6 +33,7 @@ stand_in_cgroups
 account alice 100.64.0.4/30
 kivctl start alice >/dev/null
 counted alice pids.current=14 pids.max=100 memory.current=104857600 memory.high=max
+counted alice "cpu.stat=usage_usec 1500000" "cpu.max=50000 100000"
 began=$(stat -c %Z /run/kiv/alice@net)
 capture kiv-list --json alice
 same status 0 "$status"
@@ -50,6 +51,8 @@ same "JSON" '[
     "processes_limit": 100,
     "memory": 104857600,
     "memory_limit": null,
+    "cpu": 1.5,
+    "cpu_limit": 0.5,
     "since": "'"$(date -u -d "@$began" +%FT%TZ)"'",
     "outdated": false
   }
@@ -91,6 +94,8 @@ same "JSON" '[
     "processes_limit": null,
     "memory": null,
     "memory_limit": null,
+    "cpu": null,
+    "cpu_limit": null,
     "since": null,
     "outdated": null
   }

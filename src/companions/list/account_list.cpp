@@ -8,6 +8,7 @@
 #include <set>
 #include <stdexcept>
 
+#include "companions/list/processor_time.h"
 #include "companions/list/whole_registry.h"
 #include "container/container_status.h"
 #include "container/network.h"
@@ -87,6 +88,11 @@ void addFigures(ListedAccount& listed, const ContainerHandle& handle) {
     if (status.hasMemory) {
         listed.memory = status.memoryCurrent;
         listed.memoryLimit = limit(status.memoryHigh, handle.getCgroupPath() + kMemoryLimitFile);
+    }
+    if (status.active) {
+        const ProcessorTime time = processorTimeOf(handle.getCgroupPath());
+        listed.cpu = time.used;
+        listed.cpuLimit = time.limit;
     }
 }
 

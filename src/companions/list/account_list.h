@@ -24,6 +24,8 @@ struct ListedAccount {
     std::optional<std::int64_t> processesLimit;
     std::optional<std::int64_t> memory;       ///< bytes
     std::optional<std::int64_t> memoryLimit;  ///< bytes
+    std::optional<double> cpu;                ///< seconds of processor time
+    std::optional<double> cpuLimit;           ///< processors at a time
     std::optional<Instant> since;
     std::optional<bool> outdated;
 };

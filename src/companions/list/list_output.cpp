@@ -34,6 +34,8 @@ Json objectOf(const ListedAccount& listed) {
         {"processes_limit", orNull(listed.processesLimit)},
         {"memory", orNull(listed.memory)},
         {"memory_limit", orNull(listed.memoryLimit)},
+        {"cpu", orNull(listed.cpu)},
+        {"cpu_limit", orNull(listed.cpuLimit)},
         {"since", listed.since ? Json(utcText(*listed.since)) : Json(nullptr)},
         {"outdated", orNull(listed.outdated)},
     };
