@@ -144,3 +144,33 @@ for arguments in "" restart "start --at-once 0" "stop --at-once" "stop --limit x
 done
 EOF
 }
+
+@test "in the journal progress, trouble and the expected line have priorities" {
+    in_host <<'EOF'
+accounts 2
+echo ghost >>"$registry"
+: >/tmp/log
+export JOURNAL_STREAM
+JOURNAL_STREAM=$(stat --dereference --format %d:%i /tmp/log)
+fails 71 "$all_accounts" start --at-once 1 >>/tmp/log 2>&1
+rmdir /home/a1/tmp
+fails 71 "$all_accounts" stop --at-once 1 >>/tmp/log 2>&1
+same "log" '<6>starting container: a1, network:100.64.0.4/30
+<6>starting container: a2, network:100.64.0.8/30
+<7>umount(kiv) failed: Device or resource busy
+<6>starting container: ghost, network:
+<3>kivctl: ghost: unknown user
+<3>all-accounts: could not start: ghost
+<6>stopping container: a1, network:100.64.0.4/30
+<6>stopping container: a2, network:100.64.0.8/30
+<6>stopping container: ghost, network:
+<3>kivctl: ghost: unknown user
+<3>all-accounts: could not stop: ghost' "$(cat /tmp/log)"
+sed -i /ghost/d "$registry"
+: >/tmp/log
+"$all_accounts" start --at-once 1 >>/tmp/log 2>&1
+same "a warning" "<4>mount(/home/a1/tmp) to /tmp failed: No such file or directory" "$(grep '^<4' /tmp/log)"
+capture "$all_accounts" stop --at-once 1
+same "elsewhere without" "stopping container: a1, network:100.64.0.4/30" "$(head -n 1 <<<"$out")"
+EOF
+}
