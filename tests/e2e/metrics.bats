@@ -27,6 +27,7 @@ stand_in_cgroups
 kivctl start alice >/dev/null
 kivctl start bob >/dev/null 2>&1
 counted alice pids.current=14 pids.max=100 memory.current=104857600 memory.high=1073741824
+counted alice "cpu.stat=usage_usec 1500000" "cpu.max=50000 100000"
 counted bob pids.current=14 pids.max=max
 capture "$collector" /tmp
 same status 0 "$status"
@@ -69,6 +70,12 @@ kiv_container_memory_limit_bytes{account="alice"} 1073741824
 # HELP kiv_container_memory_limit_used_ratio Share of its memory limit that the account uses, rounded down to 0.01; none without a limit.
 # TYPE kiv_container_memory_limit_used_ratio gauge
 kiv_container_memory_limit_used_ratio{account="alice"} 0.09
+# HELP kiv_container_cpu_seconds_total Processor time that the account has used.
+# TYPE kiv_container_cpu_seconds_total counter
+kiv_container_cpu_seconds_total{account="alice"} 1.5
+# HELP kiv_container_cpu_limit_processors Processors that the account may use at a time; none without a limit.
+# TYPE kiv_container_cpu_limit_processors gauge
+kiv_container_cpu_limit_processors{account="alice"} 0.5
 # HELP kiv_list_exit_code Exit status of kiv-list; above 3 when something could not be read.
 # TYPE kiv_list_exit_code gauge
 kiv_list_exit_code 3' "$(grep -v 'kiv_container_state' /tmp/kivctl.prom)"
@@ -179,6 +186,6 @@ cp /tmp/metrics/kivctl.prom /tmp
 same "values" 'kiv_container_state{account="alice",state="running"} 1
 kiv_container_state{account="bob",state="interrupted"} 1' "$(samples '^kiv_container_state.* 1$')"
 same "capabilities of the unit" "CAP_DAC_OVERRIDE CAP_SYS_ADMIN" \
-    "$(sed -n 's/^CapabilityBoundingSet=//p' "${collector%/*}/kivctl-metrics.service")"
+    "$(sed -n 's/^CapabilityBoundingSet=//p' "${collector%/*}/kivctl-metrics.service.in")"
 EOF
 }
