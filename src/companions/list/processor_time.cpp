@@ -10,7 +10,7 @@
 
 namespace {
 
-constexpr std::string_view kUsageKey = "usage_usec ";
+constexpr std::string_view kUsageKey = "usage_usec";
 constexpr double kMicroseconds = 1e6;
 
 std::optional<double> number(std::string_view text) {
@@ -21,10 +21,11 @@ std::optional<double> number(std::string_view text) {
 
 /// "usage_usec N" is the first line.
 std::optional<double> usedTime(std::string_view line) {
-    if (!line.starts_with(kUsageKey)) {
+    const auto blank = line.find(' ');
+    if (blank == std::string_view::npos || line.substr(0, blank) != kUsageKey) {
         return std::nullopt;
     }
-    const auto microseconds = number(line.substr(kUsageKey.size()));
+    const auto microseconds = number(line.substr(blank + 1));
     return microseconds ? std::optional(*microseconds / kMicroseconds) : std::nullopt;
 }
 
