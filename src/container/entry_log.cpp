@@ -1,5 +1,6 @@
 #include "container/entry_log.h"
 
+#include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <syslog.h>
@@ -81,15 +82,24 @@ EntryLog::EntryLog(std::string program, const std::string& userName, const std::
     }
 }
 
-void EntryLog::entered() {
+void EntryLog::moveTo(int place) {
+    if (socket.get() == place) {
+        return;
+    }
+    if (!socket.valid() || ::dup3(socket.get(), place, O_CLOEXEC) != place) {
+        ::close(place);  // what the caller has there is not the log
+        socket.reset();
+        return;
+    }
+    socket.reset(place);
+}
+
+void EntryLog::entered() const {
     write(LOG_INFO, "entered: " + description);
-    hasEntered = true;
 }
 
 void EntryLog::refused(const std::string& reason) const {
-    if (!hasEntered) {
-        write(LOG_WARNING, "refused (" + reason + "): " + description);
-    }
+    write(LOG_WARNING, "refused (" + reason + "): " + description);
 }
 
 void EntryLog::write(int priority, const std::string& text) const {

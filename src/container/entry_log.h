@@ -17,10 +17,14 @@ public:
     EntryLog(std::string program, const std::string& userName, const std::string& what,
              const std::string& path = "/dev/log");
 
-    /// The account is entered: authpriv.info. From now on nothing is refused.
-    void entered();
+    /// Moves the connection to this descriptor, for whoever closes the others. Without a connection
+    /// the descriptor is closed.
+    void moveTo(int place);
 
-    /// authpriv.warning; nothing after `entered`.
+    /// The account is entered: authpriv.info.
+    void entered() const;
+
+    /// authpriv.warning; also after `entered`, when a later step fails.
     void refused(const std::string& reason) const;
 
 private:
@@ -29,7 +33,6 @@ private:
     std::string programName;
     FileDescriptor socket;
     std::string description;
-    bool hasEntered = false;
 };
 
 /// What the log takes, see RFC 3164: priority, time, `program` with the process id, and `text` with

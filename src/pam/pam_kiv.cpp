@@ -182,7 +182,7 @@ int pam_sm_open_session(pam_handle_t* pam, int flags, int count, const char** wo
         run(pam, flags, count, words, PAM_SESSION_ERR, [](Login& login, ContainerHandle& handle) {
             login.requireRunning(handle);
             checkLibrary(handle);
-            EntryLog& log = login.log();
+            const EntryLog& log = login.log();
             enterSession(handle);
             log.entered();
         });

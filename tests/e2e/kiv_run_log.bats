@@ -1,28 +1,13 @@
 #!/usr/bin/env bats
 # What kiv-run leaves in the system log.
 load helpers
-
-# A log at /dev/log whose datagrams go into /tmp/log, one a line.
-serve_log() {
-    python3 -c '
-import socket
-log = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
-log.bind("/dev/log")
-while True:
-    line = log.recv(65536) + b"\n"
-    open("/tmp/log", "ab").write(line)' &
-    eventually test -S /dev/log
-}
-
-# logged EXPRESSION: such a line comes.
-logged() { eventually grep -qaE "$1" /tmp/log; }
+load system_log
 export -f serve_log logged
 
 @test "each entry is one line of authpriv.info with login user id, terminal, account and command" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice >/dev/null
-touch /tmp/log
 serve_log
 kiv-run alice echo 'two words' >/dev/null
 header='^<86>(Jan|Feb|Mar|Apr|May|Jun|Jul|Aug|Sep|Oct|Nov|Dec) [ 123][0-9] [0-9:]{8} kiv-run\[[0-9]+\]: '
@@ -37,7 +22,6 @@ EOF
     in_host <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice >/dev/null
-touch /tmp/log
 serve_log
 "$project/tests/e2e/on_terminal" kiv-run -T alice true </dev/null
 logged ' terminal=/dev/pts/[0-9]+ account=alice command=true$'
@@ -48,7 +32,6 @@ export project
 @test "a refusal is a line of authpriv.warning with its reason" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
-touch /tmp/log
 serve_log
 fails 125 kiv-run root id 2>/dev/null
 logged '^<84>.*kiv-run\[[0-9]+\]: refused \(root: cannot create container for uid 0\): loginuid=.* account=root command=id$'
@@ -58,11 +41,72 @@ same lines 2 "$(wc -l </tmp/log)"
 EOF
 }
 
+@test "what fails before the container is entered is a refusal, whatever has failed" {
+    in_host <<'EOF'
+account alice 100.64.0.4/30
+kivctl start alice >/dev/null
+serve_log
+exec 3</etc/hostname 4<&- 5</etc/hostname
+fails 125 kiv-run --preserve-fds 3 alice id 2>/dev/null
+logged '^<84>.*: refused \(descriptor 4: Bad file descriptor\): .* account=alice command=id$'
+injected socketpair:error=EMFILE kiv-run -t alice id
+same "without a link to the terminal" 125 "$status"
+logged '^<84>.*: refused \(socketpair\(\) failed: Too many open files\): .* account=alice command=id$'
+injected clone:error=EAGAIN kiv-run -t alice id
+logged '^<84>.*: refused \(fork\(\) failed: .*\): .* account=alice command=id$'
+refused grep -q entered /tmp/log
+EOF
+}
+
+@test "what fails after the entry is a refusal too, which follows the line of the entry" {
+    in_host <<'EOF'
+account alice 100.64.0.4/30
+kivctl start alice >/dev/null
+serve_log
+fails 125 kiv-run -C none alice id 2>/dev/null
+logged '^<84>.*: refused \(chdir\(none\) failed: No such file or directory\): .* account=alice command=id$'
+same lines $'<86>\n<84>' "$(cut -c -4 /tmp/log)"
+same "one process" 1 "$(grep -o 'kiv-run\[[0-9]*\]' /tmp/log | sort -u | wc -l)"
+fails 125 kiv-run -t -C none alice id >/dev/null 2>&1
+same lines $'<86>\n<84>\n<86>\n<84>' "$(cut -c -4 /tmp/log)"
+enter_as_root alice umount /dev/pts
+fails 125 kiv-run -t alice id 2>/dev/null
+logged '^<84>.*: refused \(cannot open a terminal of the container: .*\): .* account=alice command=id$'
+injected setresuid:error=EAGAIN kiv-run alice id
+logged '^<84>.*: refused \(setuid\(\) failed: .*\): .* account=alice command=id$'
+EOF
+}
+
+@test "a command line that is not understood leaves no line" {
+    in_host <<'EOF'
+account alice 100.64.0.4/30
+kivctl start alice >/dev/null
+serve_log
+fails 125 kiv-run -u 9 alice id 2>/dev/null
+fails 125 kiv-run --nonsense alice id 2>/dev/null
+fails 125 kiv-run 2>/dev/null
+kiv-run alice true
+logged 'entered'
+same lines 1 "$(wc -l </tmp/log)"
+EOF
+}
+
+@test "a descriptor in the place of a missing log is not handed on" {
+    in_host <<'EOF'
+account alice 100.64.0.4/30
+kivctl start alice >/dev/null
+rm -f /dev/log
+exec 3</etc/hostname 4</etc/hostname 5</etc/hostname
+same "open ones" "0 1 2 3" "$(kiv-run alice ls /proc/self/fd | xargs)"
+same "with one preserved" "0 1 2 3 4" "$(kiv-run --preserve-fds 1 alice ls /proc/self/fd | xargs)"
+same "on a terminal" "0 1 2 3" "$(kiv-run -t alice ls /proc/self/fd | tr -d '\r' | xargs)"
+EOF
+}
+
 @test "control characters are escaped, and a line is of 1 KiB at most" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice >/dev/null
-touch /tmp/log
 serve_log
 kiv-run alice true $'new\nline\e[2J\x7f'
 logged 'command=true new\\x0aline\\x1b\[2J\\x7f$'
@@ -78,7 +122,6 @@ EOF
     in_host <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice >/dev/null
-touch /tmp/log
 serve_log
 strace -o /tmp/trace -e trace=setns,connect,write,sendto kiv-run alice true
 same order "connect setns setns setns write" "$(grep -E 'setns|/dev/log|<86>' /tmp/trace | sed 's/(.*//' | xargs)"

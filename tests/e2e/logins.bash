@@ -1,5 +1,8 @@
 # Words of the tests that log in to accounts by PAM; sourced on the simulated host after on_host.bash.
 
+# shellcheck source=tests/e2e/system_log.bash
+source "$project/tests/e2e/system_log.bash"
+
 # shellcheck disable=SC2034 # for the tests
 programs=$(dirname "$KIVCTL")/../tests/e2e/programs
 # by a path without a blank, as PAM's files need it
@@ -100,20 +103,3 @@ kivctl_installed() {
     mkdir -p "$prefix/sbin"
     ln -sf "$(command -v kivctl)" "$prefix/sbin/kivctl"
 }
-
-# A log at /dev/log whose datagrams go into /tmp/log, one a line.
-serve_log() {
-    touch /tmp/log
-    rm -f /dev/log
-    python3 -c '
-import socket
-log = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
-log.bind("/dev/log")
-while True:
-    line = log.recv(65536) + b"\n"
-    open("/tmp/log", "ab").write(line)' &
-    eventually test -S /dev/log
-}
-
-# logged EXPRESSION: such a line comes.
-logged() { eventually grep -qaE "$1" /tmp/log; }

@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdlib>
 #include <exception>
 #include <optional>
@@ -31,6 +32,17 @@ namespace {
 
 constexpr unsigned kFirstPreserved = STDERR_FILENO + 1;
 constexpr const char* kDefaultShell = "/bin/sh";  // passwd(5): of an entry without one
+
+/// Among those that the command gets.
+std::optional<int> closedDescriptor(unsigned preserved) {
+    for (unsigned offset = 0; offset < preserved; ++offset) {
+        const auto descriptor = static_cast<int>(kFirstPreserved + offset);
+        if (::fcntl(descriptor, F_GETFD) == -1) {
+            return descriptor;
+        }
+    }
+    return std::nullopt;
+}
 
 /// Marks the descriptors that the command gets. Until it is executed they are close-on-exec: what
 /// --start runs must not have them.
@@ -105,10 +117,23 @@ int executeLoginShell(std::string& shell, Environment& environment) {
     return execute(program, environment);
 }
 
+bool wantsOwnTerminal(const RunRequest& request) {
+    const bool isOnTerminal = ::isatty(STDIN_FILENO) != 0 && ::isatty(STDOUT_FILENO) != 0;
+    return request.terminal == Terminal::Own ||
+           (request.terminal == Terminal::AsCaller && isOnTerminal);
+}
+
 /// Does not return when the command is executed.
-int run(const RunRequest& request, EntryLog& log, std::optional<TerminalLink>& link) {
+int run(const RunRequest& request, EntryLog& log) {
     if (::geteuid() != 0) {
         throw std::runtime_error(::gettext("only root may run this program"));
+    }
+    setCloseOnExec(request.preserved, true);
+    const auto logPlace = static_cast<int>(kFirstPreserved + request.preserved);
+    log.moveTo(logPlace);
+    std::optional<TerminalLink> link;
+    if (wantsOwnTerminal(request)) {
+        link.emplace(logPlace + 1);
     }
     ContainerHandle handle(request.user);
     PasswordEntry account = passwordEntryOf(handle);
@@ -123,9 +148,9 @@ int run(const RunRequest& request, EntryLog& log, std::optional<TerminalLink>& l
         relayFromHere(*link);
     }
     joinContainer(handle);
+    // here the line is root's, and no process of the account can end this one before it is written
     log.entered();
-    const unsigned linkPlace = kFirstPreserved + request.preserved;
-    becomeAccount(handle, account, link ? linkPlace + 1 : linkPlace);
+    becomeAccount(handle, account, static_cast<unsigned>(logPlace) + (link ? 2 : 1));
     if (link) {
         takeOwnTerminal(*link);
     }
@@ -146,25 +171,18 @@ int fail(const std::exception& error) {
     return kFailed;
 }
 
-bool wantsOwnTerminal(const RunRequest& request) {
-    const bool isOnTerminal = ::isatty(STDIN_FILENO) != 0 && ::isatty(STDOUT_FILENO) != 0;
-    return request.terminal == Terminal::Own ||
-           (request.terminal == Terminal::AsCaller && isOnTerminal);
-}
-
 int enter(const RunRequest& request) {
-    // before anything else is opened, which a closed one of them would be mistaken for
-    setCloseOnExec(request.preserved, true);
+    // before anything else is opened, which a closed one would be mistaken for
+    const auto closed = closedDescriptor(request.preserved);
     // host tools see nothing else of the caller's environment
     Daemon::cleanEnv({"PATH", "TERM", "LANG", "TZ"});
     settings().userName = request.user;
-    std::optional<TerminalLink> link;
-    if (wantsOwnTerminal(request)) {
-        link.emplace(static_cast<int>(kFirstPreserved + request.preserved));
-    }
     EntryLog log("kiv-run", request.user, "command=" + commandLine(request));
     try {
-        return run(request, log, link);
+        if (closed) {
+            throw systemError("descriptor " + std::to_string(*closed) + ": ", EBADF);
+        }
+        return run(request, log);
     } catch (const std::exception& error) {
         log.refused(error.what());
         return fail(error);

@@ -1,0 +1,18 @@
+# Words about the system log, for scripts on a simulated host.
+
+# A log at /dev/log whose datagrams go into /tmp/log, one a line.
+serve_log() {
+    touch /tmp/log
+    rm -f /dev/log
+    python3 -c '
+import socket
+log = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
+log.bind("/dev/log")
+while True:
+    line = log.recv(65536) + b"\n"
+    open("/tmp/log", "ab").write(line)' &
+    eventually test -S /dev/log
+}
+
+# logged EXPRESSION: such a line comes.
+logged() { eventually grep -qaE "$1" /tmp/log; }
