@@ -224,6 +224,32 @@ same "nothing" 0 "$(timeout 20 kiv-run -t alice wc -c </dev/null | tail -n 1 | t
 EOF
 }
 
+@test "the end of a pipe is one end of file: whoever reads on waits" {
+    in_host <<'EOF'
+account alice 100.64.0.4/30
+kivctl start alice >/dev/null
+# read(1) says 1 at an end of file, and more than 128 when the time is over
+reads_on() { timeout 20 kiv-run -t alice bash -c 'cat >/dev/null; read -rt 1 || printf "\nstatus %d" $(($? > 128))' | tr -d '\r'; }
+for text in '' 'line\n' 'unfinished' 'line\r'; do
+    printf '%b' "$text" | reads_on >/tmp/seen
+    same "after '$text'" "status 1" "$(tail -n 1 /tmp/seen)"
+done
+# a terminal that makes no lines has only the character
+same "without lines" "x 4" "$( (sleep 1; printf x) | timeout 20 kiv-run -t alice bash -c 'stty raw -echo
+    read -rN 1 first; read -rN 1 second; printf "%s %d" "$first" "'"'"'$second"; read -rt 1 -N 1 && echo " and more"' || true)"
+EOF
+}
+
+@test "what comes from a pipe is typed: Ctrl-C acts, and a line has at most 4095 bytes" {
+    in_host <<'EOF'
+account alice 100.64.0.4/30
+kivctl start alice >/dev/null
+fails 130 bash -c "(sleep 0.5; printf '\\3'; sleep 20) | timeout 20 kiv-run -t alice sleep 10" >/dev/null
+printf '%05000d' 0 | timeout 20 kiv-run -t alice wc -c >/tmp/seen
+grep -qE '(^|0)4095.?$' /tmp/seen # behind the echo, if any
+EOF
+}
+
 @test "errors stay apart when they are no terminal's, and LISTEN_PID is the command's" {
     in_host <<'EOF'
 account alice 100.64.0.4/30

@@ -155,12 +155,16 @@ void Relay::readInput() {
     }
 }
 
-/// Behind an unfinished line the first end-of-file character only hands that over, see termios(3).
+/// One end of file, see termios(3): behind an unfinished line the first character only hands that
+/// over.
 void Relay::endInput() {
     inputOpen = false;
     termios mode{};
     if (::tcgetattr(ends.master.get(), &mode) == 0) {
-        input.assign(lastInput == '\n' ? 1 : 2, static_cast<char>(mode.c_cc[VEOF]));
+        const bool hasLines = (mode.c_lflag & ICANON) != 0;
+        const bool endsLine =
+            lastInput == '\n' || (lastInput == '\r' && (mode.c_iflag & ICRNL) != 0);
+        input.assign(hasLines && !endsLine ? 2 : 1, static_cast<char>(mode.c_cc[VEOF]));
     }
 }
 
