@@ -23,16 +23,28 @@ inside() {
     )
 }
 
+# by_terminal: from now on `inside` gets in by kiv-run, on a terminal of the container's. Standard input comes from a
+# file: typed, it would show.
+by_terminal() {
+    inside() {
+        cat >"/home/$1/input"
+        kiv-run -t "$1" bash -c "{ $2
+} <~/input" bash "${@:3}" </dev/null | tr -d '\r'
+    }
+}
+
 # answered ANSWER LIST: the calls of the list as they come out when each gets this answer.
 answered() { sed "s/\$/ $1/" <<<"$2"; }
 
-# hold POINT NAME: starts exec for the account in the background and stops it there (see hold_exec.c); leaves
-# its process id in `held`, the process to be continued and waited for.
+# hold POINT COMMAND…: starts a command that enters in the background and stops it there (see hold_exec.c); leaves
+# its process id in `entering`, to be waited for, and that of the process that enters in `held`, to be continued: with a
+# terminal of its own kiv-run has two.
+# shellcheck disable=SC2034 # for the tests
 hold() {
     cp "$programs/hold_exec.so" /tmp # LD_PRELOAD separates its items by blanks, and a path may have one
-    HOLD_AT=$1 LD_PRELOAD=/tmp/hold_exec.so kivctl exec "$2" </dev/null >/tmp/held 2>&1 &
-    held=$!
-    until grep -q '^State:.*stopped' "/proc/$held/status"; do sleep 0.01; done
+    HOLD_AT=$1 LD_PRELOAD=/tmp/hold_exec.so "${@:2}" </dev/null >/tmp/held 2>&1 &
+    entering=$!
+    until held=$(pgrep --runstates T --parent "$entering,$$"); do sleep 0.01; done
 }
 
 # outside NAME COMMAND…: starts a command as the account on the host itself; leaves its process id in `pid`.
@@ -61,3 +73,22 @@ without_strays() {
         esac
     done
 }
+
+# join_all is perl for the account: tries to join every namespace and process that it finds, and prints the
+# kinds of answers with how often each was given
+# shellcheck disable=SC2016,SC2034 # for perl; for the tests
+join_all='my $setns = `uname -m` =~ /x86_64/ ? 308 : 268;
+my %answers;
+sub answer { my ($what, $failed) = @_; $answers{"$what " . ($failed ? (grep { $!{$_} } qw(EPERM EINVAL ESRCH))[0] : 0)}++ }
+for my $path (glob "/proc/[0-9]*/ns/*") {
+    open(my $namespace, "<", $path) or next;
+    answer("namespace", syscall($setns, fileno($namespace), 0) != 0);
+}
+for my $pid (map { /(\d+)/ } glob("/proc/[0-9]*"), @ARGV) {
+    my $process = syscall(434, $pid + 0, 0);
+    next if $process < 0;
+    for my $kinds (0x20000, 0x08000000, 0x40000000, 0x48020000) {
+        answer("process", syscall($setns, $process, $kinds) != 0);
+    }
+}
+print map { "$_ $answers{$_}\n" } sort keys %answers;'

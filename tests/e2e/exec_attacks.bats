@@ -2,16 +2,7 @@
 # What an account tries from the shell that exec gives it, and the error that it gets. Where two barriers stand
 # behind each other, both are tried alone.
 load helpers
-export project
-
-# on_two_accounts <<'EOF' … EOF: the script on a host where the attacker's container runs.
-on_two_accounts() {
-    local script
-    script=$(cat)
-    in_host <<<"source '$project/tests/e2e/attacks.bash'
-two_accounts
-$script"
-}
+load with_attacks
 
 @test "nothing can be mounted or unmounted, and the root directory stays" {
     on_two_accounts <<'EOF'
@@ -66,25 +57,6 @@ printf '%s\n' seccomp "    allow unshare" >>"$configuration"
 same "answer without the rule" "$kernel" "$(inside alice '~/system_call native unshare 0x10000000')"
 EOF
 }
-
-# join_all is perl for the account: tries to join every namespace and process that it finds, and prints the
-# kinds of answers with how often each was given
-# shellcheck disable=SC2016 # for perl
-export join_all='my $setns = `uname -m` =~ /x86_64/ ? 308 : 268;
-my %answers;
-sub answer { my ($what, $failed) = @_; $answers{"$what " . ($failed ? (grep { $!{$_} } qw(EPERM EINVAL ESRCH))[0] : 0)}++ }
-for my $path (glob "/proc/[0-9]*/ns/*") {
-    open(my $namespace, "<", $path) or next;
-    answer("namespace", syscall($setns, fileno($namespace), 0) != 0);
-}
-for my $pid (map { /(\d+)/ } glob("/proc/[0-9]*"), @ARGV) {
-    my $process = syscall(434, $pid + 0, 0);
-    next if $process < 0;
-    for my $kinds (0x20000, 0x08000000, 0x40000000, 0x48020000) {
-        answer("process", syscall($setns, $process, $kinds) != 0);
-    }
-}
-print map { "$_ $answers{$_}\n" } sort keys %answers;'
 
 @test "no namespace that is found under /proc and no process can be joined" {
     on_two_accounts <<'EOF'
@@ -157,9 +129,9 @@ EOF
 
 @test "while exec enters the container the account's processes there cannot get at it" {
     on_two_accounts <<'EOF'
-hold inside alice
-same "namespace" "$(stat -Lc %i /run/kiv/alice@mnt)" "$(stat -Lc %i /proc/$held/ns/mnt)"
-same "user" 0 "$(stat -c %u /proc/$held)"
+hold inside kivctl exec alice
+same "namespace" "$(stat -Lc %i /run/kiv/alice@mnt)" "$(stat -Lc %i "/proc/$held/ns/mnt")"
+same "user" 0 "$(stat -c %u "/proc/$held")"
 wanted="mem ENOENT
 environ ENOENT
 maps ENOENT
@@ -174,27 +146,27 @@ pidfd_open 0
 pidfd_getfd EPERM
 PTRACE_SEIZE EPERM
 PTRACE_ATTACH EPERM"
-same "from inside, before the change of user" "$wanted" "$(inside alice '~/watch_process $1' $held)"
-same "entry in /proc" "" "$(inside alice 'ls /proc | grep -x $1' $held || true)"
-same "signal" EPERM "$(inside alice '~/system_call native kill $1 9' $held)"
-kill -CONT $held
-wait $held
+same "from inside, before the change of user" "$wanted" "$(inside alice '~/watch_process $1' "$held")"
+same "entry in /proc" "" "$(inside alice 'ls /proc | grep -x $1' "$held" || true)"
+same "signal" EPERM "$(inside alice '~/system_call native kill $1 9' "$held")"
+kill -CONT "$held"
+wait "$entering"
 
-hold account alice
-same "user" alice "$(awk '/^Uid:/ { print $2 }' /proc/$held/status | xargs id -nu)"
-same "from inside, after the change of user" "$wanted" "$(inside alice '~/watch_process $1' $held)"
-same "entry in /proc" "" "$(inside alice 'ls /proc | grep -x $1' $held || true)"
+hold account kivctl exec alice
+same "user" alice "$(awk '/^Uid:/ { print $2 }' "/proc/$held/status" | xargs id -nu)"
+same "from inside, after the change of user" "$wanted" "$(inside alice '~/watch_process $1' "$held")"
+same "entry in /proc" "" "$(inside alice 'ls /proc | grep -x $1' "$held" || true)"
 outside alice sleep 600
 same "from the host, after the change of user" "$(sed 's/ENOENT/EACCES/' <<<"$wanted")" \
-    "$(setpriv --reuid alice --regid alice --init-groups "$programs/watch_process" $held)"
-kill -CONT $held
-wait $held
+    "$(setpriv --reuid alice --regid alice --init-groups "$programs/watch_process" "$held")"
+kill -CONT "$held"
+wait "$entering"
 EOF
 }
 
 @test "what is not kept from tracing is got at in every way" {
     on_two_accounts <<'EOF'
-hold traceable alice
+hold traceable kivctl exec alice
 # Yama may keep a process from tracing any but its children, but not from reading
 tracing='^(mem|fd/0|process_vm|pidfd_getfd|PTRACE)'
 [ "$(cat /proc/sys/kernel/yama/ptrace_scope 2>/dev/null || echo 0)" != 0 ] || tracing='^$'
@@ -210,9 +182,9 @@ process_vm_readv EFAULT
 process_vm_writev EFAULT
 pidfd_open 0
 pidfd_getfd 0
-PTRACE_SEIZE 0")" "$(inside alice '~/watch_process $1' $held | grep -vE "$tracing")"
-kill -CONT $held
-wait $held
+PTRACE_SEIZE 0")" "$(inside alice '~/watch_process $1' "$held" | grep -vE "$tracing")"
+kill -CONT "$held"
+wait "$entering"
 EOF
 }
 
@@ -256,85 +228,6 @@ for file in cgroup.procs user.slice/cgroup.procs "$leaf/cgroup.procs" "${leaf%/k
 done
 same "a new cgroup" EACCES \
     "$(inside alice '~/system_call native mkdir "@/proc/$1/root/sys/fs/cgroup/$2" 0755' "$pid" "$leaf/mine")"
-EOF
-}
-
-@test "another account's home, /tmp and processes are out of reach" {
-    on_two_accounts <<'EOF'
-echo secret | tee /home/bob/open /home/bob/tmp/open >/dev/null
-chmod 755 /home/bob /home/bob/tmp
-enter bob sleep 600 &
-until inner=$(pgrep -u bob -x sleep); do sleep 0.01; done
-outside bob sleep 601
-for path in /home/bob /home/bob/open /tmp/open; do
-    same "$path" ENOENT "$(inside alice '~/system_call native access @$1 0' "$path")"
-    enter bob test -e "$path"
-done
-for process in "$inner" "$pid"; do
-    same "entry" ENOENT "$(inside alice '~/system_call native access @/proc/$1 0' "$process")"
-    same "signal" EPERM "$(inside alice '~/system_call native kill $1 0' "$process")"
-    same "every way" "ENOENT EPERM" "$(inside alice '~/watch_process $1' "$process" |
-        awk '$1 != "pidfd_open" { print $2 }' | sort -u | paste -sd' ')"
-done
-EOF
-}
-
-@test "another account's shared memory, semaphores and message queues are not there" {
-    on_two_accounts <<'EOF'
-[ "$(uname -m)" = x86_64 ] && mq_open=240 || mq_open=180
-cp "$programs/system_call" /home/bob
-on_host() { setpriv --reuid "$1" --regid "$1" --init-groups "${@:2}"; }
-# try_from PLACE: objects for everybody that bob makes there, as he sees them from there and as alice does
-try_from() {
-    local place=$1 program=/home/bob/system_call calls
-    made() { "$place" bob ipcmk --mode 0666 "$@" | sed 's/.*: //'; }
-    same "making a queue" 0 "$("$place" bob "$program" native "$mq_open" "@$place" 0102 0666 0)"
-    calls="shmat $(made --shmem 4096) 0 0x1000
-semctl $(made --semaphore 1) 0 12
-msgrcv $(made --queue) 0 0 0 0x800
-$mq_open @$place 2 0 0"
-    same "bob's answers" $'0\n0\nENOMSG\n0' "$("$place" bob "$program" native <<<"$calls" | grep -o '[^ ]*$')"
-    same "alice's answers" $'EINVAL\nEINVAL\nEINVAL\nENOENT' \
-        "$(inside alice '~/system_call native' <<<"$calls" | grep -o '[^ ]*$')"
-}
-try_from enter
-try_from on_host
-EOF
-}
-
-@test "another account's servers are out of reach behind the firewall" {
-    on_two_accounts <<'EOF'
-firewall
-enter bob socat TCP-LISTEN:8080,fork,reuseaddr SYSTEM:'echo bob' &
-until [ "$(enter bob bash -c 'cat </dev/tcp/100.64.0.10/8080')" = bob ] 2>/dev/null; do sleep 0.01; done
-capture inside alice 'timeout 2 bash -c "cat </dev/tcp/100.64.0.10/8080"'
-[[ $err == *"Connection refused"* ]]
-same "way out" 192.0.2.2 "$(inside alice 'cat </dev/tcp/198.51.100.1/80')"
-EOF
-}
-
-@test "abstract sockets of the host are in another network" {
-    on_two_accounts <<'EOF'
-socat ABSTRACT-LISTEN:server,fork SYSTEM:'echo host' &
-until [ "$(socat -u ABSTRACT-CONNECT:server -)" = host ] 2>/dev/null; do sleep 0.01; done
-same "an account on the host" host "$(setpriv --reuid alice --regid alice --init-groups \
-    socat -u ABSTRACT-CONNECT:server -)"
-capture inside alice 'socat -u ABSTRACT-CONNECT:server -'
-[[ $err == *"Connection refused"* ]]
-same "names in sight" "" "$(inside alice 'grep server /proc/net/unix' || true)"
-EOF
-}
-
-@test "the runtime directory and the administrator's files are not there" {
-    on_two_accounts <<'EOF'
-as_uid_0
-for path in /run/kiv /etc/tarnwell /etc/shadow /root; do
-    test -e "$path"
-    for program in system_call system_call_root; do
-        same "$path" ENOENT "$(inside alice '~/$1 native access @$2 0' $program "$path")"
-    done
-done
-same "mounts of it" "" "$(inside alice 'grep /run/kiv /proc/self/mountinfo' || true)"
 EOF
 }
 
@@ -405,33 +298,5 @@ install -m 2755 -g mail "$(command -v id)" /home/alice/id_mail
 same "effective group" "$(getent group mail | cut -d: -f3)" "$(inside alice '~/id_mail -g')"
 same "real group" "$(id -g alice)" "$(inside alice '~/id_mail -gr')"
 same "no new privileges" 0 "$(inside alice 'awk "/^NoNewPrivs/ { print \$2 }" /proc/self/status')"
-EOF
-}
-
-@test "a process of the account outside leads to the host's files, with the account's permissions there" {
-    on_two_accounts <<'EOF'
-outside alice sleep 600
-own=/proc/$pid/root
-outside bob sleep 600
-other=/proc/$pid/root
-sleep 600 &
-roots=/proc/$!/root
-chmod 700 /home/bob
-calls="access @$own/etc/tarnwell/kiv.users 4
-access @$own/root 1
-access @$own/etc/shadow 4
-access @$own/run/kiv 1
-access @$own/home/bob 1
-access @$own/etc 2
-access @$other/etc/passwd 4
-access @$roots/etc/passwd 4"
-same answers "access @$own/etc/tarnwell/kiv.users 4 0
-access @$own/root 1 EACCES
-access @$own/etc/shadow 4 EACCES
-access @$own/run/kiv 1 EACCES
-access @$own/home/bob 1 EACCES
-access @$own/etc 2 EACCES
-access @$other/etc/passwd 4 ENOENT
-access @$roots/etc/passwd 4 ENOENT" "$(inside alice '~/system_call native' <<<"$calls")"
 EOF
 }

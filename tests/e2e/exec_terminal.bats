@@ -1,12 +1,10 @@
 #!/usr/bin/env bats
 # exec on a terminal, as a person uses it.
 load helpers
-export PATH=$PATH:$BATS_TEST_DIRNAME # for on_terminal
+load with_alice
 
 @test "the line about the switch shows before the shell, which has job control" {
-    in_host <<'EOF'
-account alice 100.64.0.4/30
-kivctl start alice >/dev/null
+    with_alice <<'EOF'
 on_terminal kivctl exec alice <<'END' >/tmp/shown
 expect \ASwitching into container 'alice'\.\.\.\n
 expect \$ $
@@ -30,9 +28,7 @@ EOF
 }
 
 @test "Ctrl-C interrupts a program of the shell, and Ctrl-D ends the shell with its last status" {
-    in_host <<'EOF'
-account alice 100.64.0.4/30
-kivctl start alice >/dev/null
+    with_alice <<'EOF'
 fails 130 on_terminal kivctl exec alice <<'END' >/tmp/shown
 expect \$ $
 type perl -e '$| = 1; print "run\x6eing\\n"; sleep 60'\n
@@ -48,9 +44,7 @@ EOF
 }
 
 @test "Ctrl-Z stops a program, and fg continues it with the terminal" {
-    in_host <<'EOF'
-account alice 100.64.0.4/30
-kivctl start alice >/dev/null
+    with_alice <<'EOF'
 on_terminal kivctl exec alice <<'END' >/tmp/shown
 expect \$ $
 type bash -c 'echo wait"ing"; read -r line; echo "read: $line"'\n
@@ -78,9 +72,7 @@ EOF
 }
 
 @test "exec is a job of the administrator's own shell, and gives the terminal back" {
-    in_host <<'EOF'
-account alice 100.64.0.4/30
-kivctl start alice >/dev/null
+    with_alice <<'EOF'
 fails 5 on_terminal bash --norc -i <<'END' >/tmp/shown
 expect # $
 type kivctl exec alice\n
@@ -102,9 +94,7 @@ EOF
 }
 
 @test "a change of the window's size reaches the shell and its programs" {
-    in_host <<'EOF'
-account alice 100.64.0.4/30
-kivctl start alice >/dev/null
+    with_alice <<'EOF'
 on_terminal kivctl exec alice <<'END' >/tmp/shown
 expect \$ $
 type stty size\n
@@ -124,9 +114,7 @@ EOF
 }
 
 @test "lines can be edited, completed and called back" {
-    in_host <<'EOF'
-account alice 100.64.0.4/30
-kivctl start alice >/dev/null
+    with_alice <<'EOF'
 on_terminal kivctl exec alice <<'END' >/tmp/shown
 expect \$ $
 type echo wrong\x15echo rigth\x14\n
@@ -144,9 +132,7 @@ EOF
 }
 
 @test "programs that ask on the terminal itself find it" {
-    in_host <<'EOF'
-account alice 100.64.0.4/30
-kivctl start alice >/dev/null
+    with_alice <<'EOF'
 on_terminal kivctl exec alice <<'END' >/tmp/shown
 expect \$ $
 type bash -c 'read -rsp "pass""word: " word </dev/tty 2>/dev/tty; echo "got ${#word}"' </dev/null 2>/dev/null\n
@@ -161,9 +147,7 @@ EOF
 }
 
 @test "a terminal that is closed ends the shell and its programs by SIGHUP" {
-    in_host <<'EOF'
-account alice 100.64.0.4/30
-kivctl start alice >/dev/null
+    with_alice <<'EOF'
 leaf=/sys/fs/cgroup/user.slice/user-$(id -u alice).slice/kiv
 fails 129 on_terminal kivctl exec alice <<'END' >/tmp/shown
 expect \$ $

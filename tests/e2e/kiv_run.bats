@@ -1,6 +1,7 @@
 #!/usr/bin/env bats
 # kiv-run without a terminal of its own: what the command is and what it has, as the kernel shows it.
 load helpers
+load with_alice
 
 @test "the command runs as the account in its container, without capabilities and under the filter" {
     in_host <<'EOF'
@@ -28,9 +29,7 @@ EOF
 }
 
 @test "kiv-run becomes the command: the same process, and nothing stays beside it" {
-    in_host <<'EOF'
-account alice 100.64.0.4/30
-kivctl start alice >/dev/null
+    with_alice <<'EOF'
 kiv-run -T alice sleep 600 &
 child=$!
 running() { [ "$(cat "/proc/$child/comm")" = sleep ]; }
@@ -43,9 +42,7 @@ EOF
 }
 
 @test "the arguments arrive as they are, without a shell in between" {
-    in_host <<'EOF'
-account alice 100.64.0.4/30
-kivctl start alice >/dev/null
+    with_alice <<'EOF'
 arguments=('' ' ' 'a b' '$HOME' '`id`' "'" '"' '*' ';' $'line\nline' $'\x01\xff' -T -- --help '\')
 same arguments "$(printf '<%s>' "${arguments[@]}")" "$(kiv-run alice printf '<%s>' "${arguments[@]}")"
 same "an option behind USER" "-T" "$(kiv-run alice echo -T)"
@@ -53,9 +50,7 @@ EOF
 }
 
 @test "arguments of 128 KiB in all arrive whole" {
-    in_host <<'EOF'
-account alice 100.64.0.4/30
-kivctl start alice >/dev/null
+    with_alice <<'EOF'
 arguments=()
 for ((i = 0; i < 128; i++)); do
     printf -v argument '%01024d' "$i"
@@ -69,9 +64,7 @@ EOF
 }
 
 @test "one -- straight behind USER is dropped, and a second one is the command's" {
-    in_host <<'EOF'
-account alice 100.64.0.4/30
-kivctl start alice >/dev/null
+    with_alice <<'EOF'
 same dropped in "$(kiv-run alice -- echo in)"
 same "before USER too" in "$(kiv-run -T -- alice echo in)"
 capture kiv-run alice -- -- echo in
@@ -81,9 +74,7 @@ EOF
 }
 
 @test "without a command it is the login shell, as a login shell" {
-    in_host <<'EOF'
-account alice 100.64.0.4/30
-kivctl start alice >/dev/null
+    with_alice <<'EOF'
 kiv-run alice >/tmp/seen <<'END' &
 echo "$0 $$"
 shopt -q login_shell && echo login shell
@@ -111,9 +102,7 @@ EOF
 }
 
 @test "the environment is the account's, the caller's TERM, LANG and TZ, and nothing else" {
-    in_host <<'EOF'
-account alice 100.64.0.4/30
-kivctl start alice >/dev/null
+    with_alice <<'EOF'
 printf '# ENV_PATH /wrong\nENV_PATHS /wrong\nENV_SUPATH\tPATH=/sbin\nENV_PATH\tPATH=/bin:/opt/bin\n' >/etc/login.defs
 names=(LC_ALL=C LANGUAGE=de HOME=/root USER=root LOGNAME=root SHELL=/bin/sh MAIL=/x PWD=/x BASH_ENV=/x ENV=/x
     LD_DEBUG_OUTPUT=/x SSH_AUTH_SOCK=/x SUDO_USER=x LISTEN_FDS=1 LISTEN_PID=1 LISTEN_FDNAMES=x NOTIFY_SOCKET=/x)
@@ -134,9 +123,7 @@ EOF
 }
 
 @test "-e adds and replaces variables, the last of a name wins" {
-    in_host <<'EOF'
-account alice 100.64.0.4/30
-kivctl start alice >/dev/null
+    with_alice <<'EOF'
 same variables "1= 2=a=b HOME=/other USER=me" "$(kiv-run -e ONE=x -e TWO=a=b -e HOME=/other -e USER=me -e ONE= alice \
     sh -c 'echo "1=$ONE 2=$TWO HOME=$HOME USER=$USER"')"
 same "each once" 1 "$(kiv-run -e HOME=/a -e HOME=/b alice cat /proc/self/environ | tr '\0' '\n' | grep -c ^HOME=)"
@@ -197,92 +184,6 @@ same "a shell that does not exist" "127 kiv-run: /none: No such file or director
 EOF
 }
 
-@test "every failure of kiv-run itself is 125 and one clear line, and nothing is entered" {
-    in_host <<'EOF'
-account alice 100.64.0.4/30
-useradd --non-unique --uid 0 --no-create-home toor
-kivctl start alice >/dev/null
-refuses() {
-    capture timeout 20 kiv-run "${@:2}"
-    same "answer to ${*:2}" "125  kiv-run: $1" "$status $out $err"
-}
-refuses "missing user name"
-refuses "missing user name" --
-refuses "unknown option '-Q'" -Q alice true
-refuses "unknown option '--nonsense'" --nonsense alice true
-refuses "unknown option '--start=x'" --start=x alice true
-refuses "option '-C' requires an argument." -C
-refuses "option '-e' requires an argument." -e
-refuses "option '-u' requires an argument." -u
-refuses "option '--preserve-fds' requires an argument." --preserve-fds
-for mask in 8 1000 -1 +2 '' 0x1 '7 '; do
-    refuses "'$mask' is not an octal number up to 777" -u "$mask" alice true
-done
-for count in -1 x '' 1.5 99999999999; do
-    refuses "'$count' is not a number of descriptors" --preserve-fds "$count" alice true
-done
-refuses "carol: unknown user" carol true
-refuses ": unknown user" '' true
-refuses "a/b: unknown user" a/b true
-refuses "alice@x: invalid character '@' in user name" alice@x true
-refuses "root: cannot create container for uid 0" root true
-refuses "toor: cannot create container for uid 0" toor true
-refuses "al\\x1b: unknown user" $'al\e' true
-capture setpriv --reuid alice --regid alice --clear-groups "$(command -v kiv-run)" alice true
-same "another caller" "125  kiv-run: only root may run this program" "$status $out $err"
-refused test -e "/sys/fs/cgroup/user.slice/user-$(id -u alice).slice/kiv"
-EOF
-}
-
-@test "a container that is not running or was interrupted is named in the library's words" {
-    in_host <<'EOF'
-account alice 100.64.0.4/30
-capture kiv-run alice echo a command
-same "not running" "125  kiv-run: /run/kiv/alice@net: container is not running, start it with: kivctl start alice" \
-    "$status $out $err"
-kivctl start alice >/dev/null
-python3 -c 'import os; os.setxattr("/run/kiv", "trusted.kiv.unfinished.alice", b"mnt pinned")'
-capture kiv-run alice echo a command
-same interrupted "125  kiv-run: /run/kiv: starting the container of alice was interrupted, start it with: \
-kivctl start alice" "$status $out $err"
-EOF
-}
-
-@test "--start starts the container first, and only an account of the registry's" {
-    in_host <<'EOF'
-account alice 100.64.0.4/30
-account bob
-useradd --create-home carol
-capture kiv-run --start alice id -un
-same "the first time" "0 alice " "$status $out $err"
-same "live namespaces" $'net\nipc\nmnt' "$(mounted alice)"
-same "the way out" 192.0.2.2 "$(kiv-run alice bash -c 'cat </dev/tcp/198.51.100.1/80')"
-held=$(stat -Lc %i /run/kiv/alice@{net,ipc,mnt})
-capture kiv-run --start alice id -un
-same "while it runs" "0 alice " "$status $out $err"
-same "the namespaces" "$held" "$(stat -Lc %i /run/kiv/alice@{net,ipc,mnt})"
-capture kiv-run --start carol id -un
-same "not registered" "125  kiv-run: KIV not configured for requested user" "$status $out $err"
-capture kiv-run --start bob id -un
-same "no network" "125  kiv-run: malformed network ''" "$status $out $err"
-printf 'bob\0 net=100.64.0.8/30\n' >"$registry"
-capture kiv-run --start bob id -un
-same "a NUL in the registry" "125  kiv-run: KIV not configured for requested user" "$status $out $err"
-printf ' item\n' >"$configuration"
-capture kiv-run --start alice id -un
-same "a faulty configuration" "125  kiv-run: /etc/tarnwell/kiv.conf: line 1: not parsing a list" "$status $out $err"
-EOF
-}
-
-@test "a start of --start that fails half-way enters nothing" {
-    in_host <<'EOF'
-account alice 100.64.0.4/30
-injected pivot_root:error=EINVAL kiv-run --start alice echo a command
-same "status and output" "125 " "$status $out"
-[[ $err == *"kiv-run: /run/kiv: starting the container of alice was interrupted, "* ]]
-EOF
-}
-
 @test "the working directory is the home, or what -C names as the account" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
@@ -313,9 +214,7 @@ EOF
 }
 
 @test "the umask is 022, or what -u says" {
-    in_host <<'EOF'
-account alice 100.64.0.4/30
-kivctl start alice >/dev/null
+    with_alice <<'EOF'
 umask 077
 same default 0022 "$(kiv-run alice sh -c umask)"
 same "with --start" 0022 "$(kiv-run --start alice sh -c umask)"
@@ -325,9 +224,7 @@ EOF
 }
 
 @test "the command has descriptors 0 to 2 and no other" {
-    in_host <<'EOF'
-account alice 100.64.0.4/30
-kivctl start alice >/dev/null
+    with_alice <<'EOF'
 for ((i = 3; i <= 60; i++)); do
     eval "exec $i</etc/passwd"
 done
@@ -340,9 +237,7 @@ EOF
 }
 
 @test "--preserve-fds keeps that many descriptors for socket activation" {
-    in_host <<'EOF'
-account alice 100.64.0.4/30
-kivctl start alice >/dev/null
+    with_alice <<'EOF'
 echo three >/tmp/three
 echo four >/tmp/four
 exec 3</tmp/three 4</tmp/four 5</run/kiv
@@ -374,9 +269,7 @@ EOF
 }
 
 @test "signals have their defaults, SIGHUP too, whatever the caller ignores or blocks" {
-    in_host <<'EOF'
-account alice 100.64.0.4/30
-kivctl start alice >/dev/null
+    with_alice <<'EOF'
 seen=$(env --ignore-signal --block-signal kiv-run alice cat /proc/self/status | grep -E '^Sig(Blk|Ign|Cgt)')
 same signals "SigBlk:	0000000000000000
 SigIgn:	0000000000000000
@@ -385,9 +278,7 @@ EOF
 }
 
 @test "standard input, output and error are the caller's, to the byte" {
-    in_host <<'EOF'
-account alice 100.64.0.4/30
-kivctl start alice >/dev/null
+    with_alice <<'EOF'
 head -c 300000 /dev/urandom >/tmp/bytes
 kiv-run alice cat </tmp/bytes >/tmp/bytes.back
 cmp /tmp/bytes /tmp/bytes.back
@@ -396,43 +287,8 @@ same streams "out err" "$out $err"
 EOF
 }
 
-@test "kiv-run waits for a container that is being built, and gives up after five seconds" {
-    in_host <<'EOF'
-account alice 100.64.0.4/30
-kivctl start alice >/dev/null
-with_lock alice exclusive bash -c 'touch /tmp/held; sleep 1; echo free >>/tmp/order' &
-eventually test -e /tmp/held
-kiv-run alice echo entered >>/tmp/order
-same order $'free\nentered' "$(cat /tmp/order)"
-wait
-rm /tmp/held
-with_lock alice exclusive bash -c 'touch /tmp/held; until test -e /tmp/free; do sleep 0.01; done' &
-eventually test -e /tmp/held
-capture timeout 20 kiv-run alice echo a command
-same "status and output" "125 " "$status $out"
-same stderr "alice: waiting for a start or stop of this account
-kiv-run: alice: containers are being started or stopped, try again later" "$err"
-touch /tmp/free
-EOF
-}
-
-@test "a step that fails runs no command" {
-    in_host <<'EOF'
-account alice 100.64.0.4/30
-kivctl start alice >/dev/null
-for fault in setns:error=EPERM seccomp:error=ENOSYS capset:error=EPERM setgroups:error=EPERM setresgid:error=EPERM \
-    setresuid:error=EPERM setresuid:retval=0 close_range:error=EINVAL fcntl:error=ENOLCK; do
-    injected "$fault" kiv-run alice echo a command
-    same "answer to $fault" "125 " "$status $out"
-    [[ $err == "kiv-run: "* ]]
-done
-EOF
-}
-
 @test "once it has joined, kiv-run opens no file of the container and connects to nothing" {
-    in_host <<'EOF'
-account alice 100.64.0.4/30
-kivctl start alice >/dev/null
+    with_alice <<'EOF'
 strace -f -o /tmp/trace -e trace=setns,open,openat,connect,execve kiv-run alice true
 same "the next two calls" $'execve("/usr/local/bin/true\nexecve("/usr/bin/true' \
     "$(sed '1,/setns(.*NEWNS/d' /tmp/trace | sed -n '1,2s/^[0-9]* *\([^"]*"[^"]*\).*/\1/p')"

@@ -1,13 +1,12 @@
 #!/usr/bin/env bats
 # What kiv-run leaves in the system log.
 load helpers
+load with_alice
 load system_log
 export -f serve_log logged
 
 @test "each entry is one line of authpriv.info with login user id, terminal, account and command" {
-    in_host <<'EOF'
-account alice 100.64.0.4/30
-kivctl start alice >/dev/null
+    with_alice <<'EOF'
 serve_log
 kiv-run alice echo 'two words' >/dev/null
 header='^<86>(Jan|Feb|Mar|Apr|May|Jun|Jul|Aug|Sep|Oct|Nov|Dec) [ 123][0-9] [0-9:]{8} kiv-run\[[0-9]+\]: '
@@ -19,11 +18,9 @@ EOF
 }
 
 @test "the terminal is named" {
-    in_host <<'EOF'
-account alice 100.64.0.4/30
-kivctl start alice >/dev/null
+    with_alice <<'EOF'
 serve_log
-"$project/tests/e2e/on_terminal" kiv-run -T alice true </dev/null
+on_terminal kiv-run -T alice true </dev/null
 logged ' terminal=/dev/pts/[0-9]+ account=alice command=true$'
 EOF
 }
@@ -42,9 +39,7 @@ EOF
 }
 
 @test "what fails before the container is entered is a refusal, whatever has failed" {
-    in_host <<'EOF'
-account alice 100.64.0.4/30
-kivctl start alice >/dev/null
+    with_alice <<'EOF'
 serve_log
 exec 3</etc/hostname 4<&- 5</etc/hostname
 fails 125 kiv-run --preserve-fds 3 alice id 2>/dev/null
@@ -59,9 +54,7 @@ EOF
 }
 
 @test "what fails after the entry is a refusal too, which follows the line of the entry" {
-    in_host <<'EOF'
-account alice 100.64.0.4/30
-kivctl start alice >/dev/null
+    with_alice <<'EOF'
 serve_log
 fails 125 kiv-run -C none alice id 2>/dev/null
 logged '^<84>.*: refused \(chdir\(none\) failed: No such file or directory\): .* account=alice command=id$'
@@ -78,9 +71,7 @@ EOF
 }
 
 @test "a command line that is not understood leaves no line" {
-    in_host <<'EOF'
-account alice 100.64.0.4/30
-kivctl start alice >/dev/null
+    with_alice <<'EOF'
 serve_log
 fails 125 kiv-run -u 9 alice id 2>/dev/null
 fails 125 kiv-run --nonsense alice id 2>/dev/null
@@ -92,9 +83,7 @@ EOF
 }
 
 @test "a descriptor in the place of a missing log is not handed on" {
-    in_host <<'EOF'
-account alice 100.64.0.4/30
-kivctl start alice >/dev/null
+    with_alice <<'EOF'
 rm -f /dev/log
 exec 3</etc/hostname 4</etc/hostname 5</etc/hostname
 same "open ones" "0 1 2 3" "$(kiv-run alice ls /proc/self/fd | xargs)"
@@ -104,9 +93,7 @@ EOF
 }
 
 @test "control characters are escaped, and a line is of 1 KiB at most" {
-    in_host <<'EOF'
-account alice 100.64.0.4/30
-kivctl start alice >/dev/null
+    with_alice <<'EOF'
 serve_log
 kiv-run alice true $'new\nline\e[2J\x7f'
 logged 'command=true new\\x0aline\\x1b\[2J\\x7f$'
@@ -119,9 +106,7 @@ EOF
 }
 
 @test "the log is the host's: kiv-run connects before it joins, and the line comes from inside" {
-    in_host <<'EOF'
-account alice 100.64.0.4/30
-kivctl start alice >/dev/null
+    with_alice <<'EOF'
 serve_log
 strace -o /tmp/trace -e trace=setns,connect,write,sendto kiv-run alice true
 same order "connect setns setns setns write" "$(grep -E 'setns|/dev/log|<86>' /tmp/trace | sed 's/(.*//' | xargs)"
@@ -129,9 +114,7 @@ EOF
 }
 
 @test "without a log, and with one that does not read, a command runs at once" {
-    in_host <<'EOF'
-account alice 100.64.0.4/30
-kivctl start alice >/dev/null
+    with_alice <<'EOF'
 rm -f /dev/log
 same "no log" in "$(timeout 30 kiv-run alice echo in 2>&1)"
 touch /dev/log

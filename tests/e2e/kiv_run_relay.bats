@@ -1,7 +1,7 @@
 #!/usr/bin/env bats
 # The process of kiv-run that relays between two terminals: what stops it, what fills it up, what attacks it.
 load helpers
-export PATH=$PATH:$BATS_TEST_DIRNAME # for on_terminal
+load with_alice
 
 # signal_relay NAME FILE: signals the relaying process once the file is there.
 signal_relay() {
@@ -35,9 +35,7 @@ exec(sys.argv[1])' "$@"
 export -f signal_relay on_full_terminal
 
 @test "a stop from outside leaves the caller's terminal as it was, and fg goes on" {
-    in_host <<'EOF'
-account alice 100.64.0.4/30
-kivctl start alice >/dev/null
+    with_alice <<'EOF'
 signal_relay TSTP /home/alice/ready &
 # dash(1) restores no terminal itself
 on_terminal dash -i <<'END' >/tmp/shown
@@ -66,9 +64,7 @@ EOF
 }
 
 @test "whatever signal ends it, the terminal is restored" {
-    in_host <<'EOF'
-account alice 100.64.0.4/30
-kivctl start alice >/dev/null
+    with_alice <<'EOF'
 for name in USR1 ALRM XCPU RTMIN; do
     rm -f /home/alice/ready
     signal_relay $name /home/alice/ready &
@@ -84,18 +80,14 @@ EOF
 }
 
 @test "a hang-up that the caller ignores ends neither the relay nor the command" {
-    in_host <<'EOF'
-account alice 100.64.0.4/30
-kivctl start alice >/dev/null
+    with_alice <<'EOF'
 signal_relay HUP /home/alice/ready &
 same output finished "$(nohup kiv-run -t alice sh -c 'touch ready; sleep 1; echo finished' </dev/null 2>/dev/null | tr -dc '[:lower:]')"
 EOF
 }
 
 @test "whoever does not read the output keeps neither keys nor signals from the relay" {
-    in_host <<'EOF'
-account alice 100.64.0.4/30
-kivctl start alice >/dev/null
+    with_alice <<'EOF'
 leaf=/sys/fs/cgroup/user.slice/user-$(id -u alice).slice/kiv
 export leaf
 on_full_terminal '
@@ -114,9 +106,7 @@ EOF
 }
 
 @test "another reader of the same terminal takes keys, and holds up no output" {
-    in_host <<'EOF'
-account alice 100.64.0.4/30
-kivctl start alice >/dev/null
+    with_alice <<'EOF'
 on_terminal bash -c 'exec 3<&0
     cat <&3 >/dev/null &
     kiv-run alice sh -c "for i in 1 2 3 4 5 6 7 8; do echo tick \$i; sleep 0.2; done"
@@ -141,9 +131,7 @@ EOF
 }
 
 @test "a full output costs no processor time, and gets all of the command's" {
-    in_host <<'EOF'
-account alice 100.64.0.4/30
-kivctl start alice >/dev/null
+    with_alice <<'EOF'
 python3 -c '
 import os, resource, subprocess, sys, time
 reader, writer = os.pipe()
@@ -165,9 +153,7 @@ EOF
 }
 
 @test "neither a flood nor a hostile terminal makes the relay hang, spin or lose the status" {
-    in_host <<'EOF'
-account alice 100.64.0.4/30
-kivctl start alice >/dev/null
+    with_alice <<'EOF'
 cat >/usr/local/bin/hostile <<'END'
 #!/usr/bin/perl
 use POSIX;
@@ -205,9 +191,7 @@ EOF
 }
 
 @test "the command can neither push keys into the caller's terminal nor find it" {
-    in_host <<'EOF'
-account alice 100.64.0.4/30
-kivctl start alice >/dev/null
+    with_alice <<'EOF'
 cat >/usr/local/bin/push <<'END'
 #!/usr/bin/perl
 for my $path ("/dev/tty", map { "/proc/$_/fd/0" } $$, getppid()) {

@@ -1,12 +1,10 @@
 #!/usr/bin/env bats
 # kiv-run on a terminal: the command has one of the container's own, and the caller's is out of its reach.
 load helpers
-export PATH=$PATH:$BATS_TEST_DIRNAME # for on_terminal
+load with_alice
 
 @test "on a terminal the command gets one of the container's, its controlling one, in a session of its own" {
-    in_host <<'EOF'
-account alice 100.64.0.4/30
-kivctl start alice >/dev/null
+    with_alice <<'EOF'
 on_terminal kiv-run alice bash --norc <<'END' >/tmp/shown
 expect \$ $
 type tty; stat -c "owner %U" "$(tty)"; set -o | grep monitor\n
@@ -26,9 +24,7 @@ EOF
 }
 
 @test "Ctrl-C and Ctrl-Z are for the programs inside" {
-    in_host <<'EOF'
-account alice 100.64.0.4/30
-kivctl start alice >/dev/null
+    with_alice <<'EOF'
 fails 3 on_terminal kiv-run alice bash --norc <<'END' >/tmp/shown
 expect \$ $
 type perl -e '$| = 1; print "run\x6eing\\n"; sleep 60'\n
@@ -53,9 +49,7 @@ EOF
 }
 
 @test "a change of the window's size reaches the command" {
-    in_host <<'EOF'
-account alice 100.64.0.4/30
-kivctl start alice >/dev/null
+    with_alice <<'EOF'
 on_terminal kiv-run alice bash --norc <<'END' >/tmp/shown
 expect \$ $
 type stty size\n
@@ -74,9 +68,7 @@ EOF
 }
 
 @test "a terminal that is closed ends the command and its programs by SIGHUP" {
-    in_host <<'EOF'
-account alice 100.64.0.4/30
-kivctl start alice >/dev/null
+    with_alice <<'EOF'
 leaf=/sys/fs/cgroup/user.slice/user-$(id -u alice).slice/kiv
 fails 129 on_terminal kiv-run alice bash --norc <<'END' >/tmp/shown
 expect \$ $
@@ -91,9 +83,7 @@ EOF
 }
 
 @test "what the account leaves running reads nothing of what is typed afterwards" {
-    in_host <<'EOF'
-account alice 100.64.0.4/30
-kivctl start alice >/dev/null
+    with_alice <<'EOF'
 cat >/usr/local/bin/reader <<'END'
 #!/usr/bin/perl
 $SIG{HUP} = $SIG{TTIN} = $SIG{TTOU} = "IGNORE";
@@ -135,9 +125,7 @@ EOF
 }
 
 @test "the relaying process is outside, has no right, and nothing open but the terminals" {
-    in_host <<'EOF'
-account alice 100.64.0.4/30
-kivctl start alice >/dev/null
+    with_alice <<'EOF'
 exec 7</run/kiv
 cat >/tmp/look <<'END'
 relay=$(pgrep -x kiv-run -u nobody)
@@ -161,9 +149,7 @@ EOF
 }
 
 @test "the exit status is the command's, 128 and the signal's number, or kiv-run's own" {
-    in_host <<'EOF'
-account alice 100.64.0.4/30
-kivctl start alice >/dev/null
+    with_alice <<'EOF'
 fails 7 kiv-run -t alice sh -c 'exit 7'
 fails 137 kiv-run -t alice sh -c 'kill -KILL $$'
 same "closed descriptors" 9 "$(kiv-run -t alice sh -c 'exec <&- >&- 2>&-; sleep 0.5; exit 9'; echo $?)"
@@ -180,9 +166,7 @@ EOF
 }
 
 @test "the terminal is restored after the command and after a signal" {
-    in_host <<'EOF'
-account alice 100.64.0.4/30
-kivctl start alice >/dev/null
+    with_alice <<'EOF'
 on_terminal bash --norc -i <<'END' >/tmp/shown
 expect # $
 type stty -g >/tmp/before; kiv-run alice sh -c 'stty raw; exit 4'; echo "status $?"; stty -g >/tmp/after\n
@@ -204,9 +188,7 @@ EOF
 }
 
 @test "all output of the command arrives, whatever it leaves running" {
-    in_host <<'EOF'
-account alice 100.64.0.4/30
-kivctl start alice >/dev/null
+    with_alice <<'EOF'
 same output "$(seq 100000 | sed 's/$/\r/' | md5sum)" "$(kiv-run -t alice seq 100000 | md5sum)"
 same "with a leftover" "begun" "$(timeout 20 kiv-run -t alice sh -c \
     'trap "" HUP; sleep 600 & echo begun' </dev/null | tr -d '\r')"
@@ -215,9 +197,7 @@ EOF
 }
 
 @test "the end of a pipe is an end of file inside" {
-    in_host <<'EOF'
-account alice 100.64.0.4/30
-kivctl start alice >/dev/null
+    with_alice <<'EOF'
 same "whole lines" 2 "$(printf 'one\ntwo\n' | timeout 20 kiv-run -t alice wc -l | tail -n 1 | tr -d '\r')"
 same "an unfinished line" 7 "$(printf 'one\ntwo' | timeout 20 kiv-run -t alice wc -c | tail -n 1 | tr -d '\r\n' | tail -c 1)"
 same "nothing" 0 "$(timeout 20 kiv-run -t alice wc -c </dev/null | tail -n 1 | tr -d '\r\n' | tail -c 1)"
@@ -225,9 +205,7 @@ EOF
 }
 
 @test "the end of a pipe is one end of file: whoever reads on waits" {
-    in_host <<'EOF'
-account alice 100.64.0.4/30
-kivctl start alice >/dev/null
+    with_alice <<'EOF'
 # read(1) says 1 at an end of file, and more than 128 when the time is over
 reads_on() { timeout 20 kiv-run -t alice bash -c 'cat >/dev/null; read -rt 1 || printf "\nstatus %d" $(($? > 128))' | tr -d '\r'; }
 for text in '' 'line\n' 'unfinished' 'line\r'; do
@@ -241,9 +219,7 @@ EOF
 }
 
 @test "what comes from a pipe is typed: Ctrl-C acts, and a line has at most 4095 bytes" {
-    in_host <<'EOF'
-account alice 100.64.0.4/30
-kivctl start alice >/dev/null
+    with_alice <<'EOF'
 fails 130 bash -c "(sleep 0.5; printf '\\3'; sleep 20) | timeout 20 kiv-run -t alice sleep 10" >/dev/null
 printf '%05000d' 0 | timeout 20 kiv-run -t alice wc -c >/tmp/seen
 grep -qE '(^|0)4095.?$' /tmp/seen # behind the echo, if any
@@ -251,9 +227,7 @@ EOF
 }
 
 @test "errors stay apart when they are no terminal's, and LISTEN_PID is the command's" {
-    in_host <<'EOF'
-account alice 100.64.0.4/30
-kivctl start alice >/dev/null
+    with_alice <<'EOF'
 capture kiv-run -t alice sh -c 'echo out; echo err >&2'
 same streams $'out\r err' "$out $err"
 exec 3</etc/hostname 4<&-

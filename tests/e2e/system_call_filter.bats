@@ -3,7 +3,7 @@
 # The arguments are such that a kernel which gets to see them finds fault with them: they do no harm, and the
 # error tells who has answered.
 load helpers
-export project
+load with_attacks
 
 export denied_calls="467 0xffffffff 1 0xffff0000 0
 acct 1
@@ -63,15 +63,6 @@ umount2 1 0xff0000
 unshare 0x10000001
 unshare 0xfeed000010000001
 userfaultfd 0xffff0000"
-
-# on_two_accounts <<'EOF' … EOF: the script on a host where the attacker's container runs.
-on_two_accounts() {
-    local script
-    script=$(cat)
-    in_host <<<"source '$project/tests/e2e/attacks.bash'
-two_accounts
-$script"
-}
 
 @test "denied calls are answered by the filter and never by the kernel" {
     on_two_accounts <<'EOF'

@@ -1,9 +1,10 @@
-// Preloaded into kivctl: stops it at one point of exec, HOLD_AT, until it is continued.
+// Preloaded into kivctl or kiv-run: stops it at one point of entering, HOLD_AT, until continued.
 //   inside     in the container's namespaces, still root with all capabilities
-//   account    with the account's user and group, before it executes the shell
+//   account    with the account's user and group, before it executes the shell or command
 //   traceable  the same, after it has been opened to tracing: what the other is to be told from
 #include <dlfcn.h>
 #include <signal.h>
+#include <stdbool.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/prctl.h>
@@ -31,14 +32,28 @@ int kiv_capabilities(void* handle) {
     return real(handle);
 }
 
+// Once: a command is looked for in several directories.
+static void stopBeforeExecuting(void) {
+    const bool isTraceable = strcmp(point, "traceable") == 0;
+    if (isTraceable) {
+        prctl(PR_SET_DUMPABLE, 1);
+    }
+    if (isTraceable || strcmp(point, "account") == 0) {
+        point[0] = '\0';
+        raise(SIGSTOP);
+    }
+}
+
+// exec's way
 int execv(const char* path, char* const arguments[]) {
     int (*real)(const char*, char* const*) = next("execv");
-    if (strcmp(point, "traceable") == 0) {
-        prctl(PR_SET_DUMPABLE, 1);
-        raise(SIGSTOP);
-    }
-    if (strcmp(point, "account") == 0) {
-        raise(SIGSTOP);
-    }
+    stopBeforeExecuting();
     return real(path, arguments);
+}
+
+// kiv-run's way
+int execve(const char* path, char* const arguments[], char* const environment[]) {
+    int (*real)(const char*, char* const*, char* const*) = next("execve");
+    stopBeforeExecuting();
+    return real(path, arguments, environment);
 }
