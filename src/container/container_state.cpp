@@ -87,13 +87,16 @@ std::set<std::string> namespaceFileUsers(const std::string& directory) {
         }
         return users;
     }
-    while (const dirent* found = ::readdir(files.get())) {
+    while (const dirent* found = nextEntry(files)) {
         const std::string name = found->d_name;
         const auto separator = name.rfind('@');
         if (separator != std::string::npos && separator != 0 &&
             isKind(name.substr(separator + 1))) {
             users.insert(name.substr(0, separator));
         }
+    }
+    if (errno != 0) {  // a container that is missing would pass for one that was never started
+        throw systemError("cannot read ", directory, ": ");
     }
     return users;
 }

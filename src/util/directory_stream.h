@@ -3,6 +3,7 @@
 
 #include <dirent.h>
 
+#include <cerrno>
 #include <memory>
 
 struct DirectoryCloser {
@@ -10,3 +11,9 @@ struct DirectoryCloser {
 };
 
 using DirectoryStream = std::unique_ptr<DIR, DirectoryCloser>;
+
+/// Null behind the last entry, with errno 0, and where the directory cannot be read on.
+inline const dirent* nextEntry(const DirectoryStream& stream) {
+    errno = 0;
+    return ::readdir(stream.get());
+}

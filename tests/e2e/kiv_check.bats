@@ -306,6 +306,9 @@ capture kiv-check -c /tmp/new.conf -r /absent
 same "status of the second file" 2 "$status"
 same "what was found before" "/tmp/new.conf:2: warning: '/etc/shdow' does not exist: is '/etc/shadow' meant?" "$out"
 same "its stderr" "kiv-check: cannot open /absent: No such file or directory" "$err"
+capture sh -c 'kiv-check -c /tmp/new.conf >/dev/full'
+same "status without a place for the output" 2 "$status"
+same stderr "kiv-check: cannot write to standard output: No space left on device" "$err"
 capture kiv-check --nonsense
 same status 2 "$status"
 same stderr "kiv-check: unknown option '--nonsense'" "$err"

@@ -274,6 +274,9 @@ same stdout "" "$out"
 capture setpriv --reuid nobody --clear-groups "$(command -v kiv-list)" alice
 same status 64 "$status"
 same stderr "kiv-list: only root may run this program" "$err"
+capture sh -c 'kiv-list --json >/dev/full'
+same "status without a place for the output" 71 "$status"
+same stderr "kiv-list: cannot write to standard output: No space left on device" "$err"
 rm "$registry"
 capture kiv-list alice
 same status 71 "$status"

@@ -14,6 +14,7 @@
 #include "companions/check/host_checks.h"
 #include "companions/check/host_networks.h"
 #include "companions/check/registry_checks.h"
+#include "companions/list/whole_output.h"
 #include "config/account_registry.h"
 #include "util/daemon.h"
 #include "util/errors.h"
@@ -72,7 +73,7 @@ int check(const CheckRequest& request) {
                       [](const Finding& finding) { return finding.severity == Severity::Note; });
     }
     if (failure.empty() || !findings.empty()) {
-        print(request.json ? jsonOf(findings) : linesOf(findings));
+        printWhole(request.json ? jsonOf(findings) : linesOf(findings));
     }
     if (!failure.empty()) {
         return fail(failure);

@@ -16,6 +16,7 @@
 #include "container/network.h"
 #include "container/packet_rules.h"
 #include "util/directory_stream.h"
+#include "util/errors.h"
 #include "util/external_command.h"
 #include "util/line_reader.h"
 #include "util/string_util.h"
@@ -220,12 +221,18 @@ void Checks::checkLeftRules() const {
 
 void Checks::checkLeftInterfaces() const {
     const DirectoryStream directory(::opendir(kInterfaces));
-    while (const dirent* found = directory == nullptr ? nullptr : ::readdir(directory.get())) {
+    if (directory == nullptr) {
+        throw systemError("Cannot open ", kInterfaces, ": ");
+    }
+    while (const dirent* found = nextEntry(directory)) {
         const std::string name = found->d_name;
         if (isOurs(name) && !interfaces.contains(name)) {
             FindingsOf(findings, kInterfaces + ("/" + name))
                 .warn(0, "the interface is left behind: run ip link delete " + name);
         }
+    }
+    if (errno != 0) {
+        throw systemError("cannot read ", kInterfaces, ": ");
     }
 }
 

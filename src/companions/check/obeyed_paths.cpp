@@ -214,10 +214,17 @@ std::optional<std::string> whyObeyed(const std::string& path) {
     if (isHarmless(target) || ((target == "/usr" || target == "/var") && isMountPoint(target))) {
         return std::nullopt;
     }
-    for (const ObeyedPath& obeyed : kObeyed) {
-        if (contain(path, obeyed.path) || contain(target, obeyed.path) ||
-            contain(target, resolved(obeyed.path))) {
-            return obeyed.reason;
+    static const std::vector<std::string> targets = [] {
+        std::vector<std::string> found;
+        for (const ObeyedPath& obeyed : kObeyed) {
+            found.push_back(resolved(obeyed.path));
+        }
+        return found;
+    }();
+    for (std::size_t i = 0; i < targets.size(); ++i) {
+        if (contain(path, kObeyed[i].path) || contain(target, kObeyed[i].path) ||
+            contain(target, targets[i])) {
+            return kObeyed[i].reason;
         }
     }
     return std::nullopt;

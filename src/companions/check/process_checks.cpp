@@ -192,10 +192,13 @@ void checkProcesses(const HostAccounts& accounts, Findings& findings) {
         throw systemError("Cannot open ", kProcesses, ": ");
     }
     Checks checks(accounts);
-    while (const dirent* entry = ::readdir(directory.get())) {
+    while (const dirent* entry = nextEntry(directory)) {
         if (entry->d_name[0] >= '0' && entry->d_name[0] <= '9') {
             checks.take(entry->d_name);
         }
+    }
+    if (errno != 0) {
+        throw systemError("cannot read ", kProcesses, ": ");
     }
     checks.report(findings);
     checkUserManagers(accounts, findings);

@@ -10,6 +10,7 @@
 #include "companions/list/account_list.h"
 #include "companions/list/list_options.h"
 #include "companions/list/list_output.h"
+#include "companions/list/whole_output.h"
 #include "util/daemon.h"
 #include "util/errors.h"
 #include "util/output.h"
@@ -28,8 +29,7 @@ int list(const ListRequest& request) {
         return fail(EX_USAGE, ::gettext("only root may run this program"));
     }
     const AccountList found = listAccounts(request.users);
-    print(request.json ? jsonOf(found.accounts) : tableOf(found.accounts));
-    flushOutput();
+    printWhole(request.json ? jsonOf(found.accounts) : tableOf(found.accounts));
     for (const std::string& failure : found.failures) {
         fail(found.status, failure);
     }
