@@ -4,6 +4,7 @@ Everything here runs on that host (tests/host/simulated-host) and checks from ou
 packet rules, the runtime directory, the interfaces. What is amiss is returned as a list of texts.
 """
 
+import json
 import os
 import pathlib
 import re
@@ -19,6 +20,11 @@ LONGEST_RUN = 20  # seconds; what takes longer hangs
 STATUSES = (0, 64, 71, 255)
 # of kiv-run; SIGHUP, also of the command, is for a terminal that is lost
 ENTRY_STATUSES = (0, 125, 126, 127, 128 + signal.SIGHUP, -signal.SIGHUP)
+# The programs that only read, and their statuses.
+READERS = {"list": ("kiv-list", "--json"), "check": ("kiv-check", "--host", "--json")}
+LISTED_KEYS = {"account", "uid", "state", "network", "host_address", "address", "interface", "processes",
+               "processes_limit", "memory", "memory_limit", "since", "outdated"}
+READER_STATUSES = {"list": (0, 1, 3, 4, 64, 71), "check": (0, 1, 2)}
 
 # Everything that the layer and the root know how to do, so that every call of theirs is made.
 CONFIGURATION = """hide
@@ -106,12 +112,20 @@ ENTRIES = {"run": ("-T",), "run -t": ("-t",), "run --start": ("-T", "--start")}
 
 
 def words(command, account=ACCOUNT):
-    """The command line of a command of kivctl, of a refresh, or of a way of kiv-run. "first" is a start."""
+    """The command line of a command of kivctl, of a refresh, of a reading program, or of a way of kiv-run. "first" is a
+    start."""
+    if command in READERS:
+        return [*READERS[command]]
     if command == "refresh":
         return ["kiv-refresh", account]
     if command in ENTRIES:
         return ["kiv-run", *ENTRIES[command], account, "/bin/bash", "-c", LOOK]
     return ["kivctl", "start" if command == "first" else command, account]
+
+
+def statuses(command):
+    """Its exit statuses, with or without a fault."""
+    return ENTRY_STATUSES if command in ENTRIES else READER_STATUSES.get(command, STATUSES)
 
 
 def given(command):
@@ -147,6 +161,21 @@ def descriptors_too_many(looked):
     if listed and len(listed[1].split()) > 4:
         return [f"descriptors given to the shell: {listed[1]}"]
     return []
+
+
+def misread(command, outcome):
+    """What a reading program has written that programs cannot read, or that no host has."""
+    if not outcome.out:
+        return [] if outcome.err else ["neither output nor a message"]
+    try:
+        objects = json.loads(outcome.out)
+    except ValueError:
+        return [f"no JSON: {outcome.out!r}"]
+    if command == "check":
+        wrong = [one for one in objects if set(one) != {"file", "line", "severity", "message"}]
+        return [f"no finding: {one}" for one in wrong]
+    wrong = [one for one in objects if set(one) != LISTED_KEYS or one["state"] == "orphaned"]
+    return [f"no account of this host: {one}" for one in wrong]
 
 
 def set_up(accounts=1):
