@@ -70,6 +70,14 @@ printf 'hide more\n' >"$configuration" # every refresh fails
 upgrade_to 3
 same "status with a refresh that fails" 0 "$status"
 grep -q "^kiv-refresh: $configuration: line 1: " <<<"$err"
+same "refreshes so far" alice "$(cat /tmp/told)"
+: >"$configuration"
+kivctl stop alice >/dev/null
+capture apt-get -qq -o Dpkg::Use-Pty=0 remove greet
+same "where everything was stopped" "0 " "$status $err"
 same "refreshes at last" alice "$(cat /tmp/told)"
+rm /usr/local/lib/programs # as a removed package leaves its hook
+upgrade_to 3
+same "without the program" "0 " "$status $err"
 EOF
 }
