@@ -156,15 +156,16 @@ same "live namespaces" $'net\nipc\nmnt' "$(mounted alice)"
 EOF
 }
 
-@test "an account that the host does not have fails the play, and the others run" {
+@test "an account that the host does not have fails the play, and the registry stays as it was" {
     in_host <<'EOF'
 fresh_host
+apply "[alice]"
+before=$(cat "$registry")
 apply "[alice, ghost, bob]" 2>/dev/null
-same recap "changed=5 failed=1" "$recap"
-grep -q "ghost: unknown user" <<<"$out"
-for name in alice bob; do
-    same "live namespaces of $name" $'net\nipc\nmnt' "$(mounted "$name")"
-done
+same recap "failed=1" "$recap"
+grep -q "there is no user 'ghost'" <<<"$out"
+same registry "$before" "$(cat "$registry")"
+same "live namespaces" $'net\nipc\nmnt' "$(mounted alice)"
 EOF
 }
 
