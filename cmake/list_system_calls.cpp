@@ -12,6 +12,8 @@
 #include <string>
 #include <vector>
 
+#include "new_system_calls.h"
+
 namespace {
 
 using Numbers = std::map<std::string, std::uint32_t>;
@@ -26,12 +28,6 @@ constexpr const char* kArchitectures[] = {
 constexpr std::uint32_t kBegins[] = {0, 4000, 5000, 6000, 0x40000000, 0x0f0000};
 constexpr std::uint32_t kMost = 1000;  // no table has as many
 
-/// Calls that libseccomp may be too old to know. Since Linux 5.1 a new call has the same number on
-/// every table, but for the bit that marks x32.
-constexpr struct {
-    const char* name;
-    std::uint32_t number;
-} kNewCalls[] = {{"open_tree_attr", 467}};
 constexpr std::uint32_t kX32Bit = 0x40000000;
 
 /// The tables of a machine: its own and those of other programs that it runs.
@@ -63,7 +59,7 @@ Numbers numbersOf(std::uint32_t architecture) {
             }
         }
     }
-    for (const auto& call : kNewCalls) {
+    for (const NewSystemCall& call : kNewSystemCalls) {
         numbers.emplace(call.name,
                         architecture == SCMP_ARCH_X32 ? call.number | kX32Bit : call.number);
     }

@@ -11,16 +11,11 @@ all_processors=0-$(($(nproc --all) - 1))
 # exchanging NAME PATH OTHER: while the host lives, or until `exchanger` is killed, the account exchanges the two
 # names as fast as it can.
 exchanging() {
-    local renameat2
-    case $(uname -m) in
-        x86_64) renameat2=316 ;;
-        aarch64) renameat2=276 ;;
-    esac
     taskset --cpu-list "$all_processors" setpriv --reuid "$1" --regid "$(id -g "$1")" --clear-groups perl -e '
-        my ($call, $path, $other) = @ARGV;
-        $call += 0;
-        syscall($call, -100, $path, -100, $other, 2) == 0 or die "renameat2: $!\n" while 1;
-    ' "$renameat2" "$2" "$3" &
+        require "syscall.ph";
+        my ($path, $other) = @ARGV;
+        syscall(SYS_renameat2(), -100, $path, -100, $other, 2) == 0 or die "renameat2: $!\n" while 1;
+    ' "$2" "$3" &
     exchanger=$!
     disown "$exchanger"
     until [ -L "$2" ]; do sleep 0.001; done

@@ -6,22 +6,19 @@ load with_abuse
 # a host with words for many mounts and files; the shell would take minutes
 busy_host() {
     with_abuse <<<'
-case $(uname -m) in
-    x86_64) mount_call=165 umount_call=166 ;;
-    aarch64) mount_call=40 umount_call=39 ;;
-esac
 # mount_many HOW-MANY: on as many places below /srv/many, which is one to be unmounted with them
 mount_many() {
     mkdir -p /srv/many
     mount -t tmpfs many /srv/many
     perl -e '\''
-        my ($call, $count) = map { $_ + 0 } @ARGV;
+        require "syscall.ph";
+        my $count = $ARGV[0];
         my ($source, $type, $options) = ("many", "tmpfs", "size=4k");
         for (1 .. $count) {
             my $place = "/srv/many/$_";
             mkdir $place;
-            syscall($call, $source, $place, $type, 0, $options) == 0 or die "mount: $!\n";
-        }'\'' "$mount_call" "$1"
+            syscall(SYS_mount(), $source, $place, $type, 0, $options) == 0 or die "mount: $!\n";
+        }'\'' "$1"
 }
 # fill DIRECTORY HOW-MANY: with empty files
 fill() {
@@ -67,15 +64,14 @@ mount_many 300
 kivctl start bob
 bobs=$(stat -Lc %i /run/kiv/bob@{net,ipc,mnt})
 mkdir -p /srv/storm/{1..40}
-# shellcheck disable=SC2154 # busy_host knows the calls
 taskset --cpu-list "$all_processors" perl -e '
-    my ($mount, $umount) = map { $_ + 0 } @ARGV;
+    require "syscall.ph";
     my ($source, $type, $options) = ("storm", "tmpfs", "size=4k");
     my @places = map { "/srv/storm/$_" } 1 .. 40;
     while (1) {
-        for (@places) { syscall($mount, $source, $_, $type, 0, $options) == 0 or die "mount: $!\n" }
-        for (@places) { syscall($umount, $_, 2) == 0 or die "umount: $!\n" }
-    }' "$mount_call" "$umount_call" & storm=$!
+        for (@places) { syscall(SYS_mount(), $source, $_, $type, 0, $options) == 0 or die "mount: $!\n" }
+        for (@places) { syscall(SYS_umount2(), $_, 2) == 0 or die "umount: $!\n" }
+    }' & storm=$!
 disown "$storm"
 for ((round = $(rounds 100 10); round > 0; round--)); do
     capture timeout 20 kivctl start alice

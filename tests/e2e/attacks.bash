@@ -77,18 +77,18 @@ without_strays() {
 # join_all is perl for the account: tries to join every namespace and process that it finds, and prints the
 # kinds of answers with how often each was given
 # shellcheck disable=SC2016,SC2034 # for perl; for the tests
-join_all='my $setns = `uname -m` =~ /x86_64/ ? 308 : 268;
+join_all='require "syscall.ph";
 my %answers;
 sub answer { my ($what, $failed) = @_; $answers{"$what " . ($failed ? (grep { $!{$_} } qw(EPERM EINVAL ESRCH))[0] : 0)}++ }
 for my $path (glob "/proc/[0-9]*/ns/*") {
     open(my $namespace, "<", $path) or next;
-    answer("namespace", syscall($setns, fileno($namespace), 0) != 0);
+    answer("namespace", syscall(SYS_setns(), fileno($namespace), 0) != 0);
 }
 for my $pid (map { /(\d+)/ } glob("/proc/[0-9]*"), @ARGV) {
-    my $process = syscall(434, $pid + 0, 0);
+    my $process = syscall(SYS_pidfd_open(), $pid + 0, 0);
     next if $process < 0;
     for my $kinds (0x20000, 0x08000000, 0x40000000, 0x48020000) {
-        answer("process", syscall($setns, $process, $kinds) != 0);
+        answer("process", syscall(SYS_setns(), $process, $kinds) != 0);
     }
 }
 print map { "$_ $answers{$_}\n" } sort keys %answers;'

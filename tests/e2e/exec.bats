@@ -126,11 +126,11 @@ EOF
 # shellcheck disable=SC2016 # for perl
 export with_signals='use POSIX;
 my %kinds = map { $_ => 1 } split(",", shift);
-my $action = `uname -m` =~ /x86_64/ ? 13 : 134;
+require "syscall.ph";
 my $ignore = pack("Q4", 1, 0, 0, 0);
 for my $signal (1 .. 64) {
     next if !$kinds{ignored} || $signal == SIGHUP && !$kinds{hangup};
-    syscall($action, $signal, $ignore, 0, 8); # also those that the C library refuses
+    syscall(SYS_rt_sigaction(), $signal, $ignore, 0, 8); # also those that the C library refuses
 }
 my $all = POSIX::SigSet->new;
 $all->fillset;

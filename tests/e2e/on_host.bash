@@ -109,20 +109,16 @@ record() {
 # root_of NAME: mode and file-system type of "/" in the account's mount namespace, and the names in it. The
 # program is loaded before it enters: in a covered root there is nothing to run.
 root_of() {
-    local setns
-    case $(uname -m) in
-        x86_64) setns=308 ;;
-        aarch64) setns=268 ;;
-    esac
     perl -e '
+        require "syscall.ph";
         open(my $file, "<", "/run/kiv/$ARGV[0]\@mnt") or die "no namespace file\n";
-        syscall($ARGV[1], fileno($file), 0x20000) == 0 or die "setns: $!\n";
+        syscall(SYS_setns(), fileno($file), 0x20000) == 0 or die "setns: $!\n";
         printf "%o", (stat("/"))[2] & 07777;
         opendir(my $root, "/") or die "opendir: $!\n";
         print " $_" for sort grep { !/^\.\.?$/ } readdir($root);
         print " writable" if open(my $made, ">", "/made");
         print "\n";
-    ' "$1" "$setns"
+    ' "$1"
 }
 
 # injected CALL:ERROR[:when=N] [-P PATH] COMMAND…: captures the command with a system call that fails in it and

@@ -4,10 +4,9 @@
 //   system_call ABI <LIST              one call a line; prints each line with the answer behind it
 //
 // ABI is native, i386 (int $0x80 from this 64-bit program) or x32 (the native gate, numbers of
-// x32). A name may be a number, the same on every ABI. An argument is a number or @TEXT, the text's
+// x32). An argument is a number or @TEXT, the text's
 // address. The answer is 0 for success, the error's name, the name of the signal that ended the
 // call's process, or "absent" for a call that the ABI does not have.
-#include <ctype.h>
 #include <errno.h>
 #include <seccomp.h>
 #include <signal.h>
@@ -19,8 +18,11 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-enum { kMostArguments = 6, kTextSize = 4096, kX32Bit = 0x40000000 };
+#include "cmake/new_system_calls.h"
 
+enum { kMostArguments = 6, kTextSize = 4096, kMostCalls = 1000, kX32Bit = 0x40000000 };
+
+// as the architectures in numberOf
 enum abi { kNative, kI386, kX32, kUnknown };
 
 struct call {
@@ -44,17 +46,25 @@ static enum abi parseAbi(const char* name) {
 }
 
 static int numberOf(enum abi abi, const char* name) {
-    if (isdigit((unsigned char)name[0])) {
-        return atoi(name) | (abi == kX32 ? kX32Bit : 0);
+    const uint32_t architectures[] = {SCMP_ARCH_NATIVE, SCMP_ARCH_X86, SCMP_ARCH_X32};
+    const uint32_t architecture = architectures[abi];
+    const int begin = abi == kX32 ? kX32Bit : 0;
+    for (size_t i = 0; i < sizeof(kNewSystemCalls) / sizeof(kNewSystemCalls[0]); ++i) {
+        if (strcmp(kNewSystemCalls[i].name, name) == 0) {
+            return (int)kNewSystemCalls[i].number | begin;
+        }
     }
-    switch (abi) {
-        case kI386:
-            return seccomp_syscall_resolve_name_arch(SCMP_ARCH_X86, name);
-        case kX32:
-            return seccomp_syscall_resolve_name_arch(SCMP_ARCH_X32, name);
-        default:
-            return seccomp_syscall_resolve_name(name);
+    // by name libseccomp gives a substitute for a call that shares a number with others, even
+    // where the call has a number of its own as well
+    for (int number = begin; number < begin + kMostCalls; ++number) {
+        char* known = seccomp_syscall_resolve_num_arch(architecture, number);
+        const int same = known != NULL && strcmp(known, name) == 0;
+        free(known);
+        if (same) {
+            return number;
+        }
     }
+    return seccomp_syscall_resolve_name_arch(architecture, name);
 }
 
 // Memory that 32-bit arguments reach.

@@ -2,6 +2,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sched.h>
+#include <seccomp.h>
 #include <sys/ioctl.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
@@ -11,9 +12,12 @@
 #include <array>
 #include <cerrno>
 #include <csignal>
+#include <cstdint>
+#include <cstdlib>
 #include <functional>
 #include <iostream>
 #include <map>
+#include <memory>
 #include <ostream>
 #include <string>
 #include <thread>
@@ -22,6 +26,7 @@
 #include "../fs/narrowed_process.h"
 #include "../util/child_process.h"
 #include "../util/failure_of.h"
+#include "cmake/new_system_calls.h"
 #include "libkiv/system_call_rules.h"
 
 namespace {
@@ -59,6 +64,10 @@ int unfiltered(const std::function<int()>& action) {
 constexpr unsigned long kNoAddress = 1;
 constexpr unsigned long kNothing = -1UL;  ///< as a descriptor or a command
 constexpr unsigned long kUpperHalf = 0xabcd'ef01'0000'0000;
+
+#ifdef SYS_open_tree_attr  // newer headers have it
+static_assert(kOpenTreeAttr == SYS_open_tree_attr);
+#endif
 
 TEST(SystemCallFilter, AnswersADeniedCallWithEperm) {
     const auto call = [] { return answerOf(SYS_getppid); };
@@ -203,7 +212,7 @@ INSTANTIATE_TEST_SUITE_P(
         Denied{"migrate_pages",
                [] { return answerOf(SYS_migrate_pages, 0, 64, kNoAddress, kNoAddress); }},
         Denied{"open_tree_attr",
-               [] { return answerOf(467, kNothing, kNoAddress, kNothing, 0, 0); }},
+               [] { return answerOf(kOpenTreeAttr, kNothing, kNoAddress, kNothing, 0, 0); }},
         Denied{"socket: to the hypervisor",
                [] { return answerOf(SYS_socket, AF_VSOCK, kNothing, 0); }},
         Denied{"socket: to the hypervisor and bits above",
@@ -249,7 +258,7 @@ TEST(DefaultFilter, LetsSocketsOfOtherFamiliesBeMade) {
 }
 
 TEST(SystemCallFilter, AnswersANewCallAsItsItemSays) {
-    const auto call = [] { return answerOf(467, kNothing, kNoAddress, kNothing, 0, 0); };
+    const auto call = [] { return answerOf(kOpenTreeAttr, kNothing, kNoAddress, kNothing, 0, 0); };
     EXPECT_EQ(underAnswers({{"open_tree_attr", Answer::Deny}}, call), EPERM);
     EXPECT_EQ(underAnswers({{"open_tree_attr", Answer::Kill}}, call), -SIGSYS);
     EXPECT_EQ(underAnswers({{"getppid", Answer::Deny}}, call), unfiltered(call));
@@ -368,29 +377,28 @@ TEST(DefaultFilter, DeniesEveryPairOfBitsOfAPersonalityAndAllButTwo) {
 constexpr unsigned kNoAddress32 = 1;
 constexpr unsigned kNothing32 = -1U;
 constexpr long kX32 = 0x4000'0000;
-constexpr long kOpenTreeAttr = 467;  // on all tables
 
-// numbers of <asm/unistd_32.h>, which cannot stand beside those of this architecture
-namespace i386 {
-constexpr int kMount = 21;
-constexpr int kUmount = 22;
-constexpr int kStime = 25;
-constexpr int kUmount2 = 52;
-constexpr int kIoctl = 54;
-constexpr int kGetppid = 64;
-constexpr int kSocketcall = 102;
-constexpr int kClone = 120;
-constexpr int kPersonality = 136;
-constexpr int kUnshare = 310;
-constexpr int kSetns = 346;
-constexpr int kSocket = 359;
-constexpr int kClockSettime64 = 404;
-constexpr int kClone3 = 435;
-}  // namespace i386
+/// The call's own number on the table of that architecture. By number, because by name libseccomp
+/// gives a substitute for a call that shares a number with others.
+long numberOf(const std::string& name, std::uint32_t architecture) {
+    if (name == kNewSystemCalls[0].name) {
+        return kOpenTreeAttr;  // libseccomp may be older
+    }
+    const long begin = architecture == SCMP_ARCH_X32 ? kX32 : 0;
+    for (long number = begin; number < begin + 1'000; ++number) {
+        const std::unique_ptr<char, void (*)(void*)> known(
+            seccomp_syscall_resolve_num_arch(architecture, static_cast<int>(number)), std::free);
+        if (known && name == known.get()) {
+            return number;
+        }
+    }
+    require(false);
+    return -1;
+}
 
 /// The 32-bit call: 0 or its errno.
-int answer32(int number, unsigned first = 0, unsigned second = 0, unsigned third = 0) {
-    int result = number;
+int answer32(const char* name, unsigned first = 0, unsigned second = 0, unsigned third = 0) {
+    int result = static_cast<int>(numberOf(name, SCMP_ARCH_X86));
     asm volatile("int $0x80"
                  : "+a"(result)
                  : "b"(first), "c"(second), "d"(third), "S"(0), "D"(0)
@@ -400,7 +408,7 @@ int answer32(int number, unsigned first = 0, unsigned second = 0, unsigned third
 
 /// 32-bit programs are a setting of the kernel.
 bool runs32() {
-    return unfiltered([] { return answer32(i386::kGetppid); }) == 0;
+    return unfiltered([] { return answer32("getppid"); }) == 0;
 }
 
 class Denial32 : public testing::TestWithParam<Denied> {};
@@ -416,22 +424,23 @@ TEST_P(Denial32, IsTheFiltersAnswer) {
 INSTANTIATE_TEST_SUITE_P(
     Calls, Denial32,
     testing::Values(
-        Denied{"mount", [] { return answer32(i386::kMount, 0, kNoAddress32, kNoAddress32); }},
-        Denied{"umount", [] { return answer32(i386::kUmount, kNoAddress32); }},
-        Denied{"umount2", [] { return answer32(i386::kUmount2, kNoAddress32, kNothing32); }},
-        Denied{"stime", [] { return answer32(i386::kStime, kNoAddress32); }},
-        Denied{"setns", [] { return answer32(i386::kSetns, kNothing32); }},
+        Denied{"mount", [] { return answer32("mount", 0, kNoAddress32, kNoAddress32); }},
+        Denied{"umount", [] { return answer32("umount", kNoAddress32); }},
+        Denied{"umount2", [] { return answer32("umount2", kNoAddress32, kNothing32); }},
+        Denied{"stime", [] { return answer32("stime", kNoAddress32); }},
+        Denied{"setns", [] { return answer32("setns", kNothing32); }},
         Denied{"clock_settime64",
-               [] { return answer32(i386::kClockSettime64, kNothing32, kNoAddress32); }},
-        Denied{"unshare", [] { return answer32(i386::kUnshare, CLONE_NEWUSER | 1); }},
-        Denied{"clone", [] { return answer32(i386::kClone, CLONE_NEWUSER | CLONE_FS | SIGCHLD); }},
-        Denied{"TIOCSTI", [] { return answer32(i386::kIoctl, kNothing32, TIOCSTI); }},
-        Denied{"TIOCLINUX", [] { return answer32(i386::kIoctl, kNothing32, 0x541c); }},
-        Denied{"personality", [] { return answer32(i386::kPersonality, 0x40000); }},
-        Denied{"TIOCSETD", [] { return answer32(i386::kIoctl, kNothing32, TIOCSETD); }},
-        Denied{"PIDFD_GET_INFO", [] { return answer32(i386::kIoctl, kNothing32, 0xc040ff0b); }},
-        Denied{"open_tree_attr", [] { return answer32(kOpenTreeAttr, kNothing32, kNoAddress32); }},
-        Denied{"socket: AF_VSOCK", [] { return answer32(i386::kSocket, AF_VSOCK, kNothing32); }}));
+               [] { return answer32("clock_settime64", kNothing32, kNoAddress32); }},
+        Denied{"unshare", [] { return answer32("unshare", CLONE_NEWUSER | 1); }},
+        Denied{"clone", [] { return answer32("clone", CLONE_NEWUSER | CLONE_FS | SIGCHLD); }},
+        Denied{"TIOCSTI", [] { return answer32("ioctl", kNothing32, TIOCSTI); }},
+        Denied{"TIOCLINUX", [] { return answer32("ioctl", kNothing32, 0x541c); }},
+        Denied{"personality", [] { return answer32("personality", 0x40000); }},
+        Denied{"TIOCSETD", [] { return answer32("ioctl", kNothing32, TIOCSETD); }},
+        Denied{"PIDFD_GET_INFO", [] { return answer32("ioctl", kNothing32, 0xc040ff0b); }},
+        Denied{"open_tree_attr",
+               [] { return answer32("open_tree_attr", kNothing32, kNoAddress32); }},
+        Denied{"socket: AF_VSOCK", [] { return answer32("socket", AF_VSOCK, kNothing32); }}));
 
 TEST(DefaultFilter32, LeavesOrdinaryCallsAlone) {
     if (!runs32()) {
@@ -440,12 +449,12 @@ TEST(DefaultFilter32, LeavesOrdinaryCallsAlone) {
     const auto under = [](const std::function<int()>& call) {
         return underRules(defaultSystemCallRules(), call);
     };
-    EXPECT_EQ(under([] { return answer32(i386::kGetppid); }), 0);
-    EXPECT_EQ(under([] { return answer32(i386::kUnshare, CLONE_NEWNS | 1); }), EINVAL);
-    EXPECT_EQ(under([] { return answer32(i386::kIoctl, kNothing32, TIOCGWINSZ); }), EBADF);
-    EXPECT_EQ(under([] { return answer32(i386::kPersonality, kNothing32); }), 0);
-    EXPECT_EQ(under([] { return answer32(i386::kPersonality, 0x20008); }), 0);
-    EXPECT_EQ(under([] { return answer32(i386::kClone3); }), ENOSYS);
+    EXPECT_EQ(under([] { return answer32("getppid"); }), 0);
+    EXPECT_EQ(under([] { return answer32("unshare", CLONE_NEWNS | 1); }), EINVAL);
+    EXPECT_EQ(under([] { return answer32("ioctl", kNothing32, TIOCGWINSZ); }), EBADF);
+    EXPECT_EQ(under([] { return answer32("personality", kNothing32); }), 0);
+    EXPECT_EQ(under([] { return answer32("personality", 0x20008); }), 0);
+    EXPECT_EQ(under([] { return answer32("clone3"); }), ENOSYS);
 }
 
 // a 32-bit program has two ways to a socket
@@ -454,8 +463,8 @@ TEST(SystemCallFilter32, DeniesACallThatIsOneOfSeveralBehindANumber) {
         GTEST_SKIP() << "this kernel runs no 32-bit programs";
     }
     const std::map<std::string, Answer> rules = {{"socket", Answer::Deny}};
-    const auto direct = [] { return answer32(i386::kSocket, kNothing32); };
-    const auto behind = [] { return answer32(i386::kSocketcall, 1, kNoAddress32); };
+    const auto direct = [] { return answer32("socket", kNothing32); };
+    const auto behind = [] { return answer32("socketcall", 1, kNoAddress32); };
     EXPECT_NE(unfiltered(direct), EPERM);
     EXPECT_NE(unfiltered(behind), EPERM);
     EXPECT_EQ(underAnswers(rules, direct), EPERM);
@@ -467,10 +476,10 @@ TEST(DefaultFilter32, LeavesSocketsBehindASharedNumberAlone) {
     if (!runs32()) {
         GTEST_SKIP() << "this kernel runs no 32-bit programs";
     }
-    const auto call = [] { return answer32(i386::kSocketcall, 1, kNoAddress32); };
+    const auto call = [] { return answer32("socketcall", 1, kNoAddress32); };
     EXPECT_EQ(underRules(defaultSystemCallRules(), call), EFAULT);
     EXPECT_EQ(underRules(defaultSystemCallRules(),
-                         [] { return answer32(i386::kSocket, AF_INET, kNothing32); }),
+                         [] { return answer32("socket", AF_INET, kNothing32); }),
               EINVAL);
 }
 
@@ -479,8 +488,8 @@ TEST(DeniedTable32, EndsTheProcessAtAnyCallAndLeavesTheOthers) {
         GTEST_SKIP() << "this kernel runs no 32-bit programs";
     }
     const SystemCallRules rules = {.calls = {}, .deniedTables = {"i386"}};
-    EXPECT_EQ(underRules(rules, [] { return answer32(i386::kGetppid); }), -SIGSYS);
-    EXPECT_EQ(underRules(rules, [] { return answer32(i386::kMount); }), -SIGSYS);
+    EXPECT_EQ(underRules(rules, [] { return answer32("getppid"); }), -SIGSYS);
+    EXPECT_EQ(underRules(rules, [] { return answer32("mount"); }), -SIGSYS);
     EXPECT_EQ(underRules(rules, [] { return answerOf(SYS_getppid); }), 0);
 }
 
@@ -501,8 +510,10 @@ int answerX32(const SystemCallRules& rules, long number, unsigned long first = 0
 
 TEST(DefaultFilterX32, AnswersAllCallsLikeAKernelWithoutThem) {
     const SystemCallRules rules = defaultSystemCallRules();
-    for (const long number : {0L, static_cast<long>(SYS_getppid), static_cast<long>(SYS_mount),
-                              static_cast<long>(SYS_socket), 514L, kOpenTreeAttr, 0x3fff'ffffL}) {
+    for (const long number :
+         {0L, static_cast<long>(SYS_getppid), static_cast<long>(SYS_mount),
+          static_cast<long>(SYS_socket), numberOf("ioctl", SCMP_ARCH_X32) & ~kX32,
+          static_cast<long>(kOpenTreeAttr), 0x3fff'ffffL}) {
         EXPECT_EQ(answerX32(rules, number), ENOSYS) << number;
     }
     EXPECT_EQ(underRules(rules, [] { return answerOf(SYS_getppid); }), 0);
@@ -521,15 +532,15 @@ TEST(DefaultFilterX32, LeavesTheNumberOfNoCallToTracers) {
 TEST(OpenTableX32, IsUnderTheSameRules) {
     SystemCallRules rules = defaultSystemCallRules();
     rules.deniedTables.clear();
-    constexpr long kIoctl = 514;  // a number of its own
+    const long ioctl = numberOf("ioctl", SCMP_ARCH_X32) & ~kX32;  // a number of its own
     EXPECT_EQ(answerX32(rules, SYS_mount), EPERM);
     EXPECT_EQ(answerX32(rules, SYS_setns), EPERM);
     EXPECT_EQ(answerX32(rules, SYS_clone, CLONE_NEWUSER | CLONE_FS | SIGCHLD), EPERM);
     EXPECT_EQ(answerX32(rules, SYS_unshare, CLONE_NEWUSER | 1), EPERM);
     EXPECT_EQ(answerX32(rules, SYS_personality, 0x40000), EPERM);
     EXPECT_EQ(answerX32(rules, SYS_socket, AF_VSOCK), EPERM);
-    EXPECT_EQ(answerX32(rules, kIoctl, kNothing, TIOCSTI), EPERM);
-    EXPECT_EQ(answerX32(rules, kIoctl, kNothing, 0xc040ff0b), EPERM);
+    EXPECT_EQ(answerX32(rules, ioctl, kNothing, TIOCSTI), EPERM);
+    EXPECT_EQ(answerX32(rules, ioctl, kNothing, 0xc040ff0b), EPERM);
     EXPECT_EQ(answerX32(rules, kOpenTreeAttr), EPERM);
     EXPECT_EQ(answerX32(rules, SYS_clone3), ENOSYS);
 
@@ -537,7 +548,7 @@ TEST(OpenTableX32, IsUnderTheSameRules) {
     EXPECT_EQ(answerX32(rules, SYS_clone, SIGCHLD), kAnswerOfX32);
     EXPECT_EQ(answerX32(rules, SYS_personality, 0x20008), kAnswerOfX32);
     EXPECT_EQ(answerX32(rules, SYS_socket, AF_INET), kAnswerOfX32);
-    EXPECT_EQ(answerX32(rules, kIoctl, kNothing, TIOCGWINSZ), kAnswerOfX32);
+    EXPECT_EQ(answerX32(rules, ioctl, kNothing, TIOCGWINSZ), kAnswerOfX32);
 }
 
 #endif
