@@ -88,6 +88,26 @@ refused grep -E ' (EPERM|0|SIG.*|absent)$' <<<"$(may_be_locked_down "$kernel")"
 EOF
 }
 
+@test "the filter that the kernel has means the rules, call by call on every table" {
+    on_two_accounts <<'EOF'
+check=$programs/../../check_filter
+# filter_of SECONDS: compares that of a process which sleeps so long in the account's container
+filter_of() {
+    kivctl exec alice <<<"sleep $1 >/dev/null 2>&1 & disown -a"
+    "$check" "$(pgrep --uid alice --full "sleep $1")"
+}
+capture filter_of 600
+same "exit status" 0 "$status"
+same "tables that are not as the rules mean" "" "$(tail -n +2 <<<"$out" | grep -v "all as the rules mean it$")"
+capture "$check" $$
+same "exit status for a process without a filter" "1 check_filter: the process has none" "$status $err"
+printf '%s\n' seccomp "    allow pivot_root" >>"$configuration"
+capture filter_of 601
+same "exit status under other rules" 1 "$status"
+[[ $out == *" pivot_root "*": 0x7fff0000, not 0x50001"* ]]
+EOF
+}
+
 @test "the 32-bit gate leads through the same filter" {
     [ "$(uname -m)" = x86_64 ] || skip "no second gate on this architecture"
     on_two_accounts <<'EOF'

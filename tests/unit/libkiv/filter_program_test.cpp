@@ -11,65 +11,22 @@
 
 #include <array>
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
-#include <cstring>
+#include <cstdlib>
 #include <memory>
 #include <string>
 #include <type_traits>
 #include <vector>
 
+#include "filter_interpreter.h"
 #include "libkiv/system_call_rules.h"
 #include "libkiv/system_calls.h"
 
 namespace {
 
-using Program = std::vector<sock_filter>;
-
-std::uint32_t load(const seccomp_data& call, std::uint32_t offset) {
-    std::uint32_t value = 0;
-    std::memcpy(&value, reinterpret_cast<const char*>(&call) + offset, sizeof(value));
-    return value;
-}
-
-bool jumps(const sock_filter& step, std::uint32_t value) {
-    switch (BPF_OP(step.code)) {
-        case BPF_JEQ:
-            return value == step.k;
-        case BPF_JGE:
-            return value >= step.k;
-        case BPF_JGT:
-            return value > step.k;
-        case BPF_JSET:
-            return (value & step.k) != 0;
-    }
-    return BPF_OP(step.code) == BPF_JA;
-}
-
-/// What the kernel does with the call. 0, which is SECCOMP_RET_KILL_THREAD and which no rule here
-/// asks for, for a program that does what it must not.
-std::uint32_t answerOf(const Program& program, const seccomp_data& call) {
-    std::uint32_t value = 0;
-    for (std::size_t next = 0; next < program.size(); ++next) {
-        const sock_filter& step = program[next];
-        switch (BPF_CLASS(step.code)) {
-            case BPF_LD:
-                value = load(call, step.k);
-                break;
-            case BPF_ALU:
-                value &= step.k;
-                break;
-            case BPF_JMP:
-                next +=
-                    BPF_OP(step.code) == BPF_JA ? step.k : (jumps(step, value) ? step.jt : step.jf);
-                break;
-            case BPF_RET:
-                return step.k;
-            default:
-                return 0;
-        }
-    }
-    return 0;
-}
+using filter_interpreter::answerOf;
+using filter_interpreter::Program;
 
 std::uint32_t actionOf(Answer answer) {
     return answer == Answer::Kill      ? SCMP_ACT_KILL_PROCESS
