@@ -38,6 +38,11 @@ until_ended() {
     return 1
 }
 
+# paused PID, resumed PID: stop waits two seconds for processes, and what a test does meanwhile may last longer on a
+# busy machine. A paused stop holds what it held before.
+paused() { kill -STOP "$1"; }
+resumed() { kill -CONT "$1"; }
+
 # timed COMMAND…: captures it and leaves the time it took, in milliseconds, in `took`.
 timed() {
     local began=${EPOCHREALTIME/[.,]/}

@@ -136,8 +136,10 @@ kivctl start alice
 resident alice net,ipc,mnt sleep 100
 kivctl -d stop alice >/tmp/out 2>/tmp/err & waiting=$!
 until_ended "$pid"
+paused "$waiting"
 kivctl stop alice >/dev/null
 kivctl start alice >/dev/null
+resumed "$waiting"
 started=$(stat -Lc %i /run/kiv/alice@{net,ipc,mnt})
 rules=$(iptables-save | grep veth)
 wait "$waiting"
@@ -157,7 +159,9 @@ kivctl start alice
 resident alice net,ipc,mnt sleep 100
 kivctl -d stop alice >/tmp/out 2>/tmp/err & waiting=$!
 until_ended "$pid"
+paused "$waiting"
 kivctl stop alice >/dev/null
+resumed "$waiting"
 wait "$waiting"
 same "stdout of the first stop" "stopping container: alice, network:100.64.0.4/30" "$(cat /tmp/out)"
 same "stderr of the first stop" "alice: terminating processes: $pid" "$(cat /tmp/err)"
@@ -187,8 +191,10 @@ kivctl start alice
 resident alice net,ipc,mnt sleep 100
 kivctl stop alice 2>/dev/null & stop=$!
 until_ended "$pid"
+paused "$stop"
 with_lock alice exclusive bash -c 'touch /tmp/held; until test -e /tmp/free; do sleep 0.01; done' &
 eventually test -e /tmp/held
+resumed "$stop"
 sleep 2.3
 runs "$stop"
 same "live namespaces" $'net\nipc\nmnt' "$(mounted alice)"
@@ -206,9 +212,11 @@ kivctl start alice
 resident alice net,ipc,mnt sleep 100
 kivctl stop alice 2>/dev/null & stop=$!
 until_ended "$pid"
-capture kivctl start bob
+paused "$stop"
+capture timeout 60 kivctl start bob
 same status 0 "$status"
 runs "$stop"
+resumed "$stop"
 wait "$stop"
 same "files left" $'bob@ipc\nbob@mnt\nbob@net' "$(ls /run/kiv)"
 EOF
