@@ -56,7 +56,7 @@ finds "$registry:3: error: there is no user 'carol': delete the line, or add the
     "/run/kiv/bob@mnt: warning: a start or stop of 'bob' was interrupted, and nobody can enter the container: run kivctl start bob" \
     "/run/kiv: warning: a start of 'bob' has left its interface pair on the host: stop and start the container" \
     "/run/kiv: warning: a start was interrupted before it had added the source-NAT rule: start any container" \
-    "/run/kiv/carol@mnt: warning: there is no user 'carol' for this container: add the user with the old user ID and a line in the registry, and run kivctl stop carol" \
+    "/run/kiv/carol@mnt: warning: there is no user 'carol' for this container: run useradd --no-create-home carol, kivctl stop carol, userdel carol" \
     "/run/kiv/dora@mnt: warning: 'dora' has a container and is not in the registry: add the line and run kivctl stop dora"
 # the way back
 useradd --uid "$uid" --no-create-home --home-dir /home/carol carol

@@ -38,6 +38,23 @@ void checkHome(const HostAccount& account, Findings& all) {
     }
 }
 
+/// The user was removed before the container was stopped, or the account's line from the registry.
+std::string adviceForOrphan(const HostAccount& account) {
+    const std::string& name = account.name;
+    if (account.user) {
+        return "'" + name +
+               "' has a container and is not in the registry: add the line and run kivctl stop " +
+               name;
+    }
+    if (!account.isRegistered) {
+        return "there is no user '" + name +
+               "' for this container: add its line to the registry, run useradd --no-create-home " +
+               name + ", kivctl stop " + name + ", userdel " + name;
+    }
+    return "there is no user '" + name + "' for this container: run useradd --no-create-home " +
+           name + ", kivctl stop " + name + ", userdel " + name;
+}
+
 void checkState(const HostAccount& account, Findings& all) {
     const FindingsOf findings(all, namespaceFile(account.name, "mnt"));
     switch (account.state) {
@@ -52,15 +69,7 @@ void checkState(const HostAccount& account, Findings& all) {
                                  account.name);
             break;
         case ContainerState::Orphaned:
-            findings.warn(0, account.user
-                                 ? "'" + account.name +
-                                       "' has a container and is not in the registry: add the line "
-                                       "and run kivctl stop " +
-                                       account.name
-                                 : "there is no user '" + account.name +
-                                       "' for this container: add the user with the old user ID "
-                                       "and a line in the registry, and run kivctl stop " +
-                                       account.name);
+            findings.warn(0, adviceForOrphan(account));
             break;
         default:
             break;

@@ -32,6 +32,7 @@ HostAccount readAccount(const std::string& name, const std::string& network, boo
     HostAccount account;
     account.name = name;
     account.user = Util::findUser(name);
+    account.isRegistered = isRegistered;
     account.network = network;
     account.interface = hostInterfaceName(name);
     account.state = stateFor(account, isRegistered, hasFiles);

@@ -13,6 +13,7 @@
 struct HostAccount {
     std::string name;
     std::optional<PasswordEntry> user;
+    bool isRegistered = false;
     std::string network;  ///< as registered; empty without
     ContainerState state = ContainerState::Stopped;
     std::string interface;
