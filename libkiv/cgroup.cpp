@@ -20,6 +20,8 @@ namespace {
 
 constexpr mode_t kDirectoryMode = 0755;
 constexpr int kTries = 10;
+constexpr const char* kLeaf = "kiv";
+constexpr std::string_view kMostProcesses = "512";  // as in dist/limits.conf
 
 FileDescriptor openHierarchy(const std::string& root) {
     FileDescriptor directory(::open(root.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
@@ -67,12 +69,17 @@ bool joinLeaf(uid_t uid, const std::string& root, std::string& failed) {
     FileDescriptor directory = openHierarchy(root);
     failed = root;
     for (const auto& name :
-         StringUtil::split<std::list<std::string>>(userSlice(uid) + "/kiv", "/", true, false)) {
+         StringUtil::split<std::list<std::string>>(userSlice(uid), "/", true, false)) {
         failed += "/" + name;
         directory = openOrMakeCgroup(directory, name);
         if (!directory.valid()) {
             return false;
         }
+    }
+    failed += std::string("/") + kLeaf;
+    directory = openOrMakeLeaf(directory);
+    if (!directory.valid()) {
+        return false;
     }
     failed += "/cgroup.procs";
     return writeTo(directory, "cgroup.procs", "0");
@@ -92,6 +99,21 @@ FileDescriptor openOrMakeCgroup(const FileDescriptor& parent, const std::string&
         return child;
     }
     return FileDescriptor(::openat(parent.get(), name.c_str(), kFlags));
+}
+
+FileDescriptor openOrMakeLeaf(const FileDescriptor& slice, const std::string& serviceManager) {
+    const bool isThere = ::faccessat(slice.get(), kLeaf, F_OK, AT_SYMLINK_NOFOLLOW) == 0;
+    FileDescriptor leaf = openOrMakeCgroup(slice, kLeaf);
+    const int error = errno;
+    if (leaf.valid() && !isThere && ::access(serviceManager.c_str(), F_OK) != 0) {
+        limitProcesses(leaf);
+    }
+    errno = error;
+    return leaf;
+}
+
+void limitProcesses(const FileDescriptor& leaf) {
+    writeTo(leaf, "pids.max", kMostProcesses);
 }
 
 void enterCgroup(uid_t uid, const std::string& root) {

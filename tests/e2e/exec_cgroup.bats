@@ -100,6 +100,31 @@ done
 EOF
 }
 
+@test "a leaf that is made on a host without systemd has a limit of processes, which nothing overwrites" {
+    in_host <<'EOF'
+account alice 100.64.0.4/30
+kivctl start alice >/dev/null
+leaf=/sys/fs/cgroup/user.slice/user-$(id -u alice).slice/kiv
+attempts() { grep -c 'openat(.*"pids.max", O_WRONLY' /tmp/trace || true; }
+enters() { strace -f -o /tmp/trace -e trace=openat kivctl exec alice <<<true >/dev/null; }
+enters
+same "attempts for a new leaf" 1 "$(attempts)"
+if grep -qw pids /sys/fs/cgroup/cgroup.controllers; then
+    same "limit" 512 "$(cat "$leaf/pids.max")"
+    echo 100 >"$leaf/pids.max"
+fi
+enters
+same "attempts for one that is there" 0 "$(attempts)"
+if [ -e "$leaf/pids.max" ]; then
+    same "the administrator's" 100 "$(cat "$leaf/pids.max")"
+fi
+rmdir "$leaf"
+mkdir -p /run/systemd/system
+enters
+same "attempts beside systemd" 0 "$(attempts)"
+EOF
+}
+
 @test "without cgroup v2 nobody is let in, and the place is named" {
     in_host <<'EOF'
 account alice 100.64.0.4/30

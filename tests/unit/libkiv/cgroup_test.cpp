@@ -82,6 +82,28 @@ TEST_F(RecordingCgroup, IsAskedForNothingWhenTheChildIsThere) {
     EXPECT_EQ(asked(), "");
 }
 
+TEST(CgroupLeaf, IsLimited) {
+    TemporaryDirectory directory;
+    directory.write("/pids.max", "max");
+    const FileDescriptor leaf(::open(directory.path.c_str(), O_PATH | O_CLOEXEC));
+    limitProcesses(leaf);
+    EXPECT_EQ(directory.read("/pids.max"), "512");
+}
+
+TEST(CgroupLeaf, NeedsNoController) {
+    TemporaryDirectory directory;
+    const FileDescriptor leaf(::open(directory.path.c_str(), O_PATH | O_CLOEXEC));
+    limitProcesses(leaf);
+    EXPECT_FALSE(directory.has("/pids.max"));
+}
+
+TEST_F(RecordingCgroup, KeepsTheLimitThatALeafHas) {
+    directory.makeDirectory("/kiv");
+    directory.write("/kiv/pids.max", "max");
+    EXPECT_TRUE(openOrMakeLeaf(parent, directory.at("/absent")).valid());
+    EXPECT_EQ(directory.read("/kiv/pids.max"), "max");
+}
+
 TEST_F(RecordingCgroup, HasNoChildWhereAFileIsInItsPlace) {
     directory.write("/kiv", "");
     EXPECT_FALSE(openOrMakeCgroup(parent, "kiv").valid());
