@@ -255,24 +255,13 @@ EOF
 @test "systemd loads it before the containers and again whenever nftables.service has loaded the host's rules" {
     on_firewall_host <<'EOF'
 kivctl stop -a >/dev/null
-units=$rules/../systemd
+# shellcheck source=tests/e2e/manager.bash
+source "$rules/../../tests/e2e/manager.bash"
+install_units
 cp "$rules/kivctl.nft" /etc/tarnwell
-install -D -m 0644 "$units/nftables-kivctl.conf" /etc/systemd/system/nftables.service.d/kivctl.conf
-cp "$units/kivctl-firewall.service" /etc/systemd/system
-ln -s "$(dirname "$KIVCTL")" /usr/local/lib/programs # a path without a blank
-install -D "$units/all-accounts" /usr/local/libexec/kivctl/all-accounts
-sed 's|@CMAKE_INSTALL_FULL_SBINDIR@|/usr/local/lib/programs|; s|@CMAKE_INSTALL_FULL_LIBEXECDIR@|/usr/local/libexec|' \
-    "$units/kivctl.service.in" >/etc/systemd/system/kivctl.service
+install -D -m 0644 "$rules/../systemd/nftables-kivctl.conf" /etc/systemd/system/nftables.service.d/kivctl.conf
 printf '%s\n' '#!/usr/sbin/nft -f' 'flush ruleset' 'table inet mine { }' >/etc/nftables.conf
-printf '%s\n' '[Unit]' 'DefaultDependencies=no' >/etc/systemd/system/few.target
-# a manager of its own, without what an installed Debian starts
-unshare --pid --fork --kill-child --mount --mount-proc env container=simulated \
-    /lib/systemd/systemd --unit=few.target </dev/null >/dev/null 2>&1 &
-eventually pgrep --exact systemd >/dev/null
-manager=$(pgrep --exact systemd)
-systemctl() { nsenter --target "$manager" --pid --mount systemctl "$@"; }
-ready() { systemctl --quiet is-active few.target 2>/dev/null; }
-eventually ready
+start_manager
 
 tables() { nft list tables inet | sed 's/.* //' | sort | xargs; }
 has() { [ "$(tables)" = "$1" ]; }
