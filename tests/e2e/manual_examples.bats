@@ -73,7 +73,7 @@ EOF
 account alice 100.64.0.4/30
 kivctl start alice >/dev/null
 # lines that are too long for a page go on indented
-same rules "$(display kiv.7 9 | sed '1d' | sed -e ':join' -e '$!N' -e 's/\n    / /' -e 'tjoin' -e 'P;D')" \
+same rules "$(display kiv.7 14 | sed '1d' | sed -e ':join' -e '$!N' -e 's/\n    / /' -e 'tjoin' -e 'P;D')" \
     "$(iptables-save --table filter | grep veth-alice; iptables-save --table nat | grep veth-alice)"
 cp "$project/dist/nftables/kivctl.nft" /etc/tarnwell
 bash -ec "$(display kiv.7 2 | sed 's/^# //')"
@@ -87,6 +87,17 @@ reach() { enter alice socat -T 2 - "TCP6:[$link_local%veth0]:8080,connect-timeou
 refused reach
 nft delete table inet kivctl
 same "what it would reach" reached "$(reach)"
+EOF
+}
+
+@test "kiv(7) shows the limits that are shipped, and the way back after a user was removed first" {
+    in_host <<'EOF'
+same limits "$(display kiv.7 4)" "$(grep -E '^[A-Za-z]+=[^n]' "$project/dist/limits.conf")"
+account alice 100.64.0.4/30
+kivctl start alice >/dev/null
+userdel -r alice 2>/dev/null
+bash -ec "$(display kiv.7 9 | sed 's/^# //')" >/dev/null
+same "left" "" "$(ls /run/kiv; getent passwd alice || true)"
 EOF
 }
 
