@@ -1,5 +1,5 @@
 #!/usr/bin/env bats
-# Accounts that come by cron, su, login and sudo's way of opening sessions.
+# Accounts that come by cron, su, sudo, login and an ftp server.
 load helpers
 
 setup() {
@@ -71,6 +71,53 @@ grep -qE '^/dev/pts/[0-9]+$' /tmp/seen
 EOF
 }
 
+@test "sudo enters the container, whoever calls it, and its waiting parent can end the command" {
+    in_host <<'EOF'
+source "$project/tests/e2e/logins.bash"
+two_containers
+useradd --create-home carol
+pam_service sudo
+pam_service sudo-i
+install -m 0440 /dev/stdin /etc/sudoers <<<$'root ALL=(ALL:ALL) NOPASSWD: ALL\ncarol ALL=(ALL:ALL) NOPASSWD: ALL\nDefaults !use_pty'
+cd /usr/share
+look='echo $PWD $(id -un) $(readlink /proc/self/ns/net /proc/self/ns/ipc /proc/self/ns/mnt)'
+same "by root" "/usr/share alice $(pinned_for alice)" "$(sudo -u alice sh -c "$look")"
+same "by carol" "/usr/share bob $(pinned_for bob)" "$(setpriv --reuid carol --regid carol --init-groups sudo -u bob sh -c "$look")"
+same "a login shell" "/home/alice alice $(pinned_for alice)" "$(sudo -i -u alice eval "$look")"
+same "for root" "/usr/share root $(where $$)" "$(setpriv --reuid carol --regid carol --init-groups sudo sh -c "$look")"
+fails 5 sudo -u alice sh -c 'exit 5'
+sudo -u alice sleep 600 &
+parent=$!
+runs() { [ "$(pgrep --uid alice sleep --count)" = 1 ]; }
+eventually runs
+all_inside alice
+kill -TERM "$parent"
+fails 143 wait "$parent"
+same "processes of alice" "" "$(pgrep --uid alice || true)"
+kivctl stop bob >/dev/null
+capture sudo -u bob id
+same stopped "1 " "$status $out"
+[[ $err == *"Operation not permitted" ]]
+EOF
+}
+
+@test "with use_pty what sudo runs has a terminal of sudo's, not the caller's" {
+    in_host <<'EOF'
+source "$project/tests/e2e/logins.bash"
+two_containers
+pam_service sudo
+install -m 0440 /dev/stdin /etc/sudoers <<<$'root ALL=(ALL:ALL) NOPASSWD: ALL\nDefaults use_pty'
+cat >/usr/local/bin/terminals <<'END'
+#!/bin/sh
+ls -l /proc/self/fd/0 /dev/tty
+stat -Lc "number %r" /proc/self/fd/0
+END
+chmod 755 /usr/local/bin/terminals
+"$project/tests/e2e/on_terminal" bash -c 'stat -Lc "number %r" /proc/self/fd/0; sudo -u alice terminals' </dev/null >/tmp/seen
+same "different ones" 2 "$(grep -a ^number /tmp/seen | sort -u | wc -l)"
+EOF
+}
+
 @test "login on a terminal is inside" {
     in_host <<'EOF'
 source "$project/tests/e2e/logins.bash"
@@ -87,21 +134,29 @@ grep -qF "net:[$(stat -Lc %i /run/kiv/alice@net)] alice done" /tmp/seen
 EOF
 }
 
-@test "vsftpd's process of an account is inside" {
+@test "vsftpd's processes of an account are inside, with the server's own sandbox and without" {
     in_host <<'EOF'
 source "$project/tests/e2e/logins.bash"
 two_containers
 pam_service vsftpd
-printf '%s\n' listen=YES background=NO local_enable=YES anonymous_enable=NO pam_service_name=vsftpd session_support=YES \
-    isolate_network=NO secure_chroot_dir=/run/vsftpd seccomp_sandbox=NO >/tmp/vsftpd.conf
 mkdir -p /run/vsftpd
-vsftpd /tmp/vsftpd.conf &
+# log_in: leaves the connection at 3
 log_in() { exec 3<>/dev/tcp/127.0.0.1/21; }
-eventually log_in 2>/dev/null
-printf 'USER alice\r\nPASS any\r\nPWD\r\n' >&3
-while read -r -t 30 line <&3 && [[ $line != 257* ]]; do :; done
-same "where alice is" '257 "/home/alice"' "$(cut -c -17 <<<"$line")"
-same "processes of alice" 1 "$(pgrep --uid alice --count)"
-all_inside alice
+for sandbox in YES NO; do
+    printf '%s\n' listen=YES background=NO local_enable=YES anonymous_enable=NO pam_service_name=vsftpd session_support=YES \
+        isolate_network=NO secure_chroot_dir=/run/vsftpd write_enable=YES seccomp_sandbox=$sandbox >/tmp/vsftpd.conf
+    vsftpd /tmp/vsftpd.conf &
+    server=$!
+    eventually log_in 2>/dev/null
+    printf 'USER alice\r\nPASS any\r\nPWD\r\nMKD made-%s\r\n' "$sandbox" >&3
+    answers=$(grep -m 2 '^257' <&3 | cut -d'"' -f 2 | xargs)
+    same "where alice is and what she has made" "/home/alice /home/alice/made-$sandbox" "$answers"
+    same "processes of alice" 1 "$(pgrep --uid alice --count)"
+    all_inside alice
+    same "owner" alice "$(stat -c %U "/home/alice/made-$sandbox")"
+    exec 3>&-
+    kill "$server"
+    wait "$server" || true
+done
 EOF
 }
