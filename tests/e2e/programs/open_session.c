@@ -135,6 +135,7 @@ int main(int argc, char** argv) {
     }
     take_state(&before, &entry);
     if (account && !call("account", pam_acct_mgmt(pam, 0), pam)) {
+        pam_end(pam, PAM_PERM_DENIED);
         return 3;
     }
     const bool opened = call("session", pam_open_session(pam, 0), pam);
@@ -144,6 +145,7 @@ int main(int argc, char** argv) {
         compare(&before, &after);
     }
     if (!opened && !ignore) {
+        pam_end(pam, PAM_SESSION_ERR);
         return 3;
     }
     if (pause) {
