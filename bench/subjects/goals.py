@@ -12,6 +12,7 @@ from frame.containers import Containers
 from frame.host import PASSWORDS, PROJECT, REGISTRY
 from frame.report import Table
 from . import exec as entering
+from . import login
 from . import startup
 from . import stop as stopping
 
@@ -196,6 +197,15 @@ def last_of_many(bench):
     return row(f"exec of the last of {count} users, over the first", more * 1e3, 1, "ms")
 
 
+def login_rows(bench):
+    bench.say("goals: ssh")
+    taken = login.measured(bench)
+    if not taken:
+        return []
+    return [row("the container's part of a command by ssh, over exec",
+                login.part_of_container(taken) / statistics.median(taken["kivctl exec"]), 1, "×")]
+
+
 def startup_rows(bench):
     rows = []
     for language, target in (("C", 1.12), ("C.UTF-8", 1.2)):
@@ -231,6 +241,7 @@ def measure(bench):
     rows += after_boot(bench, containers)
     rows += unit(bench, containers)
     rows += exec_rows(bench)
+    rows += login_rows(bench)
     rows.append(last_of_many(bench))
     rows.append(stop_row(bench, containers))
     rows += startup_rows(bench)
