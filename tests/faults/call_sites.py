@@ -87,7 +87,10 @@ class Site:
         self.name, self.number, self.text = name, number, text
 
     def shape(self):
-        """What makes two sites alike: the call and what it is about, numbers left out."""
+        """What makes two sites alike: the call and what it is about, numbers left out. realpath(3) has a readlink for
+        each part of each path."""
+        if self.name == "readlink":
+            return self.name
         return re.sub(r"\d+", "0", re.sub(r"\) += .*", "", self.text))[:90]
 
 
