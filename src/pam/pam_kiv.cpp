@@ -6,6 +6,8 @@
 #include <security/pam_modules.h>
 #include <syslog.h>
 
+#include <cstdlib>
+#include <cstring>
 #include <exception>
 #include <mutex>
 #include <optional>
@@ -39,7 +41,8 @@ constexpr const char* kNotRunning =
 constexpr const char* kNotEntered =
     translatable("Your account's container cannot be entered. Ask the administrator of this host.");
 
-std::string itemOf(pam_handle_t* pam, int type) {
+/// An empty text when there is none.
+const char* itemOf(pam_handle_t* pam, int type) {
     const void* item = nullptr;
     const bool found = ::pam_get_item(pam, type, &item) == PAM_SUCCESS && item != nullptr;
     return found ? static_cast<const char*>(item) : "";
@@ -96,7 +99,7 @@ std::optional<std::string> Login::account(int count, const char** words) {
     }
     if (found) {
         forUser = kNotEntered;
-        if (itemOf(pam, PAM_SERVICE) == kUserManager) {
+        if (std::string(itemOf(pam, PAM_SERVICE)) == kUserManager) {
             throw std::runtime_error("a user manager of the account would be outside");
         }
     }
@@ -128,7 +131,7 @@ void Login::refuse(const std::string& reason) {
 
 EntryLog& Login::log() {
     if (!entryLog) {
-        std::string what = "service=" + itemOf(pam, PAM_SERVICE);
+        std::string what = std::string("service=") + itemOf(pam, PAM_SERVICE);
         for (const auto& [label, type] :
              {std::pair(" tty=", PAM_TTY), std::pair(" rhost=", PAM_RHOST)}) {
             const std::string value = itemOf(pam, type);
@@ -137,6 +140,21 @@ EntryLog& Login::log() {
         entryLog.emplace("pam_kiv", name, what);
     }
     return *entryLog;
+}
+
+/// The user that the data of this name says is inside: a service may have the module twice, because
+/// su-l includes the lines of su, and inside nothing of the host's files is left to read.
+constexpr const char* kEntered = "pam_kiv_entered";
+
+bool hasEntered(pam_handle_t* pam) {
+    const void* name = nullptr;
+    return ::pam_get_data(pam, kEntered, &name) == PAM_SUCCESS && name != nullptr &&
+           std::strcmp(static_cast<const char*>(name), itemOf(pam, PAM_USER)) == 0;
+}
+
+void noteEntry(pam_handle_t* pam) {
+    const auto release = [](pam_handle_t* /*pam*/, void* name, int /*status*/) { std::free(name); };
+    ::pam_set_data(pam, kEntered, ::strdup(itemOf(pam, PAM_USER)), release);
 }
 
 /// The step gets the handle of the account, if the user has one. PAM_SUCCESS, or `failure` after a
@@ -178,14 +196,18 @@ int pam_sm_acct_mgmt(pam_handle_t* pam, int flags, int count, const char** words
 }
 
 int pam_sm_open_session(pam_handle_t* pam, int flags, int count, const char** words) {
-    const int result =
-        run(pam, flags, count, words, PAM_SESSION_ERR, [](Login& login, ContainerHandle& handle) {
-            login.requireRunning(handle);
-            checkLibrary(handle);
-            const EntryLog& log = login.log();
-            enterSession(handle);
-            log.entered();
-        });
+    if (hasEntered(pam)) {
+        return PAM_SUCCESS;
+    }
+    const int result = run(pam, flags, count, words, PAM_SESSION_ERR,
+                           [pam](Login& login, ContainerHandle& handle) {
+                               login.requireRunning(handle);
+                               checkLibrary(handle);
+                               const EntryLog& log = login.log();
+                               enterSession(handle);
+                               log.entered();
+                               noteEntry(pam);
+                           });
     if (result != PAM_SUCCESS) {
         giveUpChangeOfUser();
     }

@@ -22,6 +22,18 @@ kill "$child"
 EOF
 }
 
+@test "behind all lines that Debian has for a service the module works without options" {
+    in_host <<'EOF'
+source "$project/tests/e2e/logins.bash"
+two_containers
+for service in cron login sshd su su-l sudo sudo-i vsftpd; do
+    printf '%s required %s\n' account "$module" session "$module" >>"/etc/pam.d/$service"
+    same "$service" "$(pinned_for alice) 0000000000002000 2" "$("$programs/open_session" -a "$service" alice bash -c 'echo $(
+        readlink /proc/self/ns/{net,ipc,mnt}; sed -nE "s/^(CapBnd|Seccomp):\t//p" /proc/self/status)' | tail -n 1)"
+done
+EOF
+}
+
 @test "root and users without a container pass untouched" {
     in_host <<'EOF'
 source "$project/tests/e2e/logins.bash"
