@@ -4,6 +4,7 @@ import os
 import pathlib
 import shutil
 import statistics
+import time
 
 from frame.host import CONFIGURATION, PASSWORDS, REGISTRY
 from frame.report import Table
@@ -22,7 +23,7 @@ UsePAM yes
 PasswordAuthentication no
 AuthorizedKeysFile {work}/key.pub
 StrictModes no
-PidFile none
+PidFile {work}/pid
 """
 
 
@@ -35,6 +36,8 @@ def serve(bench):
     pathlib.Path("/etc/pam.d/sshd").write_text(PAM.format(module=bench.build / "lib/security/pam_kiv.so"))
     (WORK / "config").write_text(SERVER.format(work=WORK))
     bench.run(["/usr/sbin/sshd", "-f", WORK / "config"])
+    while not (WORK / "pid").exists():  # written when it listens
+        time.sleep(0.01)
     return ["ssh", "-F", "none", "-i", WORK / "key", "-o", "StrictHostKeyChecking=no", "-o", "UserKnownHostsFile=/dev/null",
             "-o", "LogLevel=ERROR"]
 

@@ -204,6 +204,10 @@ none|No such file or directory
 /opt/closed|Permission denied
 /bin/true|Not a directory
 END
+chown root: /home/alice
+chmod 700 /home/alice
+capture kiv-run alice pwd
+same "a closed home" "0 / chdir(/home/alice) failed: Permission denied" "$status $out $err"
 usermod --home /nowhere alice
 capture kiv-run alice pwd
 same "no home" "0 / chdir(/nowhere) failed: No such file or directory" "$status $out $err"
