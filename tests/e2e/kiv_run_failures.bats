@@ -109,11 +109,13 @@ EOF
 
 @test "a step that fails runs no command" {
     with_alice <<'EOF'
-for fault in setns:error=EPERM seccomp:error=ENOSYS capset:error=EPERM setgroups:error=EPERM setresgid:error=EPERM \
-    setresuid:error=EPERM setresuid:retval=0 close_range:error=EINVAL fcntl:error=ENOLCK; do
-    injected "$fault" kiv-run alice echo a command
-    same "answer to $fault" "125 " "$status $out"
-    [[ $err == "kiv-run: "* ]]
+for fault in setns:error=EPERM keyctl:error=EDQUOT seccomp:error=ENOSYS capset:error=EPERM setgroups:error=EPERM \
+    setresgid:error=EPERM setresuid:error=EPERM setresuid:retval=0 close_range:error=EINVAL fcntl:error=ENOLCK; do
+    for way in -T -t; do
+        injected "$fault" kiv-run "$way" alice echo a command
+        same "answer to $fault with $way" "125 " "$status $out"
+        [[ $err == "kiv-run: "* ]]
+    done
 done
 EOF
 }
