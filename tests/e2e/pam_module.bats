@@ -44,6 +44,12 @@ for name in root carol; do
     same "what $name sees" "$(where $$)" "$("$programs/open_session" -a login "$name" bash -c \
         'readlink /proc/self/ns/{net,ipc,mnt} | xargs')"
 done
+useradd --non-unique --uid 0 --no-create-home toor
+printf '%s\n' 'root net=100.64.0.12/30' 'toor net=100.64.0.16/30' >>"$registry"
+for name in root toor; do
+    same "what $name sees, whatever the registry says" "$(where $$)" "$("$programs/open_session" -a login "$name" bash -c \
+        'readlink /proc/self/ns/{net,ipc,mnt} | xargs')"
+done
 same "carol's bounding set" "$(grep CapBnd /proc/self/status)" \
     "$("$programs/open_session" login carol grep CapBnd /proc/self/status)"
 EOF
