@@ -28,8 +28,8 @@ def many_accounts(bench):
             bench.run([bench.kivctl, "stop", "-a"])
     bench.run([bench.kivctl, "stop", "-a"])
     return Table("refresh", "`kiv-refresh -a`, cost per account", ["accounts", "new view", "in place"], rows,
-                 "Medians. With one account the start of the program is most of the cost in place. A new mount namespace "
-                 "starts as a copy of all mounts of the host, two more for each container.")
+                 "Medians. With one account the start of the program is most of the cost in place. The mount namespaces of "
+                 "the new views start as copies of one that lacks the mounts of the containers.")
 
 
 def remembered_names(bench):

@@ -35,6 +35,7 @@ struct Parent {
     pid_t pid;
     std::uint64_t mountInode;
     FileDescriptor mounts;
+    const FileDescriptor* startMounts;
 };
 
 Pipe openPipe() {
@@ -110,7 +111,8 @@ void unshareAndWait(int flags, const Parent& parent, Pipe& release, Pipe& ready)
     }
     release.writeEnd.reset();
     ready.readEnd.reset();
-    if (::unshare(flags) != 0) {
+    const FileDescriptor* start = parent.startMounts;
+    if ((start != nullptr && ::setns(start->get(), CLONE_NEWNS) != 0) || ::unshare(flags) != 0) {
         reportSystemError("unshare() failed: ");
         ::_exit(1);
     }
@@ -133,10 +135,11 @@ bool hasOwnNamespace(pid_t child, const NamespaceKind& kind) {
 
 }  // namespace
 
-pid_t forkUnshare(int flags, int& syncFd) {
+pid_t forkUnshare(int flags, int& syncFd, const FileDescriptor* startMounts) {
     syncFd = -1;
     const Parent parent{::getpid(), getNamespaceInode(::getpid(), "mnt"),
-                        FileDescriptor(::open("/proc/self/ns/mnt", O_RDONLY | O_CLOEXEC))};
+                        FileDescriptor(::open("/proc/self/ns/mnt", O_RDONLY | O_CLOEXEC)),
+                        startMounts};
     Pipe release = openPipe();
     Pipe ready = openPipe();
     flushOutput();  // what is buffered must not come out of both processes

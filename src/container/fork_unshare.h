@@ -16,7 +16,10 @@
 /// parent moves an interface into its network namespace and pins the namespaces through
 /// /proc/PID/ns; a dying parent releases the child by the same end of file, and the kernel kills
 /// the child soon after: nobody would wait for what it does.
-pid_t forkUnshare(int flags, int& syncFd);
+///
+/// A new mount namespace starts as a copy of this process's mounts, or of those of `startMounts`, a
+/// mount namespace that is open.
+pid_t forkUnshare(int flags, int& syncFd, const FileDescriptor* startMounts = nullptr);
 
 /// A child whose unshare failed is in the host's namespaces: nothing may be wired to or pinned from
 /// it. Throws std::runtime_error.

@@ -417,3 +417,28 @@ same "status of a hook that fails" 71 "$status"
 same "its last line" "kiv-refresh: /etc/tarnwell/refresh-hook has failed" "$(tail -1 <<<"$err")"
 EOF
 }
+
+@test "with -a a view has what the host has mounted since the views before it were built" {
+    in_host <<'EOF'
+account alice 100.64.0.4/30
+account bob 100.64.0.8/30
+kivctl start -a >/dev/null 2>&1
+for propagation in shared private; do
+    mount --make-r$propagation /
+    mount --make-private /run/kiv
+    view=$(stat -Lc %i /run/kiv/alice@mnt)
+    export view propagation
+    with_lock bob exclusive bash -c '
+        kiv-refresh -a >/tmp/said 2>&1 &
+        until [ "$(stat -Lc %i /run/kiv/alice@mnt 2>/dev/null || echo "$view")" != "$view" ]; do sleep 0.01; done
+        mount -t tmpfs "$propagation" /home/bob
+        mkdir "/home/bob/tmp" "/home/bob/$propagation"' &
+    wait $!
+    refreshed() { ! pgrep --exact kiv-refresh >/dev/null; }
+    eventually refreshed
+    same "said" "" "$(cat /tmp/said)"
+    same "home of bob" "$propagation tmp" "$(enter_as_root bob ls /home/bob | xargs)"
+    umount /home/bob
+done
+EOF
+}

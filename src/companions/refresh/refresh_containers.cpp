@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <iterator>
+#include <optional>
 #include <stdexcept>
 #include <utility>
 
@@ -102,13 +103,57 @@ void dropNamesOf(ContainerHandle& handle, const std::vector<FileDescriptor>& oth
     }
 }
 
+/// The host's mounts without the namespace files of the containers, two for each, as a mount
+/// namespace. A new namespace starts as a copy of all mounts of another one: with a copy of the
+/// host's own for each account the cost of each would grow with their number. Mounts that the host
+/// makes from now on arrive there, an automounted home say, because its mounts are shared. Invalid
+/// when they are not, or when it cannot be had.
+FileDescriptor hostMountsAlone() {
+    const std::optional<MountEntry> root = findMount("/", kMountInfo);
+    if (!root || root->isPrivate()) {
+        return {};
+    }
+    int syncFd = -1;
+    const pid_t child = forkUnshare(CLONE_NEWNS, syncFd);
+    if (child == 0) {
+        const bool done = ::mount("none", "/", nullptr, MS_REC | MS_SLAVE, nullptr) == 0 &&
+                          ::umount2(runtimeDirectory.c_str(), MNT_DETACH) == 0;
+        ::_exit(done ? 0 : 1);
+    }
+    FileDescriptor sync(syncFd);
+    FileDescriptor mounts(::open(namespaceLink(child, kViewKind).c_str(), O_RDONLY | O_CLOEXEC));
+    const bool isOwn =
+        inodeOf(namespaceLink(child, kViewKind)) != getNamespaceInode(::getpid(), kViewKind);
+    return releaseAndWait(child, sync) == 0 && isOwn ? std::move(mounts) : FileDescriptor();
+}
+
+/// What is the same for all accounts of a run.
+struct Run {
+    Refresh what = Refresh::NewView;
+    bool isNamed = false;                ///< there is one account, which somebody has asked for
+    std::vector<ProcessPlace> places{};  ///< whoever enters later enters a view that has its turn
+    std::optional<FileDescriptor> hostMounts{};  ///< once they are needed
+};
+
+/// What a new view starts with; null for the host's own mounts.
+const FileDescriptor* startMounts(Run& run) {
+    if (run.isNamed) {
+        return nullptr;
+    }
+    if (!run.hostMounts) {
+        run.hostMounts = hostMountsAlone();
+    }
+    return run.hostMounts->valid() ? &*run.hostMounts : nullptr;
+}
+
 /// Has a child build the view, in a mount namespace that nothing else holds. The descriptor holds
 /// it. A failure of the child is reported by it and thrown here.
-FileDescriptor buildView(const ContainerHandle& handle, const RunMark& mark) {
+FileDescriptor buildView(const ContainerHandle& handle, const RunMark& mark,
+                         const FileDescriptor* startMounts) {
     const SetUpPlan plan{
         handle.userName, {}, Util::getpwuid(handle.uid), CLONE_NEWNS, Pinned::Some};
     int syncFd = -1;
-    const pid_t child = forkUnshare(plan.flags, syncFd);
+    const pid_t child = forkUnshare(plan.flags, syncFd, startMounts);
     if (child == 0) {
         runSetUpChild(plan, mark);
     }
@@ -153,19 +198,18 @@ void pinInstead(const ContainerHandle& handle, const FileDescriptor& view, const
 }
 
 /// False when there is nothing to refresh and nobody has asked for this account.
-bool refreshContainer(const std::string& userName, Refresh what, bool isNamed,
-                      const std::vector<ProcessPlace>& places) {
+bool refreshContainer(const std::string& userName, Run& run) {
     ContainerHandle handle(userName);
     const FileDescriptor lock = lockAccount(handle);
-    if (!isNamed && isStopped(handle)) {
+    if (!run.isNamed && isStopped(handle)) {
         return false;
     }
     progress("refreshing container: " + userName);
-    const std::vector<FileDescriptor> otherViews = openOtherViews(handle, places);
+    const std::vector<FileDescriptor> otherViews = openOtherViews(handle, run.places);
     runInChild([&handle, &otherViews] { dropNamesOf(handle, otherViews); });
-    if (what == Refresh::NewView) {
+    if (run.what == Refresh::NewView) {
         const RunMark mark(userName);
-        pinInstead(handle, buildView(handle, mark), mark);
+        pinInstead(handle, buildView(handle, mark, startMounts(run)), mark);
     }
     progress("OK.");
     return true;
@@ -187,11 +231,10 @@ std::vector<pid_t> processesWithOtherViews(const std::vector<ProcessPlace>& plac
 
 RefreshResult refreshContainers(const char* user, Refresh what) {
     ::umask(kSetUpUmask);
-    // Once for all accounts. Whoever enters after it enters a pinned view, which has its own turn.
-    const std::vector<ProcessPlace> places = listProcessPlaces();
+    Run run{what, user != nullptr, listProcessPlaces()};
     RefreshResult result;
     result.failures = forEachAccount(user, [&](const AccountEntry& account) {
-        if (refreshContainer(account.name, what, user != nullptr, places)) {
+        if (refreshContainer(account.name, run)) {
             result.accounts.push_back(account.name);
         }
     });

@@ -123,6 +123,21 @@ TEST(ForkedChild, HasUnsharedWhenTheParentGoesOn) {
     EXPECT_EQ(result.errorOutput, allowed ? "" : "unshare() failed: Operation not permitted\n");
 }
 
+TEST(ForkedChild, SaysWhyItCannotStartWithOtherMounts) {
+    const auto result = inChild([] {
+        int sync = -1;
+        const FileDescriptor none;
+        const pid_t child = forkUnshare(0, sync, &none);
+        if (child == 0) {
+            ::_exit(42);
+        }
+        ::close(sync);
+        return statusOf(child);
+    });
+    EXPECT_EQ(outcome(result), 1);
+    EXPECT_EQ(result.errorOutput, "unshare() failed: Bad file descriptor\n");
+}
+
 TEST(ForkedChild, IsAnotherProcessWithTheParentsData) {
     const auto result = inChild([] {
         const pid_t parent = ::getpid();
