@@ -20,8 +20,8 @@ struct CgroupFigure {
 };
 
 constexpr CgroupFigure kFigures[] = {
-    {"/pids.current", kProcessesLimitFile, &ContainerStatus::hasProcesses, &ContainerStatus::pidsCurrent,
-     &ContainerStatus::pidsMax},
+    {"/pids.current", kProcessesLimitFile, &ContainerStatus::hasProcesses,
+     &ContainerStatus::pidsCurrent, &ContainerStatus::pidsMax},
     {"/memory.current", kMemoryLimitFile, &ContainerStatus::hasMemory,
      &ContainerStatus::memoryCurrent, &ContainerStatus::memoryHigh},
 };

@@ -9,7 +9,7 @@
 
 // The limits' files in an account's cgroup.
 inline constexpr const char* kProcessesLimitFile = "/pids.max";
-// and not memory.max: an account is slowed down at the first, long before it is killed at the second
+// Not memory.max: an account is slowed down at this one, long before it is killed at the other.
 inline constexpr const char* kMemoryLimitFile = "/memory.high";
 
 /// One account's figures. What was not read is false or 0.
