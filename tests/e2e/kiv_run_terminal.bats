@@ -207,20 +207,21 @@ EOF
 @test "the end of a pipe is one end of file: whoever reads on waits" {
     with_alice <<'EOF'
 # read(1) says 1 at an end of file, and more than 128 when the time is over
-reads_on() { timeout 20 kiv-run -t alice bash -c 'cat >/dev/null; read -rt 1 || printf "\nstatus %d" $(($? > 128))' | tr -d '\r'; }
+reads_on() { timeout 20 kiv-run -t alice bash -c 'cat >/dev/null; read -rt 0.3 || printf "\nstatus %d" $(($? > 128))' | tr -d '\r'; }
 for text in '' 'line\n' 'unfinished' 'line\r'; do
     printf '%b' "$text" | reads_on >/tmp/seen
     same "after '$text'" "status 1" "$(tail -n 1 /tmp/seen)"
 done
 # a terminal that makes no lines has only the character
-same "without lines" "x 4" "$( (sleep 1; printf x) | timeout 20 kiv-run -t alice bash -c 'stty raw -echo
-    read -rN 1 first; read -rN 1 second; printf "%s %d" "$first" "'"'"'$second"; read -rt 1 -N 1 && echo " and more"' || true)"
+type_x() { eventually test -e /home/alice/raw && printf x; }
+same "without lines" "x 4" "$(type_x | timeout 20 kiv-run -t alice bash -c 'stty raw -echo; touch raw
+    read -rN 1 first; read -rN 1 second; printf "%s %d" "$first" "'"'"'$second"; read -rt 0.3 -N 1 && echo " and more"' || true)"
 EOF
 }
 
 @test "what comes from a pipe is typed: Ctrl-C acts, and a line has at most 4095 bytes" {
     with_alice <<'EOF'
-fails 130 bash -c "(sleep 0.5; printf '\\3'; sleep 20) | timeout 20 kiv-run -t alice sleep 10" >/dev/null
+fails 130 timeout 20 kiv-run -t alice sleep 10 < <(printf '\3') >/dev/null
 printf '%05000d' 0 | timeout 20 kiv-run -t alice wc -c >/tmp/seen
 grep -qE '(^|0)4095.?$' /tmp/seen # behind the echo, if any
 EOF
