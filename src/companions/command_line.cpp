@@ -42,8 +42,8 @@ private:
     std::vector<option> names;
 };
 
-Getopt::Getopt(const std::vector<CommandOption>& table, OptionPlace place) : options(table) {
-    letters = place == OptionPlace::BeforeOperands ? "+" : "";
+Getopt::Getopt(const std::vector<CommandOption>& table, OptionPlace place)
+    : options(table), letters(place == OptionPlace::BeforeOperands ? "+" : "") {
     int code = kFirstCode;
     for (const CommandOption& known : options) {
         if (known.letter != 0) {
