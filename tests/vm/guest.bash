@@ -27,6 +27,13 @@ says() { [[ $(cat) == *"$1"* ]]; }
 
 is() { [ "$1" = "$2" ]; }
 
+# ends_with STATUS COMMAND…
+ends_with() {
+    local status=0
+    "${@:2}" >/dev/null 2>&1 || status=$?
+    is "$1" "$status"
+}
+
 between() { (($1 <= $2 && $2 <= $3)); }
 
 # eventually SECONDS COMMAND…
