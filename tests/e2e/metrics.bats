@@ -2,7 +2,7 @@
 # The collector for Prometheus: what it writes of the containers, and that nobody sees half of it.
 load helpers
 load cgroups
-export collector="$project/dist/prometheus/kivctl-metrics"
+export project collector="$project/dist/prometheus/kivctl-metrics"
 
 
 # counted NAME FILE=VALUE…: the figures of the account's cgroup.
@@ -187,5 +187,29 @@ same "values" 'kiv_container_state{account="alice",state="running"} 1
 kiv_container_state{account="bob",state="interrupted"} 1' "$(samples '^kiv_container_state.* 1$')"
 same "capabilities of the unit" "CAP_DAC_OVERRIDE CAP_SYS_ADMIN" \
     "$(sed -n 's/^CapabilityBoundingSet=//p' "${collector%/*}/kivctl-metrics.service.in")"
+EOF
+}
+
+@test "with a real systemd the unit runs as it is hardened, and sees what runs" {
+    in_host <<'EOF'
+source "$project/tests/e2e/manager.bash"
+install_units
+cp "$(dirname "$KIVCTL")/../dist/prometheus/kivctl-metrics.service" /etc/systemd/system
+collected=$(sed -n 's/^ExecStart=//p' /etc/systemd/system/kivctl-metrics.service)
+install -D "$collector" "$collected"
+sed -i "s|^ExecStart=.*|&\nEnvironment=PATH=$PATH|" /etc/systemd/system/kivctl-metrics.service
+mkdir -p /var/lib/prometheus/node-exporter
+account alice 100.64.0.4/30
+start_manager
+managed kivctl start alice >/dev/null
+systemctl start kivctl-metrics
+same "states" 'kiv_container_state{account="alice",state="running"} 1' \
+    "$(grep '^kiv_container_state.* 1$' /var/lib/prometheus/node-exporter/kivctl.prom)"
+# why nothing hardens its mounts
+sed -i 's/^UMask=.*/&\nProtectSystem=yes/' /etc/systemd/system/kivctl-metrics.service
+systemctl daemon-reload
+systemctl start kivctl-metrics
+same "with mounts of its own" 'kiv_container_state{account="alice",state="partial"} 1' \
+    "$(grep '^kiv_container_state.* 1$' /var/lib/prometheus/node-exporter/kivctl.prom)"
 EOF
 }
