@@ -133,7 +133,11 @@ systemctl --quiet enable kivctl@alice
 notes() { managed cat /tmp/notes; }
 systemctl start kivctl
 same "at the start" $'before alice \nafter alice /run/kiv/alice@net' "$(notes)"
-same "containers" "alice bob" "$(managed kiv-list | awk '$2 == "running" { print $1 }' | xargs)"
+running() { managed kiv-list | awk '$2 == "running" { print $1 }' | xargs; }
+same "containers" "alice bob" "$(running)"
+helpers=$(sed -n 's|^ExecStart=\(.*\)/all-accounts start .*|\1|p' /etc/systemd/system/kivctl.service)
+managed "$helpers/all-accounts" stop >/dev/null # as kivctl.service stops
+same "left to its unit" alice "$(running)"
 view=$(managed stat -Lc %i /run/kiv/alice@mnt)
 systemctl reload kivctl@alice
 refused test "$view" = "$(managed stat -Lc %i /run/kiv/alice@mnt)"
