@@ -33,12 +33,19 @@ inline bool jumps(const sock_filter& step, std::uint32_t value) {
     return BPF_OP(step.code) == BPF_JA;
 }
 
-/// What the kernel does with the call. 0, which is SECCOMP_RET_KILL_THREAD and which no rule of
-/// ours asks for, for a program that does what it must not.
-inline std::uint32_t answerOf(const Program& program, const seccomp_data& call) {
+struct Run {
+    std::uint32_t answer;
+    std::size_t steps;  ///< instructions that were executed
+};
+
+/// What the kernel does with the call. The answer is 0, which is SECCOMP_RET_KILL_THREAD and which
+/// no rule of ours asks for, for a program that does what it must not.
+inline Run run(const Program& program, const seccomp_data& call) {
     std::uint32_t value = 0;
+    std::size_t steps = 0;
     for (std::size_t next = 0; next < program.size(); ++next) {
         const sock_filter& step = program[next];
+        ++steps;
         switch (BPF_CLASS(step.code)) {
             case BPF_LD:
                 value = load(call, step.k);
@@ -51,12 +58,16 @@ inline std::uint32_t answerOf(const Program& program, const seccomp_data& call) 
                     BPF_OP(step.code) == BPF_JA ? step.k : (jumps(step, value) ? step.jt : step.jf);
                 break;
             case BPF_RET:
-                return step.k;
+                return {step.k, steps};
             default:
-                return 0;
+                return {0, steps};
         }
     }
-    return 0;
+    return {0, steps};
+}
+
+inline std::uint32_t answerOf(const Program& program, const seccomp_data& call) {
+    return run(program, call).answer;
 }
 
 }  // namespace filter_interpreter

@@ -36,6 +36,9 @@ std::uint32_t actionOf(Answer answer) {
 
 /// The program that libseccomp makes of rules without arguments.
 Program byLibseccomp(const SystemCallRules& rules) {
+    // as for a kernel that can end processes, also where libseccomp cannot ask it: under an
+    // emulator
+    seccomp_api_set(3);
     const std::unique_ptr<std::remove_pointer_t<scmp_filter_ctx>, void (*)(scmp_filter_ctx)> filter(
         seccomp_init(SCMP_ACT_ALLOW), seccomp_release);
     seccomp_attr_set(filter.get(), SCMP_FLTATR_ACT_BADARCH, SCMP_ACT_KILL_PROCESS);
@@ -142,16 +145,10 @@ TEST(FilterProgram, MayDenyEveryCallThatThereIs) {
 
 TEST(FilterProgram, LooksAtFewNumbersForACallWithoutARule) {
     const Program program = filterProgram(defaultSystemCallRules());
-    const auto read = systemCallNumber("read", 0);
-    seccomp_data call{static_cast<int>(*read), systemCallTable(0).architecture, 0, {}};
-    std::size_t shortest = program.size();
-    // the program cut off behind each instruction: the first one that still has the answer
-    while (shortest > 1 &&
-           answerOf(Program(program.begin(), program.begin() + static_cast<long>(shortest) - 1),
-                    call) == SECCOMP_RET_ALLOW) {
-        --shortest;
-    }
-    EXPECT_LT(shortest, 40U);
+    const auto number = systemCallNumber("read", 0);
+    const seccomp_data call{static_cast<int>(*number), systemCallTable(0).architecture, 0, {}};
+    EXPECT_EQ(answerOf(program, call), SECCOMP_RET_ALLOW);
+    EXPECT_LT(filter_interpreter::run(program, call).steps, 40U);
 }
 
 TEST(FilterProgram, PassesOverTheVersionInTheArgumentOfIpc) {
