@@ -1,5 +1,6 @@
 # For the drivers that start Debian in an emulated machine with the packages of kivctl: its disk and its run. `work` is
-# a temporary directory, `root` that of the disk's files while it is made.
+# a temporary directory, `root` that of the disk's files while it is made, `architecture` amd64 or arm64.
+architecture=amd64
 
 step() { printf '== %s\n' "$*"; }
 
@@ -8,29 +9,49 @@ die() {
     exit 1
 }
 
-in_root() { tests/host/enter-root "$root" "$@"; }
+in_root() {
+    local -A enter=([amd64]=tests/host/enter-root [arm64]=tests/arm64/enter)
+    "${enter[$architecture]}" "$root" "$@"
+}
 
 # quietly WHAT COMMAND…: the command's words are shown when it fails.
 quietly() { "${@:2}" >"$work/log" 2>&1 || die "$1: $(tail -n 3 "$work/log")"; }
 
-# begin_machines DRIVER: for the driver of that name; builds the packages.
+# begin_machines DRIVER: for the driver of that name; builds the packages. Those for arm64 are built for each suite.
 begin_machines() {
     driver=$1
     PATH=$PATH:/usr/sbin:/sbin
     ((EUID == 0)) || die "needs root, to make disks"
     scripts/setup "$driver"
+    [ "$architecture" = amd64 ] || scripts/setup "$architecture"
     work=$(mktemp -d)
     root=$work/root
     trap 'kill $(jobs -p) 2>/dev/null || true; rm -rf "$work"' EXIT
     mkdir "$work/debs"
+    [ "$architecture" = amd64 ] || return 0
     step "packages"
     tests/package/build "$work/debs"
+}
+
+# cross_build SUITE: the packages and the tests for arm64.
+cross_build() {
+    rm -rf "$work/debs"
+    mkdir "$work/debs"
+    if [ -n "${KIV_ARM64_PACKAGES:-}" ]; then
+        cp "$KIV_ARM64_PACKAGES/$1"/* "$work/debs"
+        return
+    fi
+    step "$1: packages and tests for arm64"
+    tests/arm64/cross "$1" "$work/cross" "$work/debs"
+    rm -rf "$work/cross"
 }
 
 # make_root SUITE PACKAGE…: what an administrator's server installation has of it, with these packages beside it. No
 # Debian on the machine is touched; what is installed starts with the machine.
 make_root() {
-    local suite=$1 archive=${KIV_VM_CACHE:+$KIV_VM_CACHE/$driver-$1.tar}
+    local suite=$1 archive=${KIV_VM_CACHE:+$KIV_VM_CACHE/$driver-$1-$architecture.tar}
+    local packages=(dbus dbus-user-session initramfs-tools iproute2 iptables kmod libpam-systemd
+        "linux-image-$architecture" nftables procps systemd-sysv udev)
     rm -rf "$root"
     if [ -n "$archive" ] && [ -e "$archive" ]; then
         mkdir "$root"
@@ -38,10 +59,12 @@ make_root() {
         return
     fi
     step "$suite: a fresh root"
-    quietly debootstrap debootstrap --variant=minbase \
-        --include=dbus,dbus-user-session,initramfs-tools,iproute2,iptables,kmod,libpam-systemd,linux-image-amd64,nftables,procps,systemd-sysv,udev \
-        "$suite" "$root"
-    if (($# > 1)); then
+    if [ "$architecture" = arm64 ]; then
+        quietly "cannot make a root" tests/arm64/root "$suite" "$root" "${packages[@]}" "${@:2}"
+    else
+        quietly debootstrap debootstrap --variant=minbase --include="$(IFS=, && echo "${packages[*]}")" "$suite" "$root"
+    fi
+    if (($# > 1)) && [ "$architecture" = amd64 ]; then
         cp /etc/resolv.conf "$root/etc/resolv.conf"
         quietly "cannot install ${*:2}" in_root apt-get -q -y --no-install-recommends install "${@:2}"
         rm "$root/etc/resolv.conf" # the machine has no name server
@@ -90,7 +113,8 @@ add_accounts() {
 add_guest() {
     install -m 0755 "$1/guest" "$root/usr/local/sbin/kivctl-guest"
     install -m 0644 -D tests/vm/guest.bash "$root/usr/local/lib/kivctl-guest/guest.bash"
-    install -m 0644 tests/vm/guest.service "$root/etc/systemd/system/kivctl-guest.service"
+    sed "s/ttyS1/${report_port[$architecture]}/" tests/vm/guest.service \
+        >"$root/etc/systemd/system/kivctl-guest.service"
     quietly "cannot enable the test" in_root systemctl enable kivctl-guest
 }
 
@@ -103,14 +127,35 @@ make_disk() {
     rm -rf "$root"
 }
 
+# The serial port of the test: on amd64 the second one, on arm64 that of a card.
+declare -A report_port=([amd64]=ttyS1 [arm64]=ttyS0)
+
+# emulate_machine: in the background. A processor without pointer authentication, whose emulation takes more time than
+# all else, and with programs of 32 bits. Nothing on it is to be given up early: it is slow.
+emulate_machine() {
+    local common=(-m 1536 -nographic -monitor none -kernel "$work/kernel" -initrd "$work/initrd"
+        -drive "file=$work/disk,format=raw,if=virtio,cache=unsafe" -nic "user,model=virtio-net-pci,restrict=on"
+        -serial "file:$work/console")
+    case $architecture in
+        amd64)
+            timeout 1800 qemu-system-x86_64 -accel tcg,thread=multi -cpu max -smp 2 "${common[@]}" \
+                -append "root=/dev/vda rw console=ttyS0 no_timer_check" -serial "file:$work/report" \
+                </dev/null 2>"$work/emulator" &
+            ;;
+        arm64)
+            timeout 14400 qemu-system-aarch64 -machine virt -accel tcg -cpu cortex-a72 -smp 1 "${common[@]}" \
+                -append "root=/dev/vda rw console=ttyAMA0 systemd.default_timeout_start_sec=1200 systemd.default_device_timeout_sec=1200" \
+                -chardev "file,id=report,path=$work/report" -device pci-serial,chardev=report \
+                </dev/null 2>"$work/emulator" &
+            ;;
+    esac
+}
+
 # run_machine: until it powers itself off. Its second serial port is the test's, which ends with "passed". On a busy
 # machine the emulated timer can be late, for which the kernel would give up.
 run_machine() {
     rm -f "$work/report"
-    timeout 1800 qemu-system-x86_64 -accel tcg,thread=multi -cpu max -smp 2 -m 1536 -nographic -monitor none \
-        -kernel "$work/kernel" -initrd "$work/initrd" -append "root=/dev/vda rw console=ttyS0 no_timer_check" \
-        -drive "file=$work/disk,format=raw,if=virtio,cache=unsafe" -nic user,model=virtio-net-pci,restrict=on \
-        -serial "file:$work/console" -serial "file:$work/report" </dev/null 2>"$work/emulator" &
+    emulate_machine
     local machine=$! shown
     until [ -e "$work/report" ]; do
         [ -d "/proc/$machine" ] || die "the emulator ended: $(tail -n 3 "$work/emulator")"
