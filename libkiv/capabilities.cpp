@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstdint>
 #include <iterator>
 #include <stdexcept>
 #include <string_view>

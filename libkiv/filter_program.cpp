@@ -13,6 +13,7 @@
 #include <bit>
 #include <cerrno>
 #include <cstddef>
+#include <cstdint>
 #include <iterator>
 #include <span>
 #include <string>
