@@ -1,4 +1,5 @@
-# The registry of accounts, for the helpers of the units beside it.
+#!/bin/bash
+# The registry of accounts, for the helpers of the units beside it, which source this file.
 registry=/etc/tarnwell/kiv.users
 
 # accounts: each name of the registry once, in its order.
