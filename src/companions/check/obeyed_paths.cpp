@@ -231,7 +231,7 @@ std::optional<std::string> whyObeyed(const std::string& path) {
 }
 
 UserHomes::UserHomes(const std::string& passwordFile) {
-    const std::unique_ptr<std::FILE, decltype(&std::fclose)> file(
+    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(
         std::fopen(passwordFile.c_str(), "re"), &std::fclose);
     // with the C library's parser; other sources of users may have millions and are not asked
     while (const passwd* user = file == nullptr ? nullptr : ::fgetpwent(file.get())) {
