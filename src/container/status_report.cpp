@@ -8,7 +8,6 @@
 
 #include "util/console_colors.h"
 #include "util/output.h"
-#include "util/text_width.h"
 #include "util/translatable.h"
 
 namespace {
@@ -59,12 +58,6 @@ void appendLeft(std::string& line, const std::string& text, std::size_t width) {
     line.append(width - std::min(width, text.size()), ' ');
 }
 
-/// Padded to columns: a translated word may have more bytes than columns.
-void appendWord(std::string& line, const std::string& word, std::size_t width) {
-    line += word;
-    line.append(width - std::min(width, textWidth(word)), ' ');
-}
-
 void appendRight(std::string& line, const std::string& text, std::size_t width) {
     line.append(width - std::min(width, text.size()), ' ');
     line += text;
@@ -95,6 +88,8 @@ std::size_t figureWidth(const Figure& figure, const std::list<ContainerStatus>& 
 
 Layout layOut(const std::list<ContainerStatus>& statuses) {
     Layout layout{};
+    // TRANSLATORS: the table's widths count bytes: only words of plain ASCII keep its lines
+    // straight.
     layout.account = translated("Account").size();
     for (const ContainerStatus& status : statuses) {
         layout.account = std::max(layout.account, status.userName.size());
@@ -119,12 +114,12 @@ std::string ruleLine(const Layout& layout) {
 
 std::string headerLine(const Layout& layout) {
     std::string line = "| ";
-    appendWord(line, translated("Account"), layout.account);
+    appendLeft(line, translated("Account"), layout.account);
     line += " | ";
-    appendWord(line, translated("Active"), layout.active);
+    appendLeft(line, translated("Active"), layout.active);
     for (std::size_t i = 0; i < kFigures.size(); ++i) {
         line += " | ";
-        appendWord(line, translated(kFigures[i].heading), layout.figures[i]);
+        appendLeft(line, translated(kFigures[i].heading), layout.figures[i]);
     }
     return line + " |\n";
 }
@@ -150,7 +145,7 @@ void appendStatus(std::string& table, const ContainerStatus& status, const Layou
     appendLeft(table, status.userName, layout.account);
     table += " | ";
     table += color(status);
-    appendWord(table, yesOrNo(status), layout.active);
+    appendLeft(table, yesOrNo(status), layout.active);
     table += colorReset;
     for (std::size_t i = 0; i < kFigures.size(); ++i) {
         table += " | ";
