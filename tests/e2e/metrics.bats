@@ -197,7 +197,7 @@ install_units
 cp "$(dirname "$KIVCTL")/../dist/prometheus/kivctl-metrics.service" /etc/systemd/system
 collected=$(sed -n 's/^ExecStart=//p' /etc/systemd/system/kivctl-metrics.service)
 install -D "$collector" "$collected"
-sed -i "s|^ExecStart=.*|&\nEnvironment=PATH=$PATH|" /etc/systemd/system/kivctl-metrics.service
+sed -i "s|^ExecStart=.*|&\nEnvironment=\"PATH=$PATH\"|" /etc/systemd/system/kivctl-metrics.service
 mkdir -p /var/lib/prometheus/node-exporter
 account alice 100.64.0.4/30
 start_manager
