@@ -12,6 +12,23 @@ two_accounts() {
     kivctl start -a >/dev/null 2>&1
 }
 
+# What watch_process prints of a process that it cannot get at.
+# shellcheck disable=SC2034 # for the tests
+nothing_reached="mem ENOENT
+environ ENOENT
+maps ENOENT
+fd/0 ENOENT
+root ENOENT
+cwd ENOENT
+exe ENOENT
+ns/mnt ENOENT
+process_vm_readv EPERM
+process_vm_writev EPERM
+pidfd_open 0
+pidfd_getfd EPERM
+PTRACE_SEIZE EPERM
+PTRACE_ATTACH EPERM"
+
 # inside NAME COMMAND [ARGUMENT…]: a shell command in the account's shell, as exec gives it, with this
 # standard input. The arguments are its $1 and so on.
 inside() {
