@@ -38,9 +38,27 @@ until_ended() {
     return 1
 }
 
-# paused PID, resumed PID: stop waits two seconds for processes, and what a test does meanwhile may last longer on a
-# busy machine. A paused stop holds what it held before.
-paused() { kill -STOP "$1"; }
+# lock_is_free NAME: nobody holds the account's lock.
+lock_is_free() {
+    python3 -c '
+import fcntl, pwd, sys
+with open("/run/kiv/.lock", "r+") as lock:
+    try:
+        fcntl.lockf(lock, fcntl.LOCK_EX | fcntl.LOCK_NB, 1, pwd.getpwnam(sys.argv[1]).pw_uid)
+    except BlockingIOError:
+        sys.exit(1)' "$1"
+}
+
+# paused NAME PID, resumed PID: a stop of the account waits two seconds for processes, without the lock. What a test does
+# meanwhile may last longer on a busy machine.
+paused() {
+    kill -STOP "$2"
+    until lock_is_free "$1"; do
+        kill -CONT "$2"
+        sleep 0.02
+        kill -STOP "$2"
+    done
+}
 resumed() { kill -CONT "$1"; }
 
 # timed COMMAND…: captures it and leaves the time it took, in milliseconds, in `took`.

@@ -136,7 +136,7 @@ kivctl start alice
 resident alice net,ipc,mnt sleep 100
 kivctl -d stop alice >/tmp/out 2>/tmp/err & waiting=$!
 until_ended "$pid"
-paused "$waiting"
+paused alice "$waiting"
 kivctl stop alice >/dev/null
 kivctl start alice >/dev/null
 resumed "$waiting"
@@ -159,7 +159,7 @@ kivctl start alice
 resident alice net,ipc,mnt sleep 100
 kivctl -d stop alice >/tmp/out 2>/tmp/err & waiting=$!
 until_ended "$pid"
-paused "$waiting"
+paused alice "$waiting"
 kivctl stop alice >/dev/null
 resumed "$waiting"
 wait "$waiting"
@@ -191,7 +191,7 @@ kivctl start alice
 resident alice net,ipc,mnt sleep 100
 kivctl stop alice 2>/dev/null & stop=$!
 until_ended "$pid"
-paused "$stop"
+paused alice "$stop"
 with_lock alice exclusive bash -c 'touch /tmp/held; until test -e /tmp/free; do sleep 0.01; done' &
 eventually test -e /tmp/held
 resumed "$stop"
@@ -212,7 +212,7 @@ kivctl start alice
 resident alice net,ipc,mnt sleep 100
 kivctl stop alice 2>/dev/null & stop=$!
 until_ended "$pid"
-paused "$stop"
+paused alice "$stop"
 capture timeout 60 kivctl start bob
 same status 0 "$status"
 runs "$stop"
