@@ -12,7 +12,7 @@ struct DirectoryCloser {
 
 using DirectoryStream = std::unique_ptr<DIR, DirectoryCloser>;
 
-/// Null behind the last entry, with errno 0, and where the directory cannot be read on.
+/// Null after the last entry, with errno 0, and on an error, with its errno.
 inline const dirent* nextEntry(const DirectoryStream& stream) {
     errno = 0;
     return ::readdir(stream.get());

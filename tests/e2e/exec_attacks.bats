@@ -96,19 +96,7 @@ cat >>"$configuration" <<'END'
 seccomp
     allow keyctl add_key request_key
 END
-# searches in the caller's session keyring, -3, and by its number
-calls() {
-    echo "keyctl 10 -3 @user @administrator's 0"
-    echo "keyctl 11 $(cat /tmp/key) @$(printf '%032d' 0) 32"
-    echo "request_key @user @administrator's 0 0"
-}
-answers() { calls | "$@" | grep -o '[^ ]*$' | xargs; }
-in_container() { inside alice '~/system_call native'; }
-export -f calls answers in_container inside
-in_session() { "$programs/with_key" /tmp/key bash -c 'answers "$@"' bash "$@"; }
-same "whoever has the session can read it" "0 0 0" "$(in_session setpriv --reuid alice --regid alice --init-groups \
-    "$programs/system_call" native)"
-same "answers to the account" "ENOKEY EACCES ENOKEY" "$(in_session in_container)"
+administrators_key_is_out_of_reach
 same "a key of its own" 0 "$(inside alice '~/system_call native add_key @user @mine @text 4 -3')"
 EOF
 }
