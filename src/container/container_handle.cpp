@@ -13,7 +13,9 @@
 
 namespace {
 
-// Interface names have 15 characters at most; hosts already use names of both lengths.
+// An interface name has at most 15 characters (IFNAMSIZ). Deliberate: "veth-" and 10 characters
+// fit, "vpeer-" and 10 do not, and such an account gets no network; existing hosts already use
+// short names of both lengths.
 constexpr std::size_t kLongestPlainName = 10;
 constexpr std::size_t kHashedNameLength = 9;
 

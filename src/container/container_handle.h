@@ -4,27 +4,30 @@
 #include <cstdint>
 #include <string>
 
-/// The account's part of interface names: the user name up to 10 characters, else 9 characters of
-/// its digest. The same name for ever.
+/// The account's part of interface names: the user name when it has at most 10 characters, else the
+/// first 9 characters of its digest. It never changes for a user name: rules and interfaces of a
+/// running container carry it.
 std::string shortNameOf(const std::string& userName);
 
-/// Built per account and command; holds no open resources. The container library only
-/// hands it on to libraryLogCallback, which puts the library's message into `error`.
+/// Built per account and command; holds no open resources. The container library does not look into
+/// it: it only passes it to libraryLogCallback, which puts the library's message into `error`.
 class ContainerHandle {
 public:
-    /// Throws std::runtime_error, beginning with the user name and ": ", for a name with "@" (it
-    /// separates user and kind in namespace files), an unknown user and user id 0.
+    /// Throws std::runtime_error, beginning with the user name and ": ", when the name contains "@"
+    /// (which separates user and kind in namespace files), when the user is unknown, and when its
+    /// user ID is 0.
     explicit ContainerHandle(std::string userName);
     ContainerHandle(const ContainerHandle&) = delete;
     ContainerHandle& operator=(const ContainerHandle&) = delete;
 
-    /// shortNameOf the user name.
+    /// shortNameOf(userName), computed by the first call. The reference is valid as long as the
+    /// handle.
     const std::string& getShortName();
 
-    /// The account's cgroup v2 directory.
+    /// The account's cgroup v2 directory, an absolute path. It need not exist.
     std::string getCgroupPath() const;
 
-    /// What a namespace kind is appended to, to name the namespace file.
+    /// The path of a namespace file without the kind at its end: "/run/kiv/USER@".
     std::string getNamespacePrefix() const;
 
     std::string error;

@@ -71,7 +71,7 @@ ContainerState settledStateOf(const ContainerHandle& handle) {
         const FileDescriptor lock = shareAccount(handle, kPatience);
         return stateOf(handle.userName);
     } catch (const std::runtime_error&) {
-        // still under way: a mark that is set belongs to a run that lives
+        // still under way: the mark belongs to a run that is alive
         const ContainerState now = stateOf(handle.userName);
         return isHalf(now) ? ContainerState::Partial : now;
     }
@@ -95,7 +95,7 @@ std::set<std::string> namespaceFileUsers(const std::string& directory) {
             users.insert(name.substr(0, separator));
         }
     }
-    if (errno != 0) {  // a container that is missing would pass for one that was never started
+    if (errno != 0) {  // else a missing container would look as if it had never been started
         throw systemError("cannot read ", directory, ": ");
     }
     return users;

@@ -18,14 +18,14 @@ enum class ContainerState {
 /// "running" and so on. Programs compare these words: they are not translated.
 const char* nameOf(ContainerState state);
 
-/// What there is now, without asking whether a run is under way; never Orphaned. Throws
-/// std::runtime_error when the runtime directory is there and cannot be read.
+/// The state at this moment, even in the middle of a start or stop; never Orphaned. Throws
+/// std::runtime_error when the runtime directory exists and cannot be read.
 ContainerState stateOf(const std::string& userName);
 
-/// The same, but a start or stop that is under way is waited for, two seconds at most: what it has
-/// half-made is neither interrupted nor a fault.
+/// The same, but waits up to two seconds for a start or stop that is under way: a container that is
+/// half built is neither interrupted nor a fault. Throws what stateOf throws.
 ContainerState settledStateOf(const ContainerHandle& handle);
 
-/// The users of all namespace files in the directory; none when it does not exist. Throws
+/// The users of all namespace files in the directory; empty when it does not exist. Throws
 /// std::runtime_error when it cannot be read.
 std::set<std::string> namespaceFileUsers(const std::string& directory = runtimeDirectory);

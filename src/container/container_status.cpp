@@ -45,8 +45,8 @@ std::int64_t toLimit(const std::string& text) {
     return text == "max" ? kNoLimit : toNumber(text);
 }
 
-/// The directory of all accounts' slices, looked up once for thousands of files in it. Below a
-/// descriptor that is not valid there are none.
+/// The directory of all accounts' slices, opened once because thousands of files in it are read.
+/// When it cannot be opened, no file below it can be read either.
 int slicesDirectory(const std::string& path) {
     static FileDescriptor directory;
     if (!directory.valid()) {

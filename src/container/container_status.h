@@ -1,5 +1,5 @@
-// How an account's container is doing, as the runtime directory and the kernel's accounting tell
-// it. Reads only.
+// The state and resource use of an account's container, read from the runtime directory and from
+// the files of cgroup v2 (the kernel's cgroup-v2 document). Changes nothing.
 #pragma once
 
 #include <cstdint>
@@ -7,16 +7,17 @@
 
 #include "container/container_handle.h"
 
-// The limits' files in an account's cgroup.
+// The files of the limits in an account's cgroup.
 inline constexpr const char* kProcessesLimitFile = "/pids.max";
-// Not memory.max: an account is slowed down at this one, long before it is killed at the other.
+// Not memory.max: the kernel slows an account down at memory.high, long before it kills at
+// memory.max.
 inline constexpr const char* kMemoryLimitFile = "/memory.high";
 
-/// One account's figures. What was not read is false or 0.
+/// One account's figures. A figure that could not be read is false or 0.
 struct ContainerStatus {
     explicit ContainerStatus(const ContainerHandle& container);
 
-    const ContainerHandle* handle;  ///< not owned; for collectStatus alone, never later
+    const ContainerHandle* handle;  ///< not owned; only for collectStatus, invalid later
     std::string userName;
     bool active = false;             ///< the mount-namespace file exists
     bool hasProcesses = false;       ///< pidsCurrent could be read
@@ -27,14 +28,15 @@ struct ContainerStatus {
     std::int64_t memoryCurrent = 0;  ///< bytes
 };
 
-/// Fills `status` from the places that its handle names. Throws only what std::stoull throws, for a
-/// figure that is no number: such a file is not the kernel's, and no runtime error.
+/// Fills `status` from the files of its handle's account. Throws only what std::stoull throws, when
+/// a figure is not a number: the kernel writes no such file.
 void collectStatus(ContainerStatus& status);
 
-/// The same from given places; the path of the cgroup may be one below an open directory.
+/// The same from the given files. `cgroup` is relative to the open directory `directory`, or
+/// absolute.
 void collectStatus(ContainerStatus& status, const std::string& namespaceFile, int directory,
                    const std::string& cgroup);
 
-/// Without its newline; empty when the file is, or when it cannot be opened or read: figures come
-/// and go with their cgroup.
+/// The first line of a file, without its newline. Empty when the file is empty or cannot be opened
+/// or read: the files come and go with their cgroup.
 std::string readFirstLine(int directory, const std::string& path);

@@ -23,8 +23,8 @@ namespace {
 
 constexpr int kUsualMtu = 1500;
 
-/// The first interface with a default route, empty when there is none; the file is
-/// proc_pid_net(5)'s "route".
+/// The first interface with a default route, empty when there is none; the file is "route" of
+/// proc_pid_net(5).
 std::string firstDefaultInterface(LineReader& routes) {
     std::string line;
     routes.next(line);  // the column header

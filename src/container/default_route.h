@@ -1,5 +1,5 @@
-// The host's way to the outside: the interface of its default route. The source-NAT rule asks ip(8)
-// for it and needs an answer; the containers' MTU comes from the kernel's table and has a default.
+// The interface of the host's default route. The source NAT rule asks ip(8) and cannot do without
+// an answer; the containers' MTU comes from the kernel's table and has a default.
 #pragma once
 
 #include <string>

@@ -9,12 +9,13 @@
 
 using AccountAction = std::function<void(const AccountEntry& account)>;
 
-/// One account's failure in a run over all: user name + ": " + the error's text.
+/// How a run over all accounts reports the failure of one: user name + ": " + the error's text,
+/// with control characters escaped.
 std::string failureLine(const std::string& userName, const std::exception& error);
 
-/// Calls `action` for the account `user`, or with null for every configured one. Of a named account
-/// an exception travels on unchanged. Without a name the loop goes on with the next account, and
-/// the result is one line per failed account, name + ": " + message, joined by newlines; empty when
-/// none failed. Throws what selectAccounts throws.
+/// Calls `action` for the account `user`, or for every configured account when `user` is null. For
+/// a named account, exceptions of `action` are passed on unchanged. For all accounts, the loop
+/// continues after a failure and returns one failureLine per failed account, joined by newlines;
+/// empty when none failed. Throws what selectAccounts throws.
 ///
 std::string forEachAccount(const char* user, const AccountAction& action);

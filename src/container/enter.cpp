@@ -26,18 +26,20 @@
 
 namespace {
 
-/// Processes of the account share the container with this one before it has become theirs: none may
-/// trace it or read its memory. The kernel forgets this with every change of user.
+/// The account's processes share the container with this one before it has become the account's:
+/// none may trace it or read its memory. The kernel resets this on every change of user,
+/// PR_SET_DUMPABLE(2const).
 void forbidTracing() {
     ::prctl(PR_SET_DUMPABLE, 0);
 }
 
-/// Lets the C library load its catalogue of error texts, which it would else look for inside.
+/// Makes the C library load its catalogue of error texts now: later it would search inside the
+/// container.
 void loadErrorTexts() {
     errorText(ENOENT);
 }
 
-/// By their numbers; nothing when they cannot be listed.
+/// The numbers of the open descriptors; nothing when they cannot be listed.
 std::optional<std::vector<long>> listDescriptors() {
     const DirectoryStream directory(::opendir("/proc/self/fd"));
     if (!directory) {
@@ -58,7 +60,7 @@ bool closeOneByOne(unsigned first) {
     const auto descriptors = listDescriptors();
     for (const long descriptor : descriptors.value_or(std::vector<long>())) {
         if (descriptor >= static_cast<long>(first)) {
-            ::close(static_cast<int>(descriptor));  // that of the list is closed: EBADF
+            ::close(static_cast<int>(descriptor));  // EBADF for the list's own, which is closed
         }
     }
     return descriptors.has_value();
@@ -76,8 +78,8 @@ void applyNamespaces(ContainerHandle& handle) {
 
 void join(ContainerHandle& handle, OwnCapabilities own) {
     kiv_set_log_cb(libraryLogCallback);
-    kiv_load_config(&handle);  // what it could not read makes the steps fail that depend on it
-    // deliberate: libraries differ in what they return, so the results are not judged alike
+    kiv_load_config(&handle);  // when it fails, the steps that depend on it fail too
+    // deliberate: libraries differ in what they return, so the results are not all checked alike
     failUnless(kiv_cg_enter(&handle, handle.uid) == 0, handle);
     applyNamespaces(handle);
     failUnless(kiv_seccomp(&handle) != -1, handle);
@@ -113,7 +115,7 @@ void closeDescriptors(unsigned first) {
         return;
     }
     const int error = errno;
-    // a kernel before Linux 5.9, or a filter that is older than the call
+    // a kernel before Linux 5.9, or a system-call filter that does not know the call
     const bool isMissing = error == ENOSYS || error == EPERM;
     if (!isMissing || !closeOneByOne(first)) {
         throw systemError("close_range() failed: ", error);
@@ -130,7 +132,7 @@ void becomeAccount(const ContainerHandle& handle, const PasswordEntry& account,
 }
 
 void goHome(const std::string& home) {
-    // where the shell is without a home; silently, because the home's own line says enough
+    // where the shell starts without a home; silently, because the line about the home says enough
     [[maybe_unused]] const int ignored = ::chdir("/");
     if (::chdir(home.c_str()) != 0) {
         reportSystemError("chdir(", home, ") failed: ");
@@ -138,8 +140,8 @@ void goHome(const std::string& home) {
 }
 
 void resetSignals(Hangup hangup) {
-    // the kernel's own structure, all zero: SIG_DFL. sigaction(3) refuses two of the real-time
-    // signals, which the C library keeps for itself.
+    // the kernel's own structure, all zero: SIG_DFL. Not sigaction(3), which refuses the two
+    // real-time signals that the C library keeps for itself.
     const std::array<unsigned long, 8> defaultAction{};
     constexpr std::size_t kBytesOfSet = (NSIG - 1) / CHAR_BIT;
     for (int signal = 1; signal < NSIG; ++signal) {
@@ -158,7 +160,7 @@ void libraryLogCallback(void* handle, int /*priority*/, const char* format, ...)
     try {
         static_cast<ContainerHandle*>(handle)->error = StringUtil::vsprintf(format, arguments);
     } catch (const std::exception&) {
-        // the library is written in C: an exception must not cross it; the earlier text stays
+        // the library has a C interface, which no exception may cross; the earlier text stays
     }
     va_end(arguments);
 }

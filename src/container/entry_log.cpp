@@ -32,7 +32,7 @@ std::string timestamp(std::time_t now) {
                                local.tm_hour, local.tm_min, local.tm_sec);
 }
 
-/// A character of several bytes is not cut in two.
+/// Never cuts inside a character of several bytes.
 void cut(std::string& text, std::size_t size) {
     const auto isContinuation = [](char byte) {
         return (static_cast<unsigned char>(byte) & 0xC0U) == 0x80U;
@@ -72,7 +72,7 @@ EntryLog::EntryLog(std::string program, const std::string& userName, const std::
       socket(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)),
       description("loginuid=" + loginUid() + " terminal=" + terminal() + " account=" + userName +
                   " " + what) {
-    ::tzset();  // reads the host's time zone: none of the container's files must be opened
+    ::tzset();  // reads the host's time zone now: later it would open a file of the container
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     path.copy(address.sun_path, sizeof(address.sun_path) - 1);
@@ -87,7 +87,7 @@ void EntryLog::moveTo(int place) {
         return;
     }
     if (!socket.valid() || ::dup3(socket.get(), place, O_CLOEXEC) != place) {
-        ::close(place);  // what the caller has there is not the log
+        ::close(place);  // else the caller's file there would pass for the log
         socket.reset();
         return;
     }
@@ -105,7 +105,7 @@ void EntryLog::refused(const std::string& reason) const {
 void EntryLog::write(int priority, const std::string& text) const {
     const std::string datagram =
         logDatagram(LOG_AUTHPRIV | priority, programName, text, std::time(nullptr));
-    // not send(2): by now the container's filter may deny it
+    // not send(2): the container's system-call filter may deny it by now
     [[maybe_unused]] const auto ignored = ::write(socket.get(), datagram.data(), datagram.size());
 }
 

@@ -6,25 +6,26 @@
 
 #include "util/file_descriptor.h"
 
-/// A connection to the host's log, which stays the host's when the process has joined a container.
-/// Not syslog(3): that waits for a log that does not read, and connects again to whatever has the
-/// log's name inside. Where there is no log, or it does not read, lines are lost: no entry waits or
-/// fails for it.
+/// A connection to the host's log. It still leads to the host's log after the process has joined a
+/// container. Not syslog(3), which blocks when the log's reader hangs and, inside a container,
+/// would reconnect to whatever is at the log's path there. Without a log, or when its reader hangs,
+/// lines are lost: no entry waits or fails because of the log. Throws nothing of its own.
 class EntryLog {
 public:
-    /// Notes who asks, by login user id and terminal, and for what: "command=…", say. The lines are
-    /// those of `program`.
+    /// Connects, and records who enters (login user ID, /proc/self/loginuid in proc(5), and
+    /// terminal) and what for, such as "command=…". The lines bear the name `program`.
     EntryLog(std::string program, const std::string& userName, const std::string& what,
              const std::string& path = "/dev/log");
 
-    /// Moves the connection to this descriptor, for whoever closes the others. Without a connection
-    /// the descriptor is closed.
+    /// Moves the connection to the descriptor number `place`, for a caller that closes all others.
+    /// Without a connection that descriptor is closed.
     void moveTo(int place);
 
-    /// The account is entered: authpriv.info.
+    /// Logs, as authpriv.info, that the account's container was entered.
     void entered() const;
 
-    /// authpriv.warning; also after `entered`, when a later step fails.
+    /// Logs, as authpriv.warning, that an entry failed; also after `entered`, when a later step
+    /// fails.
     void refused(const std::string& reason) const;
 
 private:
@@ -35,7 +36,7 @@ private:
     std::string description;
 };
 
-/// What the log takes, see RFC 3164: priority, time, `program` with the process id, and `text` with
-/// control characters escaped. At most 1 KiB; what would be longer is cut.
+/// A line in the format of RFC 3164: priority, time, `program` with the process ID, and `text` with
+/// control characters escaped. Cut at 1 KiB.
 std::string logDatagram(int priority, const std::string& program, const std::string& text,
                         std::time_t now);

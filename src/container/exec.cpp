@@ -33,7 +33,8 @@ void execCommand(const char* user) {
 }
 
 void enterContainerShell(ContainerHandle& handle) {
-    // not flushed: in a pipe only the shell's own output arrives, which scripts count on
+    // deliberate: not flushed, so that a pipe gets only the shell's own output; scripts rely on
+    // that
     print("Switching into container '" + handle.userName + "'...\n");
     PasswordEntry account = passwordEntryOf(handle);
     joinContainer(handle);

@@ -3,10 +3,10 @@
 
 #include "container/container_handle.h"
 
-/// Does not return when it succeeds. Throws std::runtime_error; the process may then have been
-/// moved into the container in part, and must end.
+/// Does not return on success. Throws std::runtime_error; the process may then be partly inside the
+/// container and must end.
 void execCommand(const char* user);
 
-/// The part that works on the handle: executes the shell in this process, throws, or ends the
-/// process with 255 when the shell cannot be run. Nothing is forked.
+/// The same for an account that has been checked: executes the shell in this process, without a
+/// fork. Throws like execCommand; ends the process with status 255 when the shell cannot be run.
 [[noreturn]] void enterContainerShell(ContainerHandle& handle);

@@ -30,7 +30,7 @@ struct Pipe {
     FileDescriptor writeEnd;
 };
 
-/// What the child is to leave behind: who its parent is, and where that one's mounts are.
+/// What the child needs to know about its parent.
 struct Parent {
     pid_t pid;
     std::uint64_t mountInode;
@@ -46,14 +46,14 @@ Pipe openPipe() {
     return {FileDescriptor(ends[0]), FileDescriptor(ends[1])};
 }
 
-/// Until there is a byte or the other side has closed its end.
+/// Waits until a byte arrives or the other side closes its end.
 void waitForPeer(const FileDescriptor& readEnd) {
     char byte = 0;
     while (::read(readEnd.get(), &byte, 1) == -1) {
     }
 }
 
-/// 0 when the kernel does not tell.
+/// The sequence number of a mount namespace; 0 when the kernel does not report it.
 std::uint64_t numberOf(int mountNamespace) {
     std::uint64_t number = 0;
     return ::ioctl(mountNamespace, kGetNumber, &number) == 0 ? number : 0;
@@ -65,11 +65,12 @@ bool ownMountsComeAfter(std::uint64_t earlier) {
     return number == 0 || number > earlier;
 }
 
-/// Mount namespaces have an order, and only a later one can be bind-mounted from the namespace
-/// `pinning`: else the mount fails with EINVAL. From Linux 6.18 on the numbers come in batches for
-/// each processor, so the new namespace may have a lower one. Then unshares again on other
-/// processors until its number is higher; the affinity is the caller's afterwards. Does nothing
-/// where the kernel does not tell the numbers; where no processor helps, pinning fails.
+/// Unshares the mount namespace again until processes in `pinning` can bind-mount it. The kernel
+/// numbers mount namespaces in sequence and refuses, with EINVAL, to bind-mount one inside a
+/// namespace of a higher number. From Linux 6.18 on each processor gets its numbers in batches, so
+/// a new namespace may have a lower number. Hence the further attempts on other processors; the
+/// caller's affinity is restored at the end. Does nothing when the kernel does not report the
+/// numbers. If no processor gives a higher number, pinning fails.
 void unshareUntilMountsCanBePinned(const FileDescriptor& pinning) {
     const std::uint64_t earlier = numberOf(pinning.get());
     cpu_set_t callers;
@@ -78,15 +79,14 @@ void unshareUntilMountsCanBePinned(const FileDescriptor& pinning) {
         return;
     }
     const ScopeGuard putBack([&callers] { ::sched_setaffinity(0, sizeof(callers), &callers); });
-    // also those that the caller's affinity leaves out: the one that helps is where `pinning` was
-    // made
+    // also those outside the caller's affinity: the processor that created `pinning` may be one
     const auto processors = static_cast<int>(::sysconf(_SC_NPROCESSORS_CONF));
     for (int processor = 0; processor < processors && processor < CPU_SETSIZE; ++processor) {
         cpu_set_t one;
         CPU_ZERO(&one);
         CPU_SET(processor, &one);
         if (::sched_setaffinity(0, sizeof(one), &one) != 0) {
-            continue;  // not for this process, or not switched on
+            continue;  // not allowed for this process, or offline
         }
         if (::unshare(CLONE_NEWNS) != 0 || ownMountsComeAfter(earlier)) {
             return;
@@ -94,16 +94,17 @@ void unshareUntilMountsCanBePinned(const FileDescriptor& pinning) {
     }
 }
 
-/// Without its parent nobody would wait for the child: it ends too, so that a killed start is over
-/// at once, with its lock, and the mark says that the container is not complete.
+/// Makes the kernel kill this process when its parent ends: nobody would wait for it. A killed
+/// start is then over at once, its lock is free, and the mark says that the container is
+/// incomplete.
 void endWithParent(pid_t parent) {
     ::prctl(PR_SET_PDEATHSIG, SIGKILL);
     if (::getppid() != parent) {
-        ::_exit(1);  // gone before the kernel knew
+        ::_exit(1);  // it ended before the kernel was asked
     }
 }
 
-/// The child's half, up to its release. Ends the process when there are no new namespaces.
+/// The child's part until its release. Ends the process when unshare fails.
 void unshareAndWait(int flags, const Parent& parent, Pipe& release, Pipe& ready) {
     endWithParent(parent.pid);
     if (::chdir("/") != 0) {
@@ -129,7 +130,7 @@ void unshareAndWait(int flags, const Parent& parent, Pipe& release, Pipe& ready)
 
 bool hasOwnNamespace(pid_t child, const NamespaceKind& kind) {
     const std::uint64_t inode = inodeOf(namespaceLink(child, kind.name));
-    // a dead child has none; it has said why it died
+    // 0: the child is dead, and has printed why
     return inode != 0 && inode != getNamespaceInode(::getpid(), kind.name);
 }
 
@@ -142,7 +143,7 @@ pid_t forkUnshare(int flags, int& syncFd, const FileDescriptor* startMounts) {
                         startMounts};
     Pipe release = openPipe();
     Pipe ready = openPipe();
-    flushOutput();  // what is buffered must not come out of both processes
+    flushOutput();  // else both processes would print what is buffered
     const pid_t child = ::fork();
     if (child == -1) {
         throw systemError("fork() failed: ");
@@ -151,7 +152,7 @@ pid_t forkUnshare(int flags, int& syncFd, const FileDescriptor* startMounts) {
         try {
             unshareAndWait(flags, parent, release, ready);
         } catch (const std::runtime_error& failure) {
-            // the callers' clean-up is the parent's: nothing of it may run in this process
+            // _exit: the callers' clean-up belongs to the parent and must not run here
             report(failure.what());
             ::_exit(1);
         }

@@ -30,7 +30,7 @@ std::runtime_error runtimeDirectoryError(const std::string& what, int error) {
     return systemError(runtimeDirectory + what, error);
 }
 
-/// True when the directory was created now.
+/// True when this call created the directory.
 bool ensureRuntimeDirectory() {
     struct stat status {};
     if (::stat(runtimeDirectory.c_str(), &status) != 0) {
@@ -42,7 +42,7 @@ bool ensureRuntimeDirectory() {
             return true;
         }
         error = errno;
-        // another start may just have made it; a link that leads nowhere is there and no directory
+        // another start may just have created it; but EEXIST also means a dangling link
         if (error != EEXIST || ::stat(runtimeDirectory.c_str(), &status) != 0) {
             throw runtimeDirectoryError(": mkdir() failed: ", error);
         }
@@ -57,15 +57,15 @@ bool ensureRuntimeDirectory() {
     return false;
 }
 
-/// Should this run be killed before it has added the rule, the next one does. A safeguard: what
-/// cannot be marked is prepared all the same.
+/// If this run is killed before it has added the rule, the next one sees the mark and adds it. The
+/// mark is only a safeguard: preparation continues when it cannot be set.
 void setMark(const RunMark& mark) {
     [[maybe_unused]] const bool marked = mark.write(InterruptedRun{});
 }
 
-/// Keeps the namespace mounts from propagating into other mount namespaces, where they would hold a
-/// stopped container's namespaces. True when the directory was not private before; `mark` is then
-/// set.
+/// Makes the directory a private mount, so that namespace mounts do not propagate into other mount
+/// namespaces and keep a stopped container's namespaces alive there. True when it was not private
+/// before; `mark` is then set.
 bool privatiseRuntimeDirectory(const RunMark& mark) {
     const char* path = runtimeDirectory.c_str();
     auto directory = findMount(runtimeDirectory, kMountInfo);
@@ -75,7 +75,7 @@ bool privatiseRuntimeDirectory(const RunMark& mark) {
             throw runtimeDirectoryError(": mount() failed: ", error);
         }
         directory = findMount(runtimeDirectory, kMountInfo);
-        if (!directory) {  // it is a link, and mounted where that leads
+        if (!directory) {  // a link: the mount goes where it leads
             ::umount2(path, MNT_DETACH);
             throw runtimeDirectoryError(": mount() failed: ", ELOOP);
         }
@@ -114,7 +114,7 @@ void ensureMasquerade(const std::string& defaultInterface) {
         throw std::runtime_error("Error while adding MASQURADE rule for default interface " +
                                  defaultInterface);
     }
-    // deliberate: scripts look for this text, whose network differs from the rule's
+    // deliberate: scripts search for this text, although its network is not the rule's
     progress("Added default MASQUERADE rule for network 10.64.0.0/10 on device " +
              defaultInterface);
 }
@@ -132,13 +132,13 @@ void prepareHost(const ContainerHandle& handle) {
         }
         privatisedNow = privatiseRuntimeDirectory(mark);
     }
-    // Once per boot in practice: the rule is not checked again on every start, deliberately, and
-    // not after an error either; only what an interrupted run has left out is made up for.
+    // In practice once per boot. Deliberate: later starts do not check the rule, not even after an
+    // error; only a rule that an interrupted run did not add is added.
     const bool preparedNow = createdNow || privatisedNow;
     if (!preparedNow && !mark.read()) {
         return;
     }
-    // Whoever is adding the rule just now is not waited for: a tool of theirs may hang.
+    // Does not wait for another start that is adding the rule: its host tool may hang.
     const FileDescriptor lock = tryToLockSourceNat();
     if (lock.valid() && (preparedNow || mark.read())) {
         const ScopeGuard done([&mark] { mark.clear(); });

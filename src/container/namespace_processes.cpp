@@ -21,8 +21,8 @@ bool isNumbered(const std::string& name) {
 }
 
 /// Calls `action` with each thread's directory until it returns true, and returns whether it has. A
-/// thread that has ended has no namespaces any more, though its number stays as long as the process
-/// has other threads: they are what keeps the namespace in use.
+/// first thread that has ended has no namespaces any more, although its number stays as long as the
+/// process has other threads: those still use the namespace.
 bool anyThread(const std::string& process, const std::function<bool(const std::string&)>& action) {
     const std::string threads = process + "/task/";
     const DirectoryStream directory(::opendir(threads.c_str()));
@@ -31,7 +31,7 @@ bool anyThread(const std::string& process, const std::function<bool(const std::s
         if (error != ENOENT && error != ESRCH) {
             throw systemError("Cannot open " + threads + ": ", error);
         }
-        return false;  // ended altogether
+        return false;  // the whole process has ended
     }
     while (const dirent* found = ::readdir(directory.get())) {
         const std::string thread = found->d_name;
@@ -42,7 +42,7 @@ bool anyThread(const std::string& process, const std::function<bool(const std::s
     return false;
 }
 
-/// `process` is the process's directory.
+/// `process` is the process's directory below /proc.
 bool livesIn(const NamespaceEntry& entry, const std::string& process) {
     if (entry.inode == 0) {
         return false;
@@ -54,14 +54,15 @@ bool livesIn(const NamespaceEntry& entry, const std::string& process) {
                         });
 }
 
-/// Fills in what `directory`, of a process or a thread, shows. False when it has ended.
+/// Fills in the namespaces that `directory`, of a process or a thread, shows. False when it has
+/// ended.
 bool readPlace(ProcessPlace& place, const std::string& directory) {
     place.network = linkedInode(directory + "/ns/net");
     place.mounts = linkedInode(directory + "/ns/mnt");
     return place.network != 0 && place.mounts != 0;
 }
 
-/// In the order of the directory, without the first process of the host and this one.
+/// In the order of the directory; leaves out the host's first process and this one.
 void forEachProcess(const std::string& processes,
                     const std::function<void(pid_t, const std::string&)>& action) {
     const DirectoryStream directory(::opendir(processes.c_str()));
@@ -86,7 +87,7 @@ void forEachProcess(const std::string& processes,
     }
     const int error = errno;
     if (error != 0) {
-        // half a list would have living processes' namespaces taken from under them
+        // after half a list the namespaces of running processes would be removed
         throw systemError("Cannot read " + processes + ": ", error);
     }
 }
@@ -122,8 +123,8 @@ void terminateProcess(pid_t pid, const std::list<NamespaceEntry>& entries) {
     if (!process.valid() && errno == ESRCH) {
         return;
     }
-    // From here on the descriptor means one process, whatever becomes of its number: looking at the
-    // number's namespaces now tells whether it is the one that was found.
+    // The descriptor refers to one process even if its number is reused. Checking the number's
+    // namespaces now shows whether it is the process that was found.
     const std::string directory = kProcesses + ("/" + std::to_string(pid));
     const bool stillThere = std::any_of(
         entries.begin(), entries.end(),
@@ -135,6 +136,6 @@ void terminateProcess(pid_t pid, const std::list<NamespaceEntry>& entries) {
                       (::syscall(SYS_pidfd_send_signal, process.get(), SIGTERM, nullptr, 0) == 0 ||
                        errno == ESRCH);
     if (!told) {
-        ::kill(pid, SIGTERM);  // before Linux 5.3, or where a filter of the host keeps pidfds back
+        ::kill(pid, SIGTERM);  // before Linux 5.3, or a filter of the host denies pidfds
     }
 }

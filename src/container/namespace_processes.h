@@ -1,4 +1,4 @@
-// The processes that live in a container's namespaces: finds them, and asks them to end.
+// The processes in a container's namespaces: finds them and asks them to end.
 #pragma once
 
 #include <sys/types.h>
@@ -10,37 +10,38 @@
 
 #include "container/namespaces.h"
 
-/// A namespace file and who lives in its namespace.
+/// A namespace file and the processes in its namespace.
 struct NamespaceEntry {
     std::string path;
     std::string kind;         ///< as in /proc/PID/ns/
-    std::uint64_t inode = 0;  ///< the namespace's; 0 when there is none to look for
+    std::uint64_t inode = 0;  ///< the namespace's; 0 when there is none to search for
     std::vector<pid_t> pids;
-    FileIdentity file;  ///< what the path named when the entry was made
+    FileIdentity file;  ///< the file at the path when the entry was created
 };
 
 inline constexpr const char* kProcesses = "/proc";
 inline constexpr pid_t kFirstProcess = 1;
 
-/// Appends to every entry's `pids` the processes in its namespace, in the order of the directory.
-/// One whose first thread has ended is known by its other threads. The first process of the host
-/// and kivctl itself are never among them. Throws std::runtime_error when the directory cannot be
-/// read.
+/// Appends to every entry's `pids` the processes in its namespace, in the order of the directory
+/// `processes`. A process whose first thread has ended is found by its other threads. The host's
+/// first process and this one are always left out. Throws std::runtime_error when the directory
+/// cannot be read.
 void findNamespaceProcesses(std::list<NamespaceEntry>& entries,
                             const std::string& processes = kProcesses);
 
-/// Where a process lives: the numbers of its namespaces. One that runs in an account's network and
-/// in another mount namespace than the pinned one has an earlier view, from before a refresh.
+/// The inode numbers of a process's namespaces, see namespaces(7). A process in an account's
+/// network namespace whose mount namespace is not the pinned one has an earlier view, from before a
+/// refresh.
 struct ProcessPlace {
     pid_t pid = 0;
     std::uint64_t network = 0;
     std::uint64_t mounts = 0;
 };
 
-/// Of every process, this one and those that have just ended left out. Throws as
-/// findNamespaceProcesses does.
+/// The places of all processes except this one and those that have just ended. Throws like
+/// findNamespaceProcesses.
 std::vector<ProcessPlace> listProcessPlaces(const std::string& processes = kProcesses);
 
-/// Sends SIGTERM to the process, should it still live in one of the entries' namespaces: a process
-/// that has got the number of one that ended is not hit.
+/// Sends SIGTERM to the process if it is still in one of the entries' namespaces. An unrelated
+/// process that has since got the same number is not signalled.
 void terminateProcess(pid_t pid, const std::list<NamespaceEntry>& entries);

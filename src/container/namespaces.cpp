@@ -17,8 +17,8 @@
 
 namespace {
 
-// STATX_MNT_ID_UNIQUE of statx(2), which headers before Linux 6.8 lack. A kernel without it gives
-// the reusable number instead.
+// STATX_MNT_ID_UNIQUE of statx(2), which headers before Linux 6.8 lack. An older kernel returns the
+// reusable number instead.
 constexpr unsigned kUniqueMountId = 0x4000;
 
 }  // namespace
@@ -70,7 +70,7 @@ void ensureFileExists(const std::string& path) {
     const FileDescriptor created(
         ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
     error = errno;
-    // EEXIST: somebody else was faster, which is as good
+    // EEXIST: another process has just created it, which is as good
     if (!created.valid() && error != EEXIST) {
         throw systemError(path + ": cannot create: ", error);
     }

@@ -21,9 +21,9 @@ namespace {
 constexpr const char* kContainerInterface = "veth0";
 constexpr useconds_t kLookInterval = 20'000;  // microseconds
 constexpr int kLooks = 50;
-/// Of a rule: an iptables that always succeeds must not hold up start.
+/// Of one rule: an iptables that always succeeds must not keep start in a loop.
 constexpr int kMostCopies = 16;
-constexpr std::int32_t kCannotRun = 255;  // what the runner returns for a tool that is not there
+constexpr std::int32_t kCannotRun = 255;  // the runner's result for a missing tool
 
 /// A host tool and its arguments.
 struct ToolCall {
@@ -36,7 +36,7 @@ bool run(ToolCall call) {
     return ExternalCommand(std::move(call.program), std::move(call.arguments)).execute() == 0;
 }
 
-/// The result of a tool whose output nobody wants to see.
+/// Runs a tool without showing its output.
 std::int32_t runQuietly(ToolCall call) {
     ExternalCommand command(std::move(call.program), std::move(call.arguments));
     std::string output;
@@ -63,10 +63,10 @@ ToolCall sysctl(const std::string& assignment) {
     return {configuration().sysctlCommand, {"-q", "-w", assignment}};
 }
 
-/// Loopback addresses are routed on the pair for the database's sake.
+/// Lets the pair carry loopback addresses, which connections to the database need.
 ToolCall routeLocalnet(const std::string& interface) {
     std::string setting = "net/ipv4/conf/" + interface + "/route_localnet=1";
-    // between dots a dot of the name would begin a directory of its own, sysctl(8)
+    // a dot in the name would separate directories, so slashes separate them then, sysctl(8)
     if (interface.find('.') == std::string::npos) {
         std::replace(setting.begin(), setting.end(), '/', '.');
     }
@@ -119,7 +119,7 @@ void checkInterfaceNames(const ContainerLink& link) {
     };
     for (int look = 0; taken(); ++look) {
         if (look == kLooks) {
-            // deliberate: the host interface is named for a left-over peer too
+            // deliberate: names the host interface even when only the peer is left over
             throw std::runtime_error(link.hostInterface + ": already exists!");
         }
         ::usleep(kLookInterval);
@@ -139,7 +139,7 @@ LeftRules removeLeftNetwork(const std::string& hostInterface,
 
 void removeLeftPair(const std::string& hostInterface) {
     if (interfaceExists(hostInterface)) {
-        // the kernel may be removing it just now, with the network namespace of its other end
+        // may fail: the kernel may be removing it now, with the network namespace of its other end
         runQuietly(ip({"link", "delete", hostInterface}));
     }
 }
@@ -154,7 +154,7 @@ bool setUpHostSide(const ContainerLink& link, pid_t child) {
     const std::string& host = link.hostInterface;
     const std::string& peer = link.peerInterface;
     const ToolCall calls[] = {
-        // this gives the MTU to the peer alone; the host end gets it with the last call
+        // sets the MTU of the peer only; the last call sets that of the host's end
         ip({"link", "add", host, "type", "veth", "peer", "name", peer, "mtu", mtu}),
         ip({"link", "set", peer, "netns", std::to_string(child)}),
         routeLocalnet(host),
@@ -164,7 +164,7 @@ bool setUpHostSide(const ContainerLink& link, pid_t child) {
         ip({"link", "set", host, "up", "mtu", mtu}),
     };
     for (const ToolCall& call : calls) {
-        run(call);  // the rest is as useful without it
+        run(call);  // a failure does not make the others useless
     }
     return !interfaceExists(peer);
 }
@@ -185,7 +185,7 @@ bool setUpContainerSide(const ContainerLink& link, std::optional<gid_t> group) {
         calls.push_back(
             sysctl(StringUtil::sprintf("net.ipv4.ping_group_range=%u %u", *group, *group)));
     }
-    // a connection to the container's own 127.0.0.1:3306 crosses the pair to the host's end
+    // the container's 127.0.0.1:3306 is redirected to the host's end of the pair
     calls.push_back(iptables(loopbackMasqueradeRule(host, kContainerInterface), "-A"));
     calls.push_back(iptables(loopbackDatabaseRule(host), "-A"));
     for (const ToolCall& call : calls) {

@@ -3,7 +3,7 @@
 namespace {
 
 constexpr const char* kContainerRange = "100.64.0.0/10";
-constexpr std::int32_t kNoSuchRule = 1;  // iptables(8) -D; its other failures have other statuses
+constexpr std::int32_t kNoSuchRule = 1;  // of iptables(8) -D; other failures have other statuses
 constexpr const char* kLoopback = "127.0.0.1";
 constexpr const char* kDatabasePort = "3306";
 

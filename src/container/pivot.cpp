@@ -58,11 +58,11 @@ void pivotInto(const std::string& newRootPath, const FileDescriptor& expectedRoo
     require(newRoot.get(), "open(newRoot) failed: ");
     require(::fchdir(newRoot.get()), "fchdir(newRoot) failed: ");
     newRoot.reset();
-    // The old root ends up mounted over the new one, pivot_root(2), where the working directory
-    // holds it. Deliberate: the text is that of opening the new root.
+    // Afterwards the old root is mounted over the new one, and the working directory keeps it
+    // reachable, see pivot_root(2). Deliberate: the error text is that of opening the new root.
     require(static_cast<int>(::syscall(SYS_pivot_root, ".", ".")), "open(newRoot) failed: ");
     require(::fchdir(oldRoot.get()), "fchdir(oldRoot) failed: ");
-    // so that detaching the old root does not detach anything of the host
+    // so that detaching the old root detaches nothing on the host
     require(::mount(nullptr, ".", nullptr, MS_SLAVE | MS_REC, nullptr),
             "mount(MS_SLAVE|MS_REC) failed: ");
     require(::umount2(".", MNT_DETACH), "umount2() failed: ");

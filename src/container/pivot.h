@@ -1,11 +1,12 @@
-// Makes a prepared directory tree the root of this mount namespace, and nothing else left in it.
+// Makes a prepared mount the root of this mount namespace and detaches everything else,
+// pivot_root(2).
 #pragma once
 
 #include <string>
 
 #include "util/file_descriptor.h"
 
-/// Pivots into the mount at `newRootPath` and detaches the old root. `expectedRoot` is that mount
-/// as it was when it was made: afterwards "/" must be there once and be it, else the old root is
-/// detached again. Leaves the process at "/". Throws std::runtime_error.
+/// Pivots into the mount at `newRootPath`, detaches the old root and leaves the process at "/".
+/// `expectedRoot` is that mount, opened when it was created: afterwards "/" must be mounted exactly
+/// once and be that mount, else the old root is detached again. Throws std::runtime_error.
 void pivotInto(const std::string& newRootPath, const FileDescriptor& expectedRoot);

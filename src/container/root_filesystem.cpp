@@ -29,7 +29,7 @@ std::string layersOption() {
     return std::string("lowerdir=") + kLayer + ":" + kLowerRoot;
 }
 
-/// False when a mount made at "/mnt" could come out in the host's namespace.
+/// False when a mount at "/mnt" could propagate to the host's namespace.
 bool isPrivateAlready() {
     MountTable table;
     readMountTable(table, "/", kMountInfo);
@@ -42,7 +42,8 @@ bool isPrivateAlready() {
     return true;
 }
 
-/// From here on mounts of the host still arrive, but none of ours goes out.
+/// From here on the host's mounts still propagate into this namespace, and none of ours to the
+/// host.
 void stopPropagation() {
     if (::mount("none", "/", nullptr, MS_REC | MS_SLAVE, nullptr) != 0) {
         reportSystemError("mount(unshare) failed: ");
@@ -59,9 +60,8 @@ void hideRuntimeDirectory(Pinned pinned) {
         }
         reportSystemError("umount(kiv) failed: ");
     }
-    // Busy as soon as other containers run: their namespace files came along as mounts below it.
-    // Detached all the same: no namespace file of another container is to be in reach of what is
-    // mounted from here on.
+    // MNT_DETACH, because the directory is busy when other containers run: the new namespace has
+    // copies of their namespace mounts. None of those may stay in reach of what is mounted next.
     ::umount2(runtimeDirectory.c_str(), MNT_DETACH);
 }
 
@@ -77,7 +77,7 @@ FileDescriptor mountOverlay(const std::string& userName) {
         throw systemError("Cannot create tmpfs at /mnt: ");
     }
     makeDirectory(kLowerRoot, "mkdir(root) failed: ");
-    // not recursive: only the root file system itself, none of what the host has mounted on it
+    // not recursive: only the root file system itself, without the mounts on it
     if (::mount("/", kLowerRoot, nullptr, MS_BIND, nullptr) != 0) {
         throw systemError("bind-mount(root) failed: ");
     }
@@ -93,7 +93,7 @@ FileDescriptor mountOverlay(const std::string& userName) {
     return FileDescriptor(::open(kTempRoot, O_PATH | O_DIRECTORY | O_CLOEXEC));
 }
 
-/// Whoever enters the namespace from now on finds an empty directory that nobody may read.
+/// From now on anyone who enters the namespace sees an empty directory that nobody may read.
 void coverRoot() {
     const unsigned long flags = MS_RDONLY | MS_NOSUID | MS_NODEV | MS_NOEXEC;
     if (::mount("none", "/", "tmpfs", flags, "mode=0") != 0) {
@@ -111,7 +111,7 @@ void buildRootFilesystem(const std::string& userName, const std::optional<Passwo
     const FileDescriptor root = mountOverlay(userName);
     if (account && !account->homeDirectory.empty()) {
         const bool isBound = mountHome(root, account->homeDirectory);
-        // a container without its home is better than none, but not better than the earlier view
+        // a container without its home is better than none, but worse than the earlier view
         if (!isBound && pinned == Pinned::Some) {
             throw std::runtime_error("the home cannot be mounted, giving up");
         }

@@ -21,12 +21,14 @@ namespace {
 constexpr const char* kEmptyDirectory = "/mnt/empty-dir";
 constexpr unsigned long kRunFlags = MS_NOSUID | MS_NODEV | MS_NOEXEC | MS_RELATIME;
 
-/// What bindOnto returns when the target is the root itself; mount(2) has no other use for it here.
+/// The result of bindOnto when the target is the root itself; mount(2) does not return this error
+/// here.
 constexpr int kIsRoot = EBUSY;
 
-/// Mounts `source` at `path` below `root`. The errno of what failed first, 0 when it is mounted; a
-/// source that could not be opened has left its own. The root itself is no target: what covers it
-/// would be neither the container's view nor leave anything to pivot into.
+/// Mounts `source` at `path` below `root`. Returns 0, or the errno of the first failure; for a
+/// source that could not be opened that is the errno which opening it left. The root itself is
+/// refused as a target: a mount over it would hide the container's view, and there would be nothing
+/// to pivot into.
 int bindOnto(const FileDescriptor& source, const FileDescriptor& root, const std::string& path) {
     if (!source.valid()) {
         return errno;
@@ -73,7 +75,7 @@ void coverProcPaths(const FileDescriptor& root) {
     }
 }
 
-/// Where login programs note sessions; optional, so a failure is at most a warning.
+/// Login programs record sessions in it, utmp(5). Optional, so a failure is at most a warning.
 void createUtmp(const std::string& run) {
     const FileDescriptor utmp(
         ::open((run + "/utmp").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0664));
@@ -88,7 +90,7 @@ void mountRun() {
     if (::mount(nullptr, run.c_str(), "tmpfs", kRunFlags, "size=1m,mode=755") != 0) {
         throw systemError("Cannot create tmpfs at /run: ");
     }
-    // a place for the database's socket; without it clients still reach the database by address
+    // for the database's socket; without the directory clients still reach the database by address
     ::mkdir((run + "/mysqld").c_str(), 0755);
     createUtmp(run);
 }
@@ -105,9 +107,9 @@ bool mountHome(const FileDescriptor& root, const std::string& home) {
     if (!S_ISDIR(status.st_mode)) {
         return true;
     }
-    // In the top layer, and from the running host: a home on a file system of its own is not below
-    // the lower root. Nothing may look the path up in the overlay before: it would remember its
-    // absence.
+    // Creates the mount point in the top layer, with the owners and modes of the running host: a
+    // home on its own file system is not below the lower root. Nothing may look the path up in the
+    // overlay before this: the overlay would cache that it does not exist.
     TreeMirror("", kLayer).mirror(componentsOf(home));
     int error = bindOnto(source, root, home);
     if (error != 0) {
@@ -119,8 +121,8 @@ bool mountHome(const FileDescriptor& root, const std::string& home) {
     const bool isBound = error == 0;
     const std::string tmp = home + "/tmp";
     progress("tmpdir: " + tmp);
-    // the account may put a link there, which would lead root elsewhere; the slash has an
-    // automounter mount it
+    // the account may put a link there, which root must not follow; the slash makes an automounter
+    // mount the directory
     error = bindOnto(openBeneath(source, "tmp/"), root, "/tmp");
     if (error != 0) {
         report("mount(" + tmp + ") to /tmp failed: " + errorText(error));
@@ -137,7 +139,7 @@ void mountPrivateParts(const FileDescriptor& root) {
 
 void mountBinds(const FileDescriptor& root) {
     for (const std::string& path : configuration().bind) {
-        // mount(2) refuses an empty source before it looks for a file of that name
+        // mount(2) refuses an empty source with EINVAL, before it looks for a file
         const int error = path.empty()
                               ? EINVAL
                               : bindOnto(openThroughRootLinks(path, LastLink::Follow), root, path);

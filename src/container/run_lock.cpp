@@ -18,7 +18,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
-constexpr const char* kLockFile = "/.lock";  // no user name and kind, so no namespace file's name
+constexpr const char* kLockFile = "/.lock";  // without "@", so no namespace file has this name
 constexpr mode_t kLockFileMode = 0600;
 constexpr off_t kRuntimeDirectoryByte = off_t{1} << 32;  // beyond every user id
 constexpr off_t kSourceNatByte = kRuntimeDirectoryByte + 1;
@@ -29,12 +29,12 @@ constexpr useconds_t kLookInterval = 10'000;  // microseconds
 struct Request {
     off_t byte;
     short mode;           ///< F_RDLCK or F_WRLCK
-    std::string waiting;  ///< said when the wait is long
+    std::string waiting;  ///< printed when the wait is long
     std::optional<milliseconds> atMost;
 };
 
-/// On a read-only file system an existing file is opened for reading. Only shared locks are to be
-/// had then; but no new container either.
+/// On a read-only file system an existing file is opened for reading. That allows only shared
+/// locks, but no container can be created there anyway.
 FileDescriptor openLockFile() {
     const std::string path = runtimeDirectory + kLockFile;
     FileDescriptor file(
@@ -49,7 +49,7 @@ bool isReadOnly(const FileDescriptor& file) {
     return (::fcntl(file.get(), F_GETFL) & O_ACCMODE) == O_RDONLY;
 }
 
-/// 0, or errno.
+/// Returns 0, or errno.
 int tryLock(const FileDescriptor& file, const Request& request, int command) {
     struct flock lock {};
     lock.l_type = isReadOnly(file) ? static_cast<short>(F_RDLCK) : request.mode;
@@ -63,7 +63,7 @@ bool isHeldByAnother(int error) {
     return error == EAGAIN || error == EACCES;
 }
 
-/// Once for each text in a run: stop waits twice, before and after it has ended processes.
+/// Prints each text only once per run: stop waits twice, before and after it has ended processes.
 void sayOnce(const std::string& waiting) {
     static std::string said;
     if (said != waiting) {
@@ -72,9 +72,9 @@ void sayOnce(const std::string& waiting) {
     }
 }
 
-/// Looks again and again while somebody else has the lock: one account's lock is soon free, and a
-/// blocked wait would need a timer to end. After the line about a long wait, a caller without a
-/// limit does wait blocked. 0, or errno; ETIMEDOUT when the time is over.
+/// Polls while another process has the lock: an account's lock is soon free, and a blocking wait
+/// would need a timer to end it. A caller without a limit blocks once the line about a long wait is
+/// printed. Returns 0, or errno; ETIMEDOUT when the time is over.
 int waitForLock(const FileDescriptor& file, const Request& request) {
     const Clock::time_point begin = Clock::now();
     int error = tryLock(file, request, F_OFD_SETLK);
@@ -96,7 +96,7 @@ int waitForLock(const FileDescriptor& file, const Request& request) {
     return error;
 }
 
-/// A plain file in its place holds no namespaces either; start has its own words for that.
+/// A plain file in its place holds no namespaces either; start reports that in its own words.
 bool meansNoRuntimeDirectory(int error) {
     return error == ENOENT || error == ENOTDIR;
 }

@@ -12,7 +12,7 @@
 
 namespace {
 
-/// The exit status. Throws std::runtime_error when there is no view that may be entered.
+/// Returns the exit status. Throws std::runtime_error when there is no view that may be entered.
 int setUp(const SetUpPlan& plan, const RunMark& mark) {
     int status = EXIT_SUCCESS;
     if ((plan.flags & CLONE_NEWNET) != 0) {
@@ -24,8 +24,8 @@ int setUp(const SetUpPlan& plan, const RunMark& mark) {
     if ((plan.flags & CLONE_NEWNS) != 0) {
         buildRootFilesystem(plan.userName, plan.account, plan.pinned);
     }
-    // not after a parent that died before it had pinned everything: that has released this process
-    // too
+    // a parent that died before it had pinned everything also releases this process; the mark stays
+    // then
     if (mayClear(mark.read())) {
         mark.clear();
     }
@@ -39,7 +39,7 @@ void runSetUpChild(const SetUpPlan& plan, const RunMark& mark) noexcept {
     try {
         status = setUp(plan, mark);
     } catch (const std::exception& error) {
-        // as the parent would print it: with -a each line names its account
+        // in the parent's format: with -a each line names its account
         const bool all = userName() == nullptr;
         report(std::string(programName()) + ": " +
                (all ? failureLine(plan.userName, error) : error.what()));

@@ -11,10 +11,10 @@
 #include "util/interrupted_run.h"
 #include "util/util.h"
 
-/// Of whoever sets up: modes of what is created must not depend on the caller's.
+/// The umask during set-up, so that the modes of created files do not depend on the caller's umask.
 inline constexpr mode_t kSetUpUmask = 022;
 
-/// What the child is to do, settled before the fork.
+/// What the child is to do, decided before the fork.
 struct SetUpPlan {
     std::string userName;
     ContainerLink link;
@@ -23,8 +23,8 @@ struct SetUpPlan {
     Pinned pinned = Pinned::Unknown;
 };
 
-/// The child after its release: wires its end of the network, builds the view, clears the mark when
-/// the view is complete, and ends the process: with 0, with 71 after a failed network command or an
-/// error. An error is printed here, as the program prints those of the parent, and travels no
-/// further: the parent's frames are only copies in this process.
+/// The child after its release: sets up its end of the network, builds the view, clears the mark
+/// when the view is complete, and ends the process: status 0, or 71 (EX_OSERR of sysexits.h(3head))
+/// after an error or a failed network command. Errors are printed here in the parent's format and
+/// never propagate: the parent's stack frames are only copies in this process.
 [[noreturn]] void runSetUpChild(const SetUpPlan& plan, const RunMark& mark) noexcept;

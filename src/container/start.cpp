@@ -31,8 +31,8 @@
 
 namespace {
 
-/// The namespace would be bound to what the link leads to. Only root can have put it there; exec
-/// refuses it too.
+/// Refuses a symbolic link: the namespace would be mounted on its target. Only root can have
+/// created it; exec refuses it too.
 void refuseLink(const std::string& path) {
     struct stat status {};
     if (::lstat(path.c_str(), &status) != 0) {
@@ -45,8 +45,8 @@ void refuseLink(const std::string& path) {
     }
 }
 
-/// What was pinned and never completed does not count as running: its view may be one of the whole
-/// host, and its network may lack addresses.
+/// Unpins the namespaces that an interrupted run pinned and never completed. They do not count as
+/// running: the view may show the whole host, and the network may lack addresses.
 void unpinInterrupted(const ContainerHandle& handle, const InterruptedRun& run) {
     for (const NamespaceKind& kind : kNamespaceKinds) {
         const std::string path = namespaceFile(handle.userName, kind.name);
@@ -60,7 +60,8 @@ void unpinInterrupted(const ContainerHandle& handle, const InterruptedRun& run) 
     }
 }
 
-/// Rules that were added a second time would outlive the next stop, which removes each once.
+/// Throws unless an interrupted run's rules are gone. stop removes each rule once, so a rule added
+/// a second time would outlive the next stop.
 void requireNoLeftNetwork(const ContainerLink& link) {
     // without iptables none is added either
     if (removeLeftNetwork(link.hostInterface, link.hostAddress) == LeftRules::Unknown) {
@@ -68,7 +69,7 @@ void requireNoLeftNetwork(const ContainerLink& link) {
     }
 }
 
-/// False when nothing can be mounted on any of the account's namespace files: there are none.
+/// False when none of the account's namespace files exists, so that none can have a mount.
 bool hasNamespaceFile(const ContainerHandle& handle) {
     return std::any_of(std::begin(kNamespaceKinds), std::end(kNamespaceKinds),
                        [&handle](const NamespaceKind& kind) {
@@ -78,7 +79,7 @@ bool hasNamespaceFile(const ContainerHandle& handle) {
                        });
 }
 
-/// Makes sure that each missing namespace has its file, and returns the unshare(2) flags of those.
+/// Creates the file of each missing namespace and returns the unshare(2) flags of these namespaces.
 int missingNamespaces(const ContainerHandle& handle) {
     static CurrentMounts mounts(runtimeDirectory);
     const MountTable nothing;
@@ -95,7 +96,7 @@ int missingNamespaces(const ContainerHandle& handle) {
     return flags;
 }
 
-/// What exec must not enter is marked before it exists.
+/// Sets the mark before the namespaces exist, because exec must not enter incomplete ones.
 void setMark(const RunMark& mark, const InterruptedRun& run) {
     if (!mark.write(run)) {
         throw systemError(runtimeDirectory, ": cannot mark a container that is being started: ");
@@ -116,9 +117,10 @@ void pinNamespaces(const ContainerHandle& handle, pid_t child, int flags) {
     }
 }
 
-/// Creates the namespaces of the plan in a child, wires and pins them, and has the child build what
-/// is inside. Signals are not held back: when this process ends, by Ctrl-C say, the kernel ends the
-/// child and the host tool that is running, and the mark tells the next run what is incomplete.
+/// Creates the plan's namespaces in a child, connects and pins them, and lets the child build the
+/// view. Signals are not blocked: when this process is ended, by Ctrl-C for example, the kernel
+/// also ends the child and the running host tool, and the mark tells the next run what is
+/// incomplete.
 void createNamespaces(const ContainerHandle& handle, const SetUpPlan& plan, const RunMark& mark) {
     setMark(mark, {plan.flags});
     ScopeGuard nothingWasMade([&mark] { mark.clear(); });
@@ -128,7 +130,8 @@ void createNamespaces(const ContainerHandle& handle, const SetUpPlan& plan, cons
         runSetUpChild(plan, mark);
     }
     FileDescriptor sync(syncFd);
-    // on every way out the child is released and waited for; only then the mark may be cleared
+    // every exit from this scope releases the child and waits for it; only then may the mark be
+    // cleared
     const ScopeGuard neverLeaveTheChild([child, &sync] { releaseAndWait(child, sync); });
     requireOwnNamespaces(child, plan.flags);
     nothingWasMade.dismiss();
@@ -167,10 +170,10 @@ void startContainer(ContainerHandle& handle, const IpNetwork& network) {
     }
     plan.flags = missingNamespaces(handle);
     if (plan.flags == 0) {
-        mark.clear();  // of a stop that was killed before it had taken anything
+        mark.clear();  // left by a stop that was killed before it removed anything
         return;        // running already
     }
-    // not before: the C library reads the password file from its start for it
+    // not earlier: this look-up reads the whole password file
     plan.account = Util::getpwuid(handle.uid);
     if ((plan.flags & CLONE_NEWNET) != 0) {
         const RunMark leftPair = RunMark::ofLeftPair(handle.userName);

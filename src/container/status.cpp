@@ -19,7 +19,7 @@ void statusCommand(const char* user) {
         const ContainerHandle handle(account.name);
         ContainerStatus status(handle);
         collectStatus(status);
-        status.handle = nullptr;  // the handle ends with its account's turn
+        status.handle = nullptr;  // the handle is destroyed before the next account
         statuses.push_back(std::move(status));
     });
     if (user != nullptr) {

@@ -12,7 +12,7 @@
 
 namespace {
 
-/// What is shown of one controller.
+/// One controller's column.
 struct Figure {
     const char* label;
     const char* heading;
@@ -28,11 +28,11 @@ constexpr std::array kFigures = {
            &ContainerStatus::memoryCurrent, &ContainerStatus::memoryHigh},
 };
 
-/// The columns that stand after the number, as in "  (25%)".
+/// The width of the text after the number, as in " (25%)".
 constexpr std::size_t kSuffixWidth = 7;
 constexpr const char* kInfinite = "    (∞)";  // nine bytes on seven columns
 
-/// Colours and the infinity signs, at most.
+/// At most this many bytes of a line take no column: colours and infinity signs.
 constexpr std::size_t kExtraBytes = 16;
 
 struct Layout {
@@ -75,7 +75,7 @@ std::size_t digits(std::int64_t number) {
     return count;
 }
 
-/// Where no account has the figure there is room for a 0.
+/// At least the width of a 0, when no account has the figure.
 std::size_t figureWidth(const Figure& figure, const std::list<ContainerStatus>& statuses) {
     std::optional<std::int64_t> largest;
     for (const ContainerStatus& status : statuses) {
@@ -177,12 +177,12 @@ void printStatusTable(const std::list<ContainerStatus>& statuses) {
     const Layout layout = layOut(statuses);
     const std::string rule = ruleLine(layout);
     std::string table = rule + headerLine(layout) + rule;
-    // a line of the table and the bytes that take no column; growing would need the room twice
+    // a line of the table plus the bytes that take no column; growing would need twice the memory
     table.reserve(table.size() + (statuses.size() + 1) * (rule.size() + kExtraBytes));
     for (const ContainerStatus& status : statuses) {
         appendStatus(table, status, layout);
     }
-    // one write: a table of thousands of accounts neither trickles nor costs a call for each line
+    // one write: a table of thousands of accounts appears at once and does not cost a call per line
     table += rule;
     print(table);
     flushOutput();

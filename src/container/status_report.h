@@ -1,5 +1,5 @@
-// What the status command prints: one account's report, or the table of all. Panels read both:
-// neither changes with the width of the terminal.
+// The output of the status command: one account's report, or the table of all. Panels parse both,
+// so neither depends on the terminal's width.
 #pragma once
 
 #include <cstdint>
@@ -8,14 +8,14 @@
 
 #include "container/container_status.h"
 
-/// A line for each thing that is known. A missing limit is left out here, and shown as infinite in
-/// the table.
+/// Prints one line per known figure. A missing limit is left out here; the table shows it as
+/// infinite.
 void printStatus(const ContainerStatus& status);
 
-/// The table, also of no account. Columns are as wide as their texts are in bytes; a percentage of
-/// five digits and more makes its own line longer.
+/// Prints the table, even without accounts. Columns are as wide as their longest text in bytes; a
+/// percentage of five or more digits makes its line longer.
 void printStatusTable(const std::list<ContainerStatus>& statuses);
 
-/// current × 100 / limit in signed 64-bit arithmetic, truncated towards zero, in decimal: a product
-/// that does not fit wraps. `limit` is greater than 0.
+/// current × 100 / limit in signed 64-bit arithmetic, truncated towards zero, in decimal. A product
+/// that does not fit wraps around. `limit` must be greater than 0.
 std::string percentage(std::int64_t current, std::int64_t limit);

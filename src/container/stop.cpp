@@ -32,7 +32,7 @@
 
 namespace {
 
-// deliberate: "cgroup" too, which start does not make, and in an order of its own
+// deliberate: also "cgroup", which start does not create, and in another order than start's
 constexpr const char* kStoppedKinds[] = {"ipc", "mnt", "net", "cgroup"};
 constexpr const char* kNetworkKind = "net";
 constexpr const char* kViewKind = "mnt";
@@ -54,8 +54,8 @@ bool isHosts(const char* kind, std::uint64_t inode) {
     return false;
 }
 
-/// The inode to look for. A plain file's number may be that of any namespace, and the host's own
-/// namespaces are the whole host's: neither is looked for.
+/// The inode to search for, or 0. A plain file's inode number may equal that of some namespace, and
+/// all of the host's processes are in the host's own namespaces: neither is searched for.
 std::uint64_t inodeToFind(const std::string& path, const char* kind, std::uint64_t inode) {
     return mayBeNamespace(path) && !isHosts(kind, inode) ? inode : 0;
 }
@@ -84,12 +84,12 @@ std::vector<pid_t> distinctProcesses(const std::list<NamespaceEntry>& entries) {
     return distinct;
 }
 
-/// Each pid is printed before it is signalled, so that what ends kivctl half-way leaves a true
-/// record.
+/// Each pid is printed before it is signalled, so that the record is true even if kivctl is ended
+/// half-way.
 void terminateProcesses(const std::string& user, const std::vector<pid_t>& pids,
                         const std::list<NamespaceEntry>& entries) {
     printError(user + ": terminating processes: ");
-    const ScopeGuard lineEnd([] { printError("\n"); });  // before an error's own line too
+    const ScopeGuard lineEnd([] { printError("\n"); });  // also before an error's own line
     const char* separator = "";
     for (const pid_t pid : pids) {
         printError(separator + std::to_string(pid));
@@ -103,8 +103,8 @@ bool isListed(pid_t pid) {
     return ::stat((kProcesses + ("/" + std::to_string(pid))).c_str(), &status) == 0;
 }
 
-/// Waits for the full time even when nobody is left earlier, deliberately. A process that its
-/// parent has not waited for is still listed, and counts.
+/// Deliberate: waits for the full time even when all have ended earlier. A zombie, which its parent
+/// has not waited for, is still listed and counts.
 bool haveEnded(std::vector<pid_t> pids) {
     for (int pass = 0; pass < kPasses; ++pass) {
         ::usleep(kPassTime);
@@ -115,11 +115,11 @@ bool haveEnded(std::vector<pid_t> pids) {
 
 struct HostAddress {
     std::optional<std::string> text;
-    std::string failure;  ///< why there is none
+    std::string failure;  ///< why there is no address
 };
 
 /// A registry line that was changed while the container ran may name a network without the address.
-/// What can be stopped without it is stopped.
+/// What can be stopped without the address is stopped.
 HostAddress hostAddressOf(const IpNetwork& network) {
     try {
         return {std::string(network.getAddress(1)), ""};
@@ -128,23 +128,23 @@ HostAddress hostAddressOf(const IpNetwork& network) {
     }
 }
 
-/// Whether it was changed or taken away while the lock was free; by somebody else's stop, say, and
-/// even a start after that. What cannot be examined is still there to be reported on.
+/// Whether the file was replaced or removed while the lock was free, for example by another stop,
+/// and a start after it. A file that cannot be examined counts as unchanged, so that the failure is
+/// reported later.
 bool hasChanged(const NamespaceEntry& entry) {
     const auto file = identityOf(entry.path);
     return file ? *file != entry.file : errno == ENOENT;
 }
 
-/// A refresh changes the view and nothing else: while the network is the one that was found, it is
-/// still the container to be stopped.
+/// A refresh replaces only the view: as long as the network namespace is the one that was found, it
+/// is still the container to be stopped.
 bool isSameContainer(const std::list<NamespaceEntry>& entries) {
     return std::any_of(entries.begin(), entries.end(), [](const NamespaceEntry& entry) {
         return entry.kind == kNetworkKind && !hasChanged(entry);
     });
 }
 
-/// False when a rule may still be there. Without an address nobody can tell what the database's
-/// rule looks like.
+/// False when a rule may still be there. Without an address the database's rule is not known.
 bool removeRules(const std::string& interface, const std::optional<std::string>& address) {
     std::vector<PacketRule> rules = {rejectRule(interface)};
     if (address) {
@@ -158,8 +158,8 @@ bool removeRules(const std::string& interface, const std::optional<std::string>&
     return gone;
 }
 
-/// True when nothing is mounted on the file any more. A mount that stays is left with its file and
-/// its rules.
+/// True when nothing is mounted on the file any more. When the mount stays, its file and its rules
+/// stay too.
 bool removeNamespaceFile(const std::string& path) {
     // EINVAL: not a mount point, which a start that failed half-way leaves
     if (::umount(path.c_str()) != 0 && errno != EINVAL) {
@@ -169,12 +169,12 @@ bool removeNamespaceFile(const std::string& path) {
     if (::unlink(path.c_str()) != 0) {
         reportSystemError("Cannot delete ", path, ": ");
     }
-    // deliberate: tells of the step, also when the file could not be deleted
+    // deliberate: printed even when the file could not be deleted
     progress("Unmounted and deleted " + path);
     return true;
 }
 
-/// The kinds that are held in spite of the stop.
+/// The unshare(2) flags of the kinds that are still pinned after the stop.
 int stillPinned(const std::string& userName) {
     int kinds = 0;
     for (const NamespaceKind& kind : kNamespaceKinds) {
@@ -183,7 +183,8 @@ int stillPinned(const std::string& userName) {
     return kinds;
 }
 
-/// Removes the files, and the rules with the network's file. False when rules may still be there.
+/// Removes the namespace files, and the packet rules together with the network's file. False when
+/// rules may still be there.
 bool removeFiles(const std::string& interface, const std::optional<std::string>& address,
                  const std::list<NamespaceEntry>& entries, const RunMark& mark,
                  bool wasInterrupted) {
@@ -197,8 +198,9 @@ bool removeFiles(const std::string& interface, const std::optional<std::string>&
         }
         const bool takesRules = entry.kind == kNetworkKind;
         if (takesRules && !wasInterrupted) {
-            // Without the file nothing else shows that rules are left, should this process be
-            // killed before it removes them. What cannot be marked is stopped all the same.
+            // If this process is killed after it removed the file and before it removed the rules,
+            // only the mark shows that rules are left. The stop continues when the mark cannot be
+            // written.
             [[maybe_unused]] const bool marked = mark.write({CLONE_NEWNET});
         }
         if (removeNamespaceFile(entry.path) && takesRules) {
@@ -217,8 +219,8 @@ void removeMarkedPair(const std::string& userName, const std::string& interface)
     }
 }
 
-/// Removes what an interrupted run has left of a network that is not held any more. False when
-/// rules may still be there.
+/// Removes what an interrupted run left of a network that nothing holds any more. False when rules
+/// may still be there.
 bool removeInterruptedNetwork(const std::string& interface,
                               const std::optional<std::string>& address) {
     const bool gone = removeLeftNetwork(interface, address) == LeftRules::None;
@@ -228,7 +230,7 @@ bool removeInterruptedNetwork(const std::string& interface,
     return gone;
 }
 
-/// A mark that cannot be written leaves the earlier one, which covers more.
+/// Replaces the mark. If that fails, the earlier mark stays, which covers more.
 void leaveMark(const RunMark& mark, const std::optional<InterruptedRun>& left) {
     if (!left) {
         mark.clear();
@@ -237,8 +239,8 @@ void leaveMark(const RunMark& mark, const std::optional<InterruptedRun>& left) {
     }
 }
 
-/// Takes the container down. False when packet rules may still be there; the mark then makes the
-/// next start or stop look for them.
+/// Unpins the container. False when packet rules may still be there; the mark then makes the next
+/// start or stop search for them.
 bool unpin(ContainerHandle& handle, const std::optional<std::string>& address,
            const std::list<NamespaceEntry>& entries) {
     const RunMark mark(handle.userName);
@@ -250,7 +252,7 @@ bool unpin(ContainerHandle& handle, const std::optional<std::string>& address,
     if ((pinned & CLONE_NEWNET) == 0) {
         removeMarkedPair(handle.userName, interface);
         if (wasInterrupted) {
-            // looks for the rules once more, so that only its answer counts
+            // searches for the rules once more, so only its answer counts
             rulesAreGone = removeInterruptedNetwork(interface, address);
         }
     }
@@ -279,7 +281,7 @@ void stopContainer(ContainerHandle& handle, const IpNetwork& network) {
     const std::vector<pid_t> pids = distinctProcesses(entries);
     if (!pids.empty()) {
         terminateProcesses(handle.userName, pids, entries);
-        lock.reset();  // a start of the account need not wait for its processes
+        lock.reset();  // a start of the account must not wait for the processes to end
         if (!haveEnded(pids)) {
             report("still processes left, aborting.");
             return;
@@ -287,8 +289,8 @@ void stopContainer(ContainerHandle& handle, const IpNetwork& network) {
         lock = lockAccount(handle);
     }
     const HostAddress address = hostAddressOf(network);
-    // without a lock there was no runtime directory, and what is in one that somebody has made
-    // meanwhile is that start's
+    // an invalid lock means that there was no runtime directory; if one exists now, its content
+    // belongs to a later start
     const bool complete = !lock.valid() || unpin(handle, address.text, entries);
     if (!address.text) {
         throw std::runtime_error(

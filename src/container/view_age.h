@@ -1,4 +1,4 @@
-// How old a container's view of the host is, and what has changed since it was built.
+// The age of a container's view of the host, and whether the host has changed since it was built.
 #pragma once
 
 #include <chrono>
@@ -6,24 +6,25 @@
 #include <optional>
 #include <string>
 
-/// Wall-clock time. It comes from the kernel's coarse clock: changes within a few milliseconds of
-/// each other may have the same one.
+/// Wall-clock time in nanoseconds since 1970. File times come from the kernel's coarse clock:
+/// changes within a few milliseconds of each other may have the same time.
 using Instant = std::chrono::sys_time<std::chrono::nanoseconds>;
 
-/// The packages of the host: dpkg(1) rewrites the file whenever it has changed one.
+/// The list of the host's packages. dpkg(1) rewrites it whenever it has changed a package.
 inline constexpr const char* kPackageStatus = "/var/lib/dpkg/status";
 
-/// When the namespace that is pinned at the path got its file; nothing when none is pinned there.
-/// The kernel makes that file when the namespace is pinned, and keeps it while it is.
+/// When the namespace at the path was pinned; nothing when none is pinned there. It is the time of
+/// the namespace's own inode, which the kernel creates when the namespace is pinned and keeps while
+/// it is pinned.
 std::optional<Instant> pinnedAt(const std::string& namespaceFile);
 
-/// The last change of the file, also one that has left its modification time as it was, such as a
-/// rename over it; nothing when it cannot be examined.
+/// The time of the file's last change (st_ctim of inode(7)), which also shows a change that keeps
+/// the modification time, such as a rename over the file. Nothing when it cannot be examined.
 std::optional<Instant> changedAt(const std::string& path);
 
-/// Whether one of the files has changed since. The host's account files do not belong to them:
-/// every new account changes them, and of all their lines a view keeps its own account's.
+/// Whether one of the files has changed since. Do not pass the host's account files: every new
+/// account changes them, while a view has only the lines of its own account.
 bool haveChangedSince(Instant when, std::initializer_list<const char*> paths);
 
-/// As "2026-11-21T22:17:08Z".
+/// The time in the form "2026-11-21T22:17:08Z" (UTC, seconds).
 std::string utcText(Instant when);
