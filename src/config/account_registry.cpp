@@ -13,7 +13,7 @@ namespace {
 
 constexpr std::string_view kNetSetting = "net=";
 
-/// `unknown` gets each setting that there is not.
+/// Parses the words of a registry line. Calls `unknown` with each setting that does not exist.
 template <typename Unknown>
 void parseSettings(AccountEntry& entry, WordReader& words, const Unknown& unknown) {
     for (auto word = words.next(); !word.empty(); word = words.next()) {
@@ -25,8 +25,8 @@ void parseSettings(AccountEntry& entry, WordReader& words, const Unknown& unknow
     }
 }
 
-/// Calls `take` with the number, the account's name and the settings of each line that has an
-/// account. 0, or the errno of a read that failed.
+/// Calls `take` with the line number, the account's name and the settings of each line with an
+/// account. Returns 0, or the errno of a failed read.
 template <typename Take>
 int readLines(const char* registry, const Take& take) {
     LineReader file(registry);

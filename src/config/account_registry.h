@@ -13,11 +13,11 @@ struct AccountEntry {
 
 inline constexpr const char* kAccountRegistry = "/etc/tarnwell/kiv.users";
 
-/// Appends the registry's accounts in file order: those named `user` exactly, or all when `user` is
-/// empty. An account on several lines comes several times. An unknown setting is reported on
-/// standard error and left out; no line is rejected. Throws std::runtime_error when the registry
-/// cannot be opened. Nothing is cached. 0, or the errno of a failed read, behind which accounts are
-/// missing.
+/// Appends the registry's accounts in file order: those whose name is exactly `user`, or all when
+/// `user` is empty. An account on several lines is appended several times. An unknown setting is
+/// reported on standard error and ignored; no line is rejected. Reads the file on every call.
+/// Returns 0, or the errno of a failed read, after which accounts are missing. Throws
+/// std::runtime_error when the registry cannot be opened.
 int readAccounts(std::list<AccountEntry>& result, const std::string& user,
                  const char* registry = kAccountRegistry);
 
@@ -28,13 +28,13 @@ struct RegistryLine {
     std::vector<std::string> unknownSettings;
 };
 
-/// Hands over each line with an account, in file order: for whoever reports on all of a registry.
-/// Returns and throws as readAccounts.
+/// Calls `visit` for each line with an account, in file order: for a program that reports on the
+/// whole registry. Returns and throws like readAccounts.
 int inspectRegistry(const std::function<void(const RegistryLine& line)>& visit,
                     const char* registry = kAccountRegistry);
 
-/// The accounts that a command is for: `user`, or all when it is null (-a). A name that is given
-/// but empty is an account that is not configured; it never means all (a panel's `stop "$unset"`).
-/// Throws std::runtime_error "KIV not configured for requested user" when a name selects nothing,
-/// and what readAccounts throws.
+/// The accounts that a command is for: `user`, or all when it is null (-a). An empty name is an
+/// account that is not configured; it never means all accounts (a panel may run `stop "$unset"`).
+/// Throws std::runtime_error "KIV not configured for requested user" when the name selects no
+/// account, and what readAccounts throws.
 std::list<AccountEntry> selectAccounts(const char* user);

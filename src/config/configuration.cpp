@@ -24,12 +24,12 @@ class Parser {
 public:
     explicit Parser(const Configuration::ItemCheck& itemCheck) : check(itemCheck) {}
 
-    /// Takes an item's text out of the line.
+    /// Moves an item's text out of `line`.
     void parseLine(std::string& line);
 
     Configuration result;
-    unsigned long number = 0;  ///< of the line, where somebody inspects the file, else 0
-    ConfigurationLine latest;  ///< the latest header or item, where somebody inspects the file
+    unsigned long number = 0;  ///< of the line, for `inspect`; else 0
+    ConfigurationLine latest;  ///< the latest header or item, for `inspect`
 
 private:
     using ItemHandler = void (Parser::*)(const std::string& item);
@@ -41,7 +41,7 @@ private:
     void addFilter(const std::string& item);
 
     const Configuration::ItemCheck& check;
-    Configuration::Section currentSection = nullptr;  ///< of the two lists only this has a check
+    Configuration::Section currentSection = nullptr;  ///< only this kind of list is checked
     std::list<std::string>* currentList = nullptr;
     ItemHandler currentHandler = nullptr;
 };
@@ -73,7 +73,7 @@ void Parser::parseLine(std::string& line) {
 }
 
 void Parser::parseHeader(const std::string& line) {
-    // only blanks separate: a tab makes one unknown word of a header
+    // only blanks separate words: a header with a tab is one unknown word
     WordReader words(line, " ");
     const auto keyword = words.next();
     if (keyword.empty() || keyword.front() == '#') {
@@ -106,7 +106,7 @@ void Parser::selectSection(std::string_view keyword) {
         currentHandler = &Parser::addFilter;
         return;
     }
-    // deliberate: an unknown section is accepted, and only an item under it fails
+    // deliberate: an unknown section is accepted, and only an item in it fails
     for (const ListSection& section : kListSections) {
         if (keyword == section.keyword) {
             currentSection = section.list;

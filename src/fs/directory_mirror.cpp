@@ -31,7 +31,7 @@ bool makeLike(const struct stat& source, const std::string& dst) {
     return true;
 }
 
-/// One level: extends both paths by `component` and makes the directory.
+/// Does one level: extends both paths by `component` and creates the directory.
 bool descend(std::string& src, std::string& dst, const std::string& component) {
     if (!component.empty()) {
         src += "/" + component;

@@ -19,8 +19,8 @@
 
 namespace {
 
-constexpr std::size_t kPiece = 16384;       ///< what is collected before it is written
-constexpr mode_t kModeWhileWritten = 0666;  ///< but for the umask
+constexpr std::size_t kPiece = 16384;       ///< bytes that are collected before each write
+constexpr mode_t kModeWhileWritten = 0666;  ///< less the umask
 
 bool writeAll(const FileDescriptor& out, std::string_view text) {
     while (!text.empty()) {
@@ -34,7 +34,8 @@ bool writeAll(const FileDescriptor& out, std::string_view text) {
     return true;
 }
 
-/// The name as an expression that matches just it: an account "a.b" must not see the line of "axb".
+/// The name as an expression that matches only this name: an account "a.b" must not see the line of
+/// "axb".
 std::string escaped(const std::string& userName) {
     std::string text;
     for (const char c : userName) {
@@ -46,8 +47,9 @@ std::string escaped(const std::string& userName) {
     return text;
 }
 
-/// False when not all could be copied. Throws std::runtime_error when the expression does not
-/// compile; `out` is then empty, so that the account sees nothing of the file instead of all of it.
+/// False when not everything could be copied. Throws std::runtime_error when the expression does
+/// not compile; `out` is then empty, so that the account sees nothing of the file instead of all of
+/// it.
 bool copyMatchingLines(LineReader& in, const FileDescriptor& out, std::string expression,
                        const std::string& userName) {
     StringUtil::replaceAll("${USER}", escaped(userName), expression);
@@ -96,7 +98,7 @@ void writeFilteredCopy(const std::string& file, const std::string& expression,
         return;
     }
     progress("Creating file: " + target);
-    ::unlink(target.c_str());  // an earlier step may have left a whiteout or a mount point there
+    ::unlink(target.c_str());  // a whiteout or mount point of an earlier step
     FileDescriptor out(
         ::open(target.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, kModeWhileWritten));
     if (!out.valid()) {
@@ -111,7 +113,7 @@ void writeFilteredCopy(const std::string& file, const std::string& expression,
         report(file + ": " + error.what());
         return;
     }
-    out.reset();  // complete before the account may own it
+    out.reset();  // closed, so complete, before the account becomes its owner
     copyOwnerAndMode(source, target);
 }
 

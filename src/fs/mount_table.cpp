@@ -17,7 +17,7 @@
 
 namespace {
 
-// proc_pid_mountinfo(5) counts from one
+// field numbers of proc_pid_mountinfo(5), which count from one
 constexpr int kRootField = 4;
 constexpr int kMountPointField = 5;
 constexpr int kFirstOptionalField = 7;
@@ -50,11 +50,11 @@ std::optional<MountEntry> parseLine(const std::string& line) {
         field = fields.next();
     }
     const std::string_view type = fields.next();
-    fields.next();  // what is mounted
+    fields.next();  // the mount source
     return MountEntry(mountPoint, root, isPrivate, type, fields.next());
 }
 
-/// Calls `goOnAfter` with each mount in file order until it returns false.
+/// Calls `goOnAfter` with each mount in file order, until it returns false.
 void readMounts(const std::string& path, const std::function<bool(MountEntry&&)>& goOnAfter) {
     LineReader file(path);
     if (!file.opened()) {
@@ -103,7 +103,7 @@ const MountEntry* MountTable::find(const std::string& mountPoint) const {
         for (const MountEntry& entry : entries) {
             sorted.push_back(&entry);
         }
-        // stable: of stacked mounts the lowest is found
+        // stable, so that find returns the lowest of stacked mounts
         std::stable_sort(sorted.begin(), sorted.end(),
                          [](const MountEntry* one, const MountEntry* other) {
                              return one->mountPoint() < other->mountPoint();
@@ -141,7 +141,7 @@ const MountTable& CurrentMounts::table() {
     if (isCurrent()) {
         return latest;
     }
-    // opened before the reading: a change meanwhile is one after it
+    // opened before the table is read, so that a change during the reading shows afterwards
     FileDescriptor opened(::open(kMountInfo, O_RDONLY | O_CLOEXEC));
     watched.reset();
     readMountTable(latest, mountPointPrefix, kMountInfo);

@@ -1,4 +1,4 @@
-// The kernel's list of mounts, as far as the program asks about it. Reads only; mounts nothing.
+// Reads the kernel's list of mounts. Mounts nothing.
 #pragma once
 
 #include <sys/types.h>
@@ -12,8 +12,8 @@
 
 #include "util/file_descriptor.h"
 
-/// One line of proc_pid_mountinfo(5). Texts stay as the kernel writes them: octal escapes such as
-/// \040 are not decoded, so a mount point with a blank matches only a query in the same form.
+/// One line of proc_pid_mountinfo(5), as the kernel writes it: octal escapes such as \040 are not
+/// decoded, so a mount point with a blank matches only a query in the same form.
 class MountEntry {
 public:
     MountEntry(std::string_view mountPoint, std::string_view root, bool isPrivate,
@@ -25,10 +25,9 @@ public:
           optionsField(options) {}
 
     const std::string& mountPoint() const { return mountPointField; }
-    /// The root of the mount within its file system; of a namespace file the kind, ":" and the
-    /// inode number in brackets.
+    /// The root of the mount within its file system; for a namespace file "KIND:[INODE]".
     const std::string& root() const { return rootField; }
-    /// No propagation tag at all: a slave and an unbindable mount are not private either.
+    /// True without any propagation tag: slave and unbindable mounts do not count as private.
     bool isPrivate() const { return privateFlag; }
     /// The file system's type, such as "overlay".
     const std::string& type() const { return typeField; }
@@ -43,7 +42,7 @@ private:
     std::string optionsField;
 };
 
-/// Mounts in file order. Of stacked mounts every query answers with the first one, the lowest.
+/// Mounts in file order. Of stacked mounts every query returns the first one, the lowest.
 class MountTable {
 public:
     MountTable() = default;
@@ -64,32 +63,33 @@ private:
     const MountEntry* find(const std::string& mountPoint) const;
 
     std::list<MountEntry> entries;
-    /// Sorted by mount point, made by the first query: a host with thousands of containers asks
-    /// thousands of times.
+    /// Sorted by mount point. Created by the first query, because a run over thousands of
+    /// containers makes thousands of queries.
     mutable std::vector<const MountEntry*> sorted;
 };
 
 inline constexpr const char* kMountInfo = "/proc/self/mountinfo";
 
 /// Empties `out` and fills it with the mounts whose mount point begins with `prefix` (plain text:
-/// "/run/kiv" keeps "/run/kivx" too). Reports and skips lines that are too short. Throws
-/// std::runtime_error when the file cannot be opened or read; what was read then stays in `out`.
+/// "/run/kiv" keeps "/run/kivx" too). Lines that are too short are reported and skipped. Throws
+/// std::runtime_error when the file cannot be opened or read; what was read until then stays in
+/// `out`.
 void readMountTable(MountTable& out, const std::string& prefix, const std::string& path);
 
-/// The first mount in file order that is on `mountPoint`, without reading what follows it: of a
-/// long table nearly all the time goes into the kernel's writing of it. Reports and throws like
+/// The first mount in file order on `mountPoint`. Does not read the rest of the file: for a long
+/// table nearly all the time goes into the kernel's generating it. Reports and throws like
 /// readMountTable.
 std::optional<MountEntry> findMount(const std::string& mountPoint, const std::string& path);
 
-/// The mount table of this process, read again only after mounts were added or removed, which
-/// poll(2) shows on the open file, proc_pid_mountinfo(5). The kernel does not show that a mount
-/// became private. A forked process reads the table itself; not for use after setns(2).
+/// The mount table of this process. It is read again only after mounts were added or removed, which
+/// poll(2) reports on the open file, see proc_pid_mounts(5). The kernel does not report that a
+/// mount became private. A forked process reads its own table. Do not use after setns(2).
 class CurrentMounts {
 public:
     /// `prefix` as for readMountTable.
     explicit CurrentMounts(std::string prefix) : mountPointPrefix(std::move(prefix)) {}
 
-    /// Valid until the next call. Throws what readMountTable throws.
+    /// The reference is valid until the next call. Throws what readMountTable throws.
     const MountTable& table();
 
 private:
@@ -97,11 +97,11 @@ private:
 
     std::string mountPointPrefix;
     FileDescriptor watched;
-    pid_t reader = 0;  ///< the process that has opened `watched`
+    pid_t reader = 0;  ///< the process that opened `watched`
     MountTable latest;
 };
 
-/// True when the account's namespace file of that kind is a bind mount of such a namespace. One
-/// that is mounted from something else is reported, and counts as not bound.
+/// True when the account's namespace file of that kind is a bind mount of such a namespace. A mount
+/// of anything else is reported on standard error and does not count.
 bool checkNamespaceMount(const std::string& userName, const MountTable& table,
                          const std::string& kind);

@@ -20,14 +20,14 @@
 
 namespace {
 
-/// A character device 0:0 tells the overlay file system that the name is gone, see the kernel's
-/// Documentation/filesystems/overlayfs.rst.
+/// To the overlay file system a character device 0:0 means that the name is deleted, see the
+/// kernel's Documentation/filesystems/overlayfs.rst.
 constexpr mode_t kWhiteoutMode = S_IFCHR | 0000;
 constexpr dev_t kWhiteoutDevice = 0;
 
 constexpr const char* kOpaqueAttribute = "trusted.overlay.opaque";
 
-/// Step 1: of a directory's entries all but the listed ones disappear.
+/// Step 1: hides all entries of a directory except the listed ones.
 void hideUnlisted(const std::string& lowerRoot, const std::string& layerDir,
                   const std::string& directory, const std::list<std::string>& patterns) {
     const std::string lowerPath = lowerRoot + directory;
@@ -48,7 +48,8 @@ void hideUnlisted(const std::string& lowerRoot, const std::string& layerDir,
         reportSystemError("Cannot open ", layerPath, ": ");
         return;
     }
-    // compared with the bare name: a "*" pattern expands to full paths and keeps nothing visible
+    // deliberate: compared with the bare name, so a "*" pattern, which expands to full paths, keeps
+    // nothing visible
     const auto expanded = expandPaths(lowerPath, patterns);
     const std::unordered_set<std::string> visible(expanded.begin(), expanded.end());
     while (const dirent* entry = ::readdir(lower.get())) {
@@ -59,7 +60,7 @@ void hideUnlisted(const std::string& lowerRoot, const std::string& layerDir,
     }
 }
 
-/// Step 2: one path disappears.
+/// Step 2: hides one path.
 void hidePath(TreeMirror& parents, const std::string& layerDir, const std::string& item) {
     const std::string path = anchored(item);
     const std::string parent = parentOf(path);
@@ -77,7 +78,7 @@ void hidePath(TreeMirror& parents, const std::string& layerDir, const std::strin
     ::mknod(target.c_str(), kWhiteoutMode, kWhiteoutDevice);
 }
 
-/// False when something other than a whiteout stands at the layer's path.
+/// False when something other than a whiteout is at the layer's path.
 bool clearWhiteout(const std::string& layerPath) {
     struct stat existing {};
     if (::stat(layerPath.c_str(), &existing) != 0) {
@@ -91,7 +92,7 @@ bool clearWhiteout(const std::string& layerPath) {
     return true;
 }
 
-/// Step 3: a directory appears empty.
+/// Step 3: makes a directory appear empty.
 void emptyDirectory(const std::string& lowerRoot, const std::string& layerDir,
                     const std::string& item) {
     if (isBelowProc(item)) {
@@ -121,7 +122,7 @@ void emptyDirectory(const std::string& lowerRoot, const std::string& layerDir,
     }
 }
 
-/// Step 4: a place for a bind mount.
+/// Step 4: creates the mount point of a bind mount.
 void prepareBindTarget(TreeMirror& parents, const std::string& layerDir, const std::string& item) {
     struct stat source {};
     if (::stat(item.c_str(), &source) != 0) {
@@ -151,7 +152,7 @@ void prepareBindTarget(TreeMirror& parents, const std::string& layerDir, const s
 
 void buildOverlayLayer(const std::string& lowerRoot, const std::string& layerDir,
                        const std::string& userName, const LayerRules& rules) {
-    // the order is fixed: a later step may replace what an earlier one has made
+    // the order is fixed: a later step may replace the result of an earlier one
     for (const auto& [directory, patterns] : rules.allowlists) {
         hideUnlisted(lowerRoot, layerDir, anchored(directory), patterns);
     }

@@ -1,14 +1,14 @@
 // Fills a directory with the overlay layer that turns the host's root into what an account sees:
-// whiteouts hide, opaque directories empty, filtered copies replace, and mount points wait for bind
-// mounts. It mounts nothing.
+// whiteouts hide names, opaque directories appear empty, filtered copies replace files, and mount
+// points are ready for bind mounts. Mounts nothing. See overlayfs.rst of the kernel.
 #pragma once
 
 #include <list>
 #include <map>
 #include <string>
 
-/// What the layer is to do, in the order in which it is done. Owned by the caller, who keeps it for
-/// the length of the call.
+/// The contents of the layer, in the order in which they are applied. The caller owns the lists and
+/// keeps them until buildOverlayLayer returns.
 struct LayerRules {
     const std::map<std::string, std::list<std::string>>& allowlists;
     const std::list<std::string>& hide;
@@ -18,7 +18,7 @@ struct LayerRules {
 };
 
 /// Builds the layer for the host root that is mounted at `lowerRoot` in the empty directory
-/// `layerDir`. No error stops it: each is reported on standard error and skips its entry. Needs the
-/// right to make device nodes and trusted extended attributes.
+/// `layerDir`. An error is reported on standard error and skips its entry. Needs CAP_MKNOD for
+/// device nodes and CAP_SYS_ADMIN for trusted extended attributes, xattr(7).
 void buildOverlayLayer(const std::string& lowerRoot, const std::string& layerDir,
                        const std::string& userName, const LayerRules& rules);

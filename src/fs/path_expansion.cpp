@@ -10,12 +10,12 @@
 
 namespace {
 
-/// What glob(3) is not documented to return; some C libraries do for a failed call.
+/// Not a documented result of glob(3); some C libraries return it for a failed call.
 constexpr int kGlobFailed = -1;
 
 void appendMatches(const std::string& pattern, std::list<std::string>& paths) {
     if (pattern.size() >= PATH_MAX) {
-        // glob(3) calls itself for each "/" with a copy of what stands before it, on the stack
+        // glob(3) recurses for each "/", each time with a copy of the text before it on the stack
         report("glob(" + pattern + ") failed: " + errorText(ENAMETOOLONG));
         return;
     }
@@ -27,7 +27,7 @@ void appendMatches(const std::string& pattern, std::list<std::string>& paths) {
         report("glob(" + pattern + ") failed: " + errorText(error));
         return;
     }
-    // no match and an aborted directory are no trouble: what was delivered counts
+    // GLOB_NOMATCH and GLOB_ABORTED are not errors: the matches found so far count
     for (std::size_t i = 0; i < matches.gl_pathc; ++i) {
         paths.emplace_back(matches.gl_pathv[i]);
     }

@@ -29,8 +29,8 @@ FileDescriptor fail(int error) {
     return FileDescriptor();
 }
 
-/// One component, a link itself and not what it points to. Asked for as a directory first: only
-/// then does O_PATH make an automounter mount it, open(2).
+/// Opens one component without following a link. Tries O_DIRECTORY first: only with it does O_PATH
+/// make an automounter mount the directory, open(2).
 FileDescriptor openComponent(const FileDescriptor& directory, const std::string& name) {
     FileDescriptor opened(
         ::openat(directory.get(), name.c_str(), kPathOnly | O_NOFOLLOW | O_DIRECTORY));
@@ -55,7 +55,7 @@ std::string readLink(const FileDescriptor& link) {
     return length <= 0 ? "" : std::string(target.data(), static_cast<std::size_t>(length));
 }
 
-/// As the kernel has it, a path that ends in "/" names a directory.
+/// A path that ends in "/" must name a directory, path_resolution(7).
 FileDescriptor directoryIfSlashed(FileDescriptor opened, const std::string& path) {
     if (opened.valid() && path.ends_with('/')) {
         opened.reset(::openat(opened.get(), ".", kPathOnly | O_DIRECTORY));
@@ -68,7 +68,8 @@ FileDescriptor openComponentUnlessLink(const FileDescriptor& directory, const st
     return opened.valid() && linkOwner(opened) ? fail(ELOOP) : std::move(opened);
 }
 
-/// What openat2 does with RESOLVE_NO_SYMLINKS, for kernels and filters that lack it.
+/// Does what openat2(2) does with RESOLVE_NO_SYMLINKS, where the kernel lacks the call or a filter
+/// denies it.
 FileDescriptor walkWithoutLinks(FileDescriptor current, const std::string& path) {
     for (const std::string& name : componentsOf(path)) {
         current = openComponentUnlessLink(current, name);
@@ -79,8 +80,8 @@ FileDescriptor walkWithoutLinks(FileDescriptor current, const std::string& path)
     return directoryIfSlashed(std::move(current), path);
 }
 
-/// The same with RESOLVE_BENEATH. A ".." goes back to the directory that was passed on the way, so
-/// that nobody who moves directories meanwhile leads the walk out of `root`.
+/// The same with RESOLVE_BENEATH. A ".." returns to the directory that the walk came through, so
+/// that moving directories meanwhile cannot lead the walk out of `root`.
 FileDescriptor walkBeneath(const FileDescriptor& root, const std::string& path) {
     const auto asDirectory = [](const FileDescriptor& opened) {
         return FileDescriptor(::openat(opened.get(), ".", kPathOnly | O_DIRECTORY));
@@ -108,9 +109,9 @@ FileDescriptor walkBeneath(const FileDescriptor& root, const std::string& path) 
     return directoryIfSlashed(std::move(current), path);
 }
 
-/// With RESOLVE_BENEATH a ".." fails with EAGAIN when anything on the machine is renamed or mounted
-/// at the same moment, openat2(2): the kernel cannot tell then whether it left the directory. An
-/// account can rename without end, so the tries are counted.
+/// Retries on EAGAIN. With RESOLVE_BENEATH a ".." fails so when anything on the machine is renamed
+/// or mounted at the same moment, openat2(2): the kernel then cannot know whether the path left the
+/// directory. An account can rename in an endless loop, so the number of tries is limited.
 FileDescriptor callOpenat2(int directory, const std::string& path, std::uint64_t resolve) {
     open_how how{};
     how.flags = kPathOnly;
@@ -124,8 +125,8 @@ FileDescriptor callOpenat2(int directory, const std::string& path, std::uint64_t
     return opened;
 }
 
-/// ENOSYS comes from kernels before 5.6; system-call filters of older container engines answer
-/// EPERM, which openat2 itself never does for O_PATH.
+/// ENOSYS comes from kernels before 5.6; system-call filters of older container engines return
+/// EPERM, which openat2 itself never returns for O_PATH.
 bool lacksOpenat2(const FileDescriptor& opened) {
     return !opened.valid() && (errno == ENOSYS || errno == EPERM);
 }
@@ -160,7 +161,7 @@ FileDescriptor openThroughRootLinks(const std::string& path, LastLink lastLink) 
         return fail(ENOENT);
     }
     const auto openRoot = [] { return FileDescriptor(::open("/", kPathOnly | O_DIRECTORY)); };
-    // as lstat(2) has it: with a slash behind it a link at the end is followed
+    // as with lstat(2): a link at the end is followed when a slash follows it
     const bool followLast = lastLink == LastLink::Follow || path.ends_with('/');
     FileDescriptor current = openRoot();
     std::list<std::string> pending = componentsOf(path);
