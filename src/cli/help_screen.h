@@ -1,5 +1,5 @@
 // The help screen: the help text between a logo and a copyright line.
 #pragma once
 
-/// Writes the whole screen on standard output, coloured when that is a terminal.
+/// Writes the whole screen to standard output, coloured when that is a terminal.
 void printHelpScreen();

@@ -1,5 +1,5 @@
-// The run: prepares the process, parses the command line, checks the caller, loads the
-// configuration and hands over to one command.
+// The program's main function: prepares the process, parses the command line, checks the caller,
+// loads the configuration and runs one command.
 #include <libintl.h>
 #include <sysexits.h>
 #include <unistd.h>
@@ -24,7 +24,7 @@
 
 namespace {
 
-/// Null for a command that there is no driver for.
+/// Runs one command; null for a command that has none, such as help.
 using Driver = void (*)(const char* user);
 
 Driver driverOf(int command) {
@@ -42,7 +42,7 @@ Driver driverOf(int command) {
     }
 }
 
-/// The exit status of a failure, printed behind the program's name.
+/// Prints a failure after the program's name and returns the exit status.
 int fail(int status, const std::string& message) {
     reportLines(std::string(programName()) + ": " + message);
     return status;
@@ -93,10 +93,11 @@ int main(int argc, char** argv) {
     ExceptionTracer::enable();
     Daemon::forgetCaller();
     speakCallersLanguage();
-    // host tools and the account's shell see nothing else of the caller's environment
+    // host tools and the account's shell get nothing else of the caller's environment
     Daemon::cleanEnv({"PATH", "TERM", "LANG", "TZ"});
 
-    // execve(2) takes an empty argument vector; kernels since 5.18 make one empty name of it
+    // execve(2) allows an empty argument vector; since Linux 5.18 the kernel passes one empty name
+    // instead
     static char ownName[] = "kivctl";
     static char* ownVector[] = {ownName, nullptr};
     if (argc < 1) {

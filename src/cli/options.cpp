@@ -18,7 +18,7 @@
 
 namespace {
 
-constexpr const char* kShortOptions = "+c:dhv";  // "+": options stand before the command
+constexpr const char* kShortOptions = "+c:dhv";  // "+": options come before the command, getopt(3)
 
 constexpr option kLongOptions[] = {
     {"config", required_argument, nullptr, 'c'},
@@ -27,7 +27,7 @@ constexpr option kLongOptions[] = {
     {nullptr, 0, nullptr, 0},
 };
 
-// Codes of options that earlier versions had. Deliberate: they still report a missing argument.
+// Codes of the options of earlier versions. Deliberate: they still report a missing argument.
 constexpr int kFormerKeyOption = 'k';
 constexpr int kFormerUnblockOption = 266;
 
@@ -43,11 +43,11 @@ constexpr CommandWord kCommands[] = {
     {"status", Status},
 };
 
-/// Prints one error line; "%s" in the translated message stands for `detail`.
+/// Prints one error line, with `detail` for "%s" in the translated message. Returns UsageError.
 int usageError(const char* message, const std::string& detail = "") {
     std::string text = ::gettext(message);
     StringUtil::replaceAll("%s", detail, text);
-    // deliberate: the colours go to standard output, whatever it is
+    // deliberate: the colours are written to standard output, even when it is not a terminal
     const bool colored = ::isatty(STDERR_FILENO) != 0;
     print(colored ? kRed : "");
     flushOutput();
@@ -82,10 +82,10 @@ int optionError(char** argv) {
     }
 }
 
-/// 0 when all options are read and a command may follow.
+/// Returns 0 when all options have been read and a command may follow.
 int parseOptions(int argc, char** argv) {
     opterr = 0;
-    optind = 0;  // getopt(3): starts anew, also after another vector
+    optind = 0;  // getopt(3): start from scratch, also after another vector
     for (;;) {
         const int code = ::getopt_long(argc, argv, kShortOptions, kLongOptions, nullptr);
         switch (code) {
@@ -109,7 +109,7 @@ int parseOptions(int argc, char** argv) {
     }
 }
 
-/// 0 when the word is no command.
+/// The command with that name; 0 when there is none.
 int findCommand(const char* word) {
     for (const CommandWord& known : kCommands) {
         if (std::strcmp(word, known.word) == 0) {
@@ -119,7 +119,8 @@ int findCommand(const char* word) {
     return 0;
 }
 
-/// 0, or UsageError. Deliberate: "-abc" is an account's name, though other texts with "-" are not.
+/// Returns 0, or UsageError. Deliberate: "-abc" is an account's name, although other words with "-"
+/// are not.
 int parseAccountOrAll(const char* operand) {
     if (std::strcmp(operand, "-a") == 0) {
         return 0;
@@ -146,7 +147,7 @@ int parseCommand(int argc, char** argv) {
                                           : translatable("missing user name (or '-a' option)"));
     }
     if (command == Exec) {
-        settings().userName = argv[next];  // whatever it looks like: exec has no -a
+        settings().userName = argv[next];  // any word is a name here: exec has no -a
     } else if (parseAccountOrAll(argv[next]) != 0) {
         return UsageError;
     }

@@ -1,4 +1,4 @@
-// Turns the argument vector into a command and the process-wide settings.
+// Parses the command line into a command and the process-wide settings.
 #pragma once
 
 enum Command : int {
@@ -11,9 +11,9 @@ enum Command : int {
     Exec = 7,
 };
 
-/// Fills util/settings.h and returns the command. Prints every usage error itself; never throws.
-/// May be called again with another vector.
+/// Fills util/settings.h, which then points into `argv`, and returns the command. Prints every
+/// usage error itself; never throws. May be called again with another vector.
 int parseArguments(int argc, char** argv);
 
-/// Writes the help text on standard output, without logo and copyright line.
+/// Writes the help text to standard output, without logo and copyright line.
 void printHelp();

@@ -51,7 +51,8 @@ void loadLibrary() {
     isLoaded = true;
 }
 
-// What the module's other parts call by the names of kiv.h ends here.
+// The functions of kiv.h for the module's other files. They call the library that loadLibrary has
+// loaded.
 
 void kiv_set_log_cb(kiv_log_cb callback) {
     if (isLoaded) {

@@ -1,7 +1,7 @@
-// The container library, loaded when an account needs it and not before.
+// The container library, loaded only when an account needs it.
 #pragma once
 
-/// After this the calls of kiv.h are those of libkiv.so.1; before it they fail. Not linked like
-/// other libraries: without its file the module could not be loaded, and root could not log in to
-/// repair that. Throws std::runtime_error.
+/// Loads libkiv.so.1 with dlopen(3). Before that the functions of kiv.h fail. The module is not
+/// linked with the library: if its file were missing, the module could not be loaded and root could
+/// not log in to repair that. Throws std::runtime_error.
 void loadLibrary();

@@ -17,7 +17,7 @@ ModuleOptions parseModuleOptions(int count, const char* const* words) {
         const std::string_view word = words[i];
         if (word.starts_with(kRegistry)) {
             options.registry = word.substr(kRegistry.size());
-            // a relative path would depend on where the program happens to be
+            // a relative path would depend on the program's working directory
             if (!options.registry.starts_with('/')) {
                 throw std::runtime_error("option registry= needs the path of a file");
             }

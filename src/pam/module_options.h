@@ -1,4 +1,4 @@
-// The words behind pam_kiv.so in a file of pam.d(5).
+// The module's arguments: the words after pam_kiv.so in a file of pam.d(5).
 #pragma once
 
 #include <string>
@@ -10,5 +10,5 @@ struct ModuleOptions {
     bool startStopped = false;                ///< stopped=start
 };
 
-/// Throws std::runtime_error for a word that is not understood.
+/// Throws std::runtime_error for an unknown word.
 ModuleOptions parseModuleOptions(int count, const char* const* words);

@@ -43,7 +43,8 @@ struct Trial {
     std::optional<std::string> error;
 };
 
-/// True for a capability of the bounding set; throws at a failure that is not the end of the set.
+/// True when the capability is in the bounding set. Throws on a failure other than EINVAL, which
+/// means that the kernel does not know the capability.
 bool isBounding(int capability) {
     const int result = ::prctl(PR_CAPBSET_READ, capability);
     if (result < 0 && errno != EINVAL) {
@@ -67,13 +68,14 @@ void* tryCapabilities(void* argument) {
     return nullptr;
 }
 
-/// What the library leaves in the bounding set. It takes this process's other sets too, which
-/// cannot be had back: capabilities are a thread's own, capabilities(7), so one is tried that ends.
+/// The bounding set that the library leaves. The library also empties the other sets, which could
+/// not be restored. Capabilities belong to a thread, capabilities(7), so a short-lived thread calls
+/// the library.
 std::uint64_t boundingSetOf(ContainerHandle& handle) {
     sigset_t all;
     sigset_t before;
     sigfillset(&all);
-    // the program's signals are handled by its own thread
+    // the program's signals must be handled by its own thread
     ::pthread_sigmask(SIG_SETMASK, &all, &before);
     const ScopeGuard restore([&before] { ::pthread_sigmask(SIG_SETMASK, &before, nullptr); });
     Trial trial{&handle, 0, {}};
@@ -95,7 +97,7 @@ void limitCapabilities(ContainerHandle& handle) {
     const std::uint64_t kept = boundingSetOf(handle);
     for (int capability = 0; capability < kMostCapabilities; ++capability) {
         const bool isKept = (kept >> capability & 1) != 0;
-        // EINVAL: the kernel does not know it
+        // EINVAL: the kernel does not know this capability
         if (!isKept && ::prctl(PR_CAPBSET_DROP, capability) != 0 &&
             (errno != EINVAL || isBounding(capability))) {
             throw systemError("cannot drop a capability from the bounding set: ");
@@ -106,7 +108,7 @@ void limitCapabilities(ContainerHandle& handle) {
         throw systemError("cannot read the capabilities: ");
     }
     for (auto& word : words) {
-        word.inheritable = 0;  // the ambient set keeps nothing that is not inheritable
+        word.inheritable = 0;  // also empties the ambient set, capabilities(7)
     }
     if (!writeCapabilities(words)) {
         throw systemError("cannot reduce the capabilities: ");

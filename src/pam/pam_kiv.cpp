@@ -1,6 +1,6 @@
-// The PAM module pam_kiv: sessions of accounts are opened in their containers. It runs in other
-// programs: no exception leaves it, nothing is printed, and of what the program has set up it
-// changes no more than entering takes.
+// The PAM module pam_kiv: opens the sessions of accounts in their containers. It runs inside other
+// programs: no exception leaves it, it prints nothing, and it changes the program's state only as
+// far as entering needs.
 #include <libintl.h>
 #include <security/pam_ext.h>
 #include <security/pam_modules.h>
@@ -31,7 +31,8 @@
 
 namespace {
 
-/// A systemd user manager would be a process of the account outside, see user@.service(5).
+/// The PAM service of systemd's user manager, which would run as the account outside the container,
+/// see user@.service(5).
 constexpr const char* kUserManager = "systemd-user";
 
 constexpr const char* kClosed = translatable(
@@ -41,14 +42,14 @@ constexpr const char* kNotRunning =
 constexpr const char* kNotEntered =
     translatable("Your account's container cannot be entered. Ask the administrator of this host.");
 
-/// An empty text when there is none.
+/// The item of that type, pam_get_item(3); an empty text when there is none.
 const char* itemOf(pam_handle_t* pam, int type) {
     const void* item = nullptr;
     const bool found = ::pam_get_item(pam, type, &item) == PAM_SUCCESS && item != nullptr;
     return found ? static_cast<const char*>(item) : "";
 }
 
-/// One call of the module: what it knows of the login, and how it refuses.
+/// One call of the module: who logs in, and how the login is refused.
 class Login {
 public:
     Login(pam_handle_t* handle, int callFlags)
@@ -63,10 +64,11 @@ public:
     /// Throws std::runtime_error.
     void requireRunning(const ContainerHandle& handle);
 
-    /// One line in the log, and one for the user.
+    /// Writes one line to the log and one to the user.
     void refuse(const std::string& reason);
 
-    /// Connects to the host's log, which is out of sight later.
+    /// Connects to the host's log on first use, before the session is entered: it cannot be reached
+    /// from inside.
     EntryLog& log();
 
 private:
@@ -86,7 +88,7 @@ std::optional<std::string> Login::account(int count, const char** words) {
             throw std::runtime_error(name + ": " + error.what());
         }
     }();
-    // before anything of ours is looked at: root must get in to repair it
+    // before any file of ours is read: root must be able to log in and repair it
     if (user.uid == 0) {
         return std::nullopt;
     }
@@ -142,8 +144,9 @@ EntryLog& Login::log() {
     return *entryLog;
 }
 
-/// The user that the data of this name says is inside: a service may have the module twice, because
-/// su-l includes the lines of su, and inside nothing of the host's files is left to read.
+/// The name of the PAM data that records which user is already inside, pam_set_data(3). A service
+/// may call the module twice, because su-l includes the lines of su, and the second call cannot
+/// read the host's files any more.
 constexpr const char* kEntered = "pam_kiv_entered";
 
 bool hasEntered(pam_handle_t* pam) {
@@ -157,12 +160,12 @@ void noteEntry(pam_handle_t* pam) {
     ::pam_set_data(pam, kEntered, ::strdup(itemOf(pam, PAM_USER)), release);
 }
 
-/// The step gets the handle of the account, if the user has one. PAM_SUCCESS, or `failure` after a
-/// refusal.
+/// Calls `step` with the handle of the account, if the user has one. Returns PAM_SUCCESS, or
+/// `failure` after a refusal.
 template <typename Step>
 int run(pam_handle_t* pam, int flags, int count, const char** words, int failure,
         Step step) noexcept {
-    // programs with several threads may ask about several accounts at once
+    // a program with several threads may open sessions of several accounts at once
     static std::mutex oneAtATime;
     const std::lock_guard lock(oneAtATime);
     try {

@@ -9,8 +9,9 @@
 
 namespace {
 
-/// A crash of the host may leave some. They join what stands beside them: a name is another name,
-/// and where they took a newline's place the next line's account is missing.
+/// A crash of the host may leave NUL bytes in the file. They become part of the words beside them:
+/// a name is then another name, and where one replaced a newline the next line's account is
+/// missing.
 void requireNoNulBytes(const std::string& registry) {
     LineReader file(registry);
     if (!file.opened()) {

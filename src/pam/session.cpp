@@ -26,15 +26,16 @@
 
 namespace {
 
-/// So is what cannot be looked at: a network file system that is gone says nothing of its
-/// directories today, and leads out tomorrow.
+/// True for a directory, and for a file that cannot be examined: a directory on a network file
+/// system that does not answer now may lead out of the container later.
 bool mayBeDirectory(int descriptor) {
     struct stat status {};
     return ::fstat(descriptor, &status) != 0 || S_ISDIR(status.st_mode);
 }
 
-/// An open directory leads out of the container, whoever has it: su hands what its caller has open
-/// on to the account's shell. Other files are the program's to decide on.
+/// Makes open directories close-on-exec. An open directory leads out of the container, and su
+/// passes its caller's open files on to the account's shell. Other open files are left to the
+/// program.
 void keepDirectoriesFromCommands() {
     const DirectoryStream list(::opendir("/proc/self/fd"));
     if (!list) {
@@ -57,11 +58,11 @@ void keepDirectoriesFromCommands() {
     }
 }
 
-/// su(1) without "-" and sudo(8) start a command where their caller is. Nothing outside is meant:
-/// the path is looked up in the container.
+/// su(1) without "-" and sudo(8) start a command in their caller's working directory. The path is
+/// looked up inside the container, so it cannot lead outside.
 void returnTo(const char* directory) {
     if (directory != nullptr && *directory == '/') {
-        // else the process stays at the container's root, where it is
+        // if it fails, the process stays at the container's root
         [[maybe_unused]] const int ignored = ::chdir(directory);
     }
 }

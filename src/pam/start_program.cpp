@@ -18,9 +18,9 @@
 namespace {
 
 constexpr const char* kProgram = KIVCTL_PROGRAM;
-constexpr std::size_t kLongestReason = 512;  // the log takes a line of 1 KiB
+constexpr std::size_t kLongestReason = 512;  // bytes; a line of the log has at most 1 KiB
 
-/// To the end, so that the program never waits for a reader; keeps the beginning.
+/// Reads to the end, so that the program never blocks on a full pipe; returns only the beginning.
 std::string readAll(const FileDescriptor& source) {
     std::string text;
     std::array<char, 512> buffer{};
@@ -35,8 +35,8 @@ std::string readAll(const FileDescriptor& source) {
     }
 }
 
-/// Standard error goes to `errors`; nothing else that the host program has open is inherited, and
-/// none of its settings of signals. 0, or errno.
+/// Runs the program with standard error on `errors`. It inherits no other open file of the host
+/// program, and none of its signal settings. Returns 0, or errno.
 int spawn(pid_t& child, const std::string& user, const FileDescriptor& errors) {
     posix_spawn_file_actions_t files;
     posix_spawnattr_t attributes;
@@ -86,7 +86,8 @@ void runStart(const std::string& user) {
     do {
         ended = ::waitpid(child, &status, 0);
     } while (ended == -1 && errno == EINTR);
-    // a handler of the host program may have collected it; whether it runs will be seen
+    // if the host program's SIGCHLD handler has already waited for it, its status is unknown; the
+    // next step finds out whether the container runs
     if (ended == child && status != 0) {
         throw std::runtime_error("cannot start the container: " + said);
     }

@@ -1,8 +1,9 @@
-// Starting a stopped container from within another program.
+// Starts a stopped container from within another program.
 #pragma once
 
 #include <string>
 
-/// Runs "kivctl start USER" and waits for it. A program of its own, because a start forks, takes
-/// over signals and prints. Throws std::runtime_error with what it said when it failed.
+/// Runs "kivctl start USER" and waits for it. A separate program, because a start forks, changes
+/// signal handling and prints. Throws std::runtime_error with the program's error output when it
+/// fails.
 void runStart(const std::string& user);

@@ -23,7 +23,7 @@ std::string Base64::encode(const std::vector<unsigned char>& data, bool urlSafe,
     const char* alphabet = urlSafe ? kUrlSafe : kStandard;
     std::string text;
     std::uint32_t bits = 0;
-    unsigned held = 0;  // how many of `bits` are not written yet
+    unsigned held = 0;  // how many bits of `bits` are not written yet
     for (const unsigned char byte : data) {
         bits = (bits << 8 | byte) & 0xffff;
         for (held += 8; held >= 6; held -= 6) {

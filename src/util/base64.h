@@ -6,9 +6,9 @@
 
 class Base64 {
 public:
-    /// `urlSafe` selects the alphabet with "-" and "_" and leaves out the padding, so that the text
-    /// can stand in a file or interface name; otherwise "+", "/" and "=". A newline is put after
-    /// every `lineLength` characters but the last ones; 0 for no line breaks.
+    /// Encodes the bytes. `urlSafe` selects the alphabet with "-" and "_" and omits the padding, so
+    /// that the text can be part of a file or interface name; otherwise "+", "/" and padding "=". A
+    /// newline follows every `lineLength` characters except the last; 0 means no line breaks.
     static std::string encode(const std::vector<unsigned char>& data, bool urlSafe,
                               unsigned char lineLength);
 };

@@ -31,7 +31,7 @@ bool hasIds(uid_t uid, gid_t gid) {
            effectiveGid == gid && savedGid == gid;
 }
 
-/// What a process that has given up root for good cannot do. A saved id that survived would show.
+/// A process that has given up root for good cannot do this. Detects a saved user ID of root.
 bool canBecomeRoot(uid_t uid) {
     return uid != 0 && ::setresuid(0, 0, 0) == 0;
 }
@@ -39,7 +39,7 @@ bool canBecomeRoot(uid_t uid) {
 }  // namespace
 
 void Daemon::cleanEnv(const std::vector<std::string>& keep) {
-    // rebuilt rather than unset one by one: an entry without "=" has no name that unsetenv takes
+    // rebuilt, not unset one by one: unsetenv(3) cannot remove an entry without "="
     std::vector<std::string> kept;
     for (char** variable = environ; variable != nullptr && *variable != nullptr; ++variable) {
         const std::string_view entry = *variable;
@@ -57,7 +57,7 @@ void Daemon::cleanEnv(const std::vector<std::string>& keep) {
 }
 
 bool Daemon::changeUser(bool primaryGroupOnly, unsigned uid, unsigned gid) {
-    // to setresuid(2) this number means "leave as it is": the process would stay root
+    // to setresuid(2) this number means "no change": the process would stay root
     constexpr unsigned kUnchanged = -1U;
     if (uid == kUnchanged || gid == kUnchanged) {
         errno = EINVAL;
@@ -67,7 +67,7 @@ bool Daemon::changeUser(bool primaryGroupOnly, unsigned uid, unsigned gid) {
     if (primaryGroupOnly && ::setgroups(1, &group) != 0) {
         return false;
     }
-    // groups first: without root's user id the process may not change them any more
+    // groups first: without root's user ID the process may not change them any more
     if (::setresgid(gid, gid, gid) != 0 || ::setresuid(uid, uid, uid) != 0) {
         return false;
     }

@@ -1,4 +1,4 @@
-// A directory stream with one owner, for readdir(3).
+// A directory stream with one owner, which closes it, for readdir(3).
 #pragma once
 
 #include <dirent.h>
@@ -12,7 +12,8 @@ struct DirectoryCloser {
 
 using DirectoryStream = std::unique_ptr<DIR, DirectoryCloser>;
 
-/// Null after the last entry, with errno 0, and on an error, with its errno.
+/// The next entry, valid until the next call. Null after the last entry, with errno 0, and on an
+/// error, with errno set.
 inline const dirent* nextEntry(const DirectoryStream& stream) {
     errno = 0;
     return ::readdir(stream.get());

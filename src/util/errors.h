@@ -1,5 +1,5 @@
-// The two ways of saying that something went wrong: an exception that ends the command, and a line
-// on standard error with which the command goes on.
+// The two ways to report a failure: an exception that ends the command, and a line on standard
+// error after which the command continues.
 #pragma once
 
 #include <cerrno>
@@ -8,12 +8,12 @@
 #include <string>
 #include <string_view>
 
-/// The error of a failed system call: `text`, escaped as by report, followed by strerror(3) of
-/// `error`.
+/// The exception for a failed system call: `text`, with control characters escaped like by report,
+/// followed by strerror(3) of `error`. Write `throw` in front of it.
 std::runtime_error systemError(const std::string& text, int error);
 
-/// The same with errno and a text in pieces. They are joined only after errno has been read, so
-/// that joining them cannot change it.
+/// The same with errno and a text in pieces. errno is read before the pieces are joined, because
+/// joining may change it.
 template <typename... Pieces>
 requires(std::convertible_to<const Pieces&, std::string_view>&&...) std::runtime_error
     systemError(const Pieces&... pieces) {
@@ -21,15 +21,16 @@ requires(std::convertible_to<const Pieces&, std::string_view>&&...) std::runtime
     return systemError((std::string() += ... += std::string_view(pieces)), error);
 }
 
-/// strerror(3) as a string; the program has one thread.
+/// The text of strerror(3), which is not thread-safe: the program has one thread.
 std::string errorText(int error);
 
-/// Writes `line` and a newline to standard error at once, so that lines of several processes on the
-/// same terminal stay whole. Leaves errno as it was. Control characters are escaped: an account
-/// chooses the names of its files, and must not forge lines or steer the administrator's terminal.
+/// Writes `line` and a newline to standard error in one call, so that the lines of several
+/// processes on one terminal do not mix. Preserves errno. Control characters are escaped: an
+/// account chooses the names of its files and must not be able to forge lines or control the
+/// administrator's terminal.
 void report(const std::string& line);
 
-/// Reports the text in pieces followed by strerror(3) of errno, as systemError reads it.
+/// Reports the pieces, followed by strerror(3) of errno, which is read first as in systemError.
 template <typename... Pieces>
 requires(std::convertible_to<const Pieces&, std::string_view>&&...) void reportSystemError(
     const Pieces&... pieces) {
@@ -37,6 +38,6 @@ requires(std::convertible_to<const Pieces&, std::string_view>&&...) void reportS
     report((std::string() += ... += std::string_view(pieces)) + errorText(error));
 }
 
-/// As report, for each of the lines that newlines separate: an error with -a has one for each
-/// account, and that of a host tool has the tool's own. Paths in `lines` are escaped already.
+/// Like report, for a text of several lines: an error with -a has one line per account, and an
+/// error of a host tool contains the tool's own lines. Newlines in paths must already be escaped.
 void reportLines(const std::string& lines);

@@ -21,7 +21,7 @@
 namespace {
 
 constexpr int kCannotRun = 255;
-constexpr int kHeldBack = 1 << 20;  // what pipe(7) allows everybody
+constexpr int kHeldBack = 1 << 20;  // bytes: the largest pipe without privileges, pipe(7)
 
 /// The pipe of one captured stream; both ends invalid when the stream is not captured.
 struct CapturePipe {
@@ -41,15 +41,17 @@ CapturePipe openCapturePipe(const std::string* target, const char* failure) {
     return {FileDescriptor(ends[0]), FileDescriptor(ends[1])};
 }
 
-/// Nobody reads standard error before standard output has ended: a talkative tool would wait for
-/// this process, which waits for the tool. Where there is no room for more the usual 64 KiB stay.
+/// Standard error is read only after standard output has ended. A tool that fills the pipe before
+/// that would wait for this process, and this process for the tool. If the pipe cannot be enlarged,
+/// the usual 64 KiB remain.
 void makeRoomForErrors(const CapturePipe& pipe) {
     if (pipe.writeEnd.valid()) {
         ::fcntl(pipe.writeEnd.get(), F_SETPIPE_SZ, kHeldBack);
     }
 }
 
-/// In the child, whose descriptors are its own while the objects that hold them are the parent's.
+/// After vfork(2): closing a descriptor here affects only the child; the FileDescriptor objects
+/// belong to the parent.
 void redirect(const CapturePipe& pipe, int stream) {
     if (pipe.writeEnd.valid()) {
         ::dup2(pipe.writeEnd.get(), stream);
@@ -57,17 +59,17 @@ void redirect(const CapturePipe& pipe, int stream) {
     }
 }
 
-/// A tool whose caller is killed, or ended by Ctrl-C, must not change the host when the next start
-/// or stop has already put things right: the kernel ends it too.
+/// Makes the kernel kill the tool when its caller is killed, or ended by Ctrl-C: the tool must not
+/// change the host after the next start or stop has already repaired it.
 void endWithParent(pid_t parent) {
     ::prctl(PR_SET_PDEATHSIG, SIGKILL);
     if (::getppid() != parent) {
-        ::_exit(kCannotRun);  // gone before the kernel knew
+        ::_exit(kCannotRun);  // it ended before the kernel was asked
     }
 }
 
-/// The child's side of vfork(2): it runs in the memory of the parent, which waits, and may change
-/// nothing there but what the parent does not look at again.
+/// The child's side of vfork(2). It runs in the memory of the waiting parent and may change only
+/// what the parent does not use afterwards.
 [[noreturn]] void runProgram(char* const* argv, const CapturePipe& output,
                              const CapturePipe& errors, pid_t parent) {
     endWithParent(parent);
@@ -76,14 +78,14 @@ void endWithParent(pid_t parent) {
     // ignored signals survive an exec; the tool expects the default
     std::signal(SIGPIPE, SIG_DFL);
     ::execvp(argv[0], argv);
-    // not report(): what becomes of stderr would be the parent's too
+    // not report(): it would change the parent's stderr buffer too
     ::dprintf(STDERR_FILENO, "ERROR during execvp: %s\n", ::strerror(errno));
-    // not exit(3): the parent's exit handlers and buffers are the parent's
+    // not exit(3): the exit handlers and buffers are the parent's
     ::_exit(kCannotRun);
 }
 
-/// fork(2) would copy the page tables only for the tool to throw them away: a start, which runs
-/// sixteen tools, took 7 % longer with it.
+/// vfork(2), because fork(2) copies page tables that the tool then discards: with it a start, which
+/// runs sixteen tools, takes 7 % longer.
 pid_t spawn(char* const* argv, const CapturePipe& output, const CapturePipe& errors) {
     const pid_t parent = ::getpid();
     const pid_t child = ::vfork();
@@ -108,11 +110,11 @@ void drain(CapturePipe& pipe, std::string* target) {
             break;
         }
     }
-    // hundreds of containers in one run would otherwise use up the descriptors
+    // closed at once: a run over hundreds of containers would otherwise run out of descriptors
     pipe.readEnd.reset();
 }
 
-/// The wait status; 0 when there is none to be had.
+/// The wait status of waitpid(2); 0 when the wait fails.
 int waitFor(pid_t child) {
     int status = 0;
     while (::waitpid(child, &status, 0) == -1 && errno == EINTR) {
@@ -140,7 +142,7 @@ std::int32_t ExternalCommand::execute() {
     }
     argv.push_back(nullptr);
 
-    flushOutput();  // before what the tool says
+    flushOutput();  // so that it comes before the tool's output
     const pid_t child = spawn(argv.data(), output, errors);
     if (child == -1) {
         reportSystemError("fork() failed: ");
@@ -167,7 +169,7 @@ std::int32_t ExternalCommand::judge(int status) const {
 }
 
 std::string ExternalCommand::commandLine() const {
-    // the blank after the program stands there without arguments too
+    // deliberate: the blank after the program is there without arguments too
     std::string line = program + " ";
     const char* separator = "";
     for (const std::string& argument : arguments) {

@@ -5,24 +5,24 @@
 #include <list>
 #include <string>
 
-/// One run of one program. The program is looked up through PATH; its standard input, and what is
-/// not captured of its output, are this program's own.
+/// One run of one program, which is searched in PATH. It inherits standard input and the streams
+/// that are not captured.
 class ExternalCommand {
 public:
     ExternalCommand(std::string programName, std::list<std::string> argumentList);
 
     /// Captured output is appended to the target, which the caller owns and keeps until `execute`
-    /// has returned. Standard output is drained before standard error is touched: a tool that
-    /// writes more than a megabyte to a captured standard error first would block, which the host
-    /// tools do not.
+    /// has returned. All of standard output is read before standard error: a tool that first writes
+    /// more than 1 MiB to a captured standard error would block. The host tools write less.
     void setStdout(std::string* target) { stdoutTarget = target; }
     void setStderr(std::string* target) { stderrTarget = target; }
 
-    /// The exit status (255 also when the program could not be run), minus the number of the signal
-    /// that killed it, or -1 when there was no child because vfork(2) failed. Reports a failure on
-    /// standard error; a non-zero exit status only when standard error is not captured, since a
-    /// caller that captures it judges for itself. Throws std::runtime_error "command already
-    /// executed" on a second call, and "cannot create pipe for stdout" or "… stderr".
+    /// Runs the program and waits for it. Returns its exit status (255 also when it could not be
+    /// executed), the negated number of the signal that killed it, or -1 when vfork(2) failed.
+    /// Reports failures on standard error; a non-zero exit status only when standard error is not
+    /// captured, because a caller that captures it decides itself. Throws std::runtime_error
+    /// "command already executed" on a second call, and "cannot create pipe for stdout" or "…
+    /// stderr".
     std::int32_t execute();
 
 private:

@@ -1,4 +1,4 @@
-// A file descriptor with one owner. Not a stream: reading and writing stay with the caller.
+// A file descriptor with one owner. Not a stream: the caller reads and writes.
 #pragma once
 
 #include <unistd.h>
@@ -24,11 +24,11 @@ public:
     /// False when the call that should have opened it failed; errno is that call's.
     bool valid() const { return descriptor >= 0; }
 
-    /// Hands the descriptor over to the caller, who closes it.
+    /// Gives the descriptor to the caller, who must close it.
     int release() { return std::exchange(descriptor, -1); }
 
     /// Closes what is held and adopts `next`. close(2) is not repeated on EINTR: on Linux the
-    /// descriptor is gone by then, and a second close could hit somebody else's.
+    /// descriptor is already closed then, and a second close could close another file, close(2).
     void reset(int next = -1) {
         if (descriptor >= 0) {
             ::close(descriptor);

@@ -6,9 +6,9 @@
 
 class Hash {
 public:
-    /// The numbers are lasting: names on hosts derive from them.
+    /// Never change an algorithm: names of interfaces on existing hosts derive from its digests.
     enum Algorithm : int { Sha256 = 1 };
 
-    /// The digest's bytes. Throws std::runtime_error for an algorithm that there is not.
+    /// The digest's bytes. Throws std::runtime_error for an unknown algorithm.
     static std::vector<unsigned char> hash(const std::string& data, Algorithm algorithm);
 };

@@ -17,8 +17,8 @@ namespace {
 constexpr const char* kAttributePrefix = "trusted.kiv.unfinished.";
 constexpr std::string_view kPinned = "pinned";
 
-/// A file system without attributes, a user namespace that may not set trusted ones, and a user
-/// name that is too long for an attribute's.
+/// ENOTSUP: the file system has no extended attributes. EPERM: a user namespace may not set trusted
+/// ones. ERANGE: the user name is too long for an attribute's name. See setxattr(2).
 bool cannotBeMarked(int error) {
     return error == ENOTSUP || error == EPERM || error == ERANGE;
 }
@@ -60,7 +60,7 @@ std::optional<InterruptedRun> afterStop(const std::optional<InterruptedRun>& fou
     return kinds != 0 ? std::optional(InterruptedRun{kinds}) : std::nullopt;
 }
 
-// no user name has an "@"
+// "@", which no user name contains, keeps these marks apart from those of accounts
 RunMark RunMark::ofLeftPair(const std::string& userName, const std::string& path) {
     return RunMark(userName + "@pair", path);
 }

@@ -1,6 +1,6 @@
 // The mark of a start, stop or refresh that is under way: an extended attribute of the runtime
 // directory for each account, "trusted.kiv.unfinished.USER". Whoever holds the account's lock and
-// finds the mark knows that the run which set it was killed.
+// still finds the mark knows that the run which set it was killed.
 //
 // | step                            | who          | mark afterwards                    |
 // |---------------------------------|--------------|------------------------------------|
@@ -25,11 +25,11 @@
 // | network not held  | both    | remove the packet rules and the interface pair that the    |
 // |                   |         | interrupted run left                                       |
 //
-// A start whose ip(8) could not move the interface pair's other end goes on without a network, and
-// the pair stays on the host. It is marked too, as "trusted.kiv.unfinished.USER@pair", which only
-// start and stop look for: they remove the pair. A third one, "trusted.kiv.unfinished.@host", says
-// that the source-NAT rule is still to be added, see container/host_preparation.cpp. The text of
-// these two is empty.
+// When ip(8) cannot move the container's end of the interface pair, start continues without a
+// network and the pair stays on the host. It then sets a second mark,
+// "trusted.kiv.unfinished.USER@pair". Only start and stop read it; they remove the pair. A third
+// mark, "trusted.kiv.unfinished.@host", says that the source NAT rule is still to be added, see
+// container/host_preparation.cpp. The text of these two marks is empty.
 #pragma once
 
 #include <optional>
@@ -39,49 +39,54 @@
 #include "util/file_descriptor.h"
 #include "util/runtime_directory.h"
 
-/// What an interrupted run may have left half-made.
+/// What an interrupted run may have left incomplete.
 struct InterruptedRun {
     int kinds = 0;  ///< the unshare(2) flags of the namespaces that it was creating or removing
-    /// All of `kinds` are pinned, and only the view was being built: the child may clear the mark.
-    /// Without it the parent has died before it had pinned all, which releases the child too.
+    /// True when all of `kinds` were pinned and only the view was still being built: the child may
+    /// clear the mark. False when the parent died before it had pinned all of them, which also
+    /// releases the child.
     bool pinned = false;
 
     bool operator==(const InterruptedRun&) const = default;
 };
 
-/// The mark's text: the names of the kinds, and "pinned". Words that are not known count as none:
-/// earlier versions wrote an empty text for a stop that had only rules left to remove.
+/// The mark's text: the names of the kinds, and "pinned". The parser ignores unknown words and
+/// accepts an empty text: earlier versions wrote that when stop had only rules left to remove.
 std::string textOf(const InterruptedRun& run);
 InterruptedRun parseInterruptedRun(std::string_view text);
 
-/// True when the set-up child whose view is complete may clear what is marked now.
+/// True when the set-up child, its view complete, may clear the mark.
 bool mayClear(const std::optional<InterruptedRun>& marked);
 
-/// What a stop leaves marked. `found` is the mark that it met, `stillPinned` the kinds whose files
-/// could not be unmounted: of these a marked one must not be taken for finished by the next start.
+/// The mark that a stop leaves; nothing for none. `found` is the mark before the stop,
+/// `stillPinned` the kinds whose files could not be unmounted. A marked kind that is still pinned
+/// stays marked, so that the next start does not take it for complete.
 std::optional<InterruptedRun> afterStop(const std::optional<InterruptedRun>& found, int stillPinned,
                                         bool rulesMayBeLeft);
 
-/// The mark of one account. Keeps the runtime directory open, which reaches the mark when the
-/// set-up child has no path to it any more.
+/// The mark of one account. Keeps the runtime directory open: the set-up child reaches the mark
+/// through the descriptor when it has no path to the directory any more.
 class RunMark {
 public:
-    /// The mark of an account's run. Without a runtime directory nothing is marked. Throws
-    /// std::runtime_error, the text beginning with the path, when the directory is there and cannot
+    /// The mark of an account's run. Without a runtime directory there is no mark. Throws
+    /// std::runtime_error, the text beginning with the path, when the directory exists and cannot
     /// be opened.
     explicit RunMark(const std::string& userName, const std::string& path = runtimeDirectory);
-    /// The mark of an account's interface pair of which both ends are on the host. It has no kinds.
+    /// The mark of an account whose interface pair is still on the host with both ends. It has no
+    /// kinds.
     static RunMark ofLeftPair(const std::string& userName,
                               const std::string& path = runtimeDirectory);
     /// The mark of a host whose source-NAT rule is being added. It has no kinds.
     static RunMark ofHost(const std::string& path = runtimeDirectory);
 
-    /// Throws std::runtime_error, the text beginning with the path, when it cannot be read.
+    /// The mark, if it is set. Throws std::runtime_error, the text beginning with the path, when it
+    /// cannot be read.
     std::optional<InterruptedRun> read() const;
 
-    /// False, with errno set, when it cannot be marked. True where the file system or the caller's
-    /// user namespace has no such attributes, or the user name is too long for one: the mark is a
-    /// safeguard, and no reason to refuse what works without it.
+    /// Sets or replaces the mark. False, with errno set, on failure. True although nothing is set
+    /// where the file system or the user namespace does not allow such attributes, or the user name
+    /// is too long for one: the mark is a safeguard, and a start that works without it is not
+    /// refused.
     [[nodiscard]] bool write(const InterruptedRun& run) const;
 
     void clear() const;

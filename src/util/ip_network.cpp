@@ -7,7 +7,8 @@
 
 namespace {
 
-/// Takes a decimal number from the front of `text`.
+/// Removes a decimal number from the front of `text` and returns it; nothing when there is none or
+/// it is greater than `highest`.
 std::optional<unsigned> takeNumber(std::string_view& text, unsigned highest) {
     unsigned number = 0;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);

@@ -22,8 +22,8 @@ private:
 class IpNetwork {
 public:
     /// Parses four decimal numbers and a prefix length, such as "100.64.0.4/30"; host bits are
-    /// masked away. No sign, blank or superfluous leading zero is taken. Throws std::runtime_error
-    /// "malformed network '…'" for anything else, the empty text included.
+    /// masked away. Signs, blanks and superfluous leading zeros are refused. Throws
+    /// std::runtime_error "malformed network '…'" for any other text, also an empty one.
     explicit IpNetwork(const std::string& text);
 
     /// The prefix length, 0 to 32.

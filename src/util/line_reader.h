@@ -1,5 +1,5 @@
-// The lines of a file. Not std::ifstream: with its streams the C++ library brings all of its
-// locales along, whose set-up at every start took longer than the rest of `kivctl -v`.
+// The lines of a file. Not std::ifstream: with streams the C++ library also initialises all of its
+// locales, which takes longer than the rest of `kivctl -v`.
 #pragma once
 
 #include <array>
@@ -18,11 +18,12 @@ public:
 
     bool opened() const { return file.valid(); }
 
-    /// Puts the next line without its newline into `line`; the last one needs none. False when
-    /// there is none left, and when reading fails: what was read of that line is not delivered.
+    /// Reads the next line into `line`, without its newline, which the last line need not have.
+    /// False at the end of the file and when reading fails; a line that was only partly read is
+    /// then dropped.
     bool next(std::string& line);
 
-    /// The errno of the read(2) that failed, 0 when none has.
+    /// The errno of the failed read(2); 0 without a failure.
     int error() const { return failure; }
 
 private:
@@ -31,5 +32,5 @@ private:
     FileDescriptor file;
     int failure = 0;
     std::array<char, 8192> buffer{};
-    std::string_view pending;  ///< what of the buffer is not delivered yet
+    std::string_view pending;  ///< the part of the buffer that `next` has not returned yet
 };

@@ -21,19 +21,20 @@ bool sameTime(const timespec& one, const timespec& other) {
     return one.tv_sec == other.tv_sec && one.tv_nsec == other.tv_nsec;
 }
 
-/// The C library looks up no user of such a line by name.
+/// The C library finds no user with such a name.
 bool isNeverLookedUp(const char* name) {
     return *name == '\0' || *name == '+' || *name == '-';
 }
 
-/// A word in brackets may send the look-up on although the user was found.
+/// True when "files" is first and no action in brackets follows it, which could continue the
+/// look-up although the user was found, nsswitch.conf(5).
 bool startsWithFilesAlone(std::string_view services) {
     WordReader words(services, kWhiteSpace);
     const std::string_view first = words.next();
     return first == "files" && !words.next().starts_with('[');
 }
 
-/// With the C library's own parser, which has a system call for each line of a longer file.
+/// Uses the C library's parser on one line only: on a longer file it makes a system call per line.
 std::optional<PasswordEntry> parseLine(std::string line) {
     line += '\n';
     std::FILE* const file = ::fmemopen(line.data(), line.size(), "r");
@@ -50,8 +51,8 @@ std::optional<PasswordEntry> parseLine(std::string line) {
     return PasswordEntry{entry.pw_name, entry.pw_uid, entry.pw_gid, entry.pw_dir, entry.pw_shell};
 }
 
-/// The user id of a line, also of one that the C library may pass over: in doubt the user is looked
-/// up by number.
+/// The user ID of a line, even of one that the C library may skip: if it is the same number,
+/// findNumber does not answer and the user is looked up by number.
 uid_t numberIn(const std::string& line) {
     const std::size_t password = line.find(':');
     const std::size_t number =
@@ -132,7 +133,7 @@ void PasswordFile::read() {
     }
 }
 
-/// With the C library's own parser, so that a broken line means here what it means to a look-up.
+/// Uses the C library's parser, so that an invalid line is treated here as in a look-up.
 void PasswordFile::readPasswords() {
     std::FILE* const file = std::fopen(passwords.path.c_str(), "re");
     if (file == nullptr) {
@@ -148,7 +149,7 @@ void PasswordFile::readPasswords() {
             texts.append(text).push_back('\0');
         }
     }
-    // stable: find takes the first of several lines of a user, as a look-up does
+    // stable: of several lines of one user, find returns the first, like a look-up
     std::stable_sort(entries.begin(), entries.end(), [this](const Entry& one, const Entry& other) {
         return std::strcmp(nameOf(one), nameOf(other)) < 0;
     });

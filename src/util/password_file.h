@@ -1,5 +1,5 @@
-// The password file, read once for many look-ups. The C library reads it from its start for each
-// one, which makes thousands of accounts in a file of thousands of lines take seconds.
+// The password file passwd(5), read once for many look-ups. The C library reads it from its start
+// for every look-up: thousands of accounts in a file of thousands of lines would take seconds.
 #pragma once
 
 #include <sys/stat.h>
@@ -14,7 +14,7 @@
 
 #include "util/util.h"
 
-/// Distinguishes a file from its replacement, and from itself before a change.
+/// Detects whether a file was changed or replaced.
 struct FileVersion {
     std::string path;
     struct stat status {};
@@ -22,27 +22,27 @@ struct FileVersion {
     bool isCurrent() const;
 };
 
-/// Gives what a look-up by name gives, under every nsswitch.conf(5), or nothing: the file is only
-/// believed where a look-up by name would ask it first and end with its answer, and only while
-/// neither of the two files has changed since they were read. No source of users is enumerated: it
-/// may have millions of users, refuse, or order them otherwise than it answers.
+/// Returns the result of a look-up by name, under every nsswitch.conf(5), or nothing. The file is
+/// used only where a look-up by name would ask it first and end with its answer, and only while
+/// neither of the two files has changed since they were read. Sources of users are never
+/// enumerated: one may have millions of users, refuse, or list them in another order than it
+/// searches them.
 class PasswordFile {
 public:
-    /// Whether the files have changed is looked at anew when `lookEvery` has passed, by default
-    /// for each find.
+    /// Checks whether the files have changed once per `lookEvery`; by default at each find.
     explicit PasswordFile(std::string passwordFile = "/etc/passwd",
                           std::string sourcesFile = "/etc/nsswitch.conf",
                           std::chrono::milliseconds lookEvery = {});
 
-    /// Reads the files when they were not read before or have changed. Nothing for a user who has
-    /// to be looked up by name: one of another source, everyone where another source comes first,
-    /// and everyone while a file cannot be read or is being changed.
+    /// Reads the files if they were not read yet or have changed. Returns nothing for a user who
+    /// must be looked up by name: a user of another source, and every user where another source
+    /// comes first or while a file cannot be read or is being changed.
     std::optional<PasswordEntry> find(std::string_view name);
 
 private:
-    /// Beside the text of its line, an entry takes 16 bytes.
+    /// 16 bytes, in addition to its texts.
     struct Entry {
-        std::size_t texts;  ///< where its texts begin
+        std::size_t texts;  ///< where its texts begin in PasswordFile::texts
         uid_t uid;
         gid_t gid;
     };
@@ -57,21 +57,22 @@ private:
     std::chrono::milliseconds interval;
     std::optional<std::chrono::steady_clock::time_point> lastCurrent;
     std::string texts;           ///< name, home directory and shell of each, NUL-terminated
-    std::vector<Entry> entries;  ///< sorted by name; empty where the file is not believed
+    std::vector<Entry> entries;  ///< sorted by name; empty when the file must not be used
 };
 
-/// One user of the password file, for a run that looks up no other, under the same conditions. It
-/// is read up to the user's line, once for the look-up by name and the one by number after it.
+/// One user of the password file, under the same conditions, for a run that looks up no other user.
+/// Reads the file only up to the user's line, once for the look-up by name and the following one by
+/// number.
 class PasswordLine {
 public:
     explicit PasswordLine(std::string passwordFile = "/etc/passwd",
                           std::string sourcesFile = "/etc/nsswitch.conf");
 
-    /// Nothing for a user who has to be looked up by name.
+    /// Returns nothing for a user who must be looked up by name.
     std::optional<PasswordEntry> find(const std::string& name);
 
-    /// The user that was found by name. Nothing for another number, where an earlier line has the
-    /// same number, and once a file has changed.
+    /// The user that `find` returned, if it has this number. Nothing when an earlier line has the
+    /// same number, or when a file has changed.
     std::optional<PasswordEntry> findNumber(uid_t uid) const;
 
 private:
@@ -83,6 +84,6 @@ private:
     bool isFirstOfNumber = false;
 };
 
-/// Whether the text of nsswitch.conf(5) at the path has users looked up in the password file first
-/// and nowhere else when they are found there. False in doubt.
+/// Whether the nsswitch.conf(5) at `sourcesFile` makes look-ups of users ask the password file
+/// first and stop when the user is found there. False in doubt.
 bool passwordFileComesFirst(const std::string& sourcesFile);

@@ -1,4 +1,4 @@
-// What the programs of this package have in common beside their code.
+// The version and the translations that all programs of this package share.
 #pragma once
 
 #include <libintl.h>
@@ -10,7 +10,7 @@ inline constexpr const char* kVersionLine =
 inline constexpr const char* kTextDomain = "kivctl";
 inline constexpr const char* kCatalogues = "/usr/share/locale";
 
-/// From now on gettext(3) answers in the caller's language.
+/// From now on gettext(3) translates into the caller's language.
 inline void speakCallersLanguage() {
     ::setlocale(LC_ALL, "");
     ::bindtextdomain(kTextDomain, kCatalogues);

@@ -11,7 +11,7 @@ constexpr std::size_t kLongest = 65536;  // bytes
 constexpr std::size_t kMostLevels = 255;
 constexpr std::size_t kMostOperators = 255;  // in a row
 
-/// In a bracket expression parentheses and operators stand for themselves.
+/// Skips a bracket expression, in which parentheses and operators are literal.
 void skipBracket(std::string_view& rest) {
     rest.remove_prefix(rest.starts_with('^') ? 1 : 0);
     rest.remove_prefix(rest.starts_with(']') ? 1 : 0);
@@ -30,7 +30,8 @@ void skipBracket(std::string_view& rest) {
     }
 }
 
-/// The rest of what `first` begins: a bracket expression, an escape or an interval, "{2,5}".
+/// Skips the rest of what `first` begins: a bracket expression, an escape or an interval such as
+/// "{2,5}".
 void skipRest(char first, std::string_view& rest) {
     if (first == '[') {
         skipBracket(rest);
@@ -46,8 +47,8 @@ bool isRepetition(char c) {
     return c == '*' || c == '+' || c == '?' || c == '{';
 }
 
-/// regcomp(3) has no limits of its own, and calls itself for every level and every operator in a
-/// row: 20,000 parentheses take all of the stack.
+/// regcomp(3) has no limits and recurses for every level and for every operator in a row: 20,000
+/// parentheses overflow the stack.
 void requireLimits(std::string_view rest) {
     if (rest.size() > kLongest) {
         throw std::runtime_error("regular expression of more than 65536 bytes");
@@ -61,7 +62,7 @@ void requireLimits(std::string_view rest) {
         operators = isRepetition(c) ? operators + 1 : 0;
         if (c == '(') {
             ++levels;
-        } else if (c == ')' && levels > 0) {  // alone it stands for itself
+        } else if (c == ')' && levels > 0) {  // unmatched, it is literal
             --levels;
         }
         if (levels > kMostLevels) {
@@ -99,7 +100,7 @@ RegEx::~RegEx() {
 }
 
 bool RegEx::match(const std::string& text, unsigned long executionFlags) const {
-    // REG_STARTEND takes the length from the caller instead of looking for the first NUL byte
+    // with REG_STARTEND the length is given here, so that the text may contain NUL bytes
     regmatch_t range = {0, static_cast<regoff_t>(text.size())};
     return ::regexec(&compiled, text.c_str(), 1, &range,
                      static_cast<int>(executionFlags) | REG_STARTEND) == 0;

@@ -1,4 +1,4 @@
-// POSIX extended regular expressions of the C library, regcomp(3).
+// POSIX extended regular expressions of the C library, regcomp(3) and regex(7).
 #pragma once
 
 #include <regex.h>
@@ -10,10 +10,11 @@ public:
     /// Added to REG_EXTENDED | REG_NOSUB, for example REG_ICASE; 0 for no options.
     using Flags = int;
 
-    /// Throws std::runtime_error with regerror(3)'s text when the pattern does not compile; with a
-    /// text of our own when it holds a NUL byte, at which regcomp(3) would silently cut it off, and
-    /// when it has more than 64 KiB, 255 levels of groups or 255 repetition operators in a row.
-    /// Within these limits a pattern can still take all memory: whoever may write one is trusted.
+    /// Throws std::runtime_error: with the text of regerror(3) when the pattern does not compile,
+    /// and with our own text when it contains a NUL byte, where regcomp(3) would silently cut it
+    /// off, or when it has more than 64 KiB, 255 levels of groups or 255 repetition operators in a
+    /// row. Within these limits a pattern can still use all memory: whoever may write one is
+    /// trusted.
     RegEx(const std::string& pattern, Flags flags);
     ~RegEx();
     RegEx(const RegEx&) = delete;

@@ -1,21 +1,21 @@
-// Where the namespaces of all containers are held: the runtime directory and the names in it. The
-// program and the container library both go by this header.
+// The runtime directory, where the namespaces of all containers are pinned, and the names in it.
+// Both the program and the container library use this header.
 #pragma once
 
 #include <sched.h>
 
 #include <string>
 
-/// Mode 0700, bind-mounted on itself and private.
+/// Has mode 0700, is bind-mounted on itself and is a private mount, see kiv(7).
 inline const std::string runtimeDirectory = "/run/kiv";
 
 struct NamespaceKind {
     const char* name;  ///< as in /proc/PID/ns/ and in the namespace file's name
-    int flag;          ///< what unshare(2) takes to create it and setns(2) to join it
+    int flag;          ///< creates it with unshare(2), joins it with setns(2)
 };
 
-/// Always handled in this order. Whoever joins them needs the mount namespace last: afterwards the
-/// files of the others are out of sight.
+/// Always handled in this order. The mount namespace must be joined last: inside it the files of
+/// the others cannot be reached.
 inline constexpr NamespaceKind kNamespaceKinds[] = {
     {"net", CLONE_NEWNET},
     {"ipc", CLONE_NEWIPC},

@@ -1,4 +1,5 @@
-// A short undo step that runs when a scope is left. Persistent host state is not undone with it.
+// A short undo step that runs when a scope is left. Not for persistent host state, which no
+// destructor may release.
 #pragma once
 
 #include <utility>
@@ -15,7 +16,7 @@ public:
         }
     }
 
-    /// The scope went well: leaves the action out.
+    /// Call on success: the action does not run.
     void dismiss() { armed = false; }
 
 private:

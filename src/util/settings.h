@@ -1,5 +1,5 @@
-// What the command line settles for the whole process. Filled by the option parser before anything
-// else reads it; it stands here so that every folder can read it.
+// Settings of the command line for the whole process. The option parser fills them before anything
+// reads them; they are in this low folder so that every folder can read them.
 #pragma once
 
 inline constexpr const char* kDefaultConfigFile = "/etc/tarnwell/kiv.conf";
@@ -11,7 +11,7 @@ struct Settings {
     int debugMode = 0;               ///< 1 after -d: progress lines on standard output
 };
 
-/// For the option parser, and for tests.
+/// Write access, for the option parser and for tests.
 Settings& settings();
 
 const char* configFile();

@@ -8,13 +8,14 @@
 
 namespace {
 
-/// How many bytes at the beginning of `text`, which is not empty, are a control character.
+/// The length in bytes of the control character at the beginning of `text`, or 0. `text` must not
+/// be empty.
 std::size_t controlLength(std::string_view text) {
     const auto byte = [text](std::size_t i) { return static_cast<unsigned char>(text[i]); };
     if (byte(0) < 0x20 || byte(0) == 0x7f) {
         return 1;
     }
-    // U+0080 to U+009F: terminals obey them like ESC and a letter
+    // U+0080 to U+009F: terminals obey them like ESC followed by a letter
     const bool isC1 = text.size() > 1 && byte(0) == 0xc2 && byte(1) >= 0x80 && byte(1) <= 0x9f;
     return isC1 ? 2 : 0;
 }
@@ -36,7 +37,7 @@ void StringUtil::replaceAll(const std::string& from, const std::string& to, std:
     if (from.empty()) {
         return;
     }
-    // built aside: replacing in place would move the tail once for every occurrence
+    // built separately: replacing in place would move the tail once per occurrence
     std::string result;
     std::string::size_type begin = 0;
     for (auto hit = subject.find(from); hit != std::string::npos; hit = subject.find(from, begin)) {
@@ -65,7 +66,7 @@ std::string StringUtil::vsprintf(const char* format, va_list arguments) {
         throw std::runtime_error("cannot expand the format '" + std::string(format) + "'");
     }
     std::string text(static_cast<std::size_t>(length), '\0');
-    // data() has room for the terminating zero, which vsnprintf counts into the size
+    // size + 1: the size of vsnprintf includes the terminating zero, for which data() has room
     std::vsnprintf(text.data(), text.size() + 1, format, arguments);
     return text;
 }

@@ -5,15 +5,15 @@
 #include <string>
 #include <string_view>
 
-/// What the ends of lines are trimmed of.
+/// The characters that are trimmed from lines.
 inline constexpr const char* kWhiteSpace = " \t\n\f\r\v";
 
 class StringUtil {
 public:
-    /// The pieces of `text` in order; every character of `separators` separates pieces.
-    /// `dropEmpty` leaves out empty pieces (leading, trailing and repeated separators then yield
-    /// nothing, and an empty text yields an empty list); `keepSeparators` makes each separator a
-    /// piece of its own, one character long.
+    /// The pieces of `text` in order; every character of `separators` separates pieces. `dropEmpty`
+    /// omits empty pieces: leading, trailing and repeated separators then yield nothing, and an
+    /// empty text yields an empty list. `keepSeparators` makes each separator a piece of one
+    /// character.
     template <typename Container>
     static Container split(const std::string& text, const std::string& separators, bool dropEmpty,
                            bool keepSeparators);
@@ -29,15 +29,15 @@ public:
     /// expanded (vsnprintf(3) fails).
     [[gnu::format(printf, 1, 2)]] static std::string sprintf(const char* format, ...);
 
-    /// The same of a list of arguments, which va_end(3) is still to be called for.
+    /// The same for a va_list; the caller calls va_end(3).
     [[gnu::format(printf, 1, 0)]] static std::string vsprintf(const char* format,
                                                               va_list arguments);
 
     /// `prefix` and the byte's value as two lower-case hexadecimal digits.
     static std::string hexEscape(char c, const std::string& prefix);
 
-    /// `text` with each byte of a control character as "\xHH": C0, DEL and C1, the last as UTF-8
-    /// has it. All other bytes stay, those of other character sets too.
+    /// `text` with each byte of a control character as "\xHH": C0, DEL, and C1 as encoded in UTF-8.
+    /// All other bytes stay, also those of other character sets.
     static std::string escapeControls(std::string_view text);
 };
 

@@ -1,11 +1,12 @@
-// The columns that a text takes on a terminal.
+// How many columns a text takes on a terminal.
 #pragma once
 
 #include <cstddef>
 #include <cwchar>
 #include <string>
 
-/// By the locale's character set. A byte that is no character there takes one column.
+/// In columns, by the locale's character set, see wcwidth(3). A byte that is not part of a
+/// character counts as one column.
 inline std::size_t textWidth(const std::string& text) {
     std::size_t width = 0;
     std::mbstate_t state{};

@@ -1,5 +1,5 @@
-// Where a user's processes are accounted: the slice of systemd.slice(5), below the hierarchy of
-// cgroups. The library enters it, the program reads its figures.
+// The cgroup that accounts a user's processes: the user's slice, systemd.slice(5). The library
+// moves processes into it; the program reads its figures.
 #pragma once
 
 #include <sys/types.h>
@@ -8,7 +8,7 @@
 
 inline constexpr const char* kCgroupRoot = "/sys/fs/cgroup";
 
-/// Relative to the hierarchy's root.
+/// The slice's path, relative to the root of the cgroup hierarchy.
 inline std::string userSlice(uid_t uid) {
     return "user.slice/user-" + std::to_string(uid) + ".slice";
 }

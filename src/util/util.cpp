@@ -23,7 +23,7 @@ PasswordEntry copyOf(const passwd& entry) {
             textOf(entry.pw_shell)};
 }
 
-/// getpwnam(3): these say "not found" on some name services, beside a plain null.
+/// getpwnam(3): besides 0, some name services return one of these for "not found".
 bool meansNotFound(int error) {
     return error == 0 || error == ENOENT || error == ESRCH || error == EBADF || error == EPERM;
 }
@@ -35,8 +35,8 @@ struct LookUp {
     int error = 0;
 };
 
-/// `call` is getpwnam_r(3) or the like. The plain calls would change an entry that belongs to the
-/// program which the PAM module runs in.
+/// `call` is getpwnam_r(3) or getpwuid_r(3). getpwnam(3) would overwrite the entry of the program
+/// that the PAM module runs in.
 template <typename Call>
 LookUp lookUp(Call call) {
     constexpr std::size_t kUsualSize = 1024;
@@ -51,21 +51,22 @@ LookUp lookUp(Call call) {
     }
 }
 
-/// The name of a file within a directory, and no other.
+/// True when the name is one component of a path.
 bool isOneComponent(const std::string& name) {
     return !name.empty() && name != "." && name != ".." && name.find('/') == std::string::npos &&
            name.find('\0') == std::string::npos;
 }
 
-/// The first user of a run, who is the only one of most.
+/// The first user of a run; most runs have only one.
 PasswordLine& firstUser() {
     static PasswordLine line;
     return line;
 }
 
-/// Reads the whole file only from the second look-up of a run on.
+/// Reads the whole password file only from the second look-up of a run on.
 std::optional<PasswordEntry> findInPasswordFile(const std::string& name) {
-    // two looks at files for each of thousands of accounts were a tenth of "status -a"
+    // checked at most every 10 ms: two file checks per account took a tenth of "status -a" with
+    // thousands
     static PasswordFile file("/etc/passwd", "/etc/nsswitch.conf", std::chrono::milliseconds(10));
     static bool isFirst = true;
     return std::exchange(isFirst, false) ? firstUser().find(name) : file.find(name);

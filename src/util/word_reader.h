@@ -1,5 +1,5 @@
-// The words of a line, one after another. Unlike StringUtil::split it keeps no list of them: a line
-// of one-letter words would take twenty times its own memory.
+// The words of a line, one after another. Unlike StringUtil::split it keeps no list: the list of a
+// line of one-letter words would take twenty times the line's memory.
 #pragma once
 
 #include <algorithm>
@@ -11,7 +11,7 @@ public:
     WordReader(std::string_view text, std::string_view wordSeparators)
         : rest(text), separators(wordSeparators) {}
 
-    /// The next word, a part of the text; empty when there is none left.
+    /// The next word, a part of the text; empty when none is left.
     std::string_view next() {
         rest.remove_prefix(std::min(rest.find_first_not_of(separators), rest.size()));
         const std::string_view word = rest.substr(0, rest.find_first_of(separators));
