@@ -17,7 +17,7 @@
 
 namespace {
 
-/// By their numbers, see capabilities(7).
+/// In the order of their numbers in <linux/capability.h>, see capabilities(7).
 constexpr std::string_view kNames[] = {"chown",
                                        "dac_override",
                                        "dac_read_search",
@@ -63,8 +63,9 @@ constexpr std::string_view kNames[] = {"chown",
 constexpr std::string_view kPrefix = "cap_";
 constexpr std::uint32_t kForChangeOfUser = 1U << CAP_SETGID | 1U << CAP_SETUID;
 
-/// The kernel answers EINVAL to the first number that it does not know. Every kernel knows those up
-/// to CAP_SETFCAP: of them this must not look like the end of the set, all of which would stay.
+/// The kernel returns EINVAL for the first number that it does not know. Every kernel knows the
+/// numbers up to CAP_SETFCAP: EINVAL for one of them must not be taken for the end of the set,
+/// because the rest would then stay.
 void dropFromBoundingSet(const CapabilitySet& kept) {
     if (::prctl(PR_CAPBSET_READ, CAP_CHOWN, 0, 0, 0) < 0) {
         throw systemError("cannot read the capability bounding set: ");
@@ -80,7 +81,7 @@ void dropFromBoundingSet(const CapabilitySet& kept) {
     }
 }
 
-/// tolower(3) goes by the administrator's language, and in Turkish no "i" comes of an "I".
+/// Not tolower(3), which depends on the locale: in Turkish "I" does not become "i".
 char toLower(char c) {
     return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
 }
@@ -102,7 +103,7 @@ Capability parseCapability(const std::string& name) {
 
 void restrictCapabilities(const CapabilitySet& kept) {
     dropFromBoundingSet(kept);
-    // With them the kernel empties the ambient set: it keeps nothing that is not inheritable.
+    // Emptying the inheritable set also empties the ambient set, capabilities(7).
     __user_cap_header_struct header = {_LINUX_CAPABILITY_VERSION_3, 0};
     std::array<__user_cap_data_struct, _LINUX_CAPABILITY_U32S_3> sets{};
     sets[0].permitted = sets[0].effective = kForChangeOfUser;

@@ -1,17 +1,17 @@
-// The capabilities of a process that becomes an account's, see capabilities(7).
+// Limits the capabilities of a process that will run as an account, see capabilities(7).
 #pragma once
 
 #include <set>
 #include <string>
 
-using Capability = int;  ///< its number, as in <linux/capability.h>
+using Capability = int;  ///< the number in <linux/capability.h>
 using CapabilitySet = std::set<Capability>;
 
-/// The number of a capability's name, in any case, with or without "CAP_". Throws
+/// The capability of that name, in upper or lower case, with or without "CAP_". Throws
 /// std::runtime_error "unknown capability '…'".
 Capability parseCapability(const std::string& name);
 
-/// Empties the ambient and the inheritable set, drops all but `kept` from the bounding set, and
-/// leaves CAP_SETUID and CAP_SETGID alone permitted and effective: what the change of user needs.
-/// Throws std::runtime_error.
+/// Empties the ambient and the inheritable set, and drops all capabilities but `kept` from the
+/// bounding set. Only CAP_SETUID and CAP_SETGID stay permitted and effective, because the change of
+/// user needs them. Throws std::runtime_error.
 void restrictCapabilities(const CapabilitySet& kept);

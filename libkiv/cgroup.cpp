@@ -46,16 +46,17 @@ bool writeTo(const FileDescriptor& directory, const char* file, std::string_view
            ::write(target.get(), text.data(), text.size()) == static_cast<ssize_t>(text.size());
 }
 
-/// Lets the children of a cgroup be counted. Where the kernel or the machine's other hierarchies
-/// keep a controller back the account is not counted by it, which keeps nobody out.
+/// Turns on the accounting of a cgroup's children. A controller may be missing in the kernel or in
+/// use by a cgroup v1 hierarchy; it then does not count the account's use, and the entry still
+/// succeeds.
 void askForCounting(const FileDescriptor& parent) {
     for (const char* controller : {"+pids", "+memory"}) {
         writeTo(parent, "cgroup.subtree_control", controller);
     }
 }
 
-/// False, with errno set, when it cannot be made. Its mode does not depend on the caller's umask:
-/// the account may look at what is counted.
+/// False, with errno set, when the cgroup cannot be created. Its mode does not depend on the
+/// caller's umask, so that the account can always read its figures.
 bool makeChild(const FileDescriptor& parent, const std::string& name) {
     const mode_t before = ::umask(0);
     const int result = ::mkdirat(parent.get(), name.c_str(), kDirectoryMode);
@@ -63,8 +64,8 @@ bool makeChild(const FileDescriptor& parent, const std::string& name) {
     return result == 0;
 }
 
-/// True when this process is in the leaf, else `failed` is the path of what could not be done and
-/// errno the reason.
+/// Moves this process into the leaf. On failure returns false, with the path of the failed step in
+/// `failed` and the reason in errno.
 bool joinLeaf(uid_t uid, const std::string& root, std::string& failed) {
     FileDescriptor directory = openHierarchy(root);
     failed = root;
@@ -94,7 +95,7 @@ FileDescriptor openOrMakeCgroup(const FileDescriptor& parent, const std::string&
         return child;
     }
     askForCounting(parent);
-    // EEXIST: somebody else was faster, which is as good
+    // EEXIST: another process has just created it, which is as good
     if (!makeChild(parent, name) && errno != EEXIST) {
         return child;
     }
@@ -119,7 +120,8 @@ void limitProcesses(const FileDescriptor& leaf) {
 void enterCgroup(uid_t uid, const std::string& root) {
     std::string failed;
     int error = 0;
-    // between being made and being joined the empty leaf may be tidied away by the host's manager
+    // the host's service manager may remove the empty leaf after it is created and before it is
+    // joined
     for (int attempt = 0; attempt < kTries; ++attempt) {
         if (joinLeaf(uid, root, failed)) {
             return;

@@ -30,7 +30,7 @@ std::runtime_error notRunning(const std::string& path, const std::string& user) 
                               user);
 }
 
-/// A start that was killed may have left a view of the host, with its mark.
+/// A start that was killed may have left a view of the whole host, and its mark.
 void requireFinished(const std::string& user) {
     if (RunMark(user).read()) {
         throw std::runtime_error(runtimeDirectory + ": starting the container of " + user +
@@ -40,7 +40,7 @@ void requireFinished(const std::string& user) {
 
 FileDescriptor openNamespace(const std::string& path, const NamespaceKind& kind,
                              const std::string& user) {
-    // not blocking: should somebody have put a FIFO there
+    // O_NONBLOCK: the open must not block if the path is a FIFO
     FileDescriptor file(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC));
     int error = errno;
     if (!file.valid()) {
@@ -49,7 +49,7 @@ FileDescriptor openNamespace(const std::string& path, const NamespaceKind& kind,
     const int type = ::ioctl(file.get(), NS_GET_NSTYPE);  // ioctl_ns(2)
     error = errno;
     if (type == -1) {
-        // a plain file: the namespace was never bound to it, or the host has been restarted
+        // ENOTTY: a plain file. The namespace was never mounted on it, or has been unmounted since.
         throw error == ENOTTY ? notRunning(path, user) : systemError(path + ": ", error);
     }
     if (type != kind.flag) {

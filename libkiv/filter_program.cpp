@@ -26,8 +26,8 @@ namespace {
 using Program = std::vector<sock_filter>;
 using Part = std::span<const sock_filter>;
 
-/// Calls that older tables have behind one number, with a number of their own in argument 0:
-/// socketcall(2), ipc(2). Sorted by name.
+/// Calls that share one number on older tables and are selected by argument 0: socketcall(2),
+/// ipc(2). Sorted by name.
 struct SharedNumber {
     std::string_view name;
     const char* sharedBy;
@@ -68,25 +68,26 @@ constexpr SharedNumber kSharedNumbers[] = {
     {"socket", "socketcall", SYS_SOCKET},
     {"socketpair", "socketcall", SYS_SOCKETPAIR},
 };
-/// The upper half of ipc(2)'s argument is a version, which the kernel takes off.
+/// The upper half of ipc(2)'s argument is a version, which the kernel masks out.
 constexpr std::uint32_t kNumberInArgument = 0xffff;
 
 constexpr std::uint32_t kX32 = AUDIT_ARCH_X86_64 & ~__AUDIT_ARCH_64BIT;
-/// Part of the numbers of x32, which the kernel shows to a filter as those of a 64-bit program.
+/// Set in the numbers of x32; the kernel reports the architecture of such calls as that of 64-bit
+/// programs, seccomp(2).
 constexpr std::uint32_t kX32Bit = 0x40000000;
-/// The number of a call that a tracer has taken from the kernel, ptrace(2).
+/// The number of a call that a tracer has cancelled, ptrace(2).
 constexpr std::uint32_t kTakenByTracer = 0xffffffff;
 
 // ioctl(2) requests
 constexpr std::uint32_t kTerminalSubcodes = 0x541c;  // TIOCLINUX, ioctl_console(2)
-// PIDFD_GET_INFO shows the user, the parent and the cgroup of any process of the host, also of
-// those that hidepid hides. The upper half of the request is the size of the caller's structure and
-// the direction of the copy: the kernel takes many values.
+// PIDFD_GET_INFO reports the user, the parent and the cgroup of any process of the host, even of
+// those that hidepid hides. The upper half of the request encodes the structure's size and the
+// direction of the copy, and the kernel accepts many values there.
 constexpr std::uint32_t kProcessInformation = 0xff0b;
 constexpr std::uint32_t kWithoutSize = 0xffff;
 
-// personality(2): PER_LINUX32 and UNAME26 change what uname(2) says; all bits ask and change
-// nothing
+// personality(2): PER_LINUX32 and UNAME26 only change the result of uname(2); all bits set is a
+// query
 constexpr std::uint32_t kHarmlessBits = 0x0008 | 0x20000;
 constexpr std::uint32_t kQuestion = 0xffffffff;
 
@@ -97,8 +98,8 @@ constexpr sock_filter load(std::size_t offset) {
     return BPF_STMT(BPF_LD | BPF_W | BPF_ABS, static_cast<std::uint32_t>(offset));
 }
 
-/// An argument's lower 32 bits. The kernel ignores the others in the calls that are checked here: a
-/// filter that compares them is bypassed by setting one.
+/// An argument's lower 32 bits. In the calls that are checked here the kernel ignores the upper
+/// bits: a filter that compared them too could be bypassed by setting one.
 constexpr sock_filter loadArgument(std::size_t index) {
     constexpr std::size_t kLowHalf = std::endian::native == std::endian::big ? 4 : 0;
     return load(offsetof(seccomp_data, args) + index * sizeof(seccomp_data::args[0]) + kLowHalf);
@@ -112,7 +113,7 @@ constexpr sock_filter answerWith(std::uint32_t action) {
     return BPF_STMT(BPF_RET | BPF_K, action);
 }
 
-// jumps, by the number of instructions that they pass over
+// jumps; `count` is the number of instructions that they skip
 constexpr sock_filter passOver(std::size_t count) {
     return BPF_STMT(BPF_JMP | BPF_JA, static_cast<std::uint32_t>(count));
 }
@@ -154,7 +155,7 @@ constexpr sock_filter kOddPersonality[] = {loadArgument(0), passOverIf(kQuestion
 constexpr sock_filter kVsock[] = {loadArgument(0), passOverUnless(AF_VSOCK, 1),
                                   answerWith(kDenied)};
 
-/// The instructions for a call whose number matches. What none of them answers is allowed.
+/// The instructions for a call whose number matches. A call that none of them answers is allowed.
 Part answersTo(Answer answer) {
     switch (answer) {
         case Answer::Deny:
@@ -175,12 +176,12 @@ Part answersTo(Answer answer) {
     return {};
 }
 
-/// True when the call is answered whatever its arguments are.
+/// True when the answer does not depend on the call's arguments.
 bool isWhole(Answer answer) {
     return answer == Answer::Deny || answer == Answer::Kill || answer == Answer::Missing;
 }
 
-/// The architecture by which the kernel shows a table's calls to a filter.
+/// The architecture that the kernel reports to a filter for a table's calls.
 std::uint32_t shownArchitecture(const SystemCallTable& table) {
     return table.architecture == kX32 ? AUDIT_ARCH_X86_64 : table.architecture;
 }
@@ -192,13 +193,13 @@ bool isOpen(const SystemCallTable& table, const SystemCallRules& rules) {
 /// The answer to a number, or to one of the calls that share it.
 struct NumberedAnswer {
     std::uint32_t number;
-    std::uint32_t inArgument;  ///< as of SharedNumber; 0 for a call with a number of its own
+    std::uint32_t inArgument;  ///< as in SharedNumber; 0 for a call with its own number
     Answer answer;
 };
 using Answers = std::vector<NumberedAnswer>;
 
-/// The same answer where the call is one of several behind a number. A call whose arguments matter
-/// has them in memory there, where a filter cannot look.
+/// Adds the answer where the call shares its number with others. Answers that depend on arguments
+/// are left out: there the arguments are in memory, which a filter cannot read.
 void addShared(Answers& answers, const std::string& name, Answer answer, std::size_t table) {
     const auto* const shared = std::lower_bound(
         std::begin(kSharedNumbers), std::end(kSharedNumbers), name,
@@ -211,7 +212,7 @@ void addShared(Answers& answers, const std::string& name, Answer answer, std::si
     }
 }
 
-/// The answers to all calls that the kernel shows with one architecture, by number.
+/// The answers to all calls that the kernel reports with one architecture, sorted by number.
 Answers answersOn(std::uint32_t architecture, const SystemCallRules& rules) {
     Answers answers;
     for (std::size_t table = 0; table < countOfTables(); ++table) {
@@ -265,13 +266,13 @@ std::span<const NumberedAnswer> appendNumber(Program& program,
     return answers;
 }
 
-/// Halves the numbers until few are left: most calls of a program match none, and would pass all of
-/// them.
+/// A binary search until few numbers are left: most calls of a program match none and would be
+/// compared with all of them.
 void appendSearch(Program& program, std::span<const NumberedAnswer> answers) {
     constexpr std::size_t kFew = 4;
     auto middle = answers.begin() + static_cast<std::ptrdiff_t>(answers.size() / 2);
     while (middle != answers.begin() && middle->number == std::prev(middle)->number) {
-        --middle;  // all answers to a number are on one side
+        --middle;  // keeps all answers to one number on one side
     }
     if (answers.size() > kFew && middle != answers.begin()) {
         program.push_back(passOverBelow(middle->number, 1));
@@ -288,7 +289,7 @@ void appendSearch(Program& program, std::span<const NumberedAnswer> answers) {
     program.push_back(answerWith(SECCOMP_RET_ALLOW));
 }
 
-/// What follows the comparison of the architecture.
+/// Appends the instructions for one architecture's calls.
 void appendCalls(Program& program, std::uint32_t architecture, const SystemCallRules& rules) {
     program.push_back(load(offsetof(seccomp_data, nr)));
     if (architecture == AUDIT_ARCH_X86_64 && rules.deniedTables.count("x32") != 0) {
@@ -305,7 +306,8 @@ std::vector<sock_filter> filterProgram(const SystemCallRules& rules) {
     for (std::size_t i = 0; i < countOfTables(); ++i) {
         const SystemCallTable& table = systemCallTable(i);
         if (shownArchitecture(table) != table.architecture || !isOpen(table, rules)) {
-            continue;  // among the calls of the other that is shown so, or denied as a whole
+            continue;  // handled with the architecture that the kernel reports, or denied as a
+                       // whole
         }
         program.push_back(passOverIf(table.architecture, 1));
         const std::size_t jump = program.size();

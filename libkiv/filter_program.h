@@ -7,8 +7,8 @@
 
 #include "libkiv/system_call_rules.h"
 
-/// A denied table is answered as it does least harm: i386 and arm by the end of the process,
-/// because a program whose exit(2) is refused as well may run for ever; x32 by ENOSYS, as from a
-/// kernel without it, because 64-bit programs try its numbers. A call by a table that is neither
-/// open nor known ends the process.
+/// The rules as instructions of classic BPF, bpf(2). Denied tables get the least harmful answer. A
+/// call by i386 or arm ends the process, because a program whose exit(2) also fails may run for
+/// ever. A call by x32 fails with ENOSYS, as on a kernel without x32, because 64-bit programs try
+/// its numbers. A call by an unknown table ends the process.
 std::vector<sock_filter> filterProgram(const SystemCallRules& rules);

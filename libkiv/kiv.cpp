@@ -1,4 +1,4 @@
-// The calls of kiv.h: each runs one step, and turns its exception into a message and -1.
+// The functions of kiv.h. Each runs one step and turns an exception into a log message and -1.
 #include "libkiv/kiv.h"
 
 #include <syslog.h>
@@ -17,12 +17,12 @@
 
 namespace {
 
-/// Apart from the session, whose policy needs memory to be made: without any left a failure must
-/// still find its way to the caller.
+/// Not part of Session, which needs memory to be created: a failure must reach the caller even when
+/// memory is exhausted.
 kiv_log_cb logCallback = nullptr;
 
 struct Session {
-    std::optional<Policy> policy;  ///< none before it is asked for: the default takes time to make
+    std::optional<Policy> policy;  ///< empty until first needed: building the default takes time
     std::string fault;             ///< why there is no policy to enforce
 };
 
@@ -45,8 +45,8 @@ int attempt(void* handle, Step step) noexcept {
     }
 }
 
-/// The policy. A file that was not understood must not mean the defaults: it may have asked for
-/// more.
+/// The policy to enforce. When the file was not understood, the defaults must not be used: it may
+/// ask for stricter rules.
 const Policy& enforceable() {
     if (!session().fault.empty()) {
         throw std::runtime_error(session().fault);
@@ -58,7 +58,7 @@ const Policy& enforceable() {
 }
 
 void loadPolicy() {
-    session().fault = "no configuration";  // until it is read, should memory run out meanwhile
+    session().fault = "no configuration";  // stays when memory runs out before it is read
     try {
         session().policy = readPolicy(kPolicyFile);
         session().fault.clear();

@@ -9,7 +9,7 @@
 
 namespace {
 
-/// Not so a link that leads nowhere: somebody meant a file to be read.
+/// False for a dangling link: the administrator wants a file to be read there.
 bool isMissing(const std::string& path) {
     struct stat status {};
     return ::lstat(path.c_str(), &status) != 0 && errno == ENOENT;
@@ -25,7 +25,7 @@ Policy readPolicy(const std::string& path) {
     CapabilitySet dropped;
     const auto take = [&](Configuration::Section section, const std::string& item) {
         if (item.empty()) {
-            return;  // a line of blanks
+            return;  // a line of white space
         }
         if (section == &Configuration::cap_add) {
             policy.keptCapabilities.insert(parseCapability(item));

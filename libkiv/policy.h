@@ -1,4 +1,4 @@
-// What the host's administrator allows in containers, as far as the library enforces it.
+// The part of the configuration that the library enforces: capabilities and system calls.
 #pragma once
 
 #include <string>
@@ -6,7 +6,7 @@
 #include "libkiv/capabilities.h"
 #include "libkiv/system_call_rules.h"
 
-/// Made without a file it is the built-in default.
+/// A plain value; default-constructed it is the built-in default.
 struct Policy {
     CapabilitySet keptCapabilities;
     SystemCallRules systemCalls = defaultSystemCallRules();
@@ -14,7 +14,7 @@ struct Policy {
 
 inline constexpr const char* kPolicyFile = "/etc/tarnwell/kiv.conf";
 
-/// The defaults as changed by the file's lists cap_add, cap_drop and seccomp; the defaults alone
-/// when there is no such file. Throws std::runtime_error, the text beginning with the path, when it
-/// cannot be read or a line or an item of it cannot be understood.
+/// The defaults, changed by the lists cap_add, cap_drop and seccomp of the file, kiv.conf(5); the
+/// plain defaults when the file does not exist. Throws std::runtime_error, the text beginning with
+/// the path, when the file cannot be read, or a line or an item of it cannot be understood.
 Policy readPolicy(const std::string& path);

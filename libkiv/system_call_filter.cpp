@@ -1,4 +1,4 @@
-// Installs the filter that the rules make, see seccomp(2).
+// Installs the filter for the rules, see seccomp(2).
 #include <linux/seccomp.h>
 #include <sys/prctl.h>
 #include <sys/syscall.h>

@@ -10,7 +10,7 @@
 
 namespace {
 
-/// What the names behind a word are, with the texts for what is none.
+/// What the names after a verb are, and the error texts for a missing and an unknown name.
 struct Object {
     bool (*isKnown)(const std::string& name);
     std::string (*unknown)(const std::string& name);
@@ -41,8 +41,8 @@ constexpr const Verb& kBareName = kVerbs[0];
 constexpr const char* kNoNewPrivileges = "no_new_privs";
 constexpr const char* kBlanks = " \t";
 
-/// What no shell of an account has a use for: calls that only root may make in earnest, and those
-/// whose kernel code has been the way in more often than anybody needed it.
+/// Calls that an account's programs do not need: calls that only root can use, and calls whose
+/// kernel code is attacked more often than it is used.
 constexpr const char* kDenied[] = {
     // modules and kernels
     "init_module", "finit_module", "delete_module", "create_module", "get_kernel_syms",
@@ -57,9 +57,9 @@ constexpr const char* kDenied[] = {
     // the kernel's own programs, counters, queues and messages
     "bpf", "perf_event_open", "userfaultfd", "io_uring_setup", "io_uring_enter",
     "io_uring_register", "syslog",
-    // files past the permissions of their directories, and what happens to files of others
+    // files without the permissions of their directories, and events of others' files
     "open_by_handle_at", "lookup_dcookie", "fanotify_init",
-    // what processes share, and where their memory is
+    // comparing processes' resources, and moving their memory
     "kcmp", "move_pages", "migrate_pages",
     // the machine
     "swapon", "swapoff", "reboot", "acct", "quotactl", "quotactl_fd",
@@ -68,17 +68,17 @@ constexpr const char* kDenied[] = {
     "clock_adjtime64",
     // its ports
     "ioperm", "iopl", "pciconfig_read", "pciconfig_write", "pciconfig_iobase",
-    // what no program of today calls
+    // obsolete calls
     "uselib", "ustat", "sysfs", "_sysctl", "nfsservctl", "vm86", "vm86old"};
 
-/// The verb of that word; nullptr for a bare name.
+/// The verb with that word; nullptr for a bare name.
 const Verb* findVerb(std::string_view word) {
     const auto* const verb = std::find_if(std::begin(kVerbs), std::end(kVerbs),
                                           [word](const Verb& row) { return row.word == word; });
     return verb == std::end(kVerbs) ? nullptr : verb;
 }
 
-/// All of them before any is applied: an item counts whole or not at all.
+/// Checks all names before any is applied: an item is applied as a whole or not at all.
 void checkNames(WordReader names, const Verb& verb) {
     for (auto word = names.next(); !word.empty(); word = names.next()) {
         const std::string name(word);
@@ -95,18 +95,18 @@ SystemCallRules defaultSystemCallRules() {
     rules.calls = {
         {"unshare", Answer::DenyNewUserNamespace},
         {"clone", Answer::DenyNewUserNamespace},
-        {"clone3", Answer::Missing},  // its flags are in memory, where a filter cannot look
+        {"clone3", Answer::Missing},  // its flags are in memory, which a filter cannot read
         {"ioctl", Answer::DenyHarmfulRequests},
         {"personality", Answer::DenyOddPersonality},
-        // the network namespace does not hold this family: it leads to the hypervisor, and to
-        // whoever listens on the host
+        // network namespaces do not separate this family: it reaches the hypervisor, and listeners
+        // on the host
         {"socket", Answer::DenyVsock},
     };
-    // built with a libseccomp that is older than a call: it has no number, and is passed over
+    // skips calls without a number: the libseccomp of the build may be older than a call
     for (const char* name : kDenied) {
         rules.calls.emplace(name, Answer::Deny);
     }
-    // next to no program needs it, and kernel code that nobody runs has been the way in before
+    // hardly any program needs it, and rarely used kernel code has been attacked before
     rules.deniedTables = {"x32"};
     return rules;
 }

@@ -1,11 +1,11 @@
-// Which system calls an account's processes may not make, and how the kernel learns of it.
+// The rules for an account's system calls, and their installation in the kernel.
 #pragma once
 
 #include <map>
 #include <set>
 #include <string>
 
-/// What a call of one name is answered with.
+/// The answer to a system call.
 enum class Answer {
     Deny,                  ///< EPERM
     Kill,                  ///< the process ends with SIGSYS
@@ -19,18 +19,20 @@ enum class Answer {
 struct SystemCallRules {
     std::map<std::string, Answer> calls;  ///< by name; a call that is not here is allowed
     std::set<std::string> deniedTables;   ///< by name: i386, x32, arm
-    bool noNewPrivileges = false;         ///< PR_SET_NO_NEW_PRIVS is set with the filter
+    bool noNewPrivileges = false;         ///< PR_SET_NO_NEW_PRIVS(2const) is set with the filter
 
     bool operator==(const SystemCallRules& other) const = default;
 };
 
 SystemCallRules defaultSystemCallRules();
 
-/// Changes the rules by an item of the configuration: "deny NAME…", "allow NAME…", "kill NAME…", or
-/// one bare name, which denies; "deny-table NAME…", "allow-table NAME…"; "no_new_privs". Throws
-/// std::runtime_error with what cannot be understood, and then changes nothing.
+/// Applies one item of the section seccomp in kiv.conf(5) to the rules: "deny NAME…", "allow
+/// NAME…", "kill NAME…", or one bare name, which denies; "deny-table NAME…", "allow-table NAME…";
+/// "no_new_privs". Throws std::runtime_error with what cannot be understood, and then changes
+/// nothing.
 void applySystemCallItem(SystemCallRules& rules, const std::string& item);
 
-/// Installs the rules for this process, on every table of system calls that the machine has.
-/// Needs CAP_SYS_ADMIN. Throws std::runtime_error.
+/// Installs the rules for this process and its descendants, for every table of system calls that
+/// the machine has, seccomp(2). They cannot be removed again. Needs CAP_SYS_ADMIN. Throws
+/// std::runtime_error.
 void installSystemCallFilter(const SystemCallRules& rules);

@@ -7,11 +7,12 @@
 
 namespace {
 
-constexpr std::uint32_t kNoNumber = 0xffffffff;  // of no call: that of one taken by a tracer
+constexpr std::uint32_t kNoNumber = 0xffffffff;  // of no call: a tracer sets it to cancel one
 constexpr std::size_t kMostTables = 3;
 constexpr std::size_t kLongestName = 32;
 
-/// The name is no pointer, which the loader would have to adjust at every start.
+/// The name is an array, not a pointer, which the dynamic loader would have to relocate at every
+/// start.
 struct SystemCall {
     char name[kLongestName];
     std::uint32_t numbers[kMostTables];
@@ -21,8 +22,8 @@ struct SystemCall {
 
 constexpr std::string_view kNamesOfTables[] = {"i386", "x32", "arm"};
 
-/// nullptr when there is none of that name. A name with a NUL byte is none, though it may begin
-/// with one.
+/// nullptr when there is no call of that name. A name with a NUL byte never matches, even if it
+/// begins with the name of a call.
 const SystemCall* findCall(const std::string& name) {
     const auto* const found =
         std::lower_bound(std::begin(kSystemCalls), std::end(kSystemCalls), name.c_str(),

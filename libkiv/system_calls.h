@@ -1,4 +1,4 @@
-// The system calls by name, with their numbers: those that libseccomp knew when this was built.
+// The names and numbers of system calls, as known to the libseccomp of the build.
 #pragma once
 
 #include <cstddef>
@@ -6,10 +6,11 @@
 #include <optional>
 #include <string>
 
-/// A table by which the kernel numbers system calls.
+/// A table of system-call numbers: the kernel has one per architecture that the machine can run.
 struct SystemCallTable {
-    const char* name;            ///< "i386", "x32" or "arm"; empty for the machine's own
-    std::uint32_t architecture;  ///< AUDIT_ARCH_*; of x32 one without the bit for 64 bits
+    const char* name;  ///< "i386", "x32" or "arm"; empty for the machine's own
+    std::uint32_t
+        architecture;  ///< AUDIT_ARCH_*; for x32 AUDIT_ARCH_X86_64 without the bit for 64 bits
 };
 
 /// How many tables the machine has. The first is its own.
@@ -20,9 +21,9 @@ const SystemCallTable& systemCallTable(std::size_t index);
 /// machine may lack them.
 bool isSystemCallTable(const std::string& name);
 
-/// True for a call of any architecture.
+/// True for a call of any architecture, even if this machine has no number for it.
 bool isSystemCall(const std::string& name);
 
-/// The call's number on the table of that index. Nothing where the table does not have the call or
-/// has it only behind a number that several calls share.
+/// The call's number in the table `table`, an index below countOfTables(). Nothing when the table
+/// lacks the call or has it only through a number that several calls share.
 std::optional<std::uint32_t> systemCallNumber(const std::string& name, std::size_t table);

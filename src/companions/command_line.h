@@ -1,5 +1,5 @@
-// The command line of the programs beside kivctl: each has a table of its options, by which the
-// parser and the help text go. A mistake is reported in the caller's language.
+// The command line of the programs beside kivctl. Each program has one table of its options for
+// both the parser and the help text. Errors are in the caller's language.
 #pragma once
 
 #include <functional>
@@ -7,33 +7,33 @@
 #include <string>
 #include <vector>
 
-/// What the caller wants of a program.
+/// What the caller wants the program to do.
 enum class Action { Work, Help, Version };
 
-/// The texts are those of the catalogue, as they are before translation.
+/// One option. The texts are untranslated texts of the message catalogue.
 struct CommandOption {
     char letter;              ///< of the short form; 0 when there is none
     const char* name;         ///< of the long form, without dashes; null when there is none
-    const char* value;        ///< what the help text calls the value; null for an option without
+    const char* value;        ///< what the help text calls the value; null when it takes none
     const char* description;  ///< for the help text
-    /// Called for each use, in order. `value` lives as long as the vector, and is null where the
-    /// option has none. May throw usageError.
+    /// Called for each use, in order. `value` points into the vector, and is null when the option
+    /// takes none. May throw usageError.
     std::function<void(const char* value)> take;
 };
 
 enum class OptionPlace {
-    Anywhere,       ///< between and behind the operands too; "--" ends them
-    BeforeOperands  ///< what is behind the first operand belongs to another program
+    Anywhere,       ///< also between and after the operands; "--" ends the options
+    BeforeOperands  ///< words after the first operand belong to another program
 };
 
 struct ParsedLine {
     Action action = Action::Work;
-    std::vector<char*> operands;  ///< not owned; without an ending null
+    std::vector<char*> operands;  ///< not owned, point into argv; no null at the end
 };
 
-/// Reads the vector up to the first option for help or version, which every program has besides
-/// those of its table. Throws usageError for an option that is not understood. May be called again
-/// with another vector.
+/// Parses the vector. Stops at the first option for help or version, which every program has in
+/// addition to its table. Throws usageError for an option that is not understood. May be called
+/// again with another vector.
 ParsedLine parseCommandLine(int argc, char** argv, const std::vector<CommandOption>& options,
                             OptionPlace place);
 
@@ -43,8 +43,9 @@ struct HelpText {
     const char* purpose;   ///< a text of the catalogue
 };
 
-/// Writes the help text on standard output.
+/// Writes the help text to standard output.
 void printHelp(const HelpText& help, const std::vector<CommandOption>& options);
 
-/// `message` is a text of the catalogue; "%s" in its translation stands for `detail`.
+/// The exception for an error in the command line. `message` is a text of the catalogue; `detail`
+/// replaces "%s" in its translation.
 std::runtime_error usageError(const char* message, const std::string& detail = "");

@@ -19,8 +19,8 @@
 
 namespace {
 
-// The exit statuses of an init script's "status", as the Linux Standard Base has them; 1 is its
-// "dead, and something is left behind".
+// The exit statuses of an init script's "status" in the Linux Standard Base; 1 is its "dead, but
+// files are left".
 constexpr int kRunning = 0;
 constexpr int kHalf = 1;
 constexpr int kNotRunning = 3;
@@ -37,7 +37,7 @@ int statusOf(ContainerState state) {
     }
 }
 
-/// What is read once for all accounts.
+/// Data that is read once for all accounts.
 struct Host {
     std::map<std::string, std::string> networks;  ///< of the registry's accounts, by name
     std::vector<std::string> names;               ///< in the registry's order, each once
@@ -47,7 +47,7 @@ struct Host {
 Host readHost() {
     Host host;
     readWholeRegistry(kAccountRegistry, [&host](const RegistryLine& line) {
-        // of several lines the first is the one that start goes by: the others find it running
+        // of several lines start uses the first: at the others the container is already running
         if (host.networks.emplace(line.account.name, line.account.net).second) {
             host.names.push_back(line.account.name);
         }
@@ -66,11 +66,12 @@ void addNetwork(ListedAccount& listed, const std::string& network) {
         listed.hostAddress = hostEndOf(parsed);
         listed.address = containerEndOf(parsed);
     } catch (const std::runtime_error&) {
-        // kiv-check(8) says what is wrong with it
+        // kiv-check(8) reports what is wrong with it
     }
 }
 
-/// A limit of 0 lets nothing in, and is the value too where there is no limit to read.
+/// The limit, if there is one. `value` is 0 both for a limit of 0 and for a file that could not be
+/// read; the file tells them apart.
 std::optional<std::int64_t> limit(std::int64_t value, const std::string& file) {
     if (value == 0 && readFirstLine(AT_FDCWD, file).empty()) {
         return std::nullopt;
@@ -99,7 +100,7 @@ void addFigures(ListedAccount& listed, const ContainerHandle& handle) {
 void addTimes(ListedAccount& listed) {
     for (const NamespaceKind& kind : kNamespaceKinds) {
         const auto pinned = pinnedAt(namespaceFile(listed.account, kind.name));
-        // the network's is the first, and stays when the view is built again
+        // the network namespace comes first, and a refresh does not replace it
         if (pinned && !listed.since) {
             listed.since = pinned;
         }
@@ -109,7 +110,7 @@ void addTimes(ListedAccount& listed) {
     }
 }
 
-/// Throws what says why there is nothing to list.
+/// Throws std::exception with the reason when the account cannot be listed.
 ListedAccount describe(const std::string& name, const Host& host) {
     ListedAccount listed;
     listed.account = name;
@@ -137,7 +138,8 @@ ListedAccount describe(const std::string& name, const Host& host) {
     return listed;
 }
 
-/// One line, also of a name with a newline. Most texts begin with the name.
+/// One line for the failure, even when the name has a newline. The name is not repeated when the
+/// text begins with it, which most do.
 std::string failureOf(const std::string& name, const std::string& text) {
     const std::string prefix = name + ": ";
     return StringUtil::escapeControls(text.starts_with(prefix) ? text : prefix + text);

@@ -1,4 +1,4 @@
-// What kiv-list knows of each account.
+// The data that kiv-list shows of each account.
 #pragma once
 
 #include <sys/types.h>
@@ -11,12 +11,12 @@
 #include "container/container_state.h"
 #include "container/view_age.h"
 
-/// What is not known is not there.
+/// Unknown figures and missing limits are absent.
 struct ListedAccount {
     std::string account;
     std::optional<uid_t> uid;
     ContainerState state = ContainerState::Stopped;
-    std::optional<std::string> network;  ///< as the registry has it
+    std::optional<std::string> network;  ///< as written in the registry
     std::optional<std::string> hostAddress;
     std::optional<std::string> address;
     std::optional<std::string> interface;
@@ -32,11 +32,11 @@ struct ListedAccount {
 
 struct AccountList {
     std::vector<ListedAccount> accounts;
-    std::vector<std::string> failures;  ///< a line for each account that there is nothing to say of
+    std::vector<std::string> failures;  ///< one line per account that cannot be listed
     int status = 0;                     ///< exit status: the highest of all accounts
 };
 
-/// The accounts that are named, in that order, or with no name all of the registry, each once, and
-/// the orphaned ones. Throws std::runtime_error when the registry or the runtime directory cannot
-/// be read.
+/// The accounts `users`, in that order; when `users` is empty, every account of the registry once,
+/// and the orphaned ones. Throws std::runtime_error when the registry or the runtime directory
+/// cannot be read.
 AccountList listAccounts(const std::vector<std::string>& users);

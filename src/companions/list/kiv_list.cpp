@@ -1,4 +1,4 @@
-// The program kiv-list: the state of the accounts' containers, for programs and for people.
+// The program kiv-list: prints the state of the accounts' containers, for programs and for people.
 #include <libintl.h>
 #include <sysexits.h>
 #include <unistd.h>

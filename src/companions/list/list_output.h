@@ -6,9 +6,9 @@
 
 #include "companions/list/account_list.h"
 
-/// One array of objects with the documented keys, in their order. Bytes of a name that are not
-/// UTF-8 become U+FFFD, which JSON has no other way for.
+/// One array of objects with the keys of kiv-list(8), in their order. Bytes of a name that are not
+/// UTF-8 become U+FFFD, because JSON cannot represent them.
 std::string jsonOf(const std::vector<ListedAccount>& accounts);
 
-/// Columns are as wide as their texts are on a terminal.
+/// A table whose columns are as wide as their texts on a terminal.
 std::string tableOf(const std::vector<ListedAccount>& accounts);

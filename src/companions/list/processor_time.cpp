@@ -19,7 +19,7 @@ std::optional<double> number(std::string_view text) {
     return error == std::errc() ? std::optional(value) : std::nullopt;
 }
 
-/// "usage_usec N" is the first line.
+/// Parses the first line of cpu.stat, "usage_usec N".
 std::optional<double> usedTime(std::string_view line) {
     const auto blank = line.find(' ');
     if (blank == std::string_view::npos || line.substr(0, blank) != kUsageKey) {
@@ -29,7 +29,7 @@ std::optional<double> usedTime(std::string_view line) {
     return microseconds ? std::optional(*microseconds / kMicroseconds) : std::nullopt;
 }
 
-/// "QUOTA PERIOD", of which the first is "max" without a limit.
+/// Parses cpu.max, "QUOTA PERIOD", in microseconds. QUOTA is "max" without a limit.
 std::optional<double> processors(std::string_view line) {
     const auto blank = line.find(' ');
     if (blank == std::string_view::npos) {

@@ -1,14 +1,14 @@
-// What the kernel's accounting says of an account's processor time.
+// An account's processor time, from the kernel's accounting (its cgroup-v2 document).
 #pragma once
 
 #include <optional>
 #include <string>
 
-/// What is not known, and a limit that there is not, is absent.
+/// Unknown figures and a missing limit are absent.
 struct ProcessorTime {
-    std::optional<double> used;   ///< seconds since the control group was made
-    std::optional<double> limit;  ///< processors at a time: 0.5 is half of one
+    std::optional<double> used;   ///< seconds since the cgroup was created
+    std::optional<double> limit;  ///< number of processors: 0.5 is half of one
 };
 
-/// From cpu.stat and cpu.max of a control group's directory.
+/// Reads cpu.stat and cpu.max in the cgroup's directory.
 ProcessorTime processorTimeOf(const std::string& cgroup);

@@ -1,4 +1,5 @@
-// The output of kiv-list and kiv-check, which programs read: all of it, or a failure.
+// Output that programs read, of kiv-list and kiv-check: either all of it is written, or the program
+// fails.
 #pragma once
 
 #include <cstdio>
@@ -7,8 +8,8 @@
 #include "util/errors.h"
 #include "util/output.h"
 
-/// Writes to standard output at once. Throws std::runtime_error when it cannot be written: half of
-/// a list must not pass for the whole.
+/// Writes to standard output and flushes it. Throws std::runtime_error when that fails: half of a
+/// list must not pass for the whole.
 inline void printWhole(const std::string& text) {
     print(text);
     if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {

@@ -20,7 +20,7 @@
 
 namespace {
 
-/// Until the other end is closed, by the child's end at the latest.
+/// Reads until the other end is closed, at the latest when the child ends.
 std::string readAll(const FileDescriptor& pipe) {
     std::string text;
     std::array<char, 512> part{};
@@ -40,7 +40,7 @@ void writeAll(const FileDescriptor& pipe, std::string_view text) {
         if (size > 0) {
             text.remove_prefix(static_cast<std::size_t>(size));
         } else if (errno != EINTR) {
-            return;  // the status says enough
+            return;  // the child's status says enough
         }
     }
 }
@@ -59,7 +59,7 @@ int waitFor(pid_t child) {
                            const FileDescriptor& failure) {
     ::prctl(PR_SET_PDEATHSIG, SIGKILL);
     if (::getppid() != parent) {
-        ::_exit(EXIT_FAILURE);  // gone before the kernel knew
+        ::_exit(EXIT_FAILURE);  // it ended before the kernel was asked
     }
     try {
         action();
@@ -80,7 +80,7 @@ void runInChild(const std::function<void()>& action) {
     const FileDescriptor readEnd(ends[0]);
     FileDescriptor writeEnd(ends[1]);
     const pid_t parent = ::getpid();
-    flushOutput();  // what is buffered must not come out of both processes
+    flushOutput();  // else both processes would print what is buffered
     const pid_t child = ::fork();
     if (child == -1) {
         throw systemError("fork() failed: ");

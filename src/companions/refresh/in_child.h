@@ -1,8 +1,8 @@
-// Work that a process cannot take back, such as joining a namespace, done by a child of its own.
+// Runs work that a process cannot undo, such as joining a namespace, in a child process.
 #pragma once
 
 #include <functional>
 
 /// Runs `action` in a forked child and waits for its end. The child is killed when this process
-/// ends. Throws std::runtime_error: the text of what `action` has thrown, or how the child ended.
+/// ends. Throws std::runtime_error: the text of what `action` threw, or how the child ended.
 void runInChild(const std::function<void()>& action);

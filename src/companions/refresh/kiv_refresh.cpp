@@ -1,5 +1,5 @@
-// The program kiv-refresh: lets running containers see what the host has replaced, and tells a hook
-// which ones did.
+// The program kiv-refresh: lets running containers see files that were replaced on the host, and
+// runs a hook for the refreshed accounts.
 #include <libintl.h>
 #include <sys/stat.h>
 #include <sysexits.h>
@@ -25,7 +25,7 @@
 
 namespace {
 
-/// The administrator's own: restarts what goes on with files of before the refresh.
+/// Written by the administrator: restarts processes that still use files from before the refresh.
 constexpr const char* kHook = "/etc/tarnwell/refresh-hook";
 
 int fail(int status, const std::string& message) {
@@ -33,7 +33,8 @@ int fail(int status, const std::string& message) {
     return status;
 }
 
-/// Once for a run, with the accounts that have a new view. A host without the file has no hook.
+/// Runs the hook once, with the accounts that have a new view as arguments. Does nothing when the
+/// file does not exist.
 void runHook(const std::list<std::string>& accounts) {
     struct stat status {};
     if (accounts.empty() || (::stat(kHook, &status) != 0 && errno == ENOENT)) {
@@ -63,7 +64,7 @@ int run(const RefreshRequest& request) {
     if (::geteuid() != 0) {
         return fail(EX_USAGE, ::gettext("only root may run this program"));
     }
-    // host tools see nothing else of the caller's environment
+    // host tools get nothing else of the caller's environment
     Daemon::cleanEnv({"PATH", "TERM", "LANG", "TZ"});
     settings().userName = request.user;
     settings().debugMode = request.showSteps ? 1 : 0;

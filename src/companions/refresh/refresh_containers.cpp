@@ -42,8 +42,8 @@ bool isStopped(const ContainerHandle& handle) {
                         });
 }
 
-/// Opened, of the account's processes: the views that earlier refreshes have replaced, and whatever
-/// other mount namespace somebody has joined to the network.
+/// Opens the other mount namespaces of processes in the account's network namespace: views that
+/// earlier refreshes have replaced, and any other that a process has created.
 std::vector<FileDescriptor> openOtherViews(const ContainerHandle& handle,
                                            const std::vector<ProcessPlace>& places) {
     const std::vector<pid_t> processes =
@@ -70,16 +70,17 @@ bool isAtBuiltRoot(const FileDescriptor& self) {
     return showsBuiltRoot(table);
 }
 
-/// The kernel drops all names of the overlay that nothing holds: they are looked up again, and
-/// then lead to what the host has today. In a namespace whose "/" is the host's root, which an
-/// interrupted start leaves, the same call would make the host read-only.
+/// A remount makes the kernel drop all cached names of the overlay that are not in use. They are
+/// looked up again and then lead to the host's present files. Only for a built root: in a namespace
+/// whose "/" is the host's root, which an interrupted start leaves, the same call would make the
+/// host read-only.
 void dropNames() {
     if (::mount(nullptr, "/", nullptr, MS_REMOUNT | MS_RDONLY, nullptr) != 0) {
         throw systemError("remount(/) failed: ");
     }
 }
 
-/// For a child: there is no way back from a container.
+/// Runs in a child, because a process cannot leave a container again.
 void dropNamesOf(ContainerHandle& handle, const std::vector<FileDescriptor>& otherViews) {
     const FileDescriptor self(::open(kOwnProcess, O_PATH | O_DIRECTORY | O_CLOEXEC));
     if (!self.valid()) {
@@ -103,11 +104,11 @@ void dropNamesOf(ContainerHandle& handle, const std::vector<FileDescriptor>& oth
     }
 }
 
-/// The host's mounts without the namespace files of the containers, two for each, as a mount
-/// namespace. A new namespace starts as a copy of all mounts of another one: with a copy of the
-/// host's own for each account the cost of each would grow with their number. Mounts that the host
-/// makes from now on arrive there, an automounted home say, because its mounts are shared. Invalid
-/// when they are not, or when it cannot be had.
+/// A mount namespace with the host's mounts except the namespace files of the containers. A new
+/// namespace copies all mounts of another one, among them two namespace files per container:
+/// copying the host's own for each account would make the cost per account grow with their number.
+/// Later mounts of the host, such as an automounted home, propagate there, because the host's
+/// mounts are shared. Invalid when they are not shared, or when the namespace cannot be created.
 FileDescriptor hostMountsAlone() {
     const std::optional<MountEntry> root = findMount("/", kMountInfo);
     if (!root || root->isPrivate()) {
@@ -127,15 +128,16 @@ FileDescriptor hostMountsAlone() {
     return releaseAndWait(child, sync) == 0 && isOwn ? std::move(mounts) : FileDescriptor();
 }
 
-/// What is the same for all accounts of a run.
+/// Data that all accounts of a run share.
 struct Run {
     Refresh what = Refresh::NewView;
-    bool isNamed = false;                ///< there is one account, which somebody has asked for
-    std::vector<ProcessPlace> places{};  ///< whoever enters later enters a view that has its turn
-    std::optional<FileDescriptor> hostMounts{};  ///< once they are needed
+    bool isNamed = false;  ///< the caller named one account
+    std::vector<ProcessPlace>
+        places{};  ///< at the start of the run; later entries join the pinned view
+    std::optional<FileDescriptor> hostMounts{};  ///< created when first needed
 };
 
-/// What a new view starts with; null for the host's own mounts.
+/// The mounts that a new view is copied from; null for the host's own.
 const FileDescriptor* startMounts(Run& run) {
     if (run.isNamed) {
         return nullptr;
@@ -146,8 +148,8 @@ const FileDescriptor* startMounts(Run& run) {
     return run.hostMounts->valid() ? &*run.hostMounts : nullptr;
 }
 
-/// Has a child build the view, in a mount namespace that nothing else holds. The descriptor holds
-/// it. A failure of the child is reported by it and thrown here.
+/// Lets a child build the view in a new mount namespace. Only the returned descriptor keeps the
+/// namespace alive. When the child fails, it prints the reason, and this throws std::runtime_error.
 FileDescriptor buildView(const ContainerHandle& handle, const RunMark& mark,
                          const FileDescriptor* startMounts) {
     const SetUpPlan plan{
@@ -172,13 +174,14 @@ FileDescriptor buildView(const ContainerHandle& handle, const RunMark& mark,
     return view;
 }
 
-/// Whoever joins without the account's lock finds the mark between the two mounts, and so does the
-/// next start, should this process be killed there.
+/// Replaces the pinned view. Between unmounting and mounting the mark is set: a process that joins
+/// without the account's lock finds it, and so does the next start if this process is killed there.
 void pinInstead(const ContainerHandle& handle, const FileDescriptor& view, const RunMark& mark) {
     const std::string target = namespaceFile(handle.userName, kViewKind);
     const std::string source = std::string(kOwnProcess) + "/fd/" + std::to_string(view.get());
-    // Somebody may have shared all mounts since the start. The kernel still unmounts the earlier
-    // view then, but refuses to bind a mount namespace where the mount would go to others.
+    // The administrator may have made all mounts shared since the start. The kernel would still
+    // unmount the earlier view then, but refuse to bind-mount a mount namespace where the mount
+    // would propagate.
     if (::mount(nullptr, runtimeDirectory.c_str(), nullptr, MS_PRIVATE | MS_REC, nullptr) != 0) {
         throw systemError(runtimeDirectory, ": cannot make private: ");
     }
@@ -197,7 +200,7 @@ void pinInstead(const ContainerHandle& handle, const FileDescriptor& view, const
     mark.clear();
 }
 
-/// False when there is nothing to refresh and nobody has asked for this account.
+/// False when the container is stopped and the caller did not name the account.
 bool refreshContainer(const std::string& userName, Run& run) {
     ContainerHandle handle(userName);
     const FileDescriptor lock = lockAccount(handle);

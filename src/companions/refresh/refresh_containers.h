@@ -1,4 +1,4 @@
-// Gives running containers a view of what the host and its configuration are today.
+// Gives running containers a view of the host's present files and configuration.
 #pragma once
 
 #include <sys/types.h>
@@ -12,23 +12,23 @@
 #include "container/namespace_processes.h"
 
 enum class Refresh {
-    NewView,  ///< for whoever enters from now on; older views drop the names that nothing holds
-    InPlace,  ///< the views that there are drop the names that nothing holds, and that is all
+    NewView,  ///< a new view for later entries; older views drop cached names that are not in use
+    InPlace,  ///< only: existing views drop cached names that are not in use
 };
 
 struct RefreshResult {
-    std::list<std::string> accounts;  ///< which were refreshed
-    std::string failures;             ///< with -a: a line for each account that was not
+    std::list<std::string> accounts;  ///< those that were refreshed
+    std::string failures;             ///< with -a: one line per account that failed
 };
 
-/// One process for each mount namespace beside the `known` ones that processes in the network
-/// namespace `network` are in; both are inodes.
+/// One process for each mount namespace, other than the `known` ones, of processes in the network
+/// namespace `network`. Namespaces are given by inode number.
 std::vector<pid_t> processesWithOtherViews(const std::vector<ProcessPlace>& places,
                                            std::uint64_t network,
                                            std::unordered_set<std::uint64_t> known);
 
-/// Refreshes the container of `user`, or with null of every configured account that is running. The
-/// account's lock is held for it, as by start, and the earlier view stays pinned until the new one
-/// is complete. Throws std::runtime_error when `user` is not running, or an earlier start of it was
-/// interrupted: the text is the container library's.
+/// Refreshes the container of `user`, or of every configured account that is running when `user` is
+/// null. Holds the account's lock, like start. The earlier view stays pinned until the new one is
+/// complete. Throws std::runtime_error, with the container library's text when `user` is not
+/// running or an earlier start was interrupted.
 RefreshResult refreshContainers(const char* user, Refresh what);

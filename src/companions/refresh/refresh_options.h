@@ -12,10 +12,10 @@ struct RefreshRequest {
     bool showSteps = false;
 };
 
-/// Options may stand in any order, before and behind the user. Throws std::runtime_error with the
+/// Options may be in any order, before and after the user. Throws std::runtime_error with the
 /// translated message when the command line is not understood. May be called again with another
 /// vector.
 RefreshRequest parseRefreshOptions(int argc, char** argv);
 
-/// Writes the help text on standard output.
+/// Writes the help text to standard output.
 void printRefreshHelp();
