@@ -247,5 +247,5 @@ def measure(bench):
     rows += startup_rows(bench)
     rows += status_rows(bench)  # last: it may cover the cgroups
     return [Table("goals", "Every figure with its target", ["what", "figure", "at most", "reached"], rows,
-                  "Containers that only have to be there are namespace files bound to one container's namespaces: as many "
-                  "mounts as real ones. Floor: reads no mount table.")]
+                  "The other containers of a host are only namespace files, bound to the namespaces of one container: they "
+                  "have as many mounts as real ones. The floor reads no mount table.")]

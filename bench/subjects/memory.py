@@ -41,5 +41,5 @@ def measure(bench):
             peaks.setdefault(name, []).append(size)
     return [Table("memory", "Peak memory in KiB", ["command", *(f"{count} accounts" for count in counts), "each"],
                   [[name, *sizes, (sizes[-1] - sizes[0]) / (counts[-1] - counts[0])] for name, sizes in peaks.items()],
-                  "The largest process of a run: host tools, the set-up child and the shell of `exec` count too. "
+                  "The largest process of a run, which may be a host tool, the set-up child or the shell of `exec`. "
                   "`each` is what one more account needs.")]

@@ -29,7 +29,7 @@ def many_accounts(bench):
     bench.run([bench.kivctl, "stop", "-a"])
     return Table("refresh", "`kiv-refresh -a`, cost per account", ["accounts", "new view", "in place"], rows,
                  "Medians. With one account the start of the program is most of the cost in place. The mount namespaces of "
-                 "the new views start as copies of one that lacks the mounts of the containers.")
+                 "the new views start as copies of one without the mounts of the containers.")
 
 
 def remembered_names(bench):

@@ -24,7 +24,8 @@ def one_account(bench, containers):
                  ["what", *KINDS, "kivctl / floor", "script / kivctl"],
                  [["start", *(wall[name] for name in KINDS), bench.ratio(taken, "kivctl", "floor"),
                    bench.ratio(taken, "script", "kivctl")]],
-                 f"Medians of {bench.rounds(30)} runs each. The floor makes no layer; kivctl's is that of `dist/kiv.conf`.")
+                 f"Medians of {bench.rounds(30)} runs each. The floor builds no overlay layer; "
+                 "kivctl builds that of `dist/kiv.conf`.")
 
 
 def own_time(bench, containers):
@@ -50,8 +51,8 @@ def own_time(bench, containers):
         rows.append([name, parent, parent / wall[name] * 100, child, child / wall[name] * 100, wall[name]])
     return Table("start_own_time", "`kivctl start`, processor time of its own",
                  ["what", "itself", "% of wall", "set-up child", "% of wall", "wall"], rows,
-                 "Processor time of each process at its end, host tools left out. The set-up child makes the layer and "
-                 "the mounts.")
+                 "Processor time of each process at its end, without the host tools. The set-up child builds the layer "
+                 "and makes the mounts.")
 
 
 def many_accounts(bench, containers):
@@ -82,7 +83,7 @@ def many_accounts(bench, containers):
               ["accounts", "kivctl", "floor", "kivctl / floor", "difference"], rows),
         Table("start_all_parts", "What grows with the accounts, in the floor: cost per account",
               ["accounts", "ip, sysctl", "iptables", "namespaces, mounts, reads"], parts,
-              "iptables fetches every rule of a table to change one; a new mount namespace starts as a copy of all "
+              "To change one rule iptables fetches all rules of the table. A new mount namespace starts as a copy of all "
               "mounts, three more for each container."),
         Plot("start_all", "start -a: cost per account", "accounts", "milliseconds per account", lines),
     ]

@@ -28,4 +28,4 @@ def measure(bench):
             rows.append([name, language, medians[name], bench.ratio(taken, name, "/bin/true"),
                          bench.peak_memory(command) / 1024])
     return [Table("startup", "kivctl -v", ["what", "LANG", "ms", "× /bin/true", "MiB"], rows,
-                  "With another language than C the program reads its locale, which /bin/true does with an option only.")]
+                  "With a language other than C the program reads its locale; /bin/true does so only with an option.")]
