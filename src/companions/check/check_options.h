@@ -8,17 +8,17 @@
 
 struct CheckRequest {
     Action action = Action::Work;
-    std::optional<std::string> configuration;  ///< of -c
-    std::optional<std::string> registry;       ///< of -r
+    std::optional<std::string> configuration;  ///< option -c
+    std::optional<std::string> registry;       ///< option -r
     bool host = false;
     bool json = false;
-    bool quiet = false;   ///< without notes
-    bool strict = false;  ///< notes count
+    bool quiet = false;   ///< option -q: leave out notes
+    bool strict = false;  ///< notes count for the exit status
 };
 
 /// Throws std::runtime_error with the translated message when the command line is not understood.
 /// May be called again with another vector.
 CheckRequest parseCheckOptions(int argc, char** argv);
 
-/// Writes the help text on standard output.
+/// Writes the help text to standard output.
 void printCheckHelp();

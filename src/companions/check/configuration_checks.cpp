@@ -26,7 +26,7 @@ public:
     void take(const ConfigurationLine& line);
     void refuse(const ConfigurationLine& line, const std::string& fault);
 
-    /// What needs all lines.
+    /// The checks that need all lines.
     void finish();
 
 private:
@@ -52,14 +52,14 @@ void Checks::take(const ConfigurationLine& line) {
 }
 
 void Checks::refuse(const ConfigurationLine& line, const std::string& fault) {
-    // the header has been reported, and one finding says enough
+    // the header has been reported; one finding is enough
     if (!line.isHeader && !line.section.empty() && !isSection(line.section)) {
         return;
     }
     findings.error(line.number, fault + ": no container can be started or entered");
 }
 
-/// The library goes by the whole file: one item that it does not know keeps everybody out.
+/// One item that the library does not understand locks every account out.
 void Checks::checkPolicyItem(const ConfigurationLine& line) {
     if (line.item.empty()) {
         findings.warn(line.number, "a line of white space is an empty item: delete the line");
@@ -76,7 +76,7 @@ void Checks::checkPolicyItem(const ConfigurationLine& line) {
     }
 }
 
-/// Where in the layer the item has its effect.
+/// Records the paths of the layer that the item changes.
 void Checks::place(const ConfigurationLine& line) {
     static const std::vector<std::pair<std::string, Step>> steps = {
         {"hide", Step::Hide}, {"empty", Step::Empty}, {"bind", Step::Bind}};
@@ -89,7 +89,7 @@ void Checks::place(const ConfigurationLine& line) {
         return;
     }
     for (const auto& [section, step] : steps) {
-        // a container's proc is mounted over the layer
+        // the container's /proc is mounted over the layer
         if (line.section != section || line.isHeader || line.item.empty() ||
             line.item.starts_with("/proc/")) {
             continue;

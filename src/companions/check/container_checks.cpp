@@ -25,7 +25,7 @@ void checkHome(const HostAccount& account, Findings& all) {
                              "): the container has no home, create it");
         return;
     }
-    // as start opens it: a link of the account's leads nowhere
+    // as start opens it: a link of the account is not followed
     const FileDescriptor tmp = openBeneath(opened, "tmp/");
     if (!tmp.valid()) {
         findings.warn(0, "the home of '" + account.name + "' has no directory tmp (" +
@@ -38,7 +38,7 @@ void checkHome(const HostAccount& account, Findings& all) {
     }
 }
 
-/// The user was removed before the container was stopped, or the account's line from the registry.
+/// The user, or the account's line in the registry, was removed before the container was stopped.
 std::string adviceForOrphan(const HostAccount& account) {
     const std::string& name = account.name;
     if (account.user) {
@@ -94,7 +94,7 @@ void checkAge(const HostAccount& account, const std::string& configuration, Find
     }
 }
 
-/// The marks that are not an account's own state.
+/// Checks the marks that do not belong to the state of an account.
 void checkOtherMarks(const HostAccounts& accounts, Findings& all) {
     const FindingsOf findings(all, runtimeDirectory);
     if (RunMark::ofHost().read()) {

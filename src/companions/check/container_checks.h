@@ -1,4 +1,4 @@
-// Each account's home and container.
+// Checks each account's home and container.
 #pragma once
 
 #include <string>
@@ -6,6 +6,8 @@
 #include "companions/check/findings.h"
 #include "companions/check/host_accounts.h"
 
-/// Homes and their tmp, half-made and orphaned containers, old views, marks that are left.
+/// Reports problems with homes and their tmp directories, incomplete and orphaned containers,
+/// outdated views, and marks that are left. `configuration` is the file whose changes make a view
+/// outdated.
 void checkContainers(const HostAccounts& accounts, const std::string& configuration,
                      Findings& findings);

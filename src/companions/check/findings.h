@@ -1,4 +1,4 @@
-// What kiv-check has found, and how it is shown.
+// The findings of kiv-check, and their output.
 #pragma once
 
 #include <string>
@@ -9,7 +9,7 @@ enum class Severity { Note, Warning, Error };
 
 struct Finding {
     std::string file;
-    unsigned long line = 0;  ///< 0 for what is on no line
+    unsigned long line = 0;  ///< 0 when the finding is about no line
     Severity severity = Severity::Note;
     std::string message;
 };
@@ -30,8 +30,8 @@ private:
     std::string file;
 };
 
-/// "FILE:LINE: SEVERITY: MESSAGE" lines; "FILE: SEVERITY: MESSAGE" of what is on no line. One
-/// finding is one line, whatever its texts hold.
+/// Lines "FILE:LINE: SEVERITY: MESSAGE", or "FILE: SEVERITY: MESSAGE" without a line. A finding is
+/// always one line: control characters are escaped.
 std::string linesOf(const Findings& findings);
 
 /// One array of objects with the keys file, line, severity and message.

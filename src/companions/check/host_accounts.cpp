@@ -23,7 +23,7 @@ ContainerState stateFor(const HostAccount& account, bool isRegistered, bool hasF
     try {
         return settledStateOf(ContainerHandle(account.name));
     } catch (const std::runtime_error&) {
-        return ContainerState::Stopped;  // a name that cannot have one: checkRegistry reports it
+        return ContainerState::Stopped;  // the name cannot have one; checkRegistry reports it
     }
 }
 

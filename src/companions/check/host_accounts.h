@@ -1,4 +1,4 @@
-// The accounts of a host and what of their containers is pinned: read once for all checks.
+// The accounts of a host and their pinned namespaces, read once for all checks.
 #pragma once
 
 #include <cstdint>
@@ -14,17 +14,17 @@ struct HostAccount {
     std::string name;
     std::optional<PasswordEntry> user;
     bool isRegistered = false;
-    std::string network;  ///< as registered; empty without
+    std::string network;  ///< as in the registry; empty without one
     ContainerState state = ContainerState::Stopped;
     std::string interface;
-    std::uint64_t networkNamespace = 0;  ///< its inode; 0 when none is pinned
+    std::uint64_t networkNamespace = 0;  ///< inode number; 0 when none is pinned
     std::uint64_t mountNamespace = 0;
 
     bool hasContainer() const { return networkNamespace != 0 || mountNamespace != 0; }
 };
 
 struct HostAccounts {
-    std::vector<HostAccount> all;  ///< those of the registry, then the orphaned ones
+    std::vector<HostAccount> all;  ///< those of the registry, then orphaned ones
     std::map<uid_t, const HostAccount*> byUser;
     std::map<std::uint64_t, const HostAccount*> byNetworkNamespace;
 
@@ -36,5 +36,5 @@ struct HostAccounts {
 };
 
 /// Throws std::runtime_error when the registry, the runtime directory or the password database
-/// cannot be read. Waits for starts and stops under way, two seconds for each.
+/// cannot be read. Waits up to two seconds for each start or stop that is under way.
 HostAccounts readHostAccounts(const std::string& registry);

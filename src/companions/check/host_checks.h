@@ -1,9 +1,10 @@
-// What is wrong with the host and with the containers on it.
+// Runs all checks of the host and of its containers.
 #pragma once
 
 #include <string>
 
 #include "companions/check/findings.h"
 
-/// Throws std::runtime_error when the registry or the kernel's interfaces cannot be read.
+/// Appends the findings. Throws std::runtime_error when the registry or the kernel's interfaces
+/// cannot be read.
 void checkHost(const std::string& registry, const std::string& configuration, Findings& findings);

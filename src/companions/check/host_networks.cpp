@@ -19,27 +19,28 @@
 
 namespace {
 
-// ip-route(8): they lead nowhere, and any more specific route goes before them. A host has one for
-// the whole of 100.64.0.0/10, say, so that the unused part of it does not leave through the uplink.
+// Route types of ip-route(8) that refuse packets. A more specific route takes precedence over them.
+// A host may have one for 100.64.0.0/10, for example, so that packets to its unused part do not
+// leave through the uplink.
 constexpr std::array<std::string_view, 4> kRefusals = {"blackhole", "prohibit", "throw",
                                                        "unreachable"};
 
-// VPNs set up a default route as 0.0.0.0/1 and 128.0.0.0/1
+// prefix length: VPNs split the default route into 0.0.0.0/1 and 128.0.0.0/1
 constexpr unsigned kHalfOfAll = 1;
 
 std::uint32_t addressOf(const sockaddr* address) {
-    // getifaddrs(3): sockaddr_in where the family is AF_INET
+    // getifaddrs(3): the family AF_INET has a sockaddr_in
     const auto* const internet = reinterpret_cast<const sockaddr_in*>(address);
     return ntohl(internet->sin_addr.s_addr);
 }
 
-/// A route over several interfaces has a list of them.
+/// The interface of a route; a route over several interfaces has a list instead.
 std::string interfaceOf(const Json& route) {
     const Json hops = route.value("nexthops", Json::array());
     return route.value("dev", hops.empty() ? "" : hops.front().value("dev", ""));
 }
 
-/// Nothing for a route that leaves every other network as it is.
+/// The network of a route; nothing for a default route and for one that refuses packets.
 std::optional<HostNetwork> networkOf(const Json& route) {
     const std::string destination = route.value("dst", "default");
     const std::string type = route.value("type", "unicast");
@@ -55,7 +56,7 @@ std::optional<HostNetwork> networkOf(const Json& route) {
     return HostNetwork{rangeOf(network), interfaceOf(route)};
 }
 
-/// The routes of every table: a rule of ip-rule(8) can put any before the main one.
+/// The routes of all tables: a rule of ip-rule(8) can put any table before the main one.
 std::string listRoutes() {
     ExternalCommand query(configuration().ipCommand,
                           {"-4", "-json", "route", "show", "table", "all"});

@@ -7,7 +7,7 @@
 
 #include "util/ip_network.h"
 
-/// From one address to another, both included, in host byte order.
+/// A range of addresses, first and last included, in host byte order.
 struct AddressRange {
     std::uint32_t first = 0;
     std::uint32_t last = 0;
@@ -24,9 +24,11 @@ struct HostNetwork {
 
 AddressRange rangeOf(const IpNetwork& network);
 
-/// Of the interfaces' addresses and of the routes of all tables, but for default routes and those
-/// that refuse. Throws std::runtime_error when they cannot be read.
+/// The networks of the interfaces' addresses, getifaddrs(3), and of the routes of all tables except
+/// default routes and routes that refuse packets. Throws std::runtime_error when they cannot be
+/// read.
 std::vector<HostNetwork> readHostNetworks();
 
-/// The same of a list of routes, in the JSON of ip-route(8).
+/// The same for a list of routes in the JSON of ip-route(8). Throws std::runtime_error when it
+/// cannot be parsed.
 std::vector<HostNetwork> readRoutes(const std::string& routes);

@@ -1,5 +1,5 @@
-// The program kiv-check: finds what is wrong with the configuration, the registry and the host,
-// before it matters and after.
+// The program kiv-check: finds errors in the configuration and the registry before they take
+// effect, and problems on the host.
 #include <libintl.h>
 #include <unistd.h>
 
@@ -32,8 +32,8 @@ int fail(const std::string& message) {
     return kCannotCheck;
 }
 
-/// A file that is named is checked alone: what is wrong elsewhere must not keep a good one from
-/// being installed.
+/// A file that the caller names is the only one checked: problems elsewhere must not keep a correct
+/// file from being installed.
 void collect(const CheckRequest& request, Findings& findings) {
     const bool both = request.host || (!request.configuration && !request.registry);
     const std::string configuration = request.configuration.value_or(kDefaultConfigFile);
@@ -62,7 +62,7 @@ int check(const CheckRequest& request) {
     try {
         collect(request, findings);
     } catch (const std::runtime_error& error) {
-        failure = error.what();  // what was found before is worth its lines all the same
+        failure = error.what();  // the findings so far are printed all the same
     }
     const bool found =
         std::any_of(findings.begin(), findings.end(), [&request](const Finding& finding) {
@@ -100,7 +100,7 @@ int main(int argc, char** argv) {
     try {
         Daemon::forgetCaller();
         speakCallersLanguage();
-        // host tools see nothing else of the caller's environment
+        // host tools get nothing else of the caller's environment
         Daemon::cleanEnv({"PATH", "TERM", "LANG", "TZ"});
         settings().programName = "kiv-check";
         return run(parseCheckOptions(argc, argv));

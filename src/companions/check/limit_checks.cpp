@@ -14,7 +14,7 @@
 
 namespace {
 
-/// A setting of systemd.resource-control(5) and the file in which the kernel has it.
+/// A setting of systemd.resource-control(5) and the kernel's file for it.
 struct Limit {
     const char* setting;
     const char* file;
@@ -27,8 +27,8 @@ constexpr Limit kLimits[] = {
     {"MemoryMax", "memory.max", true},
 };
 
-/// In bytes or processes. Nothing for a share of the machine's, for none, and for what systemd
-/// would not understand either.
+/// The limit in bytes or processes. Nothing for a percentage of the machine's resources, for no
+/// limit ("infinity"), and for text that systemd would not understand.
 std::optional<std::uint64_t> parseLimit(const std::string& text) {
     std::uint64_t number = 0;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
@@ -48,9 +48,9 @@ bool isInForce(const std::string& current, std::uint64_t wanted, bool isMemory) 
     std::uint64_t number = 0;
     const auto parsed = std::from_chars(current.data(), current.data() + current.size(), number);
     if (parsed.ec != std::errc()) {
-        return current.empty();  // not counted at all, which is another finding
+        return current.empty();  // not counted at all: that is another finding
     }
-    // the kernel keeps whole pages
+    // the kernel rounds limits to whole pages
     const auto page = static_cast<std::uint64_t>(::sysconf(_SC_PAGESIZE));
     return isMemory ? number / page == wanted / page : number == wanted;
 }
@@ -60,7 +60,7 @@ bool exists(const std::string& path) {
     return ::stat(path.c_str(), &status) == 0;
 }
 
-/// A controller of cgroups(7) without which accounts have no figures and no limits.
+/// A controller of cgroups(7) that accounts need for figures and limits.
 struct Controller {
     const char* name;
     const char* file;
@@ -108,7 +108,7 @@ void checkAccount(const HostAccount& account, const std::string& controllers,
     }
 }
 
-/// The controllers that the host has.
+/// Reports missing controllers and returns those that the host has.
 std::string checkControllers(const std::string& hierarchy, Findings& findings) {
     const std::string file = hierarchy + "/cgroup.controllers";
     const FindingsOf root(findings, file);

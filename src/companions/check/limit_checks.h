@@ -1,4 +1,4 @@
-// Whether accounts are counted, and the limits that were set are in force.
+// Checks that accounts are counted and that the limits of systemd are in force.
 #pragma once
 
 #include <string>
@@ -7,10 +7,10 @@
 #include "companions/check/host_accounts.h"
 #include "util/user_slice.h"
 
-/// Where the kernel and systemd have the limits.
+/// Where the kernel and systemd keep the limits; other places are for tests.
 struct LimitPlaces {
     std::string hierarchy = kCgroupRoot;
-    std::string systemd;  ///< before /etc/systemd and the like
+    std::string systemd;  ///< prefix of /etc/systemd and the like
 };
 
 void checkLimits(const HostAccounts& accounts, Findings& findings, const LimitPlaces& places = {});

@@ -9,7 +9,7 @@
 
 namespace {
 
-// of the longer name; in shorter ones too many names are one letter from each other
+// length of the longer name; too many shorter names differ by one letter only
 constexpr std::size_t kShortest = 4;
 constexpr std::size_t kShortestSwapped = 3;
 
@@ -24,8 +24,9 @@ std::string lowerCase(std::string text) {
     return text;
 }
 
-/// Whether `longer` is `shorter` with one more letter. A sign or digit that was added at the end
-/// makes another name, as does a letter in front: locate, mlocate and plocate are three programs.
+/// Whether `longer` is `shorter` with one more letter. Not a sign or digit at the end, and not a
+/// letter at the beginning, which make another name: locate, mlocate and plocate are three
+/// programs.
 bool hasOneMore(const std::string& longer, const std::string& shorter) {
     const auto differ = std::mismatch(shorter.begin(), shorter.end(), longer.begin());
     const char more = *differ.second;
@@ -57,7 +58,7 @@ bool exists(const std::string& path) {
 }  // namespace
 
 bool looksLike(const std::string& typed, const std::string& meant) {
-    // most neighbours end here: folders of programs have thousands
+    // checked first, because it rules most names out: directories of programs have thousands
     if (std::max(typed.size(), meant.size()) - std::min(typed.size(), meant.size()) > 1) {
         return false;
     }

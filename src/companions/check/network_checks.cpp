@@ -27,15 +27,15 @@ namespace {
 constexpr const char* kForwarding = "/proc/sys/net/ipv4/ip_forward";
 constexpr const char* kAddresses6 = "/proc/net/if_inet6";
 constexpr const char* kInterfaces = "/sys/class/net";
-constexpr const char* kFirewallTable = "kivctl";  // of dist/nftables/kivctl.nft
-// of kivctl.iptables
+constexpr const char* kFirewallTable = "kivctl";  // in dist/nftables/kivctl.nft
+// in dist/nftables/kivctl.iptables
 constexpr const char* kFirewallJump = "-A INPUT -i veth-+ -j kivctl-input";
 constexpr const char* kFirewallNatJumps[] = {"-A PREROUTING -i veth-+ -j kivctl-prerouting",
                                              "-A POSTROUTING -j kivctl-postrouting"};
 
 using Lines = std::vector<std::string>;
 
-/// What a tool prints; nothing when it fails.
+/// The output of a tool; nothing when the tool fails.
 std::optional<Lines> linesOfTool(const std::string& tool, std::list<std::string> arguments) {
     ExternalCommand command(tool, std::move(arguments));
     std::string output;
@@ -52,7 +52,7 @@ bool has(const std::string& line, const std::string& part) {
     return (line + " ").find(" " + part + " ") != std::string::npos;
 }
 
-/// The word behind "-i", if there is one.
+/// The word after "-i"; empty without one.
 std::string interfaceOf(const std::string& line) {
     WordReader words(line, " ");
     for (auto word = words.next(); !word.empty(); word = words.next()) {
@@ -81,7 +81,7 @@ bool contains(const std::optional<Lines>& lines, const std::string& line) {
     return lines && std::find(lines->begin(), lines->end(), line) != lines->end();
 }
 
-/// A flush of nat alone takes the way out and the database.
+/// Both tables are checked: a flush of only nat removes source NAT and the database's rules.
 bool hasFirewallJumps(const std::optional<Lines>& filter, const std::optional<Lines>& nat) {
     return contains(filter, kFirewallJump) &&
            std::all_of(std::begin(kFirewallNatJumps), std::end(kFirewallNatJumps),
@@ -123,7 +123,7 @@ private:
     std::optional<Lines> nat = linesOfTool(configuration().iptablesCommand, {"-t", "nat", "-S"});
     bool firewallTable = hasFirewallTable();
     bool firewall = firewallTable || hasFirewallJumps(filter, nat);  ///< for IPv4
-    std::set<std::string> interfaces;  ///< of containers that have their network
+    std::set<std::string> interfaces;  ///< of containers with a network
     std::set<std::string> refused;     ///< interfaces with a rule that rejects
     std::set<std::string> redirected;  ///< interfaces with a rule for the database
 };
@@ -171,7 +171,7 @@ void Checks::checkSourceNat() const {
         return;
     }
     PacketRule rule = masqueradeRule(interface);
-    rule.table.clear();  // -S prints none
+    rule.table.clear();  // iptables -S prints none
     const std::string wanted = joined(rule.arguments("-A"));
     if (!contains(nat, wanted)) {
         tool.warn(
@@ -184,7 +184,7 @@ void Checks::checkSourceNat() const {
 
 void Checks::checkContainerRules() const {
     if (firewall) {
-        return;  // it has both for all containers
+        return;  // it has both rules for all containers
     }
     for (const HostAccount& account : accounts.all) {
         const FindingsOf tool(findings, "iptables");

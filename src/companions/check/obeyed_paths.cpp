@@ -159,16 +159,16 @@ constexpr ObeyedPath kObeyed[] = {
     {"/var/spool/postfix", "the host's mail server reads its queue there"},
 };
 
-// Below /run, and harmless: what /etc/resolv.conf leads to.
+// Harmless although below /run: the targets of /etc/resolv.conf.
 constexpr const char* kNameServers[] = {"/run/NetworkManager", "/run/resolvconf",
                                         "/run/systemd/resolve"};
 
-// login.defs(5), with Debian's numbers
+// UID_MIN and UID_MAX of login.defs(5), with Debian's values
 constexpr uid_t kFirstUser = 1000;
 constexpr uid_t kLastUser = 60000;
 
-/// A directory with a file system of its own can be seen in a container only by binding it: hosts
-/// with a separate /usr or /var have no choice.
+/// A directory on its own file system appears in a container only through a bind mount: hosts with
+/// a separate /usr or /var have no choice.
 bool isMountPoint(const std::string& path) {
     struct stat own {};
     struct stat above {};
@@ -233,7 +233,7 @@ std::optional<std::string> whyObeyed(const std::string& path) {
 UserHomes::UserHomes(const std::string& passwordFile) {
     const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(
         std::fopen(passwordFile.c_str(), "re"), &std::fclose);
-    // with the C library's parser; other sources of users may have millions and are not asked
+    // only the password file: other sources may have millions of users and are not enumerated
     while (const passwd* user = file == nullptr ? nullptr : ::fgetpwent(file.get())) {
         if (user->pw_uid >= kFirstUser && user->pw_uid <= kLastUser) {
             homes.push_back({user->pw_name, resolved(user->pw_dir)});

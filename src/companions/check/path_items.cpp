@@ -22,7 +22,7 @@ bool exists(const std::string& path) {
     return ::lstat(path.c_str(), &status) == 0;
 }
 
-/// How the text is written. False for one that means no path at all.
+/// Checks how the text is written. False when it is not a path at all.
 bool checkForm(unsigned long line, const std::string& text, const FindingsOf& findings) {
     if (text.empty()) {
         findings.warn(line, "a line of white space is an empty item: delete the line");
@@ -117,7 +117,7 @@ void checkBound(const ConfigurationLine& item, const std::string& path,
         findings.warn(item.number,
                       "'" + path + "' has the home of '" + *user + "': every container shows it");
     }
-    // an overlay shows the numbers of other file systems for its files, and its own for directories
+    // compares directories: for files an overlay reports the device numbers of other file systems
     struct stat status {};
     struct stat directory {};
     struct stat root {};

@@ -1,4 +1,4 @@
-// The items of a configuration that are paths, each for itself.
+// Checks the configuration's items that are paths, each separately.
 #pragma once
 
 #include <functional>
@@ -10,14 +10,14 @@
 
 using KnownPaths = std::function<bool(const std::string& path)>;
 
-/// An item of hide, empty or bind, or the directory of an allowlist.
+/// Checks an item of hide, empty or bind, or the directory of an allowlist.
 void checkPathItem(const ConfigurationLine& item, const std::string& text, const KnownPaths& known,
                    const FindingsOf& findings);
 
-/// A name below an allowlist.
+/// Checks a name in an allowlist.
 void checkListedName(const ConfigurationLine& item, const KnownPaths& known,
                      const FindingsOf& findings);
 
-/// The paths that an item means on this host: the matches of a pattern, else the one path, without
-/// ".." and slashes at its end.
+/// The paths that an item selects on this host: the matches of a pattern, else the one path,
+/// without ".." and without slashes at its end.
 std::vector<std::string> pathsOf(const std::string& item);

@@ -28,7 +28,7 @@ constexpr std::size_t kMostShown = 10;
 
 using Pids = std::vector<std::string>;
 
-/// What of one account's processes is to be reported.
+/// The findings about one account's processes.
 struct Found {
     Pids outside;
     Pids oldView;
@@ -45,7 +45,7 @@ std::string listOf(const Pids& pids) {
                : text;
 }
 
-/// The real user ID; proc_pid_status(5). Nothing when the process has ended.
+/// The real user ID, proc_pid_status(5); nothing when the process has ended.
 std::optional<uid_t> userOf(const std::string& process) {
     LineReader status(process + "/status");
     std::string line;
@@ -65,8 +65,8 @@ std::string_view withoutZeros(std::string_view address) {
     return address.substr(std::min(address.find_first_not_of('0'), address.size()));
 }
 
-/// A program or library that dpkg replaces has no name any more: its file has no link left. In a
-/// container "(deleted)" is not shown for it, because its overlay still knows the name.
+/// After dpkg(1) has replaced a program or library, the old file has no link left. In a container
+/// maps does not show "(deleted)" for it, because the overlay still has the name cached.
 bool isReplaced(const std::string& process, std::string_view range, std::string_view path) {
     constexpr std::string_view kInstalled[] = {"/usr/", "/lib", "/bin/", "/sbin/", "/opt/"};
     const bool isInstalled =
@@ -79,7 +79,7 @@ bool isReplaced(const std::string& process, std::string_view range, std::string_
              status.st_nlink == 0));
 }
 
-/// Of executable mappings, proc_pid_maps(5).
+/// Checks the executable mappings, proc_pid_maps(5).
 bool hasReplacedFile(const std::string& process) {
     LineReader maps(process + "/maps");
     std::string line;
@@ -96,7 +96,7 @@ bool hasReplacedFile(const std::string& process) {
     return false;
 }
 
-/// Two names may share a user ID.
+/// Compares IDs, because two names may share a user ID.
 bool isOf(const HostAccount& account, uid_t user) {
     return account.user && account.user->uid == user;
 }
@@ -136,7 +136,7 @@ void Checks::take(const std::string& pid) {
     const HostAccount& account = *inside->second;
     const std::uint64_t mounts = inodeOf(process + "/ns/mnt");
     if (mounts == 0 || mounts == ownMounts) {
-        return;  // an administrator's tool that has joined the network only
+        return;  // an administrator's tool that joined only the network
     }
     if (account.mountNamespace != 0 && mounts != account.mountNamespace) {
         found[account.name].oldView.push_back(pid);

@@ -31,7 +31,7 @@ public:
 
     void take(const RegistryLine& line);
 
-    /// What needs all lines.
+    /// The checks that need all lines.
     void finish(const std::vector<HostNetwork>& used) const;
 
 private:
@@ -130,8 +130,8 @@ void Checks::checkNames() const {
     }
 }
 
-/// In the order of their addresses, a network overlaps an earlier one exactly when it begins before
-/// the end of those so far.
+/// When networks are sorted by address, one overlaps an earlier one exactly when it begins before
+/// the highest end so far.
 void Checks::checkOverlaps() const {
     std::vector<const RegisteredAccount*> sorted;
     for (const RegisteredAccount& account : accounts) {
@@ -170,7 +170,7 @@ void Checks::checkHostNetworks(const std::vector<HostNetwork>& used) const {
             if (!account.range || !network.range.overlaps(*account.range)) {
                 return false;
             }
-            // not that of a container which runs with the network that it is listed with
+            // leaves out the interface of a container that runs with its own listed network
             const auto owner = owners.find(network.interface);
             return owner == owners.end() || !owner->second->range ||
                    !owner->second->range->overlaps(network.range);

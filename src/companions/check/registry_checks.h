@@ -1,5 +1,4 @@
-// What is wrong with an account registry, as far as the file, the password database and the host's
-// networks show it.
+// Checks an account registry, kiv.users(5), against the password database and the host's networks.
 #pragma once
 
 #include <string>
@@ -8,7 +7,7 @@
 #include "companions/check/findings.h"
 #include "companions/check/host_networks.h"
 
-/// Adds what it finds, in the order of the lines; `used` are the host's networks. Throws
+/// Appends the findings in the order of the lines. `used` are the host's networks. Throws
 /// std::runtime_error when the file or the password database cannot be read.
 void checkRegistry(const std::string& path, const std::vector<HostNetwork>& used,
                    Findings& findings);

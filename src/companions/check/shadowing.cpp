@@ -7,21 +7,22 @@
 
 #include "fs/layer_paths.h"
 
-// What follows from fs/overlay_layer.cpp: a later step or item finds what an earlier one has left
-// in the layer. A directory that is there already, because something below it was hidden before, is
-// neither hidden nor emptied. Below a whiteout nothing can be made. A bind mount covers the layer.
+// The rules follow from fs/overlay_layer.cpp: a later step or item meets the result of an earlier
+// one. A directory that already exists in the layer, because something below it was hidden before,
+// is neither hidden nor emptied. Nothing can be created below a whiteout. A bind mount covers the
+// layer.
 
 namespace {
 
-/// Two items may mean several paths each; a pair is reported once.
+/// Compares items. Each may select several paths, but a pair of items is reported only once.
 class Judge {
 public:
     explicit Judge(const FindingsOf& target) : findings(target) {}
 
-    /// Of the same path, `one` is handled before `other`.
+    /// Both have the same path, and `one` is applied before `other`.
     void same(const PlacedItem& one, const PlacedItem& other);
 
-    /// `inner` is below the path of `outer`.
+    /// The path of `inner` is below that of `outer`.
     void below(const PlacedItem& outer, const PlacedItem& inner);
 
 private:

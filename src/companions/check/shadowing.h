@@ -1,4 +1,4 @@
-// Items of a configuration that undo each other.
+// Finds items of a configuration that cancel each other.
 #pragma once
 
 #include <string>
@@ -6,15 +6,15 @@
 
 #include "companions/check/findings.h"
 
-/// What the layer of a container does with a path, in the order in which it does it.
+/// The steps of building a layer, in the order in which they are applied.
 enum class Step { Allowlist, Hide, Empty, Bind };
 
 struct PlacedItem {
     Step step;
     unsigned long line;
-    std::string path;                ///< as pathsOf has it
+    std::string path;                ///< as returned by pathsOf
     std::vector<std::string> names;  ///< of an allowlist
 };
 
-/// `items` in the order of their lines.
+/// Appends the findings. `items` are in the order of their lines.
 void checkShadowing(const std::vector<PlacedItem>& items, const FindingsOf& findings);

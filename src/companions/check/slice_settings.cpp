@@ -9,13 +9,13 @@
 
 namespace {
 
-// systemd.unit(5): of files with the same name in several folders the first counts. The first two
-// folders are of systemctl set-property.
+// systemd.unit(5): of files with the same name, the one in the first of these folders counts.
+// systemctl set-property writes to the first two.
 constexpr const char* kUnitFolders[] = {
     "/etc/systemd/system.control", "/run/systemd/system.control",   "/etc/systemd/system",
     "/run/systemd/system",         "/usr/local/lib/systemd/system", "/usr/lib/systemd/system"};
 
-constexpr const char* kUnitOfAll = "user-.slice";  // of every slice whose name begins so
+constexpr const char* kUnitOfAll = "user-.slice";  // applies to every slice whose name begins so
 
 void read(const std::string& path, SliceSettings& settings) {
     LineReader file(path);
@@ -63,8 +63,8 @@ SliceDropIns::DropIns SliceDropIns::dropInsOf(const std::string& unit) const {
     return found;
 }
 
-/// The drop-ins of both units are one list in the order of their names. Of two with the same name
-/// the folder decides, and in one folder the slice's own unit.
+/// The drop-ins of both units form one list, sorted by name. Of two with the same name the earlier
+/// folder wins, and within one folder the slice's own unit.
 SliceSettings SliceDropIns::settingsOf(uid_t uid) const {
     const DropIns own = dropInsOf("user-" + std::to_string(uid) + ".slice");
     if (own.empty()) {

@@ -1,4 +1,4 @@
-// What systemd has been told about the slices of accounts, in drop-ins.
+// Reads the settings of accounts' slices from systemd's drop-ins.
 #pragma once
 
 #include <sys/types.h>
@@ -7,32 +7,32 @@
 #include <map>
 #include <string>
 
-/// The value of a setting and where it is set.
+/// The value of a setting and the file that sets it.
 struct SliceSetting {
     std::string value;
     std::string file;
     unsigned long line = 0;
 };
 
-/// By the setting's name.
+/// Keyed by the setting's name.
 using SliceSettings = std::map<std::string, SliceSetting>;
 
-/// Reads what is for all users once.
+/// Reads the drop-ins for all users once.
 class SliceDropIns {
 public:
-    /// `root` is put before the folders of systemd.
+    /// `root` is a prefix for systemd's folders.
     explicit SliceDropIns(std::string root = "");
 
-    /// Of the user's slice. Every assignment of the files counts, whatever its section; of several
-    /// the last, as in systemd.unit(5).
+    /// The settings of the user's slice. Assignments in any section count; the last one wins, as in
+    /// systemd.unit(5).
     SliceSettings settingsOf(uid_t uid) const;
 
 private:
     struct DropIn {
-        std::size_t folder;  ///< the place in the order of precedence
+        std::size_t folder;  ///< index in the order of precedence
         std::string path;
     };
-    using DropIns = std::map<std::string, DropIn>;  ///< by file name, which is their order
+    using DropIns = std::map<std::string, DropIn>;  ///< keyed by file name, which is their order
 
     DropIns dropInsOf(const std::string& unit) const;
 

@@ -131,9 +131,8 @@ FileDescriptor hostMountsAlone() {
 /// Data that all accounts of a run share.
 struct Run {
     Refresh what = Refresh::NewView;
-    bool isNamed = false;  ///< the caller named one account
-    std::vector<ProcessPlace>
-        places{};  ///< at the start of the run; later entries join the pinned view
+    bool isNamed = false;                ///< the caller named one account
+    std::vector<ProcessPlace> places{};  ///< at the start; later entries join the pinned view
     std::optional<FileDescriptor> hostMounts{};  ///< created when first needed
 };
 

@@ -16,13 +16,15 @@ std::optional<winsize> sizeOf(int descriptor) {
     return ::ioctl(descriptor, TIOCGWINSZ, &size) == 0 ? std::optional(size) : std::nullopt;
 }
 
-/// Opening the master of a pseudo-terminal again makes another pseudo-terminal, see ptmx(4).
+/// True for the master of a pseudo-terminal. Opening it again would create another pseudo-terminal,
+/// see ptmx(4).
 bool isMaster(int descriptor) {
     int number = 0;
     return ::ioctl(descriptor, TIOCGPTN, &number) == 0;
 }
 
-/// What opening again names the same thing of. A file would lose its offset.
+/// True for pipes and terminals, which stay the same when they are opened again through /proc. A
+/// regular file would lose its offset.
 bool canBeReopened(int descriptor) {
     struct stat status {};
     const bool isPipe = ::fstat(descriptor, &status) == 0 && S_ISFIFO(status.st_mode);
@@ -67,7 +69,8 @@ void RawTerminal::enter() {
 
 void RawTerminal::restore() {
     if (isRaw) {
-        // in the background it would stop this process, which must go on to end or to stop
+        // tcsetattr(3) in the background sends SIGTTOU, which would stop this process before it
+        // ends
         std::signal(SIGTTOU, SIG_IGN);
         ::tcsetattr(STDIN_FILENO, TCSADRAIN, &*original);
         std::signal(SIGTTOU, SIG_DFL);

@@ -1,4 +1,4 @@
-// The terminal that kiv-run was called on, on its standard input and output.
+// The caller's terminal: the standard input and output of kiv-run.
 #pragma once
 
 #include <sys/ioctl.h>
@@ -6,19 +6,21 @@
 
 #include <optional>
 
-/// Of standard input; nothing when that is no terminal.
+/// The terminal mode of standard input; nothing when it is not a terminal.
 std::optional<termios> callersMode();
 
-/// The window's size, of standard input or else output; nothing when neither is a terminal.
+/// The window size in characters, of standard input or else of output; nothing when neither is a
+/// terminal.
 std::optional<winsize> callersSize();
 
-/// Makes standard input and output non-blocking where they are terminals or pipes, in open file
-/// descriptions of their own: the caller's other processes keep theirs as they are. Where that
-/// fails they stay blocking. Needs the host's /proc.
+/// Makes standard input and output non-blocking where they are terminals or pipes. They are opened
+/// again for that, so that the caller's other processes keep blocking ones. When that fails they
+/// stay blocking. Needs the host's /proc.
 void stopBlocking();
 
-/// Standard input while it is relayed: raw, so that each key goes to the command's terminal, which
-/// makes signals and lines of them. Standard input that is no terminal is left alone.
+/// The mode of standard input while it is relayed. In raw mode each key goes to the command's
+/// terminal, which turns keys into signals and lines. Does nothing when standard input is not a
+/// terminal.
 class RawTerminal {
 public:
     RawTerminal() : original(callersMode()) {}
@@ -28,11 +30,12 @@ public:
 
     bool isTerminal() const { return original.has_value(); }
 
-    /// In the background this stops the process until the caller's shell gives it the terminal.
+    /// Switches to raw mode. In the background this stops the process until the caller's shell
+    /// gives it the terminal.
     void enter();
 
-    /// Back to the mode at construction, also in the background. Only after `enter`: later the mode
-    /// is the caller's business.
+    /// Restores the mode at construction, also in the background. Does nothing before `enter` and
+    /// after an earlier `restore`: the mode then belongs to the caller.
     void restore();
 
 private:

@@ -1,4 +1,4 @@
-// The program kiv-run: becomes a command, or the login shell, of an account in its container.
+// The program kiv-run: runs a command, or the login shell, of an account in its container.
 #include <fcntl.h>
 #include <libintl.h>
 #include <sys/stat.h>
@@ -31,9 +31,9 @@
 namespace {
 
 constexpr unsigned kFirstPreserved = STDERR_FILENO + 1;
-constexpr const char* kDefaultShell = "/bin/sh";  // passwd(5): of an entry without one
+constexpr const char* kDefaultShell = "/bin/sh";  // passwd(5): for an entry without a shell
 
-/// Among those that the command gets.
+/// The first descriptor that is closed among those that the command is to get.
 std::optional<int> closedDescriptor(unsigned preserved) {
     for (unsigned offset = 0; offset < preserved; ++offset) {
         const auto descriptor = static_cast<int>(kFirstPreserved + offset);
@@ -44,8 +44,8 @@ std::optional<int> closedDescriptor(unsigned preserved) {
     return std::nullopt;
 }
 
-/// Marks the descriptors that the command gets. Until it is executed they are close-on-exec: what
-/// --start runs must not have them.
+/// Sets or clears close-on-exec on the descriptors that the command gets. It stays set until the
+/// command is executed: the programs that --start runs must not have them.
 void setCloseOnExec(unsigned preserved, bool closeOnExec) {
     for (unsigned offset = 0; offset < preserved; ++offset) {
         const auto descriptor = static_cast<int>(kFirstPreserved + offset);
@@ -55,7 +55,7 @@ void setCloseOnExec(unsigned preserved, bool closeOnExec) {
     }
 }
 
-/// For the log.
+/// The command as text for the log.
 std::string commandLine(const RunRequest& request) {
     std::string line;
     for (const char* argument : request.command) {
@@ -83,7 +83,8 @@ void enterDirectory(const std::string& path) {
     }
 }
 
-/// As the account, so that it leads nowhere that the account may not go.
+/// Changes the working directory. Runs as the account, so that it reaches only directories that the
+/// account may enter.
 void goToWork(const RunRequest& request, const std::string& home) {
     if (!request.directory) {
         goHome(home);
@@ -123,7 +124,7 @@ bool wantsOwnTerminal(const RunRequest& request) {
            (request.terminal == Terminal::AsCaller && isOnTerminal);
 }
 
-/// Does not return when the command is executed.
+/// Does not return when the command is executed; else returns the exit status.
 int run(const RunRequest& request, EntryLog& log) {
     if (::geteuid() != 0) {
         throw std::runtime_error(::gettext("only root may run this program"));
@@ -148,7 +149,8 @@ int run(const RunRequest& request, EntryLog& log) {
         relayFromHere(*link);
     }
     joinContainer(handle);
-    // here the line is root's, and no process of the account can end this one before it is written
+    // logged before the change of user: no process of the account can end this one before the line
+    // is written
     log.entered();
     becomeAccount(handle, account, static_cast<unsigned>(logPlace) + (link ? 2 : 1));
     if (link) {
@@ -172,9 +174,9 @@ int fail(const std::exception& error) {
 }
 
 int enter(const RunRequest& request) {
-    // before anything else is opened, which a closed one would be mistaken for
+    // before any file is opened, which could get the number of a closed descriptor
     const auto closed = closedDescriptor(request.preserved);
-    // host tools see nothing else of the caller's environment
+    // host tools get nothing else of the caller's environment
     Daemon::cleanEnv({"PATH", "TERM", "LANG", "TZ"});
     settings().userName = request.user;
     EntryLog log("kiv-run", request.user, "command=" + commandLine(request));

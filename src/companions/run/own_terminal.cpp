@@ -23,7 +23,7 @@ constexpr unsigned kNobody = 65534;
 constexpr int kPlaceOfParentEnd = STDERR_FILENO + 1;
 constexpr const char* kNoTerminal = "cannot open a terminal of the container: ";
 
-/// What the parent reads is the account's: it must be of no use to whoever finds a fault in it.
+/// The parent reads data from the account: a bug in it must not give the account any rights.
 void giveUpRights(FileDescriptor& parentEnd) {
     ::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0);
     [[maybe_unused]] const int ignored = ::chdir("/");
@@ -40,7 +40,7 @@ void giveUpRights(FileDescriptor& parentEnd) {
     ::prctl(PR_SET_DUMPABLE, 0);
 }
 
-/// Ends the process.
+/// The parent's part. Ends the process with the command's status.
 [[noreturn]] void relay(pid_t command, FileDescriptor parentEnd) {
     int status = kFailed;
     try {
@@ -53,7 +53,7 @@ void giveUpRights(FileDescriptor& parentEnd) {
     ::_exit(status);
 }
 
-/// The master does not block, for the relay.
+/// The relay needs a non-blocking master.
 TerminalEnds openTerminal() {
     TerminalEnds ends;
     ends.master.reset(::open("/dev/ptmx", O_RDWR | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
@@ -100,7 +100,7 @@ void takeOwnTerminal(TerminalLink& link) {
     const int last = ::isatty(STDERR_FILENO) != 0 ? STDERR_FILENO : STDOUT_FILENO;
     for (int descriptor = STDIN_FILENO; descriptor <= last; ++descriptor) {
         if (::dup2(ends.terminal.get(), descriptor) != descriptor) {
-            throw systemError(kNoTerminal);  // the command would have the caller's
+            throw systemError(kNoTerminal);  // else the command would get the caller's
         }
     }
 }

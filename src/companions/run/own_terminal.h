@@ -1,6 +1,6 @@
-// A terminal of the container's for the command of kiv-run, and the process outside that relays
-// between it and the caller's terminal. The command never has the caller's: what the account leaves
-// running cannot read what is typed there afterwards.
+// A terminal inside the container for the command of kiv-run, and the process outside that relays
+// between it and the caller's terminal. The command never gets the caller's terminal: processes
+// that the account leaves running could read what is typed there later.
 //
 // | step                                     | who                      |
 // |------------------------------------------|--------------------------|
@@ -14,12 +14,13 @@
 
 #include "companions/run/terminal_link.h"
 
-/// Forks. Returns in the child only, in a session of its own. The parent becomes nobody's process
-/// without a right, relays, and ends with the command's status, 128 + N when signal N ended it.
-/// Throws std::runtime_error in the caller's process when there is no child.
+/// Forks, and returns only in the child, in a new session. The parent changes to the user nobody
+/// without any rights, relays, and exits with the command's status, 128 + N when signal N ended it.
+/// Throws std::runtime_error in the parent when it cannot fork.
 void relayFromHere(TerminalLink& link);
 
-/// In the child, as the account and inside: makes a new terminal of the container's /dev/pts the
-/// controlling one and descriptors 0 to 2; 2 stays when it is no terminal. Throws
+/// Runs in the child, as the account and inside the container. Opens a new terminal of the
+/// container's /dev/pts, makes it the controlling terminal and puts it on descriptors 0 to 2;
+/// descriptor 2 stays as it is when it is not a terminal. Sends both ends to the parent. Throws
 /// std::runtime_error.
 void takeOwnTerminal(TerminalLink& link);

@@ -12,14 +12,14 @@
 namespace {
 
 constexpr int kSignalBase = 128;
-constexpr std::size_t kBlock = 4096;  // what a pipe takes without blocking once it takes anything
-constexpr std::size_t kMostLeftOutput = 128 << 10;  // more than a terminal holds back
+constexpr std::size_t kBlock = 4096;  // bytes; a writable pipe takes at least this, pipe(7)
+constexpr std::size_t kMostLeftOutput = 128 << 10;  // bytes; more than a terminal buffers
 
 bool isTransient(int error) {
     return error == EINTR || error == EAGAIN;
 }
 
-/// Up to a block. Returns what read(2) does, and errno is its.
+/// Reads up to one block. Result and errno are those of read(2).
 ssize_t readInto(std::string& text, int descriptor) {
     std::array<char, kBlock> block{};
     const ssize_t size = ::read(descriptor, block.data(), block.size());
@@ -27,7 +27,7 @@ ssize_t readInto(std::string& text, int descriptor) {
     return size;
 }
 
-/// Removes what could be written. False when nothing ever can.
+/// Writes `text` and removes the written part from it. False when nothing can be written any more.
 bool writeFrom(std::string& text, int descriptor) {
     const ssize_t size = ::write(descriptor, text.data(), text.size());
     text.erase(0, size > 0 ? static_cast<std::size_t>(size) : 0);
@@ -48,8 +48,8 @@ int Relay::run() {
     return *status;
 }
 
-/// A block is read when the one before it is written: whoever writes faster than the other side
-/// reads has to wait.
+/// A block is read only after the previous one has been written, so that a fast writer waits for a
+/// slow reader.
 void Relay::waitAndHandle() {
     struct Watch {
         bool wanted;
@@ -59,7 +59,7 @@ void Relay::waitAndHandle() {
     };
     const int master = ends.master.get();
     const bool hasMaster = ends.master.valid();
-    const bool readsInput = hasMaster && inputOpen && !status;  // after the end it is the caller's
+    const bool readsInput = hasMaster && inputOpen && !status;  // after that it is the caller's
     const std::array<Watch, 6> watches = {{
         {true, signals.descriptor(), POLLIN, &Relay::handleSignal},
         {socket.valid(), socket.get(), POLLIN, &Relay::acceptTerminal},
@@ -118,8 +118,9 @@ void Relay::collectStatus() {
     }
 }
 
-/// After a stop, and when the terminal has arrived. A command that has ended meanwhile needs no raw
-/// terminal, which this process may have to wait for in the background.
+/// Called when the terminal has arrived and when the process continues after a stop. Not raw mode
+/// when the command has ended meanwhile: in the background this process might have to wait for the
+/// terminal.
 void Relay::resume() {
     collectStatus();
     if (!status && ends.master.valid()) {
@@ -151,12 +152,12 @@ void Relay::readInput() {
     } else if (size == 0 && !caller.isTerminal()) {
         endInput();
     } else if (size == 0 || !isTransient(errno)) {
-        endBy(SIGHUP);  // the caller's terminal has gone
+        endBy(SIGHUP);  // the caller's terminal is gone
     }
 }
 
-/// One end of file, see termios(3): behind an unfinished line the first character only hands that
-/// over.
+/// Sends an end of file. After an unfinished line that takes two VEOF characters: the first one
+/// only delivers the line, see termios(3).
 void Relay::endInput() {
     inputOpen = false;
     termios mode{};
@@ -174,7 +175,7 @@ void Relay::writeInput() {
     }
 }
 
-/// An end comes when somebody has hung the command's terminal up.
+/// An end of file means that the command's terminal was hung up.
 void Relay::readOutput() {
     const ssize_t size = readInto(output, ends.master.get());
     outputOpen = size > 0 || (size < 0 && isTransient(errno));
@@ -182,11 +183,12 @@ void Relay::readOutput() {
 
 void Relay::writeOutput() {
     if (!writeFrom(output, STDOUT_FILENO)) {
-        endBy(SIGHUP);  // nobody reads any more
+        endBy(SIGHUP);  // nobody reads the output any more
     }
 }
 
-/// What the command has written before its end. What it leaves running may go on writing.
+/// Relays what the command wrote before its end. Limited, because processes that it left running
+/// may continue to write.
 void Relay::writeLeftOutput() {
     for (std::size_t total = 0; total < kMostLeftOutput; total += output.size()) {
         while (!output.empty()) {

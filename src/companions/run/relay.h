@@ -12,17 +12,18 @@
 #include "companions/run/terminal_link.h"
 #include "util/file_descriptor.h"
 
-/// Knows nothing of containers and needs no right. Whatever ends it, the caller's terminal is
-/// restored first; with it the master is closed, which hangs the command's terminal up.
+/// Knows nothing about containers and needs no rights. At every end the caller's terminal is
+/// restored first. The end also closes the master, which hangs up the command's terminal.
 class Relay {
 public:
-    /// `commandProcess` is a child of this process and sends its terminal to `parentEnd`.
-    /// blockRelaySignals comes before that child is made, so that its end is not missed.
+    /// `commandProcess` is a child of this process and sends its terminal to `parentEnd`. Call
+    /// blockRelaySignals before creating that child, so that SIGCHLD is not missed.
     Relay(pid_t commandProcess, FileDescriptor parentEnd);
 
-    /// Until the command has ended; returns its status, 128 + N when signal N ended it. Ends this
-    /// process by the signal that it gets, and by SIGHUP when nobody reads the output any more or
-    /// the caller's terminal is gone. Throws std::runtime_error when the terminal does not arrive.
+    /// Relays until the command has ended. Returns its exit status, 128 + N when signal N ended it.
+    /// A signal that ends this process ends it by that signal; it also ends by SIGHUP when nobody
+    /// reads the output any more or the caller's terminal is gone. Throws std::runtime_error when
+    /// the terminal does not arrive.
     int run();
 
 private:
@@ -44,9 +45,9 @@ private:
     FileDescriptor socket;  ///< until the terminal has arrived
     RawTerminal caller;
     RelaySignals signals;
-    TerminalEnds ends;   ///< the terminal is held open: a command may close its own and go on
-    std::string input;   ///< read and not yet written
-    std::string output;  ///< the same
+    TerminalEnds ends;   ///< `terminal` stays open: the command may close its own and continue
+    std::string input;   ///< read from the caller, not yet written
+    std::string output;  ///< read from the command, not yet written
     char lastInput = '\n';
     bool inputOpen = true;
     bool outputOpen = true;

@@ -19,7 +19,7 @@ sigset_t relaySignals() {
     for (const int fault : {SIGABRT, SIGBUS, SIGFPE, SIGILL, SIGSEGV, SIGSYS, SIGTRAP}) {
         sigdelset(&signals, fault);
     }
-    // the first two stop whoever uses the terminal from the background; the last does nothing
+    // SIGTTIN and SIGTTOU must stop this process in the background; SIGURG does nothing
     for (const int other : {SIGTTIN, SIGTTOU, SIGURG}) {
         sigdelset(&signals, other);
     }
@@ -60,6 +60,6 @@ void obey(int signal) {
     sigset_t only;
     sigemptyset(&only);
     sigaddset(&only, signal);
-    ::sigprocmask(SIG_UNBLOCK, &only, nullptr);  // here it arrives
+    ::sigprocmask(SIG_UNBLOCK, &only, nullptr);  // delivered here
     ::sigprocmask(SIG_BLOCK, &only, nullptr);
 }

@@ -1,14 +1,14 @@
-// The signals of the process that relays between two terminals. It reads them as it reads input, so
-// that it can restore the caller's terminal before it ends or stops.
+// The signals of the process that relays between two terminals. It reads them from a descriptor,
+// signalfd(2), so that it can restore the caller's terminal before it ends or stops.
 #pragma once
 
 #include <optional>
 
 #include "util/file_descriptor.h"
 
-/// Blocks all signals but those of faults and of the terminal's background, and those that the
-/// caller ignores: nohup(1) keeps its meaning. Signals from now on wait for RelaySignals.
-/// Throws std::runtime_error.
+/// Blocks the signals that RelaySignals reads: all except those of faults such as SIGSEGV, SIGTTIN,
+/// SIGTTOU, SIGURG, and those that the caller ignores, so that nohup(1) works. Throws
+/// std::runtime_error.
 void blockRelaySignals();
 
 class RelaySignals {
@@ -19,13 +19,13 @@ public:
     /// Becomes readable with each signal.
     int descriptor() const { return queue.get(); }
 
-    /// Takes the next one; nothing when none is waiting.
+    /// Takes the next signal; nothing when none is pending.
     std::optional<int> next();
 
 private:
     FileDescriptor queue;
 };
 
-/// Does what the signal does by default. Returns when that has not ended the process: after SIGTSTP
-/// once the process is continued.
+/// Takes the signal's default action. Returns if that does not end the process; after a stop such
+/// as SIGTSTP, once the process is continued.
 void obey(int signal);

@@ -11,7 +11,7 @@ namespace {
 
 using Pointers = std::vector<char*>;
 
-/// The errno of execve(2), which does not return when it succeeds.
+/// Returns the errno of execve(2); does not return on success.
 int tryToExecute(const std::string& path, Pointers& arguments, Pointers& environment) {
     ::execve(path.c_str(), arguments.data(), environment.data());
     return errno;
@@ -21,7 +21,8 @@ bool meansNotHere(int error) {
     return error == ENOENT || error == ENOTDIR;
 }
 
-/// As execvp(3), but for its shell. A file that may not be executed does not hide a later one.
+/// Like execvp(3), but never runs a shell. A file that may not be executed does not hide a later
+/// one.
 int executeFromPath(const std::string& name, const std::string& path, Pointers& arguments,
                     Pointers& environment) {
     int result = ENOENT;
@@ -30,7 +31,7 @@ int executeFromPath(const std::string& name, const std::string& path, Pointers& 
     }
     for (const std::string& directory : StringUtil::split<std::vector<std::string>>(
              path, ":", /*dropEmpty=*/false, /*keepSeparators=*/false)) {
-        // an empty element is the working directory
+        // an empty element of PATH is the working directory
         const std::string file = directory.empty() ? name : directory + "/" + name;
         const int error = tryToExecute(file, arguments, environment);
         if (error == EACCES) {

@@ -15,7 +15,7 @@ constexpr std::string_view kPathItem = "ENV_PATH";
 constexpr std::string_view kPathPrefix = "PATH=";
 constexpr const char* kDefaultPath = "/bin:/usr/bin";
 
-/// The value of an ENV_PATH line; with or without "PATH=", as login.defs(5) has it.
+/// The value of an ENV_PATH line, with or without "PATH=", see login.defs(5).
 std::string pathOf(std::string_view line) {
     std::string value(line.substr(line.find(kPathItem) + kPathItem.size()));
     StringUtil::trim(value, std::string(kWhiteSpace) + '"');

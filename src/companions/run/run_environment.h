@@ -8,17 +8,17 @@
 
 using Environment = std::vector<std::string>;  ///< "NAME=VALUE" each, every name once
 
-/// The PATH that login.defs(5) has for accounts, "/bin:/usr/bin" where it has none or is not there.
-/// Throws std::runtime_error when it cannot be read.
+/// ENV_PATH of login.defs(5); "/bin:/usr/bin" when the file does not exist or does not set it.
+/// Throws std::runtime_error when the file cannot be read.
 std::string loginPath(const std::string& definitions = "/etc/login.defs");
 
-/// Adds the variable, in place of an earlier one of that name.
+/// Adds the variable "NAME=VALUE". Replaces an earlier one of that name.
 void setVariable(Environment& environment, const std::string& variable);
 
-/// The value, empty when there is no such variable.
+/// The variable's value; empty when there is no such variable.
 std::string valueOf(const Environment& environment, const std::string& name);
 
-/// HOME, USER, LOGNAME, SHELL and PATH of the account; TERM, LANG and TZ are the caller's where the
-/// caller has them.
+/// HOME, USER, LOGNAME, SHELL and PATH (`path`) of the account, and TERM, LANG and TZ of the caller
+/// if they are set.
 Environment loginEnvironment(const std::string& userName, const PasswordEntry& account,
                              const std::string& path);

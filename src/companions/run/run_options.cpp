@@ -9,9 +9,9 @@
 namespace {
 
 constexpr unsigned kLargestUmask = 0777;
-constexpr unsigned kMostDescriptors = 1U << 20;  // no process may open more by default
+constexpr unsigned kMostDescriptors = 1U << 20;  // the usual fs.nr_open, proc_sys_fs(5)
 
-/// The whole text as a number up to `largest`, without sign or blanks.
+/// The number if the whole text is one, without sign or blanks, up to `largest`.
 std::optional<unsigned> parseNumber(std::string_view text, int base, unsigned largest) {
     unsigned number = 0;
     const char* const end = text.data() + text.size();
@@ -36,7 +36,7 @@ unsigned parseCount(const char* text) {
     return *count;
 }
 
-/// setenv(3) takes a name that is not empty and holds no "=".
+/// Checks "NAME=VALUE": as for setenv(3), the name must not be empty.
 std::string parseVariable(const char* text) {
     const char* const equals = std::strchr(text, '=');
     if (equals == nullptr || equals == text) {

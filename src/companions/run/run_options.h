@@ -15,17 +15,17 @@ struct RunRequest {
     Action action = Action::Work;
     const char* user = nullptr;            ///< not owned; points into argv
     std::vector<char*> command;            ///< not owned; empty for the login shell
-    std::optional<std::string> directory;  ///< of -C
+    std::optional<std::string> directory;  ///< option -C
     std::vector<std::string> variables;    ///< "NAME=VALUE" each, in the order of -e
     mode_t umask = 022;
-    unsigned preserved = 0;  ///< descriptors above 2 that the command gets
+    unsigned preserved = 0;  ///< number of descriptors above 2 that the command gets
     bool start = false;
-    Terminal terminal = Terminal::AsCaller;  ///< an own one where the caller is on one
+    Terminal terminal = Terminal::AsCaller;  ///< AsCaller: an own one if the caller has one
 };
 
 /// Throws std::runtime_error with the translated message when the command line is not understood.
 /// May be called again with another vector.
 RunRequest parseRunOptions(int argc, char** argv);
 
-/// Writes the help text on standard output.
+/// Writes the help text to standard output.
 void printRunHelp();

@@ -16,7 +16,7 @@ using Descriptors = std::array<int, 2>;
 
 constexpr const char* kFailure = "cannot hand the terminal over: ";
 
-/// A message of one byte, which descriptors travel with, see unix(7).
+/// A message of one byte that carries two descriptors, SCM_RIGHTS in unix(7).
 class Message {
 public:
     Message() {
@@ -38,7 +38,7 @@ public:
         std::memcpy(CMSG_DATA(item), descriptors.data(), sizeof(Descriptors));
     }
 
-    /// Nothing when not both have arrived.
+    /// The descriptors; nothing unless both have arrived.
     std::optional<Descriptors> take() const {
         const cmsghdr* const item = CMSG_FIRSTHDR(&header);
         if (item == nullptr || item->cmsg_type != SCM_RIGHTS ||
@@ -96,7 +96,7 @@ std::optional<TerminalEnds> receiveTerminal(const FileDescriptor& parentEnd) {
     }
     const auto descriptors = message.take();
     if (!descriptors) {
-        throw systemError(kFailure, EMFILE);  // the kernel leaves out what exceeds the limit
+        throw systemError(kFailure, EMFILE);  // the kernel omits descriptors beyond the limit
     }
     return TerminalEnds{FileDescriptor((*descriptors)[0]), FileDescriptor((*descriptors)[1])};
 }

@@ -1,5 +1,5 @@
-// How the two ends of the command's terminal get from the process inside, which opens them, to the
-// one outside, which relays.
+// Sends the two ends of the command's terminal from the process inside, which opens them, to the
+// process outside, which relays.
 #pragma once
 
 #include <optional>
@@ -8,8 +8,8 @@
 
 /// A pair of connected sockets.
 struct TerminalLink {
-    /// The child's end gets the number `place`, which may be in use by the caller: everything from
-    /// there on is closed before the command runs. Throws std::runtime_error.
+    /// The child's end gets the descriptor number `place`, even if the caller uses it: all
+    /// descriptors from there on are closed before the command runs. Throws std::runtime_error.
     explicit TerminalLink(int place);
 
     FileDescriptor parentEnd;
@@ -24,6 +24,6 @@ struct TerminalEnds {
 /// Throws std::runtime_error when the process outside is gone.
 void sendTerminal(const FileDescriptor& childEnd, const TerminalEnds& ends);
 
-/// Nothing when the process inside has ended without a terminal; it has said why. Throws
-/// std::runtime_error.
+/// Waits for the ends. Nothing when the process inside has ended without sending them; it has
+/// printed the reason. Throws std::runtime_error.
 std::optional<TerminalEnds> receiveTerminal(const FileDescriptor& parentEnd);
