@@ -1,4 +1,4 @@
-# Warnings, hardening and sanitizers, carried by one interface target that every target links.
+# Warnings, hardening and sanitizers, in one interface target that every target links.
 include(CheckPIESupported)
 check_pie_supported(LANGUAGES CXX)
 set(CMAKE_POSITION_INDEPENDENT_CODE ON)
@@ -13,12 +13,13 @@ if(KIVCTL_FUZZ AND NOT (KIVCTL_SANITIZE AND CMAKE_CXX_COMPILER_ID STREQUAL "Clan
     message(FATAL_ERROR "KIVCTL_FUZZ needs clang++ and KIVCTL_SANITIZE; see the preset \"fuzz\"")
 endif()
 if(KIVCTL_SANITIZE)
-    # a failed check ends the program: a test cannot pass over a report
-    # (vptr left out: that check opens pipes of its own, and fails where a test has used up the descriptors)
+    # a failed check ends the program, so that no test can ignore a report; not vptr, which opens
+    # pipes itself and fails where a test has used up the descriptors
     set(sanitize -fsanitize=address,undefined -fno-sanitize=vptr -fno-sanitize-recover=all
         -fno-omit-frame-pointer)
     if(KIVCTL_FUZZ)
-        # counts what is reached; only the fuzz targets link libFuzzer, so that one build has all tests
+        # coverage counters in all code; only the fuzz targets link libFuzzer, so that one build has
+        # all tests
         list(APPEND sanitize -fsanitize=fuzzer-no-link)
     endif()
     target_compile_options(kivctl_flags INTERFACE ${sanitize} -g)

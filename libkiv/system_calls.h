@@ -8,9 +8,8 @@
 
 /// A table of system-call numbers: the kernel has one per architecture that the machine can run.
 struct SystemCallTable {
-    const char* name;  ///< "i386", "x32" or "arm"; empty for the machine's own
-    std::uint32_t
-        architecture;  ///< AUDIT_ARCH_*; for x32 AUDIT_ARCH_X86_64 without the bit for 64 bits
+    const char* name;            ///< "i386", "x32" or "arm"; empty for the machine's own
+    std::uint32_t architecture;  ///< AUDIT_ARCH_*; for x32 without the bit for 64 bits
 };
 
 /// How many tables the machine has. The first is its own.
