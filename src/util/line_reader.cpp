@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 
 LineReader::LineReader(const std::string& path) : LineReader(AT_FDCWD, path) {}
@@ -11,16 +12,28 @@ LineReader::LineReader(int directory, const std::string& path)
     : file(::openat(directory, path.c_str(), O_RDONLY | O_CLOEXEC)) {}
 
 bool LineReader::next(std::string& line) {
-    line.clear();
+    std::string_view text;
+    const bool found = next(text);
+    line = text;
+    return found;
+}
+
+bool LineReader::next(std::string_view& line) {
+    whole.clear();
     bool started = false;
     while (!pending.empty() || refill()) {
         const auto end = pending.find('\n');
-        line.append(pending.substr(0, end));
-        if (end != std::string_view::npos) {
-            pending.remove_prefix(end + 1);
+        const std::string_view piece = pending.substr(0, end);
+        pending.remove_prefix(std::min(piece.size() + 1, pending.size()));
+        if (end != std::string_view::npos && !started) {
+            line = piece;
             return true;
         }
-        pending = {};
+        whole.append(piece);
+        line = whole;
+        if (end != std::string_view::npos) {
+            return true;
+        }
         started = true;
     }
     return started && failure == 0;

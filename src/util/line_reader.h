@@ -23,6 +23,10 @@ public:
     /// then dropped.
     bool next(std::string& line);
 
+    /// The same without a copy. `line` is valid until the next call, and set only by a call that
+    /// returns true.
+    bool next(std::string_view& line);
+
     /// The errno of the failed read(2); 0 without a failure.
     int error() const { return failure; }
 
@@ -33,4 +37,5 @@ private:
     int failure = 0;
     std::array<char, 8192> buffer{};
     std::string_view pending;  ///< the part of the buffer that `next` has not returned yet
+    std::string whole;         ///< the line that `next` returned last, if it spans two buffers
 };

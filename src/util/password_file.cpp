@@ -3,9 +3,11 @@
 #include <pwd.h>
 
 #include <algorithm>
+#include <charconv>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <system_error>
 #include <utility>
 
 #include "util/line_reader.h"
@@ -51,15 +53,21 @@ std::optional<PasswordEntry> parseLine(std::string line) {
     return PasswordEntry{entry.pw_name, entry.pw_uid, entry.pw_gid, entry.pw_dir, entry.pw_shell};
 }
 
-/// The user ID of a line, even of one that the C library may skip: if it is the same number,
-/// findNumber does not answer and the user is looked up by number.
-uid_t numberIn(const std::string& line) {
+/// The user ID of a line, even of one that the C library may skip; that of root, which no account
+/// has, if the line has none. Nothing if the C library's parser may read another number: then
+/// findNumber does not answer, and the user is looked up by number.
+std::optional<uid_t> numberIn(std::string_view line) {
     const std::size_t password = line.find(':');
     const std::size_t number =
-        password == std::string::npos ? password : line.find(':', password + 1);
-    return number == std::string::npos
-               ? 0
-               : static_cast<uid_t>(std::strtoul(line.c_str() + number + 1, nullptr, 10));
+        password == std::string_view::npos ? password : line.find(':', password + 1);
+    uid_t uid = 0;
+    if (number == std::string_view::npos) {
+        return uid;
+    }
+    const char* const end = line.data() + line.size();
+    const auto [after, error] = std::from_chars(line.data() + number + 1, end, uid);
+    return error == std::errc{} && after != end && *after == ':' ? std::optional(uid)
+                                                                 : std::nullopt;
 }
 
 }  // namespace
@@ -181,16 +189,19 @@ std::optional<PasswordEntry> PasswordLine::readUpTo(const std::string& name) {
     }
     const std::string begin = name + ":";
     std::vector<uid_t> earlier;
+    bool allAreKnown = true;
     LineReader file(passwords.path);
-    for (std::string line; file.next(line);) {
-        line.erase(0, line.find_first_not_of(kWhiteSpace));
-        auto entry = line.starts_with(begin) ? parseLine(line) : std::nullopt;
+    for (std::string_view line; file.next(line);) {
+        line.remove_prefix(std::min(line.find_first_not_of(kWhiteSpace), line.size()));
+        auto entry = line.starts_with(begin) ? parseLine(std::string(line)) : std::nullopt;
         if (entry) {
-            isFirstOfNumber =
-                std::find(earlier.begin(), earlier.end(), entry->uid) == earlier.end();
+            isFirstOfNumber = allAreKnown && std::find(earlier.begin(), earlier.end(),
+                                                       entry->uid) == earlier.end();
             return entry;
         }
-        earlier.push_back(numberIn(line));
+        const auto number = numberIn(line);
+        allAreKnown = allAreKnown && number;
+        earlier.push_back(number.value_or(0));
     }
     return std::nullopt;
 }

@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <csignal>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "../fs/temporary_directory.h"
@@ -27,6 +28,16 @@ protected:
             lines.push_back(line);
         }
         EXPECT_EQ(file.error(), 0);
+        EXPECT_EQ(viewsOf(content), lines);
+        return lines;
+    }
+
+    Lines viewsOf(const std::string& content) {
+        LineReader file(directory.write("/file", content));
+        Lines lines;
+        for (std::string_view line; file.next(line);) {
+            lines.emplace_back(line);
+        }
         return lines;
     }
 

@@ -293,6 +293,16 @@ TEST_F(OnePasswordLine, IsNotKnownByTheNumberOfAnEarlierLine) {
     EXPECT_FALSE(alice.findNumber(7U));
 }
 
+// the C library reads some of these as 7; whoever cannot tell looks up by number
+TEST_F(OnePasswordLine, IsNotKnownByNumberAfterANumberThatIsWrittenOtherwise) {
+    for (const std::string number : {" 7", "+7", "007", "4294967303", "7 ", ""}) {
+        PasswordLine alice =
+            line("other:x:" + number + ":1::/other:/bin/sh\nalice:x:7:8::/home/alice:/bin/sh\n");
+        EXPECT_TRUE(alice.find("alice")) << number;
+        EXPECT_FALSE(alice.findNumber(7U)) << number;
+    }
+}
+
 TEST_F(OnePasswordLine, IsTheFirstOfItsNameWhateverFollows) {
     PasswordLine alice = line("alice:x:7:8::/a:/bin/sh\nalice:x:5:5::/b:/bin/sh\nother:x:7:7:::\n");
     EXPECT_EQ(alice.find("alice")->homeDirectory, "/a");
