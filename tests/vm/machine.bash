@@ -90,6 +90,7 @@ Kind=!veth
 Address=10.0.2.15/24
 Gateway=10.0.2.2
 EOF
+    echo net.ipv4.ip_forward=1 >"$root/etc/sysctl.d/kivctl.conf"
     mkdir -p "$root/packages" "$root/var/log/journal"
     local package
     for package in "${@:2}"; do
