@@ -16,6 +16,7 @@ enum class Answer {
     DenyVsock,             ///< EPERM for socket(2) of the family AF_VSOCK
 };
 
+/// The rules for one account's processes. A plain value.
 struct SystemCallRules {
     std::map<std::string, Answer> calls;  ///< by name; a call that is not here is allowed
     std::set<std::string> deniedTables;   ///< by name: i386, x32, arm
@@ -24,6 +25,7 @@ struct SystemCallRules {
     bool operator==(const SystemCallRules& other) const = default;
 };
 
+/// The built-in rules; kiv.conf(5) explains how to change them.
 SystemCallRules defaultSystemCallRules();
 
 /// Applies one item of the section seccomp in kiv.conf(5) to the rules: "deny NAME…", "allow

@@ -14,6 +14,8 @@ struct SystemCallTable {
 
 /// How many tables the machine has. The first is its own.
 std::size_t countOfTables();
+
+/// The table of an index below countOfTables(). Valid as long as the process.
 const SystemCallTable& systemCallTable(std::size_t index);
 
 /// True for the tables that a machine can have in addition to its own: i386, x32, arm. This

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+/// One account of the registry, kiv.users(5).
 struct AccountEntry {
     std::string name;
     std::string net;  ///< the account's network as text, such as 100.64.0.4/30; empty when not set

@@ -7,6 +7,7 @@
 #include "container/container_handle.h"
 #include "util/runtime_directory.h"
 
+/// The state of an account's container.
 enum class ContainerState {
     Running,
     Partial,      ///< some namespaces are missing, or it is being started or stopped

@@ -15,12 +15,14 @@ inline constexpr std::chrono::seconds kLongestBuild{5};
 /// when there is none.
 PasswordEntry passwordEntryOf(const ContainerHandle& handle);
 
+/// Whether entering also gives up this process's capabilities.
+enum class OwnCapabilities { GivenUp, Kept };
+
 /// Moves this process into the account's cgroup and container and applies the system-call filter
 /// and the capability limits. First waits up to kLongestBuild for a container that is being started
 /// or stopped. With OwnCapabilities::Kept the caller itself does the library's last step,
 /// kiv_capabilities. After success the next call is becomeAccount. Throws std::runtime_error; the
 /// process may then be partly inside, cannot leave again, and must end.
-enum class OwnCapabilities { GivenUp, Kept };
 void joinContainer(ContainerHandle& handle, OwnCapabilities own = OwnCapabilities::GivenUp);
 
 /// Moves this process into the namespaces only; it stays root. The caller holds the account's lock.

@@ -19,6 +19,7 @@ struct NamespaceEntry {
     FileIdentity file;  ///< the file at the path when the entry was created
 };
 
+/// The process directory, proc(5), and the host's init process.
 inline constexpr const char* kProcesses = "/proc";
 inline constexpr pid_t kFirstProcess = 1;
 

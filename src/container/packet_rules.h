@@ -6,6 +6,7 @@
 #include <list>
 #include <string>
 
+/// One rule of iptables(8), without the action. A plain value.
 struct PacketRule {
     std::list<std::string> table;  ///< "-t" and the table's name; empty for the filter table
     std::string chain;

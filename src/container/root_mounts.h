@@ -10,8 +10,8 @@
 inline constexpr const char* kLayer = "/mnt/kiv";
 inline constexpr const char* kTempRoot = "/mnt/temp-root";
 
-/// `root` is the new root at kTempRoot, opened with O_PATH. Sources and targets that an account can
-/// influence are opened once and mounted through their descriptors.
+// In the functions below `root` is the new root at kTempRoot, opened with O_PATH. Sources and
+// targets that an account can influence are opened once and mounted through their descriptors.
 
 /// Bind-mounts the home directory and, over /tmp, its tmp directory. A failure is reported and the
 /// next step still runs. False when the home could not be mounted.

@@ -16,6 +16,7 @@
 /// decoded, so a mount point with a blank matches only a query in the same form.
 class MountEntry {
 public:
+    /// The texts are copied.
     MountEntry(std::string_view mountPoint, std::string_view root, bool isPrivate,
                std::string_view type = {}, std::string_view options = {})
         : mountPointField(mountPoint),
@@ -49,6 +50,7 @@ public:
     MountTable(MountTable&&) = default;
     MountTable& operator=(MountTable&&) = default;
 
+    /// True when something is mounted on exactly this path.
     bool contains(const std::string& mountPoint) const;
     /// Throws std::out_of_range "No such mount point: " + mountPoint.
     const MountEntry& get(const std::string& mountPoint) const;

@@ -10,6 +10,7 @@ struct DirectoryCloser {
     void operator()(DIR* stream) const { ::closedir(stream); }
 };
 
+/// Null when opendir(3) failed.
 using DirectoryStream = std::unique_ptr<DIR, DirectoryCloser>;
 
 /// The next entry, valid until the next call. Null after the last entry, with errno 0, and on an

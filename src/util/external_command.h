@@ -9,6 +9,7 @@
 /// that are not captured.
 class ExternalCommand {
 public:
+    /// The program's name becomes argument 0; `argumentList` has the others.
     ExternalCommand(std::string programName, std::list<std::string> argumentList);
 
     /// Captured output is appended to the target, which the caller owns and keeps until `execute`

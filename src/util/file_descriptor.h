@@ -20,6 +20,7 @@ public:
     FileDescriptor& operator=(const FileDescriptor&) = delete;
     ~FileDescriptor() { reset(); }
 
+    /// The number, for a call; still owned by this object. -1 when nothing is held.
     int get() const { return descriptor; }
     /// False when the call that should have opened it failed; errno is that call's.
     bool valid() const { return descriptor >= 0; }

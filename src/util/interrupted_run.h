@@ -89,6 +89,7 @@ public:
     /// refused.
     [[nodiscard]] bool write(const InterruptedRun& run) const;
 
+    /// Removes the mark. A mark that is not set, and a failure, are ignored.
     void clear() const;
 
 private:

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <string>
 
+/// One address. A plain value.
 class IpAddress {
 public:
     /// `value` is in host byte order.
@@ -19,6 +20,7 @@ private:
     std::uint32_t value;
 };
 
+/// One network. A plain value.
 class IpNetwork {
 public:
     /// Parses four decimal numbers and a prefix length, such as "100.64.0.4/30"; host bits are

@@ -9,6 +9,7 @@
 
 #include "util/file_descriptor.h"
 
+/// Owns and closes the file. Reads it in blocks of 8 KiB.
 class LineReader {
 public:
     /// Opens the file; errno is that of open(2) when `opened` is false afterwards.

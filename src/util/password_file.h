@@ -18,7 +18,9 @@
 struct FileVersion {
     std::string path;
     struct stat status {};
+    /// Records the file's present version. False when it cannot be examined.
     bool take();
+    /// True while the file at the path is still the recorded version, by stat(2).
     bool isCurrent() const;
 };
 

@@ -7,6 +7,7 @@
 
 enum class Severity { Note, Warning, Error };
 
+/// One problem in a file. The message is one sentence without a period.
 struct Finding {
     std::string file;
     unsigned long line = 0;  ///< 0 when the finding is about no line
@@ -19,8 +20,10 @@ using Findings = std::vector<Finding>;
 /// Adds findings about one file.
 class FindingsOf {
 public:
+    /// `findings` is not owned and must outlive this object. `name` is the file's path.
     FindingsOf(Findings& findings, std::string name) : all(findings), file(std::move(name)) {}
 
+    /// Appends a finding of that severity; `line` is 0 when it is about no line.
     void note(unsigned long line, std::string message) const;
     void warn(unsigned long line, std::string message) const;
     void error(unsigned long line, std::string message) const;

@@ -10,6 +10,7 @@
 #include "container/container_state.h"
 #include "util/util.h"
 
+/// One account, and what of its container is pinned.
 struct HostAccount {
     std::string name;
     std::optional<PasswordEntry> user;
@@ -23,6 +24,8 @@ struct HostAccount {
     bool hasContainer() const { return networkNamespace != 0 || mountNamespace != 0; }
 };
 
+/// All accounts. The maps point into `all` and are valid as long as this object; it moves, but does
+/// not copy.
 struct HostAccounts {
     std::vector<HostAccount> all;  ///< those of the registry, then orphaned ones
     std::map<uid_t, const HostAccount*> byUser;

@@ -22,6 +22,7 @@ struct HostNetwork {
     std::string interface;
 };
 
+/// The addresses of a network, from the network address to the last one.
 AddressRange rangeOf(const IpNetwork& network);
 
 /// The networks of the interfaces' addresses, getifaddrs(3), and of the routes of all tables except

@@ -13,4 +13,5 @@ struct LimitPlaces {
     std::string systemd;  ///< prefix of /etc/systemd and the like
 };
 
+/// Appends the findings.
 void checkLimits(const HostAccounts& accounts, Findings& findings, const LimitPlaces& places = {});

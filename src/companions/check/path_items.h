@@ -8,6 +8,7 @@
 #include "companions/check/findings.h"
 #include "config/configuration.h"
 
+/// True for a path that the configuration names elsewhere.
 using KnownPaths = std::function<bool(const std::string& path)>;
 
 /// Checks an item of hide, empty or bind, or the directory of an allowlist.

@@ -30,6 +30,7 @@ struct ListedAccount {
     std::optional<bool> outdated;
 };
 
+/// The result of listAccounts.
 struct AccountList {
     std::vector<ListedAccount> accounts;
     std::vector<std::string> failures;  ///< one line per account that cannot be listed

@@ -69,8 +69,7 @@ void RawTerminal::enter() {
 
 void RawTerminal::restore() {
     if (isRaw) {
-        // tcsetattr(3) in the background sends SIGTTOU, which would stop this process before it
-        // ends
+        // in the background tcsetattr(3) causes SIGTTOU, which would stop this process
         std::signal(SIGTTOU, SIG_IGN);
         ::tcsetattr(STDIN_FILENO, TCSADRAIN, &*original);
         std::signal(SIGTTOU, SIG_DFL);

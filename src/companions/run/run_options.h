@@ -9,6 +9,7 @@
 
 #include "companions/command_line.h"
 
+/// The command's terminal: its own or the caller's. AsCaller: its own when the caller is on one.
 enum class Terminal { AsCaller, Own, Callers };
 
 struct RunRequest {
