@@ -6,17 +6,17 @@ namespace {
 
 std::vector<CommandOption> optionsFor(CheckRequest& request) {
     return {
-        {'c', "config", translatable("FILE"), translatable("check this configuration"),
+        {'c', "config", translatable("FILE"), translatable("check configuration file FILE"),
          [&request](const char* value) { request.configuration = value; }},
-        {'r', "registry", translatable("FILE"), translatable("check this registry"),
+        {'r', "registry", translatable("FILE"), translatable("check registry file FILE"),
          [&request](const char* value) { request.registry = value; }},
-        {0, "host", nullptr, translatable("check the host and the running containers too"),
+        {0, "host", nullptr, translatable("also check the host and the running containers"),
          [&request](const char*) { request.host = true; }},
-        {0, "strict", nullptr, translatable("let notes count as warnings do"),
+        {0, "strict", nullptr, translatable("count notes as warnings"),
          [&request](const char*) { request.strict = true; }},
-        {'q', "quiet", nullptr, translatable("show no notes"),
+        {'q', "quiet", nullptr, translatable("do not show notes"),
          [&request](const char*) { request.quiet = true; }},
-        {0, "json", nullptr, translatable("write JSON, for programs"),
+        {0, "json", nullptr, translatable("print JSON, for programs"),
          [&request](const char*) { request.json = true; }},
     };
 }

@@ -6,7 +6,7 @@ namespace {
 
 std::vector<CommandOption> optionsFor(ListRequest& request) {
     return {
-        {0, "json", nullptr, translatable("write JSON, for programs"),
+        {0, "json", nullptr, translatable("print JSON, for programs"),
          [&request](const char*) { request.json = true; }},
     };
 }
@@ -25,6 +25,6 @@ ListRequest parseListOptions(int argc, char** argv) {
 void printListHelp() {
     ListRequest unused;
     printHelp({"kiv-list", translatable("[USER...]"),
-               translatable("Show the state of the accounts' containers.")},
+               translatable("List account containers and their state.")},
               optionsFor(unused));
 }

@@ -7,14 +7,14 @@ namespace {
 std::vector<CommandOption> optionsFor(RefreshRequest& request, bool& all) {
     return {
         {'a', nullptr, nullptr,
-         translatable("refresh the containers of all configured users that run"),
+         translatable("refresh the running containers of all configured users"),
          [&all](const char*) { all = true; }},
         {'c', "config", translatable("FILE"), translatable("use configuration file FILE"),
          [&request](const char* value) { request.configFile = value; }},
         {'d', nullptr, nullptr, translatable("print each step"),
          [&request](const char*) { request.showSteps = true; }},
         {0, "in-place", nullptr,
-         translatable("make no new view: replaced files that are in use stay as they are"),
+         translatable("build no new view: replaced files that are in use stay as they are"),
          [&request](const char*) { request.what = Refresh::InPlace; }},
     };
 }
@@ -45,6 +45,6 @@ void printRefreshHelp() {
     RefreshRequest unused;
     bool all = false;
     printHelp({"kiv-refresh", translatable("USER | -a"),
-               translatable("Let running containers see what the host has replaced.")},
+               translatable("Give running containers a new view of the host.")},
               optionsFor(unused, all));
 }

@@ -47,19 +47,19 @@ std::string parseVariable(const char* text) {
 
 std::vector<CommandOption> optionsFor(RunRequest& request) {
     return {
-        {'C', nullptr, "DIR", translatable("enter directory DIR, by default the user's home"),
+        {'C', nullptr, "DIR", translatable("work in directory DIR (default: the user's home)"),
          [&request](const char* value) { request.directory = value; }},
         {'e', nullptr, "NAME=VALUE", translatable("set an environment variable"),
          [&request](const char* value) { request.variables.push_back(parseVariable(value)); }},
-        {'u', nullptr, "UMASK", translatable("set the file mode creation mask, by default 022"),
+        {'u', nullptr, "UMASK", translatable("set the file mode creation mask (default: 022)"),
          [&request](const char* value) { request.umask = parseUmask(value); }},
         {'T', "no-pty", nullptr, translatable("run without a terminal of the container"),
          [&request](const char*) { request.terminal = Terminal::Callers; }},
-        {'t', "pty", nullptr, translatable("run on a terminal of the container"),
+        {'t', "pty", nullptr, translatable("run on a new terminal of the container"),
          [&request](const char*) { request.terminal = Terminal::Own; }},
         {0, "preserve-fds", "N", translatable("keep the N descriptors from 3 on (LISTEN_FDS)"),
          [&request](const char* value) { request.preserved = parseCount(value); }},
-        {0, "start", nullptr, translatable("start the container first"),
+        {0, "start", nullptr, translatable("start the container first if it is not running"),
          [&request](const char*) { request.start = true; }},
     };
 }
