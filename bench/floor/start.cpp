@@ -3,10 +3,12 @@
 // took into TIMES: host tools but iptables, iptables, and all else, in nanoseconds. No layer but
 // the account's home, no checks, and so no mount table.
 #include <sched.h>
+#include <sys/ioctl.h>
 #include <sys/mman.h>
 #include <sys/mount.h>
 #include <sys/syscall.h>
 
+#include <cstdint>
 #include <ctime>
 #include <fstream>
 
@@ -116,6 +118,31 @@ void setUpHostSide(const Account& account, const std::string& host, const std::s
     ip({"ip", "link", "set", host, "up", "mtu", "1400"});
 }
 
+/// The sequence number of this process's mount namespace; 0 when the kernel does not report it.
+std::uint64_t ownNumber() {
+    const int file = ::open("/proc/self/ns/mnt", O_RDONLY | O_CLOEXEC);
+    std::uint64_t number = 0;
+    ::ioctl(file, _IOR(0xb7, 0x5, std::uint64_t), &number);  // NS_GET_MNTNS_ID of ioctl_ns(2)
+    ::close(file);
+    return number;
+}
+
+/// Each processor has numbers of its own, and a namespace of a lower number than the host's cannot
+/// be pinned there: with several starts at once the next processor may have to make it.
+void unshareMountsAfter(std::uint64_t earlier) {
+    cpu_set_t all;
+    ::sched_getaffinity(0, sizeof(all), &all);
+    for (int processor = 0; ownNumber() < earlier && processor < CPU_SETSIZE; ++processor) {
+        cpu_set_t one;
+        CPU_ZERO(&one);
+        CPU_SET(processor, &one);
+        if (::sched_setaffinity(0, sizeof(one), &one) == 0) {
+            ::unshare(CLONE_NEWNS);
+        }
+    }
+    ::sched_setaffinity(0, sizeof(all), &all);
+}
+
 void start(const Account& account, const Paths& paths) {
     const std::string files = "/run/kiv/" + account.name + "@";
     const std::string host = "veth-" + account.name;
@@ -130,7 +157,11 @@ void start(const Account& account, const Paths& paths) {
     const pid_t child = ::fork();
     if (child == 0) {
         ::close(release[1]);
+        const std::uint64_t hosts = ownNumber();
         must(::unshare(CLONE_NEWNET | CLONE_NEWIPC | CLONE_NEWNS) == 0, "unshare");
+        if (ownNumber() < hosts) {
+            unshareMountsAfter(hosts);
+        }
         ::close(ready[0]);
         ::close(ready[1]);
         must(::read(release[0], &byte, 1) == 0, "read");

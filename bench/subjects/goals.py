@@ -5,6 +5,7 @@ import os
 import pathlib
 import statistics
 import subprocess
+import sys
 import time
 
 from frame import slices
@@ -26,6 +27,11 @@ LIBC = ctypes.CDLL(None, use_errno=True)
 
 def row(what, figure, target, unit):
     return [what, f"{figure:.2f} {unit}", f"{target:g} {unit}", "yes" if figure <= target else "no"]
+
+
+def limit(what, figure, unit):
+    """A figure without a target: below it no program could be, which a row above is to be read with."""
+    return [f"… limit: {what}", f"{figure:.2f} {unit}", "", ""]
 
 
 def quick_tools(bench):
@@ -113,16 +119,29 @@ def after_boot(bench, containers):
                 round(growth["floor"] * 1.05, 2), "×")]
 
 
+def use_all_processors():
+    """Several at once are for hosts with several. Gives the ones that were used."""
+    before = os.sched_getaffinity(0)
+    os.sched_setaffinity(0, range(os.cpu_count()))
+    return before
+
+
+def start_and_stop(containers, start, accounts):
+    """How long the start takes."""
+    seconds = start(containers, accounts)
+    containers.stop_floor(accounts)
+    containers.wait_for_network_end()
+    return seconds
+
+
 def unit(bench, containers):
     """kivctl.service's helper against kivctl itself, then at shutdown with a process in each container."""
     count = 8 if bench.quick else 64
     bench.say(f"goals: {count} accounts by the unit")
     accounts = bench.make_accounts(count)
-    one_processor = os.sched_getaffinity(0)
-    os.sched_setaffinity(0, range(os.cpu_count()))  # several at once are for hosts with several
-    alone = containers.start_kivctl(accounts)
-    containers.stop_floor(accounts)
-    containers.wait_for_network_end()
+    one_processor = use_all_processors()
+    alone, floor_alone, floor_at_once = (start_and_stop(containers, start, accounts) for start in (
+        Containers.start_kivctl, Containers.start_floor, Containers.start_floor_at_once))
     started = bench.run([ALL_ACCOUNTS, "start", "--program", bench.kivctl])
     residents = [subprocess.Popen(["nsenter", *entering.namespaces(a), "sleep", "1000"]) for a in accounts]
     time.sleep(1)
@@ -132,6 +151,7 @@ def unit(bench, containers):
         resident.wait()
     containers.wait_for_network_end()
     return [row(f"start of {count} accounts by kivctl.service, over kivctl start -a", started / alone, 0.5, "×"),
+            limit("the floor, four at once over one after the other", floor_at_once / floor_alone, "×"),
             row(f"stop of {count} accounts with a process each by kivctl.service, for 1,000", stopped / count * 1000,
                 120, "s"),
             row("the same for 3,000", stopped / count * 3000, 300, "s")]
@@ -141,10 +161,11 @@ def exec_commands(bench, account):
     entering.save_filter(bench, account)
     PASSWORDS.write_text(PASSWORDS.read_text().replace(":/bin/bash\n", f":{entering.SHELL}\n"))
     cgroup = f"/sys/fs/cgroup/user.slice/user-{account.uid}.slice/kiv"
+    words = [cgroup, account.name, entering.FILTER, account.uid, account.uid, account.home, entering.SHELL]
     return {"kivctl exec": ["/usr/sbin/kivctl", "exec", account.name],
             "kiv-run true": ["/usr/sbin/kiv-run", account.name, "true"],
-            "floor": [bench.floor("exec"), cgroup, account.name, entering.FILTER, account.uid, account.uid, account.home,
-                      entering.SHELL],
+            "floor": [bench.floor("exec"), *words],
+            "loaded floor": [bench.floor("exec_loaded"), *words],
             "sh, nsenter, setpriv": entering.with_cgroup(cgroup, entering.nsenter(account)),
             "nsenter -S -G": entering.nsenter_user(account)}
 
@@ -153,20 +174,29 @@ def exec_rows(bench):
     accounts = bench.make_accounts(2)
     bench.run([bench.kivctl, "start", accounts[0].name])
     commands = exec_commands(bench, accounts[0])
-    taken = bench.interleaved(commands, bench.rounds(100), before=lambda name: bench.run(commands["floor"]))
-    ratio = bench.ratio(taken, "kivctl exec", "floor")
-    rows = [row("exec just after another", ratio, 1.3, "× floor")]
-    for peer in ("sh, nsenter, setpriv", "nsenter -S -G"):
-        rows.append(row(f"the same, over {peer}", bench.ratio(taken, "kivctl exec", peer), 1, "×"))
+    rows = []
+    for language in ("C", "C.UTF-8"):
+        bench.environment["LANG"] = language
+        taken = bench.interleaved(commands, bench.rounds(100), before=lambda name: bench.run(commands["floor"]))
+        rows.append(row(f"exec just after another, LANG={language}", bench.ratio(taken, "kivctl exec", "floor"), 1.3,
+                        "× floor"))
+        rows.append(limit("the floor, with kivctl's libraries and locale",
+                          bench.ratio(taken, "loaded floor", "floor"), "× floor"))
+        rows += [row(f"the same, over {peer}", bench.ratio(taken, "kivctl exec", peer), 1, "×")
+                 for peer in ("sh, nsenter, setpriv", "nsenter -S -G")]
     rows.append(row("kiv-run of a command, over exec", bench.ratio(taken, "kiv-run true", "kivctl exec"), 1.1, "×"))
-    return rows + [while_starting(bench, commands["kivctl exec"])]
+    return rows + while_starting(bench, commands["kivctl exec"])
 
 
 def while_starting(bench, command):
     """exec of the first account while the others are started, without a priority: each is to have its turn."""
     bench.end_priority()
-    alone = bench.interleaved({"exec": command}, bench.rounds(30),
-                              before=lambda name: time.sleep(entering.PAUSE))["exec"]
+    one_processor = use_all_processors()
+    pause = lambda _name: time.sleep(entering.PAUSE)  # noqa: E731
+    alone = statistics.median(bench.interleaved({"exec": command}, bench.rounds(30), before=pause)["exec"])
+    with subprocess.Popen([sys.executable, "-c", "while True: pass"]) as loop:
+        beside_loop = statistics.median(bench.interleaved({"exec": command}, bench.rounds(30), before=pause)["exec"])
+        loop.kill()
     bench.make_accounts(6 if bench.quick else 40)
     PASSWORDS.write_text(PASSWORDS.read_text().replace(":/bin/bash\n", f":{entering.SHELL}\n"))
     beside = []
@@ -176,8 +206,10 @@ def while_starting(bench, command):
             time.sleep(entering.PAUSE)
             beside.append(bench.run(command))
     bench.take_priority()
+    os.sched_setaffinity(0, one_processor)
     bench.run([bench.kivctl, "stop", "-a"])
-    return row("exec while start -a works, over exec alone", statistics.median(beside) / statistics.median(alone), 1, "×")
+    return [row("exec while start -a works, over exec alone", statistics.median(beside) / alone, 1, "×"),
+            limit("exec beside a loop that computes", beside_loop / alone, "×")]
 
 
 def last_of_many(bench):
@@ -210,9 +242,12 @@ def startup_rows(bench):
     rows = []
     for language, target in (("C", 1.12), ("C.UTF-8", 1.2)):
         bench.environment["LANG"] = language
-        taken = bench.interleaved({"kivctl -v": ["/usr/sbin/kivctl", "-v"], "/bin/true": ["/bin/true"]}, bench.rounds(200))
+        taken = bench.interleaved({"kivctl -v": ["/usr/sbin/kivctl", "-v"], "/bin/true": ["/bin/true"],
+                                   "loaded": [bench.floor("true_loaded")]}, bench.rounds(200))
         rows.append(row(f"kivctl -v as installed, LANG={language}", bench.ratio(taken, "kivctl -v", "/bin/true"), target,
                         "× /bin/true"))
+        rows.append(limit("its libraries and locale, and nothing else", bench.ratio(taken, "loaded", "/bin/true"),
+                          "× /bin/true"))
     return rows
 
 
@@ -248,4 +283,5 @@ def measure(bench):
     rows += status_rows(bench)  # last: it may cover the cgroups
     return [Table("goals", "Every figure with its target", ["what", "figure", "at most", "reached"], rows,
                   "The other containers of a host are only namespace files, bound to the namespaces of one container: they "
-                  "have as many mounts as real ones. The floor reads no mount table.")]
+                  "have as many mounts as real ones. The floor reads no mount table. A limit belongs to the row "
+                  "above it: no program that does the same can take less.")]
