@@ -8,11 +8,14 @@
 #include <cstdint>
 #include <optional>
 #include <string_view>
+#include <vector>
 
 #include "companions/check/slice_settings.h"
 #include "container/container_status.h"
 
 namespace {
+
+constexpr const char* kLimitsFile = "/etc/tarnwell/limits.conf";
 
 /// A setting of systemd.resource-control(5) and the kernel's file for it.
 struct Limit {
@@ -126,6 +129,35 @@ std::string checkControllers(const std::string& hierarchy, Findings& findings) {
     return controllers;
 }
 
+/// The drop-in that kivctl-limits.service links for each account of the registry.
+std::string linkOf(const HostAccount& account, const LimitPlaces& places) {
+    return places.systemd + "/run/systemd/system/user-" + std::to_string(account.user->uid) +
+           ".slice.d/50-kivctl.conf";
+}
+
+/// Finds the accounts that were registered after the service ran. Without any link it is not used.
+void checkLinks(const HostAccounts& accounts, const LimitPlaces& places, Findings& findings) {
+    std::vector<const HostAccount*> without;
+    bool isUsed = false;
+    for (const HostAccount& account : accounts.all) {
+        if (account.isRegistered && account.user && account.user->uid != 0) {
+            const bool linked = exists(linkOf(account, places));
+            isUsed = isUsed || linked;
+            if (!linked) {
+                without.push_back(&account);
+            }
+        }
+    }
+    if (!isUsed) {
+        return;
+    }
+    for (const HostAccount* account : without) {
+        FindingsOf(findings, kLimitsFile)
+            .warn(0, "the limits are not in force for '" + account->name +
+                         "': run systemctl reload kivctl-limits");
+    }
+}
+
 }  // namespace
 
 void checkLimits(const HostAccounts& accounts, Findings& findings, const LimitPlaces& places) {
@@ -136,4 +168,5 @@ void checkLimits(const HostAccounts& accounts, Findings& findings, const LimitPl
             checkAccount(account, controllers, dropIns, places.hierarchy, findings);
         }
     }
+    checkLinks(accounts, places, findings);
 }

@@ -1,9 +1,12 @@
 #include "companions/check/slice_settings.h"
 
+#include <cerrno>
 #include <iterator>
 #include <utility>
+#include <vector>
 
 #include "util/directory_stream.h"
+#include "util/errors.h"
 #include "util/line_reader.h"
 #include "util/string_util.h"
 
@@ -34,6 +37,21 @@ void read(const std::string& path, SliceSettings& settings) {
     }
 }
 
+/// Empty where the directory is missing.
+std::vector<std::string> namesIn(const std::string& directory) {
+    std::vector<std::string> names;
+    const DirectoryStream stream(::opendir(directory.c_str()));
+    if (stream != nullptr) {
+        while (const dirent* entry = nextEntry(stream)) {
+            names.emplace_back(entry->d_name);
+        }
+    }
+    if (errno != 0 && errno != ENOENT) {
+        throw systemError("cannot read directory ", directory, ": ");
+    }
+    return names;
+}
+
 template <typename Files>
 SliceSettings readAll(const Files& files) {
     SliceSettings settings;
@@ -52,9 +70,7 @@ SliceDropIns::DropIns SliceDropIns::dropInsOf(const std::string& unit) const {
     DropIns found;
     for (std::size_t folder = 0; folder < std::size(kUnitFolders); ++folder) {
         const std::string directory = prefix + kUnitFolders[folder] + "/" + unit + ".d";
-        const DirectoryStream files(::opendir(directory.c_str()));
-        while (const dirent* file = files == nullptr ? nullptr : ::readdir(files.get())) {
-            const std::string name = file->d_name;
+        for (const std::string& name : namesIn(directory)) {
             if (name.ends_with(".conf")) {
                 found.emplace(name, DropIn{folder, directory + "/" + name});
             }

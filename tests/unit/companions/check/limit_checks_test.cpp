@@ -5,7 +5,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <utility>
+#include <stdexcept>
+#include <string>
 
 #include "../../fs/temporary_directory.h"
 
@@ -21,11 +22,21 @@ protected:
         for (const char* figure : {"pids.current", "memory.current"}) {
             kernel(figure, "1");
         }
-        HostAccount account;
-        account.name = "alice";
-        account.user = PasswordEntry{"alice", 1000, 1000, "/home/alice", "/bin/sh"};
-        account.networkNamespace = 1;
-        accounts.all.push_back(std::move(account));
+        add("alice", 1000).networkNamespace = 1;
+    }
+
+    HostAccount& add(const std::string& name, uid_t uid) {
+        HostAccount& account = accounts.all.emplace_back();
+        account.name = name;
+        account.user = PasswordEntry{name, uid, uid, "/home/" + name, "/bin/sh"};
+        account.isRegistered = true;
+        return account;
+    }
+
+    /// As kivctl-limits.service does.
+    void link(uid_t uid) {
+        directory.write(
+            "/run/systemd/system/user-" + std::to_string(uid) + ".slice.d/50-kivctl.conf", "");
     }
 
     void kernel(const std::string& file, const std::string& value) {
@@ -113,6 +124,23 @@ TEST_F(LimitChecks, NameFiguresThatNobodyCounts) {
     EXPECT_EQ(found(),
               "'alice' is not counted: no limit of this kind can hold, enable the controller for "
               "user.slice");
+}
+
+TEST_F(LimitChecks, FindAccountsThatWereRegisteredAfterTheLimitsWereApplied) {
+    add("bob", 1001);
+    add("root", 0);
+    add("orphan", 1003).isRegistered = false;
+    add("unknown", 1004).user.reset();
+    EXPECT_THAT(found(), IsEmpty()) << "the service is not used";
+    link(1000);
+    EXPECT_EQ(found(), "the limits are not in force for 'bob': run systemctl reload kivctl-limits");
+    link(1001);
+    EXPECT_THAT(found(), IsEmpty());
+}
+
+TEST_F(LimitChecks, FailWhereADirectoryOfDropInsCannotBeRead) {
+    directory.write("/etc/systemd/system/user-1000.slice.d", "a file");
+    EXPECT_THROW(found(), std::runtime_error);
 }
 
 }  // namespace
