@@ -1,4 +1,4 @@
-// What the unit tests include most, parsed once for all of them (target_precompile_headers). A test
+// The headers that most unit tests include, parsed once for all (target_precompile_headers). A test
 // file still includes what it uses.
 #pragma once
 

@@ -1,4 +1,4 @@
-// Parses words as the program's command line and keeps what was printed meanwhile.
+// Parses words as the program's command line and keeps the output.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -12,7 +12,7 @@
 #include "cli/options.h"
 #include "util/settings.h"
 
-/// The settings point into the words, so both end together.
+/// The settings point into the words, so both must live equally long.
 class CommandLine {
 public:
     explicit CommandLine(std::vector<std::string> wordsAfterName, std::string name = "kivctl")

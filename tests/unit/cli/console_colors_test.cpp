@@ -1,5 +1,5 @@
-// The colours are chosen before main, so that a choice can only be seen in a program of its own:
-// this executable runs itself with one test, which prints them.
+// The colours are chosen before main, so a choice can be tested only in a separate process: this
+// executable runs itself with one test, which prints them.
 #include "util/console_colors.h"
 
 #include <gtest/gtest.h>
@@ -21,7 +21,7 @@ TEST(ConsoleColors, AreSequencesOrEmptyTogether) {
 }
 
 int runTestAbove() {
-    // a run that is split over several machines might leave the test out
+    // a run that is split over several machines (sharding) might skip that test
     ::unsetenv("GTEST_TOTAL_SHARDS");
     ::unsetenv("GTEST_OUTPUT");
     ::execl("/proc/self/exe", "unit_tests", "--gtest_color=no",

@@ -32,7 +32,7 @@ std::string logoOf(const std::string& screen) {
     return screen.substr(0, end);
 }
 
-TEST(HelpScreen, HoldsTheHelpTextBetweenLogoAndRule) {
+TEST(HelpScreen, HasTheHelpTextBetweenLogoAndRule) {
     const std::string screen = printed(printHelpScreen);
     const std::string expected =
         logoOf(screen) + "\n" + printed(printHelp) + std::string(78, '_') + "\nCopyright ";

@@ -90,7 +90,7 @@ TEST_F(Options, KnowTheCommands) {
     EXPECT_EQ(parse({"exec", "x"}).code, 7);
 }
 
-TEST_F(Options, TakeATextThatOnlyBeginsLikeAllAccountsForAName) {
+TEST_F(Options, TakeAWordThatOnlyBeginsLikeAllAccountsForAName) {
     EXPECT_EQ(parse({"status", "-abc"}).code, Status);
     EXPECT_STREQ(userName(), "-abc");
 }
@@ -155,7 +155,7 @@ TEST_F(Options, PrintTheHelpText) {
         "  -v, --version         show program version\n");
 }
 
-// Command lines that are right, in all their forms.
+// Valid command lines in all their forms.
 
 constexpr const char* kDefault = "/etc/tarnwell/kiv.conf";
 constexpr const char* kEverybody = "(everybody)";
@@ -186,7 +186,7 @@ INSTANTIATE_TEST_SUITE_P(
                     Form{{"start", "alice"}, 4, "alice"}, Form{{"stop", "alice"}, 5, "alice"},
                     Form{{"status", "alice"}, 6, "alice"}, Form{{"exec", "alice"}, 7, "alice"}));
 
-// only exec takes whatever stands there; for the others "-a" and a longer text are two things
+// only exec accepts any word; for the others "-a" differs from a longer word that begins so
 INSTANTIATE_TEST_SUITE_P(
     OddNames, CommandLineForm,
     testing::Values(Form{{"exec", "-a"}, 7, "-a"}, Form{{"exec", "-abc"}, 7, "-abc"},
@@ -253,7 +253,7 @@ TEST(CommandLineSettings, HaveTheProgramsNameAlsoForHelp) {
     EXPECT_STREQ(programName(), "./kivctl");
 }
 
-// Command lines that are wrong, and what is said about them.
+// Invalid command lines and their error messages.
 
 struct Mistake {
     std::vector<std::string> words;
@@ -262,7 +262,7 @@ struct Mistake {
 
 class UsageMistake : public testing::TestWithParam<Mistake> {};
 
-TEST_P(UsageMistake, IsToldInOneUncolouredLine) {
+TEST_P(UsageMistake, IsReportedInOneUncolouredLine) {
     const CommandLine line(GetParam().words);
     EXPECT_EQ(line.code, 1);
     EXPECT_EQ(line.output, "");
@@ -303,7 +303,7 @@ INSTANTIATE_TEST_SUITE_P(
                     Mistake{{"-c", "x", "-c"}, "option '-c' requires an argument."},
                     Mistake{{"-d", "--config"}, "option '-c' requires an argument."},
                     Mistake{{"--con"}, "option '-c' requires an argument."},
-                    // deliberate: not a word of it being unknown
+                    // deliberate: the message does not say that the word is unknown
                     Mistake{{"-k", "start", "-a"}, "option '-k' requires an argument."},
                     Mistake{{"-dk"}, "option '-k' requires an argument."},
                     Mistake{{"-kx"}, "option '-k' requires an argument."}));
@@ -367,7 +367,7 @@ INSTANTIATE_TEST_SUITE_P(
                     Mistake{{"start", "--", "alice"}, "unknown option '--'"},
                     Mistake{{"start", "-%s"}, "unknown option '-%s'"},
                     Mistake{{"start", "--config=x"}, "unknown option '--config=x'"},
-                    // deliberate: typed text, so nothing is escaped here
+                    // deliberate: nothing is escaped here, because the caller typed the text
                     Mistake{{"start", "-\x01"}, "unknown option '-\x01'"}));
 
 INSTANTIATE_TEST_SUITE_P(
@@ -391,7 +391,7 @@ TEST(UsageErrorLine, ShowsLongTextsWhole) {
     EXPECT_EQ(CommandLine({word}).errorOutput, "[ERROR] kivctl: unknown command '" + word + "'\n");
 }
 
-/// What the parser writes with `stream` on a terminal, for a command line without a command.
+/// The parser's output for a command line without a command, with `stream` on a terminal.
 TerminalResult mistakeOnTerminal(int stream) {
     return onTerminal(stream, [] {
         char name[] = "kivctl";
@@ -425,8 +425,8 @@ TEST(UsageErrorLine, ColoursTheWordInBracketsWhenBothAreTheTerminal) {
     EXPECT_EQ(result.terminal, "\033[31m[ERROR]\033[0m kivctl: missing user name\n");
 }
 
-// Which texts of the command line pass through the message catalogue. The C library's gettext is
-// overlaid for this executable: without an entry here it looks the text up as usual.
+// Tests which texts of the command line are translated. This executable replaces the C library's
+// gettext; without an entry here the replacement looks the text up as usual.
 
 using Catalogue = std::map<std::string, std::string>;
 
@@ -435,7 +435,7 @@ Catalogue& catalogue() {
     return entries;
 }
 
-/// Puts a catalogue in place for one test.
+/// Installs a catalogue for one test.
 class Translation : public testing::Test {
 protected:
     void TearDown() override { catalogue().clear(); }

@@ -1,4 +1,4 @@
-// A child process with one of its standard streams on a terminal.
+// Runs a child process with one of its standard streams on a terminal.
 #pragma once
 
 #include <pty.h>
@@ -12,12 +12,12 @@
 #include "../util/child_process.h"
 
 struct TerminalResult {
-    std::string terminal;  ///< what came out on the terminal
-    ChildResult child;     ///< what came out elsewhere
+    std::string terminal;  ///< the output on the terminal
+    ChildResult child;     ///< the other output
 };
 
-/// Runs `body` in a child whose `stream` is a terminal; what it writes has to fit into the
-/// terminal's buffer of 4 KiB.
+/// Runs `body` in a child whose `stream` is a terminal. Its output must fit into the terminal's
+/// buffer of 4 KiB.
 inline TerminalResult onTerminal(int stream, const std::function<int()>& body) {
     int master = -1;
     int slave = -1;
@@ -31,7 +31,7 @@ inline TerminalResult onTerminal(int stream, const std::function<int()>& body) {
     });
     ::close(slave);
     std::array<char, 4096> buffer{};
-    // ends in EIO when all is read, since nobody holds the other end any more
+    // ends with EIO when everything is read, because the other end is closed
     for (ssize_t length = 0; (length = ::read(master, buffer.data(), buffer.size())) > 0;) {
         result.terminal.append(buffer.data(), static_cast<std::size_t>(length));
     }

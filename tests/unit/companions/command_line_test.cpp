@@ -1,4 +1,4 @@
-// The option parser of the programs beside kivctl, with a table that no program has.
+// The option parser of the programs beside kivctl, with a table made for this test.
 #include "companions/command_line.h"
 
 #include <gmock/gmock.h>
@@ -18,7 +18,7 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::StrEq;
 
-/// Writes down which options were used, and with which values.
+/// Records which options were used and with which values.
 class CompanionCommandLine : public testing::Test {
 protected:
     ParsedLine parse(std::initializer_list<const char*> words,
@@ -64,13 +64,13 @@ TEST_F(CompanionCommandLine, HasOptionsBetweenOperandsUpToTwoDashes) {
     EXPECT_THAT(line.operands, ElementsAre(StrEq("one"), StrEq("two"), StrEq("-b"), StrEq("")));
 }
 
-TEST_F(CompanionCommandLine, EndsItsOptionsAtTheFirstOperandWhereThatIsAsked) {
+TEST_F(CompanionCommandLine, EndsItsOptionsAtTheFirstOperandOnRequest) {
     const ParsedLine line = parse({"-a", "one", "-a", "--"}, OptionPlace::BeforeOperands);
     EXPECT_THAT(used, ElementsAre("a"));
     EXPECT_THAT(line.operands, ElementsAre(StrEq("one"), StrEq("-a"), StrEq("--")));
 }
 
-TEST_F(CompanionCommandLine, IsReadUpToAQuestionForHelpOrVersion) {
+TEST_F(CompanionCommandLine, IsReadUpToTheOptionForHelpOrVersion) {
     EXPECT_EQ(parse({"one", "-a", "-h", "--nonsense"}).action, Action::Help);
     EXPECT_THAT(used, ElementsAre("a"));
     EXPECT_EQ(parse({"--help"}).action, Action::Help);

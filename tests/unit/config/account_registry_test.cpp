@@ -17,7 +17,7 @@ namespace {
 
 class Registry : public testing::Test {
 protected:
-    /// The selected accounts as "name=net" texts; what was written to standard error in `errors`.
+    /// The selected accounts as "name=net" texts, and standard error in `errors`.
     std::list<std::string> read(const std::string& content, const std::string& user = "") {
         const std::string path = directory.write("/kiv.users", content);
         std::list<AccountEntry> entries;
@@ -61,7 +61,7 @@ TEST_F(Registry, ReportsAnUnknownSettingAndKeepsTheAccount) {
     EXPECT_EQ(errors, "unknown setting: mtu=1500\nunknown setting: NET=b\n");
 }
 
-TEST_F(Registry, ReportsSettingsOfSelectedAccountsAlone) {
+TEST_F(Registry, ReportsOnlySettingsOfSelectedAccounts) {
     EXPECT_EQ(read("bob mtu=1500\nalice net=a\n", "alice"), List{"alice=a"});
     EXPECT_EQ(errors, "");
 }
@@ -84,13 +84,13 @@ TEST_F(Registry, ReadsALastLineWithoutANewline) {
     EXPECT_EQ(read("alice net=a"), List{"alice=a"});
 }
 
-TEST_F(Registry, KeepsBytesThatAreNoText) {
+TEST_F(Registry, KeepsBytesThatAreNotText) {
     const std::string name("al\0ice\xff", 7);
     EXPECT_EQ(read(name + " net=a\n"), List{name + "=a"});
     EXPECT_EQ(read(name + " net=a\n", "al"), List{});
 }
 
-TEST_F(Registry, TakesLinesOfAMegabyte) {
+TEST_F(Registry, AcceptsLinesOfAMegabyte) {
     const std::string name(1 << 20, 'x');
     EXPECT_EQ(read(name + " net=a\nbob\n"), (List{name + "=a", "bob="}));
 }
@@ -120,7 +120,7 @@ TEST_F(Registry, ThatCannotBeReadEndsTheListWithoutAnError) {
     EXPECT_TRUE(entries.empty());
 }
 
-TEST(SelectAccounts, TakesAnEmptyNameForOneThatIsNotConfigured) {
+TEST(SelectAccounts, TreatsAnEmptyNameAsNotConfigured) {
     try {
         selectAccounts("");
         FAIL() << "selected";
@@ -129,9 +129,9 @@ TEST(SelectAccounts, TakesAnEmptyNameForOneThatIsNotConfigured) {
     }
 }
 
-// Lines of the registry as they come from editors and panels.
+// Lines of the registry as editors and panels write them.
 
-TEST_F(Registry, AddsToWhatTheListHoldsAlready) {
+TEST_F(Registry, AppendsToTheList) {
     const std::string path = directory.write("/kiv.users", "bob net=b\n");
     std::list<AccountEntry> entries = {{"alice", "a"}};
     readAccounts(entries, "", path.c_str());
@@ -150,7 +150,7 @@ TEST_F(Registry, SeparatesWordsByNothingElse) {
     EXPECT_EQ(read("alice net=a\rx\n"), List{"alice=a\rx"});
 }
 
-TEST_F(Registry, SkipsLinesOfWhiteSpaceAlone) {
+TEST_F(Registry, SkipsLinesOfOnlyWhiteSpace) {
     EXPECT_EQ(read("\r\n \t\v\f\r\n\nalice\r\n"), List{"alice="});
 }
 
@@ -196,7 +196,7 @@ TEST_F(Registry, DoesNotFindACommentedAccount) {
     EXPECT_EQ(read("#alice net=a\n# alice net=a\n", "alice"), List{});
 }
 
-TEST_F(Registry, DoesNotFindAnAccountBehindANulByte) {
+TEST_F(Registry, DoesNotFindAnAccountAfterANulByte) {
     EXPECT_EQ(read(std::string("\0alice net=a\n", 13), "alice"), List{});
     EXPECT_EQ(read(std::string("alice\0 net=a\n", 13), "alice"), List{});
 }
@@ -221,14 +221,14 @@ TEST_F(Registry, BelowARegularFileIsAnError) {
     }
 }
 
-TEST_F(Registry, ThatIsMissingLeavesTheListAsItWas) {
+TEST_F(Registry, ThatIsMissingDoesNotChangeTheList) {
     std::list<AccountEntry> entries = {{"alice", "a"}};
     EXPECT_THROW(readAccounts(entries, "", directory.at("/absent").c_str()), std::runtime_error);
     EXPECT_EQ(entries.size(), 1U);
 }
 
-// The accounts of a command. The registry's fixed path may or may not exist where the tests run: a
-// child that cannot open any more files meets the same failure everywhere.
+// The accounts of a command. The registry's fixed path may or may not exist on this machine; in a
+// child that cannot open any more files it fails in the same way everywhere.
 
 std::string failureWithoutDescriptors(const char* user) {
     const auto result = inChild([user] {

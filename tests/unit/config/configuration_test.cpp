@@ -14,7 +14,7 @@ namespace {
 
 class ConfigurationFile : public testing::Test {
 protected:
-    /// The file's content loaded; a failure's text, or "" for success.
+    /// Loads a file with this content. Returns the failure's text, or "" for success.
     std::string load(const std::string& content) {
         return failureOf([&] { Configuration::load(directory.write("/kiv.conf", content)); });
     }
@@ -36,7 +36,7 @@ TEST_F(ConfigurationFile, MayBeEmpty) {
     EXPECT_TRUE(configuration().seccomp.empty());
 }
 
-TEST_F(ConfigurationFile, MayHoldCommentsAndEmptyLinesAlone) {
+TEST_F(ConfigurationFile, MayHaveOnlyCommentsAndEmptyLines) {
     EXPECT_EQ(load("# a comment\n\n#another\n   # indented\n"), "");
     EXPECT_TRUE(configuration().hide.empty());
 }
@@ -65,7 +65,7 @@ TEST_F(ConfigurationFile, KeepsItemsInFileOrderAcrossSections) {
     EXPECT_EQ(configuration().bind, List{"/b"});
 }
 
-TEST_F(ConfigurationFile, GathersAllowlistsByName) {
+TEST_F(ConfigurationFile, MergesAllowlistsOfTheSameName) {
     ASSERT_EQ(load("allowlist /srv\n a\nallowlist /opt\nallowlist /srv\n b\n"), "");
     EXPECT_EQ(configuration().allowlists.size(), 2U);
     EXPECT_EQ(configuration().allowlists.at("/srv"), (List{"a", "b"}));
@@ -113,13 +113,13 @@ TEST_F(ConfigurationFile, ReadsALastLineWithoutANewline) {
     EXPECT_EQ(configuration().hide, List{"/a"});
 }
 
-TEST_F(ConfigurationFile, KeepsBytesThatAreNoText) {
+TEST_F(ConfigurationFile, KeepsBytesThatAreNotText) {
     const std::string odd("/a\0b\xff", 5);
     ASSERT_EQ(load("hide\n " + odd + "\n"), "");
     EXPECT_EQ(configuration().hide, List{odd});
 }
 
-TEST_F(ConfigurationFile, TakesLinesOfAMegabyte) {
+TEST_F(ConfigurationFile, AcceptsLinesOfAMegabyte) {
     const std::string item(1 << 20, 'x');
     ASSERT_EQ(load("hide\n " + item + "\n"), "");
     EXPECT_EQ(configuration().hide, List{item});
@@ -175,7 +175,7 @@ TEST_F(ConfigurationFile, ThatIsADirectoryIsAReadError) {
     }
 }
 
-// Which section an item belongs to, and what a filter's item is made of.
+// Which section an item belongs to, and the parts of a filter's item.
 
 using List = std::list<std::string>;
 
@@ -245,7 +245,7 @@ TEST_F(ConfigurationFile, KeepsItemsThatAreNamedTwice) {
     EXPECT_EQ(configuration().bind, (List{"/a", "/b", "/a"}));
 }
 
-TEST_F(ConfigurationFile, DoesNotLookIntoCapabilitiesAndSystemCalls) {
+TEST_F(ConfigurationFile, DoesNotCheckCapabilitiesAndSystemCalls) {
     ASSERT_EQ(load("cap_add\n no such (capability\nseccomp\n ((\n"), "");
     EXPECT_EQ(configuration().cap_add, List{"no such (capability"});
     EXPECT_EQ(configuration().seccomp, List{"(("});
@@ -269,13 +269,13 @@ TEST_F(ConfigurationFile, TakesOtherWhiteSpaceForAPartOfAFiltersPath) {
 }
 
 TEST_F(ConfigurationFile, ReplacesTheUserEverywhereBeforeItChecksAnExpression) {
-    // as it stands, "{USER}" after an anchor or a "|" would be a repetition of nothing
+    // unreplaced, "{USER}" after an anchor or a "|" would be a repetition of nothing
     ASSERT_EQ(load("filter\n /a ^${USER}:|${USER}$\n"), "");
     EXPECT_EQ(configuration().filters.at("/a"), "^${USER}:|${USER}$");
 }
 
 TEST_F(ConfigurationFile, ChecksAnExpressionWithAWordInPlaceOfTheUser) {
-    // an empty text in that place would leave a repetition of nothing
+    // replaced by an empty text, it would leave a repetition of nothing
     EXPECT_EQ(load("filter\n /a ^(${USER}*|b)\n"), "");
 }
 
@@ -287,7 +287,7 @@ TEST_F(ConfigurationFile, ReportsABadRepetitionWithTheLibrarysText) {
     EXPECT_EQ(load("filter\n /a b\n /c d{2,1}\n"), "line 3: Invalid content of \\{\\}");
 }
 
-// Lines as editors on other systems, broken disks and hurried hands leave them.
+// Lines as editors of other systems, broken disks and typing errors produce them.
 
 using List = std::list<std::string>;
 
@@ -307,7 +307,7 @@ TEST_F(ConfigurationFile, KeepsACarriageReturnInTheNameOfAnAllowlist) {
     EXPECT_EQ(configuration().allowlists.at("/srv\r"), List{"a"});
 }
 
-TEST_F(ConfigurationFile, TakesACarriageReturnAloneForAnItemThatIsEmpty) {
+TEST_F(ConfigurationFile, TakesALoneCarriageReturnForAnEmptyItem) {
     ASSERT_EQ(load("hide\n /a\n\r\n /b\n"), "");
     EXPECT_EQ(configuration().hide, (List{"/a", "", "/b"}));
 }
@@ -350,11 +350,11 @@ TEST_F(ConfigurationFile, TakesANulByteInAFiltersPathForAPartOfIt) {
     EXPECT_EQ(configuration().filters.at(std::string("/etc/x\0y", 8)), "a");
 }
 
-TEST_F(ConfigurationFile, TakesAHeaderOfAMegabyteWithAnArgumentForAnError) {
+TEST_F(ConfigurationFile, RefusesAHeaderOfAMegabyteWithAnArgument) {
     EXPECT_EQ(load(std::string(1 << 20, 'h') + " x\n"), "line 1: unexpected arguments");
 }
 
-TEST_F(ConfigurationFile, TakesACommentOfAMegabyte) {
+TEST_F(ConfigurationFile, AcceptsACommentOfAMegabyte) {
     ASSERT_EQ(load("hide\n#" + std::string(1 << 20, ' ') + "\n /a\n"), "");
     EXPECT_EQ(configuration().hide, List{"/a"});
 }
@@ -373,7 +373,7 @@ TEST_F(ConfigurationFile, CountsEveryLineThatItReads) {
     EXPECT_EQ(load(content + "hide /a\n"), "line 20002: unexpected arguments");
 }
 
-// The process-wide object: replaced as a whole, or left alone.
+// The process-wide object is replaced as a whole or not changed.
 
 using List = std::list<std::string>;
 
@@ -398,7 +398,7 @@ TEST_F(ConfigurationFile, FillsEveryFieldFromItsOwnSection) {
     expectEverything();
 }
 
-TEST_F(ConfigurationFile, LeavesNothingOfTheContentsBefore) {
+TEST_F(ConfigurationFile, ReplacesAllEarlierContents) {
     ASSERT_EQ(load(kEverything), "");
     ASSERT_EQ(load("hide\n /other\n"), "");
     EXPECT_EQ(configuration().hide, List{"/other"});
@@ -414,20 +414,20 @@ TEST_F(ConfigurationFile, LeavesNothingOfTheContentsBefore) {
     EXPECT_EQ(configuration().sysctlCommand, "sysctl");
 }
 
-TEST_F(ConfigurationFile, WithAFaultKeepsEveryFieldOfTheContentsBefore) {
+TEST_F(ConfigurationFile, WithAFaultKeepsAllEarlierContents) {
     ASSERT_EQ(load(kEverything), "");
     EXPECT_EQ(load("hide\n /x\nbind\n /y\nallowlist /z\n z\nfilter\n /x y\n /x\n"),
               "line 9: value is not a pair");
     expectEverything();
 }
 
-TEST_F(ConfigurationFile, ThatCannotBeOpenedKeepsTheContentsBefore) {
+TEST_F(ConfigurationFile, ThatCannotBeOpenedKeepsTheEarlierContents) {
     ASSERT_EQ(load(kEverything), "");
     EXPECT_THROW(Configuration::load(directory.at("/absent")), std::runtime_error);
     expectEverything();
 }
 
-TEST_F(ConfigurationFile, ThatCannotBeReadKeepsTheContentsBefore) {
+TEST_F(ConfigurationFile, ThatCannotBeReadKeepsTheEarlierContents) {
     ASSERT_EQ(load(kEverything), "");
     EXPECT_THROW(Configuration::load(directory.path), std::runtime_error);
     expectEverything();
@@ -505,7 +505,7 @@ TEST_F(ItemCheck, IsGivenALineOfBlanksAsAnEmptyItem) {
     EXPECT_EQ(seen, (std::vector<Seen>{{&Configuration::cap_add, ""}}));
 }
 
-TEST_F(ItemCheck, HasItsRefusalReportedWithTheLine) {
+TEST_F(ItemCheck, MayRefuseAnItemWhichIsReportedWithItsLine) {
     EXPECT_EQ(fault("# x\nhide\n /a\n\n refused\n /b\n"), "line 5: no, not 'refused'");
     EXPECT_EQ(seen, (std::vector<Seen>{{&Configuration::hide, "/a"}}));
 }

@@ -18,8 +18,8 @@ std::string refusal(const std::string& name) {
     return "accepted";
 }
 
-/// A handle of an account that every Debian has, under another name: short names derive from the
-/// field.
+/// A handle of an account that every Debian has, with another name: short names are computed from
+/// the field.
 class ShortName : public testing::Test {
 protected:
     std::string of(const std::string& name) {
@@ -62,7 +62,7 @@ TEST_F(ShortName, IsTheNameItselfUpToTenCharacters) {
     EXPECT_EQ(of("tencharact"), "tencharact");
 }
 
-// For ever: interfaces and rules on hosts carry these names.
+// They must never change: interfaces and rules on existing hosts carry these names.
 TEST_F(ShortName, OfLongNamesIsPinned) {
     EXPECT_EQ(of("elevencharx"), "iDbKxq-F9");
     EXPECT_EQ(of("web-customer-000123"), "_btVRGmO5");
@@ -76,7 +76,7 @@ TEST_F(ShortName, StaysTheSame) {
     EXPECT_EQ(handle.shortName, "daemon");
 }
 
-// The handle's shape, which the container library shares, and what its names are made of.
+// The handle's layout, and the names that it derives.
 
 /// An account that every host has, whose fields a test may change.
 ContainerHandle anyHandle() {
@@ -88,7 +88,7 @@ std::ptrdiff_t offsetIn(const ContainerHandle& handle, const Field& field) {
     return reinterpret_cast<const char*>(&field) - reinterpret_cast<const char*>(&handle);
 }
 
-TEST(HandleFields, StandInTheirOrderFromTheBeginning) {
+TEST(HandleFields, AreInTheirOrderFromTheBeginning) {
     const ContainerHandle handle = anyHandle();
     constexpr auto kText = static_cast<std::ptrdiff_t>(sizeof(std::string));
     EXPECT_EQ(offsetIn(handle, handle.error), 0);
@@ -97,7 +97,7 @@ TEST(HandleFields, StandInTheirOrderFromTheBeginning) {
     EXPECT_EQ(offsetIn(handle, handle.uid), 3 * kText);
 }
 
-TEST(HandleFields, AreAllThatAHandleHolds) {
+TEST(HandleFields, AreTheWholeHandle) {
     EXPECT_EQ(sizeof(ContainerHandle),
               (sizeof(std::string) * 3 + sizeof(std::uint32_t) + alignof(std::string) - 1) /
                   alignof(std::string) * alignof(std::string));
@@ -112,16 +112,16 @@ TEST(HandleFields, HoldTheUserIdOfThePasswordDatabase) {
     EXPECT_EQ(handle.uid, entry->pw_uid);
 }
 
-TEST(RefusedHandle, NamesTheSignWhereverItStands) {
+TEST(RefusedHandle, NamesTheSignAtAnyPosition) {
     for (const std::string name : {"@", "@daemon", "daemon@", "a@b@c", "root@"}) {
         EXPECT_EQ(refusal(name), name + ": invalid character '@' in user name");
     }
 }
 
-TEST(RefusedHandle, IsNotMadeOfPathsAndNulBytes) {
+TEST(RefusedHandle, HasAPathOrANulByte) {
     EXPECT_EQ(refusal("daemon/"), "daemon/: unknown user");
     EXPECT_EQ(refusal("/"), "/: unknown user");
-    // the message ends at the NUL byte, as every text that is printed with what() does
+    // the message ends at the NUL byte, like every text of what()
     EXPECT_EQ(refusal(std::string("daemon\0x", 8)), "daemon");
 }
 

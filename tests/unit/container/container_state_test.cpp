@@ -1,4 +1,5 @@
-// Which users have namespace files. The states themselves need namespaces: tests/e2e/kiv_list.bats.
+// Which users have namespace files. tests/e2e/kiv_list.bats tests the states themselves, which need
+// namespaces.
 #include "container/container_state.h"
 
 #include <gmock/gmock.h>
@@ -36,7 +37,7 @@ TEST(NamespaceFileUsers, AreNoneWithoutADirectory) {
     EXPECT_THAT(namespaceFileUsers(directory.write("/file", "")), IsEmpty());
 }
 
-TEST(NamespaceFileUsers, AreNotGuessedWhenTheDirectoryCannotBeRead) {
+TEST(NamespaceFileUsers, OfAnUnreadableDirectoryAreAnError) {
     const TemporaryDirectory directory;
     const std::string loop = directory.at("/loop");
     std::filesystem::create_symlink(loop, loop);

@@ -1,4 +1,4 @@
-// Collecting an account's figures; a temporary directory stands for the kernel's.
+// Collects an account's figures. A temporary directory replaces the kernel's.
 #include "container/container_status.h"
 
 #include <fcntl.h>
@@ -20,7 +20,7 @@ namespace {
 constexpr auto kLargest = std::numeric_limits<std::int64_t>::max();
 constexpr auto kSmallest = std::numeric_limits<std::int64_t>::min();
 
-/// A container that is active, with a cgroup of no files.
+/// An active container whose cgroup has no files.
 class Collected : public testing::Test {
 protected:
     Collected() {
@@ -38,7 +38,7 @@ protected:
         return status;
     }
 
-    /// What collecting throws, with its text.
+    /// The exception that collecting throws, with its text.
     template <typename Exception>
     std::string thrown() {
         try {

@@ -27,7 +27,7 @@ protected:
         return mtu;
     }
 
-    /// In a child that `narrow` has taken something from, for a table whose default route is lo's.
+    /// Runs in a child that `narrow` has restricted, for a table whose default route is through lo.
     int detectNarrowed(const std::function<void()>& narrow) {
         const std::string table = directory.write("/route", "header\nlo\t00000000\n");
         const auto result = inChild([&narrow, &table] {
@@ -85,7 +85,7 @@ TEST_F(DefaultMtu, AsksForTheFirst15CharactersOfALongName) {
     EXPECT_EQ(errors, "MTU detection failed: ioctl(): No such device\n");
 }
 
-// Route tables of odd shapes, and what becomes of the MTU when the system does not answer.
+// Unusual route tables, and the MTU when the system calls fail.
 
 constexpr const char* kNoRoute =
     "Could not detect default network interface (no default route configured?)\n";
@@ -156,7 +156,7 @@ TEST_F(RouteTable, WithAQueryThatFailsYieldsTheUsualMtuAndTheReason) {
 }
 
 TEST_F(RouteTable, WithAnMtuBelowOneYieldsTheUsualMtu) {
-    // the query succeeds and leaves the zero that stood there
+    // the query succeeds and does not change the zero
     EXPECT_EQ(detectNarrowed([] { denySystemCall(SYS_ioctl, 0); }), 1500);
     EXPECT_EQ(errors, "");
 }

@@ -1,5 +1,5 @@
-// The loop over accounts, as far as it goes without the host's registry: a process that cannot open
-// any more files meets the same failure whether there is one or not.
+// The loop over accounts, without the host's registry: a process that cannot open any more files
+// fails in the same way whether there is one or not.
 #include "container/each_account.h"
 
 #include <gtest/gtest.h>
@@ -37,7 +37,7 @@ TEST(EachAccount, ThatIsNamedNeedsTheRegistry) {
     EXPECT_EQ(result.output, "cannot open /etc/tarnwell/kiv.users: Too many open files");
 }
 
-TEST(EachAccount, OfAnEmptyNameIsNoneAndNotAll) {
+TEST(EachAccount, WithAnEmptyNameSelectsNoneAndNotAll) {
     const auto result = eachAccount("");
     EXPECT_EQ(outcome(result), 0);
     EXPECT_EQ(result.output, "KIV not configured for requested user");

@@ -1,4 +1,4 @@
-// What entering does without a container: the end-to-end tests have the rest.
+// The parts of entering that need no container; the end-to-end tests check the rest.
 #include "container/enter.h"
 
 #include <gtest/gtest.h>
@@ -25,7 +25,7 @@ TEST_F(LibraryLogCallback, ReadsArgumentsOnTheStackOnceForEachPass) {
     EXPECT_EQ(handle.error, "1 2 3 4 5 6 7 8 9 end");
 }
 
-TEST_F(LibraryLogCallback, TakesAPercentSignInATextForItself) {
+TEST_F(LibraryLogCallback, TakesAPercentSignInAnArgumentLiterally) {
     libraryLogCallback(&handle, 3, "%s", "100% of %s and %n");
     EXPECT_EQ(handle.error, "100% of %s and %n");
 }
@@ -43,7 +43,7 @@ TEST_F(LibraryLogCallback, KeepsTheLastMessage) {
     EXPECT_EQ(handle.error, "third");
 }
 
-TEST_F(LibraryLogCallback, TakesAnEmptyMessageForOne) {
+TEST_F(LibraryLogCallback, AcceptsAnEmptyMessage) {
     handle.error = "earlier";
     libraryLogCallback(&handle, 3, "%s", "");
     EXPECT_EQ(handle.error, "");
@@ -56,7 +56,7 @@ TEST_F(LibraryLogCallback, IgnoresThePriority) {
     EXPECT_EQ(handle.error, "b");
 }
 
-TEST_F(LibraryLogCallback, TouchesNothingElseOfTheHandle) {
+TEST_F(LibraryLogCallback, ChangesNoOtherFieldOfTheHandle) {
     const auto uid = handle.uid;
     libraryLogCallback(&handle, 3, "x");
     EXPECT_EQ(handle.userName, "daemon");

@@ -1,4 +1,4 @@
-// The datagrams for the system log. That they arrive is in the end-to-end tests.
+// The datagrams for the system log. The end-to-end tests check that they arrive.
 #include "container/entry_log.h"
 
 #include <gmock/gmock.h>

@@ -1,4 +1,4 @@
-// What exec does without a container: the end-to-end tests have the rest.
+// The part of exec that needs no container; the end-to-end tests check the rest.
 #include "container/exec.h"
 
 #include <gtest/gtest.h>
@@ -7,7 +7,7 @@
 
 namespace {
 
-TEST(ExecCommand, RefusesToGoOnWithoutAName) {
+TEST(ExecCommand, RefusesAnEmptyName) {
     try {
         execCommand(nullptr);
         FAIL() << "returned";

@@ -1,5 +1,5 @@
-// The fork that owns new namespaces, with the kernel's refusals injected where a plain run does not
-// meet them.
+// The child that owns new namespaces. Errors of the kernel that do not occur in a plain run are
+// injected.
 #include "container/fork_unshare.h"
 
 #include <gtest/gtest.h>
@@ -28,8 +28,8 @@ int statusOf(pid_t child) {
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
-/// forkUnshare in a process of its own that `narrow` has taken something from; the forked child
-/// ends with 42 when it was released. The result is the forked child's exit status.
+/// Runs forkUnshare in a separate process that `narrow` has restricted. The forked child exits with
+/// 42 when it was released. Returns the forked child's exit status.
 ChildResult forked(int flags, const std::function<void()>& narrow) {
     return inChild([flags, &narrow] {
         narrow();
@@ -43,7 +43,7 @@ ChildResult forked(int flags, const std::function<void()>& narrow) {
     });
 }
 
-/// The text of forkUnshare's failure, and what it left in `sync`.
+/// The text of forkUnshare's failure, and the value that it left in `sync`.
 ChildResult failed(const std::function<void()>& narrow) {
     return inChild([&narrow] {
         narrow();
@@ -89,7 +89,7 @@ TEST(ForkedChild, ReportsAMountNamespaceThatStayedTheSame) {
     EXPECT_EQ(result.errorOutput, "mount inode hasn't changed!\n");
 }
 
-TEST(ForkedChild, DoesNotLookAtTheMountsWhenTheyAreNotUnshared) {
+TEST(ForkedChild, DoesNotCheckTheMountsWhenTheyAreNotUnshared) {
     const auto result = forked(CLONE_NEWIPC | CLONE_NEWNET, [] { denySystemCall(SYS_unshare, 0); });
     EXPECT_EQ(outcome(result), 42);
     EXPECT_EQ(result.errorOutput, "");
@@ -101,7 +101,7 @@ TEST(ForkedChild, ReportsARootDirectoryThatItCannotChangeToAndGoesOn) {
     EXPECT_EQ(result.errorOutput, "chdir(/) failed: Permission denied\n");
 }
 
-TEST(ForkedChild, HasUnsharedWhenTheParentGoesOn) {
+TEST(ForkedChild, HasUnsharedWhenTheParentContinues) {
     const bool allowed = outcome(inChild([] { return ::unshare(CLONE_NEWIPC) == 0 ? 0 : 1; })) == 0;
     const auto result = inChild([] {
         int sync = -1;
@@ -113,7 +113,7 @@ TEST(ForkedChild, HasUnsharedWhenTheParentGoesOn) {
         try {
             own = getNamespaceInode(child, "ipc") != getNamespaceInode(::getpid(), "ipc");
         } catch (const std::runtime_error&) {
-            own = false;  // it has died already
+            own = false;  // it has already died
         }
         ::close(sync);
         statusOf(child);
@@ -159,7 +159,7 @@ TEST(ForkedChild, EndsWithItsParent) {
         ::close(ends[0]);
         int sync = -1;
         if (forkUnshare(0, sync) == 0) {
-            ::pause();  // released by the end of its parent, and killed after it
+            ::pause();  // released by its parent's end, then killed
         }
         ::kill(::getpid(), SIGKILL);
         return 0;
@@ -311,7 +311,7 @@ TEST(ForkUnshare, ReleasesTheChildAlsoByAByte) {
 TEST(ForkUnshare, ReturnsWhenTheChildCannotUnshare) {
     const auto result = inChild([] {
         int sync = -1;
-        // a flag that unshare(2) does not take, for root and everybody else
+        // a flag that unshare(2) refuses for every user
         const pid_t child = forkUnshare(CLONE_SETTLS, sync);
         int status = 0;
         ::waitpid(child, &status, 0);

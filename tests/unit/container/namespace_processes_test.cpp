@@ -18,10 +18,10 @@ namespace {
 
 using testing::Test;
 
-/// A directory like /proc: its links lead to plain files that stand for namespaces.
+/// A directory like /proc. Its links lead to plain files in place of namespaces.
 class ProcessTree : public Test {
 protected:
-    /// Puts the process, or what else the name says, into the namespace.
+    /// Puts the process with that name (or a thread, such as "8/task/8") into the namespace.
     void put(const std::string& process, const std::string& kind, const std::string& space) {
         const std::string target = directory.write("/spaces/" + space, "");
         const std::string links = directory.at("/proc/" + process + "/ns");
@@ -52,7 +52,7 @@ protected:
 
 using Pids = std::vector<pid_t>;
 
-TEST_F(ProcessTree, ProcessesAreFoundInTheirNamespaceAlone) {
+TEST_F(ProcessTree, ProcessesAreFoundOnlyInTheirNamespace) {
     put("20", "net", "alice");
     put("30", "net", "bob");
     put("4000000", "net", "alice");
@@ -72,7 +72,7 @@ TEST_F(ProcessTree, AProcessInSeveralNamespacesIsInEachEntry) {
     EXPECT_EQ(entries.back().pids, (Pids{20}));
 }
 
-TEST_F(ProcessTree, ANamespaceOfAnotherKindIsNoMatch) {
+TEST_F(ProcessTree, ANamespaceOfAnotherKindDoesNotMatch) {
     put("20", "ipc", "alice");
     EXPECT_EQ(residents("net", "alice"), (Pids{}));
 }
@@ -93,13 +93,13 @@ TEST_F(ProcessTree, TheFirstProcessAndTheSearchersOwnAreLeftOut) {
 
 TEST_F(ProcessTree, AnEntryWithoutANamespaceMatchesNothing) {
     put("20", "net", "alice");
-    directory.makeDirectory("/proc/30/task/30");  // ended, and nobody has waited for it
+    directory.makeDirectory("/proc/30/task/30");  // a zombie
     std::list<NamespaceEntry> entries{{"/run/kiv/alice@net", "net", 0, {}, {}}};
     find(entries);
     EXPECT_EQ(entries.front().pids, (Pids{}));
 }
 
-TEST_F(ProcessTree, AnEndedFirstThreadIsStoodInForByTheOthers) {
+TEST_F(ProcessTree, AProcessWithoutItsFirstThreadIsFoundByTheOthers) {
     directory.makeDirectory("/proc/20/task/20/ns");
     put("20/task/21", "net", "bob");
     put("20/task/22", "net", "alice");
@@ -108,7 +108,7 @@ TEST_F(ProcessTree, AnEndedFirstThreadIsStoodInForByTheOthers) {
     EXPECT_EQ(residents("net", "carol"), (Pids{}));
 }
 
-TEST_F(ProcessTree, ALivingFirstThreadSpeaksForItsProcess) {
+TEST_F(ProcessTree, OnlyTheFirstThreadCountsWhileItLives) {
     put("20", "net", "host");
     put("20/task/21", "net", "alice");
     EXPECT_EQ(residents("net", "alice"), (Pids{}));
@@ -133,7 +133,7 @@ TEST_F(ProcessTree, APlaceIsTheNetworkAndTheMountsOfAProcessOrOfItsThreads) {
     EXPECT_EQ(places[1].mounts, entry("mnt", "mnt-b").inode);
 }
 
-TEST_F(ProcessTree, WhatIsKnownAlreadyIsKept) {
+TEST_F(ProcessTree, PidsThatAreAlreadyListedAreKept) {
     put("20", "net", "alice");
     std::list<NamespaceEntry> entries{entry("net", "alice")};
     entries.front().pids = {7};
@@ -141,7 +141,7 @@ TEST_F(ProcessTree, WhatIsKnownAlreadyIsKept) {
     EXPECT_EQ(entries.front().pids, (Pids{7, 20}));
 }
 
-TEST_F(ProcessTree, ADirectoryThatCannotBeOpenedIsAnErrorEvenWithNothingToLookFor) {
+TEST_F(ProcessTree, ADirectoryThatCannotBeOpenedIsAnErrorEvenWithNoEntries) {
     std::list<NamespaceEntry> entries;
     const std::string path = directory.at("/absent");
     try {
@@ -152,7 +152,7 @@ TEST_F(ProcessTree, ADirectoryThatCannotBeOpenedIsAnErrorEvenWithNothingToLookFo
     }
 }
 
-/// A child that sleeps until it is ended.
+/// A child that sleeps until a signal ends it.
 class Sleeper : public Test {
 protected:
     void SetUp() override {
@@ -163,7 +163,7 @@ protected:
         }
     }
 
-    /// The signal that ended the child: SIGKILL, from here, when there was none before.
+    /// The signal that ended the child. Sends SIGKILL when the child is still alive.
     int endedBy() {
         int status = 0;
         ::kill(child, SIGKILL);
@@ -184,7 +184,7 @@ TEST_F(Sleeper, IsEndedWhenItLivesInOneOfTheNamespaces) {
     EXPECT_EQ(endedBy(), SIGTERM);
 }
 
-TEST_F(Sleeper, IsSparedWhenItLivesInNoneOfTheNamespaces) {
+TEST_F(Sleeper, IsNotSignalledWhenItLivesInNoneOfTheNamespaces) {
     terminateProcess(child, {{"", "net", 1, {}, {}}, {"", "ipc", 0, {}, {}}});
     ::usleep(20'000);
     EXPECT_EQ(endedBy(), SIGKILL);

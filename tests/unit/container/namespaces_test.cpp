@@ -20,7 +20,7 @@
 
 namespace {
 
-TEST(NamespaceInode, IsThatOfTheProcesssLink) {
+TEST(NamespaceInode, IsThatOfTheLinkOfTheProcess) {
     struct stat status {};
     ASSERT_EQ(::stat("/proc/self/ns/mnt", &status), 0);
     EXPECT_EQ(getNamespaceInode(::getpid(), "mnt"), status.st_ino);
@@ -32,7 +32,7 @@ TEST(NamespaceInode, OfNoProcessIsAnErrorWithItsPath) {
               "/proc/0/ns/mnt: stat() failed: No such file or directory");
 }
 
-TEST(LinkedInode, IsReadFromTheLinkAlone) {
+TEST(LinkedInode, IsReadFromOnlyTheLink) {
     struct stat status {};
     ASSERT_EQ(::stat("/proc/self/ns/net", &status), 0);
     const auto result = inChild([&status] {
@@ -112,7 +112,7 @@ TEST(FileIdentity, OfNothingIsNone) {
     EXPECT_FALSE(identityOf(directory.at("/absent")));
 }
 
-TEST(IsNamespace, TellsNamespacesFromOtherFiles) {
+TEST(IsNamespace, DistinguishesNamespacesFromOtherFiles) {
     TemporaryDirectory directory;
     EXPECT_TRUE(mayBeNamespace("/proc/self/ns/ipc"));
     EXPECT_FALSE(mayBeNamespace("/proc/self/status"));
@@ -120,7 +120,7 @@ TEST(IsNamespace, TellsNamespacesFromOtherFiles) {
     EXPECT_FALSE(mayBeNamespace(directory.at("/absent")));
 }
 
-// Namespace kinds, their links in proc, and the files that hold them.
+// Namespace kinds, their links in /proc, and the files that hold them.
 
 TEST(NamespaceKinds, AreTheNetworkThenIpcThenTheMounts) {
     ASSERT_EQ(std::size(kNamespaceKinds), 3U);
@@ -199,14 +199,14 @@ TEST(NamespaceFile, MayBeOfAnyType) {
     ensureFileExists("/dev/null");
 }
 
-TEST(NamespaceFile, InWhosePlaceADanglingLinkStandsCountsAsThere) {
+TEST(NamespaceFile, ReplacedByADanglingLinkCountsAsExisting) {
     TemporaryDirectory directory;
     std::filesystem::create_symlink("nowhere", directory.at("/link"));
     ensureFileExists(directory.at("/link"));
     EXPECT_FALSE(directory.has("/nowhere"));
 }
 
-TEST(NamespaceFile, InALoopOfLinksIsAnError) {
+TEST(NamespaceFile, BehindALoopOfLinksIsAnError) {
     TemporaryDirectory directory;
     std::filesystem::create_symlink("loop", directory.at("/loop"));
     const std::string path = directory.at("/loop");

@@ -1,4 +1,4 @@
-// The order of the host tools' calls on both ends of a link, with tools that only note them.
+// The order of the host tools' calls on both ends of a link, with tools that only record them.
 #include "container/network.h"
 
 #include <gtest/gtest.h>
@@ -17,9 +17,9 @@
 
 namespace {
 
-/// The tools' stand-ins write their arguments, joined by "|", into the file "calls". The call that
-/// stands in the file "failing" ends with status 3. PATH holds nothing else: a real tool is never
-/// run.
+/// The replacements of the tools append their arguments, joined by "|", to the file "calls". The
+/// call that is in the file "failing" exits with status 3. PATH has nothing else: a real tool is
+/// never run.
 constexpr const char* kTool = R"(#!/bin/sh
 IFS='|'
 call="${0##*/}|$*"
@@ -40,7 +40,7 @@ protected:
 
     void fail(const std::string& call) { directory.write("/failing", call + "\n"); }
 
-    /// `setUp`'s result with the stand-ins first and last on PATH.
+    /// The result of `setUp` with only the replacements on PATH.
     int run(const std::function<int()>& setUp) {
         const auto result = inChild([this, &setUp] {
             require(::setenv("PATH", directory.path.c_str(), 1) == 0);
@@ -63,7 +63,7 @@ protected:
 
     std::string calls() { return directory.read("/calls"); }
 
-    /// As the host side asks for it, too.
+    /// The MTU that the host side also uses.
     static std::string defaultMtu() {
         Captured standardError(STDERR_FILENO);
         const std::string mtu = std::to_string(detectDefaultMtu());
@@ -90,7 +90,7 @@ TEST_F(LinkSetUp, OnTheHostTakesTheseSteps) {
                            defaultMtu() + "\n");
 }
 
-TEST_F(LinkSetUp, OnTheHostGoesOnAfterAFailure) {
+TEST_F(LinkSetUp, OnTheHostContinuesAfterAFailure) {
     fail("ip|link|set|vpeer-alice|netns|4711");
     EXPECT_EQ(runHostSide(), 0);
     const std::string all = calls();
@@ -107,7 +107,7 @@ TEST_F(LinkSetUp, OnTheHostSeparatesBySlashesWhereTheNameHasADot) {
         << calls();
 }
 
-/// Deletes as many rules as the file "rules" says, and has none to delete from then on.
+/// An iptables that deletes as many rules as the file "rules" says, and then has none left.
 constexpr const char* kCountingTool = R"sh(#!/bin/sh
 IFS='|'
 echo "${0##*/}|$*" >>"${0%/*}/calls"
@@ -141,7 +141,7 @@ protected:
     }
 };
 
-TEST_F(RulesLeft, AreRemovedAsOftenAsTheyAreThereAndSilently) {
+TEST_F(RulesLeft, AreRemovedWithAllCopiesAndSilently) {
     leave(2);
     EXPECT_EQ(remove(), 0);
     const std::string reject = "iptables|-D|INPUT|-i|veth-alice|-d|100.64.0.0/10|-j|REJECT\n";
@@ -151,7 +151,7 @@ TEST_F(RulesLeft, AreRemovedAsOftenAsTheyAreThereAndSilently) {
     EXPECT_EQ(errors, "");
 }
 
-TEST_F(RulesLeft, DoNotHoldUpAStartWhoseIptablesAlwaysSucceeds) {
+TEST_F(RulesLeft, DoNotDelayAStartWhoseIptablesAlwaysSucceeds) {
     leave(1000);
     EXPECT_EQ(remove(), 0);
     EXPECT_EQ(callsFor("|INPUT|"), 16);
@@ -212,7 +212,7 @@ TEST_F(LinkSetUp, InTheContainerTakesGroupsBeyondTheSignedRange) {
     EXPECT_NE(calls().find("ping_group_range=4294967294 4294967294\n"), std::string::npos);
 }
 
-TEST(InterfaceNames, MayBeUsedWhenNeitherIsThere) {
+TEST(InterfaceNames, MayBeUsedWhenNeitherExists) {
     checkInterfaceNames({"absent-host0", "absent-peer0", "", "", 0});
 }
 
@@ -247,7 +247,7 @@ TEST(PlannedLink, OfASmallNetworkTakesItsTwoAddresses) {
     EXPECT_EQ(link.prefixLength, 30U);
 }
 
-TEST(PlannedLink, TellsWhichAddressATooSmallNetworkLacks) {
+TEST(PlannedLink, NamesTheAddressThatATooSmallNetworkLacks) {
     ContainerHandle handle("daemon");
     try {
         planLink(handle, IpNetwork("100.64.0.4/31"));

@@ -12,7 +12,7 @@ TEST(PacketRules, LetContainersOutThroughTheDefaultInterface) {
                     "MASQUERADE"}));
 }
 
-TEST(PacketRules, LeadTheDatabasePortToTheHostsLoopback) {
+TEST(PacketRules, ForwardTheDatabasePortToTheHostsLoopback) {
     EXPECT_EQ(
         databaseRule("veth-x", "100.64.0.5").arguments("-I"),
         (List{"-t", "nat", "-I", "PREROUTING", "-i", "veth-x", "-p", "tcp", "-d", "100.64.0.5",
@@ -42,7 +42,7 @@ TEST(PacketRules, DeleteTheDatabaseRuleAsItWasAdded) {
               "--dport", "3306", "-j", "DNAT", "--to-destination", "127.0.0.1:3306"}));
 }
 
-TEST(PacketRules, KeepEachNameOneArgument) {
+TEST(PacketRules, PassEachNameAsOneArgument) {
     EXPECT_EQ(rejectRule("a b\n").arguments("-A"),
               (List{"-A", "INPUT", "-i", "a b\n", "-d", "100.64.0.0/10", "-j", "REJECT"}));
 }

@@ -1,5 +1,5 @@
-// How a finished root is told from the host's and from a cover. What builds it is in the end-to-end
-// tests.
+// How a complete root is distinguished from the host's root and from a cover. The end-to-end tests
+// check how it is built.
 #include "container/root_filesystem.h"
 
 #include <gtest/gtest.h>
@@ -25,14 +25,14 @@ TEST(BuiltRoot, IsTheOverlayOfTheLayerAndTheHostsRoot) {
     EXPECT_TRUE(shows(std::string(kBuilt) + kHome));
 }
 
-TEST(BuiltRoot, IsNotTheHostsEvenWhenThatIsAnOverlay) {
+TEST(BuiltRoot, IsNotTheHostsRootEvenWhenThatIsAnOverlay) {
     EXPECT_FALSE(shows("1 1 8:1 / / rw shared:1 - ext4 /dev/sda1 rw\n"));
     EXPECT_FALSE(
         shows("1 1 0:9 / / rw - overlay overlay rw,lowerdir=/rom,upperdir=/up,workdir=/w\n"));
     EXPECT_FALSE(shows("1 1 0:9 / / ro - overlay overlay ro,lowerdir=/mnt/kiv:/mnt/root/other\n"));
 }
 
-TEST(BuiltRoot, IsNothingWithACoverOrAnotherRootOnIt) {
+TEST(BuiltRoot, IsNotRecognisedBelowACoverOrAnotherRoot) {
     EXPECT_FALSE(shows(std::string(kBuilt) + "101 99 0:6 / / ro - tmpfs none ro,mode=0\n"));
     EXPECT_FALSE(shows(std::string(kBuilt) + "1 1 8:1 / / rw - ext4 /dev/sda1 rw\n"));
     EXPECT_FALSE(shows(kHome));

@@ -1,4 +1,5 @@
-// Both layouts to the byte. Colours are taken from the process: the tests may run on a terminal.
+// Both layouts byte for byte. Expected colours come from the process, because the tests may run on
+// a terminal.
 #include "container/status_report.h"
 
 #include <gtest/gtest.h>
@@ -66,8 +67,7 @@ std::string report(const ContainerStatus& status) {
     return standardOutput.text();
 }
 
-/// The table without its colours, after a newline that lets the expected text begin on a line of
-/// its own.
+/// The table without colours, after a newline, so that the expected text can begin on a new line.
 std::string table(const std::list<ContainerStatus>& statuses) {
     Captured standardOutput(STDOUT_FILENO);
     printStatusTable(statuses);
@@ -85,7 +85,7 @@ TEST_F(SingleReport, OfAnInactiveContainerHasTwoLines) {
     EXPECT_EQ(report(inactive("alice")), "Account: alice\nActive: " + no + "\n");
 }
 
-TEST_F(SingleReport, LeavesOutWhatIsNotKnown) {
+TEST_F(SingleReport, LeavesOutUnknownFigures) {
     EXPECT_EQ(report(active("alice")), "Account: alice\nActive: " + yes + "\n");
     EXPECT_EQ(report(withMemory("alice", {7, 0})),
               "Account: alice\nActive: " + yes + "\nMemory: 7\n");
@@ -117,7 +117,7 @@ TEST_F(Table, OfNoAccountIsAHeaderBetweenThreeRules) {
 )");
 }
 
-TEST_F(Table, HasEmptyCellsForWhatIsNotKnown) {
+TEST_F(Table, HasEmptyCellsForUnknownFigures) {
     EXPECT_EQ(table({inactive("alice"), active("bob")}), R"(
 +---------+--------+-----------+----------+
 | Account | Active | Processes | Memory   |
@@ -167,7 +167,7 @@ TEST_F(Table, IsAsWideAsTheLongestNameAndTheLargestFigures) {
 )");
 }
 
-TEST_F(Table, IsNotWidenedByFiguresThatAreNotKnown) {
+TEST_F(Table, IsNotWidenedByUnknownFigures) {
     ContainerStatus status = active("alice");
     status.pidsCurrent = status.memoryCurrent = kLargest;
     EXPECT_EQ(table({status}), R"(
@@ -179,8 +179,8 @@ TEST_F(Table, IsNotWidenedByFiguresThatAreNotKnown) {
 )");
 }
 
-// Seven columns hold four digits; from five on the line is longer than the others.
-TEST_F(Table, HasALongerLineForAPercentageThatIsWiderThanItsPlace) {
+// Seven columns hold four digits; with five or more digits the line is longer than the others.
+TEST_F(Table, HasALongerLineForAPercentageThatIsWiderThanItsColumn) {
     EXPECT_EQ(table({withBoth("alice", {99, 1}, {7, 0}), withBoth("bob", {100, 1}, {7, 70}),
                      withBoth("carol", {100, 0}, {123, 1})}),
               R"(

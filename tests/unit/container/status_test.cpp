@@ -1,5 +1,5 @@
-// The driver as far as it goes without the host's registry: a process that cannot open any more
-// files meets the same failure whether there is one or not.
+// The status command without the host's registry: a process that cannot open any more files fails
+// in the same way whether there is one or not.
 #include "container/status.h"
 
 #include <gtest/gtest.h>
@@ -31,7 +31,7 @@ TEST(StatusCommand, PrintsNoTableWithoutTheRegistry) {
     EXPECT_EQ(result.output, "cannot open /etc/tarnwell/kiv.users: Too many open files");
 }
 
-TEST(StatusCommand, OfAnEmptyNameIsNoneAndNotAll) {
+TEST(StatusCommand, WithAnEmptyNameSelectsNoneAndNotAll) {
     const auto result = status("");
     EXPECT_EQ(outcome(result), 0);
     EXPECT_EQ(result.output, "KIV not configured for requested user");

@@ -10,9 +10,9 @@
 
 namespace {
 
-TEST(StopCommand, TakesAnEmptyNameForAnAccountThatIsNotConfigured) {
+TEST(StopCommand, TreatsAnEmptyNameAsNotConfigured) {
     const auto result = inChild([] {
-        leaveDescriptors(0);  // should it mean all accounts, those of the machine are out of reach
+        leaveDescriptors(0);  // protects the machine's accounts if it should mean all
         std::cout << failureOf([] { stopCommand(""); }) << std::flush;
         return 0;
     });

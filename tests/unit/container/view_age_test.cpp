@@ -1,4 +1,4 @@
-// Times of files and what they say about a view. Those of namespaces: tests/e2e/kiv_list.bats.
+// Times of files and the age of a view. tests/e2e/kiv_list.bats tests the times of namespaces.
 #include "container/view_age.h"
 
 #include <gtest/gtest.h>
@@ -39,7 +39,7 @@ TEST(HaveChangedSince, IsTrueForALaterChangeOfOneFile) {
     EXPECT_FALSE(haveChangedSince(changed, {}));
 }
 
-TEST(UtcText, IsATimeOfTheInternet) {
+TEST(UtcText, IsInTheFormOfRfc3339) {
     EXPECT_EQ(utcText(Instant(1s + 999ms)), "1970-01-01T00:00:01Z");
     EXPECT_EQ(utcText(Instant(1795299428s)), "2026-11-21T22:17:08Z");
 }

@@ -40,7 +40,7 @@ protected:
     mode_t previousMask;
 };
 
-TEST_F(DirectoryMirror, OfNothingTouchesNothing) {
+TEST_F(DirectoryMirror, OfNoComponentsChangesNothing) {
     EXPECT_TRUE(mirror({}));
     EXPECT_EQ(source, directory.at("/src"));
     EXPECT_EQ(target, directory.at("/dst"));
@@ -76,7 +76,7 @@ TEST_F(DirectoryMirror, LeavesWhatExistsAlone) {
     EXPECT_EQ(directory.mode("/dst/etc"), static_cast<mode_t>(S_IFDIR | 0755));
 }
 
-TEST_F(DirectoryMirror, TakesAFileInTheTargetForTheDirectory) {
+TEST_F(DirectoryMirror, AcceptsAFileInPlaceOfTheDirectory) {
     directory.makeDirectory("/src/etc");
     directory.write("/dst/etc", "file");
     EXPECT_TRUE(mirror({"etc"}));
@@ -97,7 +97,7 @@ TEST_F(DirectoryMirror, GrowsTheCallersPathsByTheFirstComponent) {
     EXPECT_EQ(target, directory.at("/dst/etc"));
 }
 
-TEST_F(DirectoryMirror, ReportsAMissingSourceAndKeepsWhatItMade) {
+TEST_F(DirectoryMirror, ReportsAMissingSourceAndKeepsTheDirectoriesSoFar) {
     directory.makeDirectory("/src/etc");
     EXPECT_FALSE(mirror({"etc", "absent", "deeper"}));
     EXPECT_EQ(errors, "recMkDir: '" + directory.at("/src/etc/absent") + "' doesn't exist\n");
@@ -141,7 +141,7 @@ protected:
     std::string errors;
 };
 
-TEST_F(MirrorOfATree, MakesWhatChainsHaveInCommonAndWhatIsTheirOwn) {
+TEST_F(MirrorOfATree, CreatesTheCommonAndTheSeparatePartsOfChains) {
     directory.makeDirectory("/src/usr/share/man", 0750);
     directory.makeDirectory("/src/usr/share/doc", 0700);
     EXPECT_TRUE(mirror({"usr", "share", "man"}));
@@ -150,7 +150,7 @@ TEST_F(MirrorOfATree, MakesWhatChainsHaveInCommonAndWhatIsTheirOwn) {
     EXPECT_EQ(directory.mode("/dst/usr/share/doc") & 07777, 0700U);
 }
 
-TEST_F(MirrorOfATree, TakesAChainThatIsThereAlready) {
+TEST_F(MirrorOfATree, AcceptsAChainThatAlreadyExists) {
     directory.makeDirectory("/src/usr/share");
     EXPECT_TRUE(mirror({"usr", "share"}));
     EXPECT_TRUE(mirror({"usr"}));
@@ -159,7 +159,7 @@ TEST_F(MirrorOfATree, TakesAChainThatIsThereAlready) {
     EXPECT_EQ(errors, "");
 }
 
-TEST_F(MirrorOfATree, DoesNotLookAgainAtWhatItHasMirrored) {
+TEST_F(MirrorOfATree, DoesNotExamineAMirroredDirectoryAgain) {
     directory.makeDirectory("/src/usr/share");
     EXPECT_TRUE(mirror({"usr", "share"}));
     ASSERT_EQ(::rename(directory.at("/src").c_str(), directory.at("/moved").c_str()), 0);
@@ -185,11 +185,11 @@ TEST_F(MirrorOfATree, DoesNotTakeOneNameForTheBeginningOfAnother) {
     EXPECT_TRUE(directory.has("/dst/usr2"));
 }
 
-// What mirroring meets in trees that are not as they should be.
+// Mirroring of unusual and faulty trees.
 
 using UnusualMirror = DirectoryMirror;
 
-TEST_F(UnusualMirror, ReportsADirectoryInWhosePlaceADanglingLinkStands) {
+TEST_F(UnusualMirror, ReportsADirectoryReplacedByADanglingLink) {
     directory.makeDirectory("/src/etc");
     std::filesystem::create_symlink("nowhere", directory.at("/dst/etc"));
     EXPECT_FALSE(mirror({"etc"}));
@@ -287,7 +287,7 @@ TEST_F(UnusualMirror, WarnsWhenTheOwnerCannotBeCopiedAndGoesOn) {
     target = directory.at("/dst");
     const auto result = inChild([this] {
         dropPrivileges();
-        source.clear();  // the running host: root owns these
+        source.clear();  // the running host, where root owns them
         std::string copy = target;
         return recMkDir(source, copy, {"usr", "lib"}) ? 0 : 1;
     });

@@ -1,4 +1,4 @@
-// Filtered copies: which lines an account sees, and what happens when a copy cannot be made.
+// Filtered copies: the lines that an account sees, and failures of a copy.
 #include <gtest/gtest.h>
 #include <sys/syscall.h>
 
@@ -23,8 +23,8 @@ protected:
         return filteredCopy();
     }
 
-    /// Builds in a child that `narrow` has taken something from; `errors` without the warnings of
-    /// mirrored directories that somebody else owns.
+    /// Builds the layer in a child that `narrow` has restricted. `errors` leaves out the warnings
+    /// about mirrored directories of other owners.
     void buildNarrowed(const std::function<void()>& narrow) {
         const auto result = inChild([this, &narrow] {
             narrow();
@@ -77,16 +77,16 @@ TEST_F(FilterLayer, ReplacesEveryMentionOfTheAccount) {
     EXPECT_EQ(copyOf("alice:alice\nalice:bob\nbob:alice\n", "^${USER}:${USER}$"), "alice:alice\n");
 }
 
-TEST_F(FilterLayer, LooksBehindNulBytes) {
+TEST_F(FilterLayer, MatchesTextAfterNulBytes) {
     EXPECT_EQ(copyOf(std::string("a\0alice\nb\0bob\n", 14), "alice$"),
               std::string("a\0alice\n", 8));
 }
 
-TEST_F(FilterLayer, TakesALineForEndedAtItsNewlineAlone) {
+TEST_F(FilterLayer, EndsALineOnlyAtItsNewline) {
     EXPECT_EQ(copyOf(std::string("alice\0:1\nalice:2\n", 17), "^alice$"), "");
 }
 
-TEST_F(FilterLayer, CopiesLinesThatAreNoText) {
+TEST_F(FilterLayer, CopiesLinesThatAreNotText) {
     EXPECT_EQ(copyOf("alice:\xff\xfe:\xc3\x28\n", "^${USER}:"), "alice:\xff\xfe:\xc3\x28\n");
 }
 
@@ -106,7 +106,7 @@ TEST_F(FilterLayer, FindsOneAccountAmongThousands) {
 
 class AccountName : public FilterLayer, public testing::WithParamInterface<std::string> {};
 
-TEST_P(AccountName, SelectsItsOwnLineAlone) {
+TEST_P(AccountName, SelectsOnlyItsOwnLine) {
     const std::string& name = GetParam();
     const std::string others = "a:1\nb:1\nab:1\naab:1\nabb:1\naxb:1\n:1\nalice:1\nroot:1\n";
     EXPECT_EQ(copyOf(others + name + ":2\n" + others, "^(${USER}):", name), name + ":2\n");
@@ -150,12 +150,12 @@ TEST_F(FilterLayer, CopiesFilesInTheOrderOfTheirPaths) {
                           "Creating file: " + lower.at("/layer" + host + "/b") + "\n");
 }
 
-TEST_F(FilterLayer, SaysNothingOutsideDebugMode) {
+TEST_F(FilterLayer, PrintsNothingOutsideDebugMode) {
     copyOf("alice\n", "alice");
     EXPECT_EQ(output, "");
 }
 
-TEST_F(FilterLayer, TellsOfAFileBeforeItsPlaceTurnsOutToBeTaken) {
+TEST_F(FilterLayer, PrintsAFileBeforeItFindsThatThePathIsInUse) {
     lower.write("/host/passwd", "alice\n");
     lower.makeDirectory("/layer" + host + "/passwd");
     filters[host + "/passwd"] = "alice";

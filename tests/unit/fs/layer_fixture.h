@@ -14,8 +14,8 @@
 #include "temporary_directory.h"
 #include "util/settings.h"
 
-/// Builds a layer in a temporary directory: lower root /lower, layer /layer. Opaque directories are
-/// root's to make; without root their error is what is expected.
+/// Builds a layer in a temporary directory: lower root /lower, layer /layer. Only root can make
+/// opaque directories; without root the tests expect the error.
 class OverlayLayer : public testing::Test {
 protected:
     OverlayLayer() : previousMask(::umask(022)) {
@@ -47,7 +47,7 @@ protected:
 
     static bool isRoot() { return ::geteuid() == 0; }
 
-    /// Mirrored directories may belong to others; only root can give them away.
+    /// Mirrored directories may belong to other users; only root can change the owner.
     static std::string withoutOwnerWarnings(const std::string& text) {
         std::istringstream lines(text);
         std::string kept;
@@ -60,7 +60,7 @@ protected:
     std::string filteredCopy() { return lower.read("/layer" + host + "/passwd"); }
 
     TemporaryDirectory lower;
-    std::string host;  ///< a directory of the running system, for what is taken from there
+    std::string host;  ///< a directory of the running system, for files that come from there
     std::map<std::string, std::list<std::string>> allowlists;
     std::list<std::string> hide;
     std::list<std::string> empty;

@@ -32,7 +32,7 @@ TEST(LayerPaths, AnchoredLeadsNowhereOutside) {
     EXPECT_EQ(anchored("x"), "/x");
 }
 
-// Configured items as paths that stay below the directory that they are appended to.
+// Configured items as paths that stay below the directory they are appended to.
 
 using List = std::list<std::string>;
 
@@ -62,7 +62,7 @@ TEST(AnchoredItem, NeverClimbs) {
     }
 }
 
-TEST(AnchoredItem, NeverRunsIntoTheNameOfTheDirectoryBeforeIt) {
+TEST(AnchoredItem, NeverExtendsTheNameOfTheDirectoryBeforeIt) {
     for (const std::string& item : chains(4)) {
         for (const std::string& text : {item, "x" + item, item.substr(item.empty() ? 0 : 1)}) {
             const std::string path = anchored(text);

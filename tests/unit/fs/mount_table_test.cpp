@@ -25,7 +25,7 @@ protected:
         return table;
     }
 
-    /// The first entry, read from a line with these optional fields.
+    /// The first entry of a table with these optional fields.
     bool isPrivate(const std::string& optional) {
         return read("36 35 98:0 /mnt1 /mnt2 rw,noatime " + optional + "- ext3 /dev/root rw\n")
             .get("/mnt2")
@@ -60,7 +60,7 @@ TEST_F(MountTableFile, YieldsTheTypeAndTheFileSystemsOptions) {
     EXPECT_EQ(table.get("/mnt3").options(), "");
 }
 
-TEST_F(MountTableFile, TellsPrivateMountsByTheAbsenceOfPropagationTags) {
+TEST_F(MountTableFile, RecognisesPrivateMountsByMissingPropagationTags) {
     EXPECT_TRUE(isPrivate(""));
     EXPECT_TRUE(isPrivate("foo:1 "));
     EXPECT_FALSE(isPrivate("master:1 "));
@@ -174,7 +174,7 @@ TEST_F(MountTableFile, OfThisProcessIsUnderstood) {
     EXPECT_TRUE(table.contains("/"));
 }
 
-TEST_F(MountTableFile, TellsANamespaceFileByTheKindOfItsRoot) {
+TEST_F(MountTableFile, RecognisesANamespaceFileByTheKindOfItsRoot) {
     const auto table = read(
         "1 2 0:4 net:[4026532008] /run/kiv/alice@net rw - nsfs nsfs rw\n"
         "1 2 0:4 mnt:[4026531840] /run/kiv/alice@ipc rw - nsfs nsfs rw\n"
@@ -191,7 +191,7 @@ TEST_F(MountTableFile, TellsANamespaceFileByTheKindOfItsRoot) {
               "Unexpected mount source for /run/kiv/bob@net: netx:[4026531840]\n");
 }
 
-// Mount tables of odd shapes, and of a busy host.
+// Unusual mount tables, and those of a busy host.
 
 using MountLines = MountTableFile;
 
@@ -212,7 +212,7 @@ TEST_F(MountLines, ReplaceWhatTheTableHeld) {
     EXPECT_TRUE(table.contains("/new"));
 }
 
-TEST_F(MountLines, CountAlsoWithoutANewlineAtTheEnd) {
+TEST_F(MountLines, NeedNoNewlineAtTheEnd) {
     EXPECT_TRUE(read("1 2 3:4 / /a rw - ext4 x rw").contains("/a"));
     read("1 2 3:4");
     EXPECT_EQ(errors, "mountinfo: invalid line: 1 2 3:4\n");
@@ -229,7 +229,7 @@ TEST_F(MountLines, ThatAreTooShortAreReportedWhateverTheirMountPoint) {
     EXPECT_EQ(errors, "mountinfo: invalid line: 1 2 3:4 / /other rw\n");
 }
 
-TEST_F(MountLines, OfABadFileDoNotHideTheGoodOnes) {
+TEST_F(MountLines, ThatAreInvalidDoNotHideValidOnes) {
     const auto table = read(std::string("\0\n", 2) + "\xff\xfe\n\r\n1 2 3:4 / /a rw - ext4 x rw\n");
     EXPECT_EQ(size(table), 1);
     EXPECT_EQ(errors,
@@ -238,7 +238,7 @@ TEST_F(MountLines, OfABadFileDoNotHideTheGoodOnes) {
               "mountinfo: invalid line: \\x0d\n");
 }
 
-TEST_F(MountLines, KeepBytesThatAreNoText) {
+TEST_F(MountLines, KeepBytesThatAreNotText) {
     const auto table = read(std::string("1 2 3:4 /\xff /a\0b rw - ext4 x rw\n", 31));
     const std::string point("/a\0b", 4);
     ASSERT_TRUE(table.contains(point));
@@ -278,7 +278,7 @@ TEST_F(MountLines, DoNotMatchAPrefixThatIsLongerThanTheirMountPoint) {
     EXPECT_EQ(size(read("1 2 3:4 / /run/ki rw - ext4 x rw\n", "/run/kiv")), 0);
 }
 
-TEST_F(MountLines, AnswerAQueryInTheKernelsEscapesAlone) {
+TEST_F(MountLines, MatchOnlyAQueryInTheKernelsEscapes) {
     const auto table = read("1 2 0:4 net:[1] /run/kiv/a\\134b@net rw - nsfs nsfs rw\n");
     EXPECT_EQ(table.get("/run/kiv/a\\134b@net").root(), "net:[1]");
     EXPECT_FALSE(checkNamespaceMount("a\\b", table, "net"));
@@ -293,7 +293,7 @@ TEST_F(MountLines, OfAStackedNamespaceFileAreJudgedByTheLowestMount) {
     EXPECT_EQ(standardError.text(), "Unexpected mount source for /run/kiv/alice@net: /\n");
 }
 
-TEST_F(MountLines, OfOneAccountDoNotSpeakForAnother) {
+TEST_F(MountLines, OfOneAccountDoNotCountForAnother) {
     const auto table = read("1 2 0:4 net:[1] /run/kiv/alice@net rw - nsfs nsfs rw\n");
     EXPECT_FALSE(checkNamespaceMount("alic", table, "net"));
     EXPECT_FALSE(checkNamespaceMount("alice2", table, "net"));

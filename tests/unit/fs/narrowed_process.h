@@ -1,5 +1,6 @@
-// What a test's child process takes away from itself, to meet failures that a plain run does not:
-// system calls, privileges, descriptors. For children only (inChild): nothing of it can be undone.
+// Restrictions that a test's child puts on itself, to provoke failures that a plain run does not
+// have: on system calls, privileges and descriptors. Only for children (inChild), because none can
+// be undone.
 #pragma once
 
 #include <fcntl.h>
@@ -17,10 +18,10 @@
 #include <string>
 #include <vector>
 
-/// An account that owns nothing on any host.
+/// A user ID that owns no file on any host.
 inline constexpr uid_t kNobody = 65'534;
 
-/// Ends the test's child when the test cannot be set up, so that it fails instead of passing.
+/// Ends the test's child when the set-up fails, so that the test fails instead of passing.
 inline void require(bool done) {
     if (!done) {
         std::abort();
@@ -40,10 +41,10 @@ inline void denySystemCall(long number, unsigned error) {
     require(::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) == 0);
 }
 
-/// Hands a test's tree, or a link, to the account that dropPrivileges changes to.
+/// Gives a test's tree, or a link, to the user that dropPrivileges changes to.
 inline void giveToNobody(const std::string& tree) {
     if (::geteuid() != 0) {
-        return;  // it belongs to the only user that there is
+        return;  // it already belongs to the only user
     }
     require(::lchown(tree.c_str(), kNobody, kNobody) == 0);
     if (!std::filesystem::is_directory(std::filesystem::symlink_status(tree))) {
@@ -54,13 +55,13 @@ inline void giveToNobody(const std::string& tree) {
     }
 }
 
-/// From now on root is nobody; everybody else stays who they are.
+/// Changes root to the user nobody; other users stay unchanged.
 inline void dropPrivileges() {
     if (::geteuid() == 0) {
         require(::setgroups(0, nullptr) == 0);
         require(::setresgid(kNobody, kNobody, kNobody) == 0);
         require(::setresuid(kNobody, kNobody, kNobody) == 0);
-        // else the process's own files in /proc would stay root's, PR_SET_DUMPABLE(2const)
+        // else root would still own the process's files in /proc, PR_SET_DUMPABLE(2const)
         require(::prctl(PR_SET_DUMPABLE, 1, 0, 0, 0) == 0);
     }
 }

@@ -17,7 +17,7 @@ TEST_F(OverlayLayer, WithoutRulesStaysEmpty) {
     EXPECT_EQ(output + errors, "");
 }
 
-TEST_F(OverlayLayer, HidesWhatAnAllowlistDoesNotName) {
+TEST_F(OverlayLayer, HidesNamesThatAreNotInAnAllowlist) {
     for (const char* name : {"ssh", "cron", ".dot", "ssh2"}) {
         lower.write(std::string("/lower/srv/") + name, "");
     }
@@ -38,14 +38,14 @@ TEST_F(OverlayLayer, KeepsNothingVisibleForAStarInAnAllowlist) {
     EXPECT_TRUE(isWhiteout("/srv/ssh"));
 }
 
-TEST_F(OverlayLayer, PassesAnAllowlistOfAMissingDirectoryOver) {
+TEST_F(OverlayLayer, SkipsAnAllowlistOfAMissingDirectory) {
     allowlists["/absent"] = {"ssh"};
     build();
     EXPECT_EQ(errors, "");
     EXPECT_FALSE(lower.has("/layer/absent"));
 }
 
-TEST_F(OverlayLayer, ReportsAnAllowlistOfWhatIsNoDirectory) {
+TEST_F(OverlayLayer, ReportsAnAllowlistOfAFileThatIsNotADirectory) {
     lower.write("/lower/file", "");
     allowlists["/file"] = {"ssh"};
     build();
@@ -75,7 +75,7 @@ TEST_F(OverlayLayer, ReportsAHiddenPathBelowALink) {
     EXPECT_TRUE(std::filesystem::is_empty(lower.at("/layer")));
 }
 
-TEST_F(OverlayLayer, PassesAHiddenPathWithoutAParentOver) {
+TEST_F(OverlayLayer, SkipsAHiddenPathWithoutAParent) {
     hide = {host + "/absent/secret", ""};
     build();
     EXPECT_EQ(errors, "");
@@ -136,7 +136,7 @@ TEST_F(OverlayLayer, ReportsAnEmptiedDirectoryThatIsMissing) {
               "stat(" + lower.at("/lower/absent") + ") failed: No such file or directory\n");
 }
 
-TEST_F(OverlayLayer, ReportsAnEmptiedDirectoryThatStandsInTheLayerAlready) {
+TEST_F(OverlayLayer, ReportsAnEmptiedDirectoryThatIsAlreadyInTheLayer) {
     lower.makeDirectory("/lower/var/log");
     empty = {"/var/log", "/var", ""};
     build();
@@ -171,7 +171,7 @@ TEST_F(OverlayLayer, PreparesADirectoryForABindMount) {
     EXPECT_EQ(lower.mode("/layer" + host + "/dir"), static_cast<mode_t>(S_IFDIR | 0711));
 }
 
-TEST_F(OverlayLayer, PassesAMissingBindPathOverUnlessInDebugMode) {
+TEST_F(OverlayLayer, SkipsAMissingBindPathUnlessInDebugMode) {
     bind = {host + "/absent"};
     build();
     EXPECT_EQ(errors, "");
@@ -187,7 +187,7 @@ TEST_F(OverlayLayer, ReportsABindPathThatCannotBeExamined) {
     EXPECT_EQ(errors, host + "/file/x: cannot prepare bind-mount: Not a directory\n");
 }
 
-TEST_F(OverlayLayer, ReportsABindFileWhosePlaceIsTaken) {
+TEST_F(OverlayLayer, ReportsABindFileWhosePathIsInUse) {
     lower.write("/host/file", "");
     lower.makeDirectory("/layer" + host + "/file");
     bind = {host + "/file"};
@@ -238,7 +238,7 @@ TEST_F(OverlayLayer, ReportsAFilteredFileThatIsMissing) {
     EXPECT_EQ(errors, host + "/absent: No such file or directory\n");
 }
 
-TEST_F(OverlayLayer, ReplacesWhatStandsInAFilteredFilesPlace) {
+TEST_F(OverlayLayer, ReplacesAnEarlierFileAtAFilteredFilesPath) {
     lower.write("/host/passwd", "alice:1\n");
     bind = {host + "/passwd"};
     filters[host + "/passwd"] = "alice";
@@ -246,7 +246,7 @@ TEST_F(OverlayLayer, ReplacesWhatStandsInAFilteredFilesPlace) {
     EXPECT_EQ(filteredCopy(), "alice:1\n");
 }
 
-TEST_F(OverlayLayer, ReportsAFilteredFileWhosePlaceIsTaken) {
+TEST_F(OverlayLayer, ReportsAFilteredFileWhosePathIsInUse) {
     lower.write("/host/passwd", "alice:1\n");
     lower.makeDirectory("/layer" + host + "/passwd");
     filters[host + "/passwd"] = "alice";
@@ -255,7 +255,7 @@ TEST_F(OverlayLayer, ReportsAFilteredFileWhosePlaceIsTaken) {
               lower.at("/layer" + host + "/passwd") + ": error while opening: Is a directory\n");
 }
 
-TEST_F(OverlayLayer, ReportsAFilteredFileWithoutAPlace) {
+TEST_F(OverlayLayer, ReportsAFilteredFileWhoseParentIsAFile) {
     lower.write("/host/passwd", "alice:1\n");
     lower.write("/layer" + host, "a file in the way");
     filters[host + "/passwd"] = "alice";
@@ -264,7 +264,7 @@ TEST_F(OverlayLayer, ReportsAFilteredFileWithoutAPlace) {
                           ": error while opening: " + "Not a directory\n");
 }
 
-TEST_F(OverlayLayer, TellsInDebugModeWhatItCreates) {
+TEST_F(OverlayLayer, PrintsInDebugModeWhatItCreates) {
     lower.write("/host/passwd", "alice:1\n");
     filters[host + "/passwd"] = "alice";
     settings().debugMode = 1;
@@ -272,7 +272,7 @@ TEST_F(OverlayLayer, TellsInDebugModeWhatItCreates) {
     EXPECT_EQ(output, "Creating file: " + lower.at("/layer" + host + "/passwd") + "\n");
 }
 
-// Allow-lists, hidden paths and emptied directories beyond the plain cases.
+// Allowlists, hidden paths and emptied directories beyond the simple cases.
 
 class LayerHiding : public OverlayLayer {
 protected:
@@ -283,7 +283,7 @@ protected:
                value[0] == 'y';
     }
 
-    /// What is reported of a directory that only lacks root's attribute.
+    /// The message for a directory that lacks only the attribute which root sets.
     std::string opaqueFailure(const std::string& name) {
         return isRoot()
                    ? ""
@@ -357,7 +357,7 @@ TEST_F(AllowlistLayer, ServesSeveralDirectories) {
     EXPECT_FALSE(lower.has("/layer/srv/b"));
 }
 
-TEST_F(AllowlistLayer, GoesOnAfterADirectoryThatCannotBeOpened) {
+TEST_F(AllowlistLayer, ContinuesAfterADirectoryThatCannotBeOpened) {
     lower.write("/lower/a", "");
     lower.write("/lower/srv/b", "");
     allowlists["/a"] = {};
@@ -367,7 +367,7 @@ TEST_F(AllowlistLayer, GoesOnAfterADirectoryThatCannotBeOpened) {
     EXPECT_TRUE(isWhiteout("/srv/b"));
 }
 
-TEST_F(AllowlistLayer, ReportsADirectoryInWhosePlaceAFileStands) {
+TEST_F(AllowlistLayer, ReportsADirectoryThatIsAFileInTheLayer) {
     lower.makeDirectory("/lower/srv");
     lower.write("/layer/srv", "");
     allowlists["/srv"] = {};
@@ -393,7 +393,7 @@ TEST_F(AllowlistLayer, ReachesNothingOutsideThroughTwoDots) {
     EXPECT_EQ(lower.mode("/srv/b"), static_cast<mode_t>(S_IFREG | 0644));
 }
 
-TEST_F(AllowlistLayer, LeavesWhatStandsInTheLayerAlready) {
+TEST_F(AllowlistLayer, KeepsFilesThatAreAlreadyInTheLayer) {
     lower.write("/lower/srv/a", "");
     lower.write("/layer/srv/a", "kept");
     allowlists["/srv"] = {};
@@ -454,14 +454,14 @@ TEST_F(HiddenLayer, HidesALinkItself) {
     EXPECT_TRUE(isWhiteout(host + "/link"));
 }
 
-TEST_F(HiddenLayer, PassesTheRootItselfOver) {
+TEST_F(HiddenLayer, SkipsTheRootItself) {
     hide = {"/", "//"};
     build();
     EXPECT_EQ(errors, "");
     EXPECT_TRUE(std::filesystem::is_empty(lower.at("/layer")));
 }
 
-TEST_F(HiddenLayer, PassesAPathBelowAFileOver) {
+TEST_F(HiddenLayer, SkipsAPathBelowAFile) {
     lower.write("/host/file", "");
     hide = {host + "/file/x/y"};
     build();
@@ -469,7 +469,7 @@ TEST_F(HiddenLayer, PassesAPathBelowAFileOver) {
     EXPECT_TRUE(std::filesystem::is_empty(lower.at("/layer")));
 }
 
-TEST_F(HiddenLayer, SaysNothingOfAWhiteoutThatCannotBeMade) {
+TEST_F(HiddenLayer, DoesNotReportAWhiteoutThatCannotBeMade) {
     lower.makeDirectory("/lower" + host);
     lower.write("/layer" + host + "/secret", "kept");
     hide = {host + "/secret"};
@@ -544,7 +544,7 @@ TEST_F(EmptiedLayer, ReportsADirectoryThatIsNamedTwice) {
                           " already exists - don't know...!?\n");
 }
 
-TEST_F(EmptiedLayer, GoesOnAfterADirectoryThatIsMissing) {
+TEST_F(EmptiedLayer, ContinuesAfterADirectoryThatIsMissing) {
     lower.makeDirectory("/lower/var");
     empty = {"/absent", "/var"};
     build();
@@ -585,7 +585,7 @@ TEST_F(EmptiedLayer, ReachesNothingOutsideThroughTwoDots) {
     EXPECT_FALSE(lower.has("/var"));
 }
 
-// The places that the layer prepares for bind mounts.
+// The mount points that the layer prepares for bind mounts.
 
 using BindLayer = OverlayLayer;
 
@@ -618,21 +618,21 @@ TEST_F(BindLayer, DoesNotCopyTheModeOfAFile) {
     EXPECT_EQ(lower.mode("/layer" + host + "/file"), static_cast<mode_t>(S_IFREG | 0640));
 }
 
-TEST_F(BindLayer, LeavesTheContentOfADirectoryOut) {
+TEST_F(BindLayer, DoesNotCopyTheContentOfADirectory) {
     lower.write("/host/dir/file", "");
     bind = {host + "/dir"};
     build();
     EXPECT_TRUE(std::filesystem::is_empty(lower.at("/layer" + host + "/dir")));
 }
 
-TEST_F(BindLayer, PreparesAFileForWhatIsNeitherFileNorDirectory) {
+TEST_F(BindLayer, PreparesAFileForASourceThatIsNeitherFileNorDirectory) {
     bind = {"/dev/null"};
     build();
     EXPECT_EQ(errors, "");
     EXPECT_EQ(lower.mode("/layer/dev/null"), static_cast<mode_t>(S_IFREG | 0640));
 }
 
-TEST_F(BindLayer, LooksAtWhatALinkLeadsTo) {
+TEST_F(BindLayer, FollowsALink) {
     lower.makeDirectory("/host/dir", 0711);
     std::filesystem::create_symlink("dir", host + "/link");
     bind = {host + "/link"};
@@ -664,7 +664,7 @@ TEST_F(BindLayer, DoesNotExpandPatterns) {
     EXPECT_EQ(errors, host + "/f*: cannot prepare bind-mount: No such file or directory\n");
 }
 
-TEST_F(BindLayer, ReportsADirectoryWithoutAPlace) {
+TEST_F(BindLayer, ReportsADirectoryWhoseParentIsAFile) {
     lower.makeDirectory("/host/dir/deep");
     lower.write("/layer" + host, "in the way");
     bind = {host + "/dir/deep"};
@@ -684,7 +684,7 @@ TEST_F(BindLayer, ReportsAFileWhoseParentsCannotBeMade) {
                           ") failed (2): Not a directory\n");
 }
 
-TEST_F(BindLayer, GoesOnAfterEachPathThatFails) {
+TEST_F(BindLayer, ContinuesAfterEachPathThatFails) {
     lower.write("/host/file", "");
     lower.write("/host/good", "");
     bind = {host + "/absent", host + "/file/x", host + "/good"};
@@ -693,7 +693,7 @@ TEST_F(BindLayer, GoesOnAfterEachPathThatFails) {
     EXPECT_TRUE(lower.has("/layer" + host + "/good"));
 }
 
-TEST_F(BindLayer, LeavesAPlaceThatExistsAsItIs) {
+TEST_F(BindLayer, LeavesAnExistingMountPointAsItIs) {
     lower.write("/host/file", "");
     lower.write("/layer" + host + "/file", "kept");
     bind = {host + "/file"};
@@ -702,14 +702,14 @@ TEST_F(BindLayer, LeavesAPlaceThatExistsAsItIs) {
     EXPECT_EQ(lower.read("/layer" + host + "/file"), "kept");
 }
 
-TEST_F(BindLayer, PassesAnEmptyPathOver) {
+TEST_F(BindLayer, SkipsAnEmptyPath) {
     bind = {""};
     build();
     EXPECT_EQ(errors, "");
     EXPECT_TRUE(std::filesystem::is_empty(lower.at("/layer")));
 }
 
-TEST_F(BindLayer, NeedsNoPlaceForTheRootItself) {
+TEST_F(BindLayer, NeedsNoMountPointForTheRootItself) {
     bind = {"/"};
     build();
     EXPECT_EQ(errors, "");

@@ -61,7 +61,7 @@ TEST_F(PathExpansion, KeepsTheOrderOfPatterns) {
               (List{"z", directory.at("/home/c"), "a"}));
 }
 
-// Patterns beyond the plain ones: how they are joined to their base, and what a "*" does not match.
+// Unusual patterns: how they are joined to their base, and what a "*" does not match.
 
 class PathPatterns : public testing::Test {
 protected:
@@ -79,7 +79,7 @@ TEST_F(PathPatterns, OfNoneYieldNothing) {
     EXPECT_EQ(expand({}), List{});
 }
 
-TEST_F(PathPatterns, KeepTheSlashOfAnAbsolutePatternBehindTheBase) {
+TEST_F(PathPatterns, KeepTheSlashOfAnAbsolutePatternAfterTheBase) {
     directory.write("/srv/a", "");
     EXPECT_EQ(expand({"/srv/*"}), List{directory.at("//srv/a")});
 }
@@ -104,7 +104,7 @@ TEST_F(PathPatterns, DoNotMatchAcrossASlash) {
     EXPECT_EQ(expand({"srv*file"}), List{});
 }
 
-TEST_F(PathPatterns, KeepASlashAtTheEndAndThenMatchDirectoriesAlone) {
+TEST_F(PathPatterns, KeepASlashAtTheEndAndThenMatchOnlyDirectories) {
     directory.makeDirectory("/srv/dir");
     directory.write("/srv/file", "");
     EXPECT_EQ(expand({"srv/*/"}), List{directory.at("/srv/dir/")});
@@ -128,7 +128,7 @@ TEST_F(PathPatterns, DoNotExpandBracesAndTildes) {
     EXPECT_EQ(expand({"{a,b}*", "~*"}), List{});
 }
 
-TEST_F(PathPatterns, MatchNamesThatAreNoText) {
+TEST_F(PathPatterns, MatchNamesThatAreNotText) {
     directory.write("/srv/\xff\n", "");
     EXPECT_EQ(expand({"srv/*"}), List{directory.at("/srv/\xff\n")});
 }
@@ -138,7 +138,7 @@ TEST_F(PathPatterns, YieldAPathForEachPatternThatMatchesIt) {
     EXPECT_EQ(expand({"srv/*", "srv/a*"}), (List{directory.at("/srv/a"), directory.at("/srv/a")}));
 }
 
-TEST_F(PathPatterns, PassADirectoryThatMayNotBeReadOver) {
+TEST_F(PathPatterns, SkipADirectoryThatMayNotBeRead) {
     directory.write("/srv/closed/file", "");
     directory.write("/srv/open/file", "");
     giveToNobody(directory.path);

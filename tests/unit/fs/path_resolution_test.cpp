@@ -22,7 +22,7 @@
 
 namespace {
 
-/// Every case holds with openat2 and without.
+/// Every case is tested with openat2(2) and without it.
 class PathResolution : public testing::TestWithParam<unsigned> {
 protected:
     PathResolution() {
@@ -32,7 +32,7 @@ protected:
         std::filesystem::create_symlink("etc", directory.at("/root/link"));
     }
 
-    /// The errno of an opening, 0 for success.
+    /// The errno of the open call, 0 for success.
     static int errorOf(const std::function<FileDescriptor()>& opening) {
         const auto result = inChild([&opening] {
             if (GetParam() != 0) {
@@ -69,7 +69,7 @@ TEST_P(PathResolution, WithoutLinksRefusesALinkAnywhere) {
     EXPECT_EQ(withoutLinks(directory.at("/root/link")), ELOOP);
 }
 
-TEST_P(PathResolution, WithoutLinksTellsWhatIsMissing) {
+TEST_P(PathResolution, WithoutLinksReportsAMissingPath) {
     EXPECT_EQ(withoutLinks(directory.at("/root/absent")), ENOENT);
     EXPECT_EQ(withoutLinks(directory.at("/root/etc/motd/x")), ENOTDIR);
     EXPECT_EQ(withoutLinks(""), ENOENT);
@@ -94,7 +94,7 @@ TEST_P(PathResolution, BeneathRefusesLinks) {
     EXPECT_EQ(beneath("/link"), ELOOP);
 }
 
-TEST_P(PathResolution, BeneathTellsWhatIsMissing) {
+TEST_P(PathResolution, BeneathReportsAMissingPath) {
     EXPECT_EQ(beneath("/absent"), ENOENT);
 }
 
@@ -135,7 +135,7 @@ TEST(OpenThroughRootLinks, GoesUpAndSkipsSuperfluousSlashes) {
     EXPECT_EQ(pathOf(openThroughRootLinks("/../../usr", LastLink::Follow)), "/usr");
 }
 
-TEST(OpenThroughRootLinks, TellsWhatIsMissing) {
+TEST(OpenThroughRootLinks, ReportsAMissingPath) {
     EXPECT_FALSE(openThroughRootLinks("/absent/x", LastLink::Follow).valid());
     EXPECT_EQ(errno, ENOENT);
     EXPECT_FALSE(openThroughRootLinks("", LastLink::Follow).valid());
@@ -144,9 +144,9 @@ TEST(OpenThroughRootLinks, TellsWhatIsMissing) {
     EXPECT_EQ(errno, ENOTDIR);
 }
 
-TEST(OpenThroughRootLinks, EndsInALoopOfLinks) {
+TEST(OpenThroughRootLinks, FailsInALoopOfLinks) {
     if (::geteuid() != 0) {
-        // links of another user end it sooner, with the same error
+        // links of another user fail sooner, with the same error
         TemporaryDirectory directory;
         std::filesystem::create_symlink("b", directory.at("/b"));
         EXPECT_FALSE(openThroughRootLinks(directory.at("/b/x"), LastLink::Follow).valid());
@@ -160,7 +160,7 @@ TEST(OpenThroughRootLinks, EndsInALoopOfLinks) {
     EXPECT_EQ(errno, ELOOP);
 }
 
-// Links on the way to a home or a bind source: those of root are followed, nobody else's.
+// Links in the path of a home or a bind source: only root's are followed.
 
 std::string follow(const std::string& path) {
     const auto opened = openThroughRootLinks(path, LastLink::Follow);
@@ -176,8 +176,8 @@ std::string failure(int error) {
     return "errno " + std::to_string(error);
 }
 
-/// Links that root owns. Other users cannot make any, and take those that every Linux has in /dev:
-/// fd leads to /proc/self/fd, stdin to /proc/self/fd/0.
+/// Links that root owns. Only root can create them; for other users the tests use those of every
+/// Linux in /dev: fd leads to /proc/self/fd, stdin to /proc/self/fd/0.
 class RootsLinks : public testing::Test {
 protected:
     static std::string process() { return "/proc/" + std::to_string(::getpid()); }
@@ -196,7 +196,7 @@ TEST_F(RootsLinks, AreKeptAtTheEndWhenAsked) {
     EXPECT_EQ(keep("/proc/self"), "/proc/self");
 }
 
-TEST_F(RootsLinks, WithASlashBehindThemAreFollowedAlsoWhenTheLastIsKept) {
+TEST_F(RootsLinks, WithASlashAfterThemAreFollowedAlsoWhenTheLastIsKept) {
     EXPECT_EQ(keep("/proc/self/"), process());
     EXPECT_EQ(keep("/proc/self//"), process());
 }
@@ -278,10 +278,10 @@ TEST_F(OthersLinks, AreOpenedThemselvesWhenTheLastIsKept) {
     EXPECT_TRUE(S_ISLNK(status.st_mode));
 }
 
-TEST_F(OthersLinks, AreNotFollowedBehindOneOfRoots) {
+TEST_F(OthersLinks, AreNotFollowedAfterOneOfRoots) {
     const auto result = inChild([this] {
         require(::chdir(directory.path.c_str()) == 0);
-        // the process's own cwd belongs to its user: root's to follow, nobody's not
+        // the process's user owns its cwd link: followed as root, not as nobody
         dropPrivileges();
         return follow("/proc/self/cwd/target") == failure(ELOOP) ? 0 : 1;
     });
@@ -306,7 +306,7 @@ TEST(PlainPaths, WithoutASlashBeginAtTheRootToo) {
     EXPECT_EQ(follow("proc"), "/proc");
 }
 
-TEST(PlainPaths, BelowAFileAreNothing) {
+TEST(PlainPaths, BelowAFileAreNotOpened) {
     const TemporaryDirectory directory;
     EXPECT_EQ(follow(directory.write("/file", "") + "/below"), failure(ENOTDIR));
     EXPECT_EQ(follow(directory.at("/file/..")), failure(ENOTDIR));
@@ -321,11 +321,11 @@ TEST(PlainPaths, WithASlashAtTheEndAreDirectories) {
     EXPECT_EQ(keep(directory.at("/dir//")), directory.at("/dir"));
 }
 
-TEST(PlainPaths, OfANameThatIsTooLongAreNothing) {
+TEST(PlainPaths, WithANameThatIsTooLongAreNotOpened) {
     EXPECT_EQ(follow("/" + std::string(256, 'x')), failure(ENAMETOOLONG));
 }
 
-/// Only root can make links that root owns; for everybody else the first link of a chain ends it.
+/// Only root can create links that root owns; for other users the first link of a chain is refused.
 TEST(ChainOfLinks, IsFollowedAsFarAsTheKernelWould) {
     const TemporaryDirectory directory;
     directory.makeDirectory("/0");
@@ -350,11 +350,10 @@ TEST(ChainOfLinks, CountsEveryLinkOfThePath) {
     EXPECT_EQ(follow(path), ::geteuid() == 0 ? directory.path : failure(ELOOP));
 }
 
-// What the descriptors of resolved paths are, and that they are the right file's, with openat2 and
-// without it.
+// The descriptors of resolved paths refer to the right file, with openat2(2) and without it.
 
 constexpr int kAsWanted = 0;
-constexpr int kSomethingElse = 200;  // above every errno that is looked for
+constexpr int kSomethingElse = 200;  // above every expected errno
 
 class OpenedPath : public testing::TestWithParam<unsigned> {
 protected:
@@ -364,7 +363,7 @@ protected:
         directory.makeDirectory("/outside");
     }
 
-    /// `check`'s result in a child in which openat2 fails as the parameter says.
+    /// The result of `check` in a child in which openat2(2) fails as the parameter says.
     static int inNarrowedChild(const std::function<int()>& check) {
         return outcome(inChild([&check] {
             if (GetParam() != 0) {
@@ -374,7 +373,7 @@ protected:
         }));
     }
 
-    /// Whether `opened` is the file `path`; the errno when it is nothing.
+    /// Whether `opened` is the file `path`; the errno when it is invalid.
     static int isFile(const FileDescriptor& opened, const std::string& path) {
         if (!opened.valid()) {
             return errno;
@@ -409,7 +408,7 @@ bool isPathOnly(const FileDescriptor& opened) {
            (::fcntl(opened.get(), F_GETFD) & FD_CLOEXEC) != 0;
 }
 
-TEST_P(OpenedPath, IsOpenedForItsPathAloneAndClosedOnExec) {
+TEST_P(OpenedPath, IsOpenedAsAPathAndClosedOnExec) {
     const int result = inNarrowedChild([this] {
         const FileDescriptor root(::open(directory.at("/root").c_str(), O_PATH | O_CLOEXEC));
         const std::string file = directory.at("/root/etc/passwd");
@@ -448,7 +447,7 @@ TEST_P(OpenedPath, BeneathIsNotTheRunningSystemsOwn) {
     EXPECT_EQ(beneathIs("etc/passwd", "/root/etc/passwd"), kAsWanted);
 }
 
-TEST_P(OpenedPath, BeneathOfNoNameIsTheDirectoryItself) {
+TEST_P(OpenedPath, BeneathWithAnEmptyPathIsTheDirectoryItself) {
     EXPECT_EQ(beneathIs("", "/root"), kAsWanted);
     EXPECT_EQ(beneathIs("/", "/root"), kAsWanted);
     EXPECT_EQ(beneathIs("///", "/root"), kAsWanted);
@@ -487,7 +486,7 @@ TEST_P(OpenedPath, BeneathRefusesADanglingLink) {
     EXPECT_EQ(beneathIs("/link", "/root/link"), ELOOP);
 }
 
-TEST_P(OpenedPath, BeneathAFileIsNothing) {
+TEST_P(OpenedPath, BeneathAFileIsNotOpened) {
     EXPECT_EQ(beneathIs("/etc/passwd/x", "/root/etc/passwd"), ENOTDIR);
 }
 
@@ -540,12 +539,12 @@ TEST_P(OpenedPath, WithoutLinksRefusesTheKernelsOwnLinks) {
     EXPECT_EQ(result, ELOOP);
 }
 
-TEST_P(OpenedPath, OfANameThatIsTooLongIsNothing) {
+TEST_P(OpenedPath, WithANameThatIsTooLongIsNotOpened) {
     EXPECT_EQ(beneathIs("/" + std::string(256, 'x'), "/root"), ENAMETOOLONG);
     EXPECT_EQ(withoutLinksIs("/" + std::string(256, 'x'), "/"), ENAMETOOLONG);
 }
 
-TEST_P(OpenedPath, BeneathAnInvalidDescriptorIsNothing) {
+TEST_P(OpenedPath, BeneathAnInvalidDescriptorIsNotOpened) {
     EXPECT_EQ(inNarrowedChild([] { return isFile(openBeneath(FileDescriptor(), "etc"), "/etc"); }),
               EBADF);
 }
@@ -556,7 +555,7 @@ TEST_P(OpenedPath, ThroughRootsLinksDoesNotNeedOpenat2) {
     EXPECT_EQ(result, kAsWanted);
 }
 
-/// Another process that renames a file without a pause, for as long as the object lives.
+/// Another process that renames a file without pause while the object exists.
 class RenameLoop {
 public:
     explicit RenameLoop(const TemporaryDirectory& directory) {
@@ -582,7 +581,7 @@ private:
     pid_t child = -1;
 };
 
-TEST(Openat2Race, WithARenameElsewhereDoesNotKeepAPathWithTwoDotsClosed) {
+TEST(Openat2Race, WithARenameElsewhereDoesNotStopAPathWithTwoDots) {
     TemporaryDirectory directory;
     directory.makeDirectory("/root/etc/ssh");
     const FileDescriptor root(::open(directory.at("/root").c_str(), O_PATH | O_CLOEXEC));
@@ -594,7 +593,7 @@ TEST(Openat2Race, WithARenameElsewhereDoesNotKeepAPathWithTwoDotsClosed) {
     EXPECT_EQ(failures, 0);
 }
 
-TEST(Openat2Race, ThatIsLostEveryTimeEnds) {
+TEST(Openat2Race, ThatIsAlwaysLostEnds) {
     const auto result = inChild([] {
         denySystemCall(SYS_openat2, EAGAIN);
         const FileDescriptor root(::open("/", O_PATH | O_CLOEXEC));

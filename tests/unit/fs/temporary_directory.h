@@ -1,4 +1,4 @@
-// A directory for one test, removed with everything in it.
+// A directory for one test, removed with all its content by the destructor.
 #pragma once
 
 #include <stdlib.h>
@@ -22,7 +22,7 @@ public:
         std::filesystem::remove_all(path, ignored);
     }
 
-    /// `name` begins with "/".
+    /// The full path of `name`, which begins with "/".
     std::string at(const std::string& name) const { return path + name; }
 
     std::string write(const std::string& name, const std::string& content) const {
@@ -48,7 +48,7 @@ public:
         return ::lstat(at(name).c_str(), &status) == 0;
     }
 
-    /// The whole st_mode.
+    /// The complete st_mode, inode(7).
     mode_t mode(const std::string& name) const {
         struct stat status {};
         ::lstat(at(name).c_str(), &status);

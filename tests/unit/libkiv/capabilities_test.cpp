@@ -16,7 +16,7 @@
 
 namespace {
 
-/// A line of /proc/self/status without its name; capability sets are hexadecimal masks there.
+/// A line of /proc/self/status without its name. Capability sets are hexadecimal masks there.
 std::string ownStatus(const std::string& name) {
     std::ifstream status("/proc/self/status");
     std::string line;
@@ -53,7 +53,7 @@ constexpr unsigned long long bit(int capability) {
 
 constexpr unsigned long long kChangeOfUser = bit(CAP_SETGID) | bit(CAP_SETUID);
 
-TEST(CapabilityName, MayStandInAnyCaseWithAndWithoutItsPrefix) {
+TEST(CapabilityName, MayBeInAnyCaseWithAndWithoutItsPrefix) {
     for (const char* name : {"net_raw", "NET_RAW", "Net_Raw", "cap_net_raw", "CAP_NET_RAW",
                              "Cap_Net_raw", "CAP_net_raw"}) {
         EXPECT_EQ(parseCapability(name), CAP_NET_RAW) << name;
@@ -80,18 +80,18 @@ TEST_P(NoCapability, IsNamedAsItWasWritten) {
 INSTANTIATE_TEST_SUITE_P(
     Names, NoCapability,
     testing::Values("", "Nonsense", "cap_", "CAP", "cap_cap_kill", "kil", "kills",
-                    // numbers say nothing to who reads the file
+                    // numbers mean nothing to a reader of the file
                     "5", "cap_5", "0x5", "63",
-                    // one name an item: what follows it must not be passed over
+                    // one name per item: the text after the name must not be ignored
                     "kill net_raw", "kill,net_raw", "kill\tnet_raw", "kill=ep", "kill+ep", "kill#",
                     "kill ", " kill", "cap_kill 5", "all", "-kill", "!kill"));
 
-TEST(CapabilityName, EndsNowhereButAtTheItemsEnd) {
+TEST(CapabilityName, EndsOnlyAtTheItemsEnd) {
     const std::string name("kill\0net_raw", 12);
     EXPECT_THROW(parseCapability(name), std::runtime_error);
 }
 
-/// What a child that restricts itself prints: its sets, or why it could not.
+/// The output of a child that restricts itself: its sets, or the reason of a failure.
 std::string restricted(const CapabilitySet& kept, const std::function<void()>& before,
                        const std::function<void()>& after) {
     const auto result = inChild([&] {
@@ -108,7 +108,7 @@ std::string restricted(const CapabilitySet& kept, const std::function<void()>& b
     return result.output;
 }
 
-/// What a caller may have handed on.
+/// Capabilities that a caller may have passed on.
 void inheritNetRaw() {
     const cap_value_t value = CAP_NET_RAW;
     const cap_t state = ::cap_get_proc();
@@ -120,7 +120,7 @@ void inheritNetRaw() {
 
 void nothing() {}
 
-/// Whoever is not root cannot restrict anything, and must be told so.
+/// Without root restricting fails, and the error must be reported.
 std::string forRoot(const std::string& wanted) {
     return ::geteuid() == 0 ? wanted
                             : "cannot drop a capability from the bounding set: "

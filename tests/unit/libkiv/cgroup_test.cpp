@@ -27,7 +27,7 @@ TEST(Cgroup, IsNotEnteredWhereNoHierarchyIsMounted) {
     EXPECT_FALSE(directory.has("/user.slice"));
 }
 
-TEST(Cgroup, IsNotMadeOfAFolderThatLooksLikeOne) {
+TEST(Cgroup, IsNotCreatedInAFolderThatOnlyLooksLikeOne) {
     TemporaryDirectory directory;
     directory.write("/cgroup.subtree_control", "");
     directory.write("/user.slice/user-64123.slice/kiv/cgroup.procs", "");
@@ -36,20 +36,20 @@ TEST(Cgroup, IsNotMadeOfAFolderThatLooksLikeOne) {
     EXPECT_EQ(directory.read("/user.slice/user-64123.slice/kiv/cgroup.procs"), "");
 }
 
-TEST(Cgroup, NamesARootThatIsNotThere) {
+TEST(Cgroup, NamesAMissingRoot) {
     TemporaryDirectory directory;
     EXPECT_EQ(failureBelow(directory.at("/absent")),
               directory.at("/absent") + ": No such file or directory");
 }
 
-TEST(Cgroup, NamesARootThatIsNoDirectory) {
+TEST(Cgroup, NamesARootThatIsNotADirectory) {
     TemporaryDirectory directory;
     EXPECT_EQ(failureBelow(directory.write("/file", "")),
               directory.at("/file") + ": Not a directory");
 }
 
-/// A directory whose cgroup.subtree_control keeps all that is written to it, as the kernel acts on
-/// all: a FIFO that is open at both ends.
+/// A directory whose cgroup.subtree_control records everything that is written to it, because the
+/// kernel acts on every write: a FIFO that is open at both ends.
 class RecordingCgroup : public testing::Test {
 protected:
     RecordingCgroup() {
@@ -76,7 +76,7 @@ TEST_F(RecordingCgroup, IsAskedToCountProcessesAndMemoryBeforeAChildIsMade) {
     EXPECT_TRUE(directory.has("/kiv"));
 }
 
-TEST_F(RecordingCgroup, IsAskedForNothingWhenTheChildIsThere) {
+TEST_F(RecordingCgroup, IsAskedForNothingWhenTheChildExists) {
     directory.makeDirectory("/kiv");
     EXPECT_TRUE(openOrMakeCgroup(parent, "kiv").valid());
     EXPECT_EQ(asked(), "");

@@ -1,5 +1,5 @@
-// Namespace files in a /run/kiv that only the test's child sees: root's in a mount namespace of its
-// own, everybody else's in a user namespace, where the kernel gives them one.
+// Namespace files in a /run/kiv that only the test's child sees. Root uses a new mount namespace,
+// other users a user namespace if the kernel allows one.
 #include "libkiv/container_namespaces.h"
 
 #include <fcntl.h>
@@ -43,8 +43,8 @@ bool becomeRootOfAUserNamespace() {
     return ::geteuid() == 0;
 }
 
-/// A mount namespace is bound to a file only from an older one. Newer kernels compare numbers that
-/// each processor hands out from a batch of its own.
+/// A mount namespace can be bind-mounted only inside an older one. Newer kernels compare numbers
+/// that each processor takes from its own batch.
 bool stayOnOneProcessor() {
     cpu_set_t processors;
     CPU_ZERO(&processors);
@@ -67,8 +67,8 @@ protected:
         }
     }
 
-    /// Why alice's namespaces are not entered when the directory is as `prepare` makes it; says so
-    /// when something was joined all the same.
+    /// The error of entering alice's namespaces after `prepare` has changed the directory. The text
+    /// also says if something was joined all the same.
     static std::string failureAfter(const std::function<void()>& prepare) {
         return inChild([&prepare] {
                    require(ownRuntimeDirectory());
@@ -97,7 +97,7 @@ protected:
     }
 };
 
-/// A process in namespaces of its own, as long as the object lives.
+/// A process in new namespaces, while the object exists.
 class Container {
 public:
     Container() {
@@ -105,7 +105,7 @@ public:
         require(::pipe(ready) == 0);
         process = ::fork();
         if (process == 0) {
-            ::prctl(PR_SET_PDEATHSIG, SIGKILL);  // also when the test is cut short
+            ::prctl(PR_SET_PDEATHSIG, SIGKILL);  // also when the test is aborted
             const bool apart = ::unshare(CLONE_NEWNET | CLONE_NEWIPC | CLONE_NEWNS) == 0;
             require(apart && ::write(ready[1], "", 1) == 1);
             ::pause();
@@ -131,21 +131,21 @@ private:
     pid_t process = 0;
 };
 
-TEST(ContainerName, IsNoPath) {
+TEST(ContainerName, IsNotAPath) {
     for (const std::string name : {"", "/", "../alice", "alice/x", "alice@net", "@"}) {
         EXPECT_EQ(failureOf([&name] { enterNamespaces(name); }), "'" + name + "' is no user name");
     }
 }
 
-TEST_F(ContainerNamespaces, AreNotThereWithoutARuntimeDirectory) {
+TEST_F(ContainerNamespaces, DoNotExistWithoutARuntimeDirectory) {
     EXPECT_EQ(failureAfter([] { ::rmdir("/run/kiv"); }), notRunning("net"));
 }
 
-TEST_F(ContainerNamespaces, AreNotThereWithoutFiles) {
+TEST_F(ContainerNamespaces, DoNotExistWithoutFiles) {
     EXPECT_EQ(failureAfter([] {}), notRunning("net"));
 }
 
-TEST_F(ContainerNamespaces, AreNotThereWhenAFileIsAPlainOne) {
+TEST_F(ContainerNamespaces, DoNotExistWhenAFileIsAPlainFile) {
     EXPECT_EQ(failureAfter([] { write(kFiles + "net", ""); }), notRunning("net"));
 }
 

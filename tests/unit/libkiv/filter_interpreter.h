@@ -38,8 +38,8 @@ struct Run {
     std::size_t steps;  ///< instructions that were executed
 };
 
-/// What the kernel does with the call. The answer is 0, which is SECCOMP_RET_KILL_THREAD and which
-/// no rule of ours asks for, for a program that does what it must not.
+/// The filter's answer to the call. For an invalid program the answer is 0,
+/// SECCOMP_RET_KILL_THREAD, which none of our rules uses.
 inline Run run(const Program& program, const seccomp_data& call) {
     std::uint32_t value = 0;
     std::size_t steps = 0;

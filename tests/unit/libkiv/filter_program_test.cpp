@@ -1,4 +1,5 @@
-// The program, run as the kernel runs it, against the one that libseccomp makes of the same rules.
+// Compares our program, run as the kernel runs it, with the one that libseccomp builds from the
+// same rules.
 #include "libkiv/filter_program.h"
 
 #include <asm/ioctls.h>
@@ -34,9 +35,9 @@ std::uint32_t actionOf(Answer answer) {
                                        : SCMP_ACT_ERRNO(EPERM);
 }
 
-/// The program that libseccomp makes of rules without arguments.
+/// The program that libseccomp builds from rules that check no arguments.
 Program byLibseccomp(const SystemCallRules& rules) {
-    // as for a kernel that can end processes, also where libseccomp cannot ask it: under an
+    // as for a kernel that can kill processes, even where libseccomp cannot find that out: under an
     // emulator
     seccomp_api_set(3);
     const std::unique_ptr<std::remove_pointer_t<scmp_filter_ctx>, void (*)(scmp_filter_ctx)> filter(
@@ -59,7 +60,7 @@ Program byLibseccomp(const SystemCallRules& rules) {
     return program;
 }
 
-/// Numbers of every table, those that tables share between calls with what may be in argument 0.
+/// Numbers of every table; for numbers that several calls share, also the values of argument 0.
 std::vector<seccomp_data> callsOf(std::uint32_t architecture) {
     std::vector<seccomp_data> calls;
     for (const std::uint32_t begin : {0U, 0x0f0000U, 0x40000000U, 0xffffff00U}) {
@@ -79,7 +80,8 @@ std::vector<seccomp_data> callsOf(std::uint32_t architecture) {
     return calls;
 }
 
-/// Architecture, number and argument of each call that the two answer differently.
+/// Architecture, number and argument of each call for which the two programs give different
+/// answers.
 std::string differences(const Program& one, const Program& other) {
     std::string all;
     std::vector<std::uint32_t> architectures = {0, 0x12345678};
@@ -105,7 +107,7 @@ SystemCallRules withItems(const std::vector<std::string>& items) {
     return rules;
 }
 
-TEST(FilterProgram, AnswersLikeThatOfLibseccomp) {
+TEST(FilterProgram, AnswersLikeLibseccomps) {
     SystemCallRules defaults = defaultSystemCallRules();
     std::erase_if(defaults.calls, [](const auto& call) {
         return (call.second != Answer::Deny && call.second != Answer::Missing) ||
@@ -116,20 +118,20 @@ TEST(FilterProgram, AnswersLikeThatOfLibseccomp) {
     EXPECT_EQ(differences(filterProgram(defaults), byLibseccomp(defaults)), "");
 }
 
-TEST(FilterProgram, AnswersLikeThatOfLibseccompForCallsBehindASharedNumber) {
+TEST(FilterProgram, AnswersLikeLibseccompsForCallsThatShareANumber) {
     const SystemCallRules rules =
         withItems({"deny socket bind recvmmsg", "kill shmget semtimedop", "deny connect listen",
                    "kill msgrcv", "deny read write"});
     EXPECT_EQ(differences(filterProgram(rules), byLibseccomp(rules)), "");
 }
 
-TEST(FilterProgram, AnswersLikeThatOfLibseccompForASingleRuleAndForNone) {
+TEST(FilterProgram, AnswersLikeLibseccompsForASingleRuleAndForNone) {
     EXPECT_EQ(differences(filterProgram({}), byLibseccomp({})), "");
     const SystemCallRules rules = withItems({"kill getppid"});
     EXPECT_EQ(differences(filterProgram(rules), byLibseccomp(rules)), "");
 }
 
-TEST(FilterProgram, MayDenyEveryCallThatThereIs) {
+TEST(FilterProgram, MayDenyEveryCall) {
     SystemCallRules rules;
     for (int number = 0; number < 500; ++number) {
         const std::unique_ptr<char, void (*)(void*)> name(
@@ -143,7 +145,7 @@ TEST(FilterProgram, MayDenyEveryCallThatThereIs) {
     EXPECT_LE(filterProgram(rules).size(), static_cast<std::size_t>(BPF_MAXINSNS));
 }
 
-TEST(FilterProgram, LooksAtFewNumbersForACallWithoutARule) {
+TEST(FilterProgram, ComparesFewNumbersForACallWithoutARule) {
     const Program program = filterProgram(defaultSystemCallRules());
     const auto number = systemCallNumber("read", 0);
     const seccomp_data call{static_cast<int>(*number), systemCallTable(0).architecture, 0, {}};
@@ -151,7 +153,7 @@ TEST(FilterProgram, LooksAtFewNumbersForACallWithoutARule) {
     EXPECT_LT(filter_interpreter::run(program, call).steps, 40U);
 }
 
-TEST(FilterProgram, PassesOverTheVersionInTheArgumentOfIpc) {
+TEST(FilterProgram, IgnoresTheVersionInTheArgumentOfIpc) {
     const SystemCallRules rules = withItems({"deny semget"});
     for (std::size_t table = 0; table < countOfTables(); ++table) {
         if (const auto ipc = systemCallNumber("ipc", table)) {

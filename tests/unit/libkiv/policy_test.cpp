@@ -23,7 +23,7 @@ protected:
         return readPolicy(directory.write("/kiv.conf", content));
     }
 
-    /// Why the content is no policy, without the path that every text begins with.
+    /// The error for this content, without the path at the beginning of every text.
     std::string fault(const std::string& content) {
         return withoutPath(failureOf([&] { read(content); }));
     }
@@ -45,25 +45,25 @@ TEST_F(PolicyFile, ThatIsMissingMeansTheDefaults) {
     EXPECT_TRUE(isDefault(readPolicy(directory.at("/absent/kiv.conf"))));
 }
 
-TEST_F(PolicyFile, ThatSaysNothingMeansTheDefaults) {
+TEST_F(PolicyFile, ThatIsEmptyMeansTheDefaults) {
     EXPECT_TRUE(isDefault(read("")));
     EXPECT_TRUE(isDefault(read("cap_add\ncap_drop\nseccomp\n")));
     EXPECT_TRUE(isDefault(read("hide\n /etc/shadow\nallowlist /etc\n passwd\n")));
 }
 
-TEST_F(PolicyFile, ThatIsADirectoryIsNoPolicy) {
+TEST_F(PolicyFile, ThatIsADirectoryIsAnError) {
     directory.makeDirectory("/kiv.conf");
     EXPECT_EQ(withoutPath(failureOf([this] { readPolicy(directory.at("/kiv.conf")); })),
               "error while reading from file");
 }
 
-TEST_F(PolicyFile, BelowSomethingThatIsNoDirectoryIsNoPolicy) {
+TEST_F(PolicyFile, BelowAFileThatIsNotADirectoryIsAnError) {
     directory.write("/file", "");
     const std::string path = directory.at("/file/kiv.conf");
     EXPECT_EQ(failureOf([&path] { readPolicy(path); }), path + ": cannot open file " + path);
 }
 
-TEST_F(PolicyFile, ThatIsALinkToNothingIsNoPolicy) {
+TEST_F(PolicyFile, ThatIsADanglingLinkIsAnError) {
     const std::string path = directory.at("/kiv.conf");
     std::filesystem::create_symlink("kiv.conf.moved", path);
     EXPECT_EQ(failureOf([&path] { readPolicy(path); }), path + ": cannot open file " + path);
@@ -75,7 +75,7 @@ TEST_F(PolicyFile, MayBeALink) {
     EXPECT_EQ(readPolicy(directory.at("/kiv.conf")).keptCapabilities, CapabilitySet{CAP_KILL});
 }
 
-TEST_F(PolicyFile, ThatCannotBeReadIsNoPolicy) {
+TEST_F(PolicyFile, ThatCannotBeReadIsAnError) {
     const std::string path = directory.write("/kiv.conf", "cap_add\n kill\n");
     ASSERT_EQ(::chmod(path.c_str(), 0), 0);
     ASSERT_EQ(::chmod(directory.path.c_str(), 0755), 0);
@@ -92,7 +92,7 @@ TEST_F(PolicyFile, KeepsTheCapabilitiesThatItAdds) {
               (CapabilitySet{CAP_NET_RAW, CAP_KILL, CAP_CHOWN}));
 }
 
-TEST_F(PolicyFile, DropsACapabilityWhereverItIsAdded) {
+TEST_F(PolicyFile, DropsACapabilityThatIsAddedBeforeOrAfter) {
     EXPECT_EQ(read("cap_drop\n cap_kill\ncap_add\n kill\n chown\n").keptCapabilities,
               CapabilitySet{CAP_CHOWN});
     EXPECT_EQ(read("cap_add\n kill\n chown\ncap_drop\n KILL\n").keptCapabilities,
@@ -119,7 +119,7 @@ TEST_F(PolicyFile, ChangesTheTablesInItsOrderAndSetsNoNewPrivileges) {
     EXPECT_EQ(policy.systemCalls, wanted);
 }
 
-TEST_F(PolicyFile, GoesOnWithASectionAfterCommentsAndEmptyLines) {
+TEST_F(PolicyFile, ContinuesASectionAfterCommentsAndEmptyLines) {
     const Policy policy = read(
         "# cap_add\ncap_add\n # why\n kill\n\n\t#chown\n   \n \t\n# more\n net_raw\n"
         "seccomp\n\n \t \n # deny getpid\n ptrace\n");
@@ -128,7 +128,7 @@ TEST_F(PolicyFile, GoesOnWithASectionAfterCommentsAndEmptyLines) {
     EXPECT_EQ(policy.systemCalls.calls.at("ptrace"), Answer::Deny);
 }
 
-TEST_F(PolicyFile, TakesLinesThatEndAsOnOtherSystems) {
+TEST_F(PolicyFile, AcceptsLineEndsOfOtherSystems) {
     EXPECT_EQ(read("hide\n /a\r\ncap_add\n kill\r\n").keptCapabilities, CapabilitySet{CAP_KILL});
 }
 
@@ -155,7 +155,7 @@ INSTANTIATE_TEST_SUITE_P(
         Fault{"seccomp\n dney\tmount\n",
               "line 2: 'dney' is not deny, kill, allow, deny-table or allow-table"},
         Fault{"seccomp\n allow\n", "line 2: 'allow' without a system call"},
-        // what is broken elsewhere may have been meant for these lists
+        // an invalid line elsewhere may have been meant for these lists
         Fault{"hide\n /a\nhyde\n /b\ncap_add\n kill\n", "line 4: not parsing a list"},
         Fault{"filter\n /etc/x (\n", "line 2: Unmatched ( or \\("},
         Fault{"cap_add kill\n", "line 1: unexpected arguments"},

@@ -14,7 +14,7 @@
 
 namespace {
 
-/// 0, or the errno of a search for the key in the session's keyring.
+/// The errno of a search for the key in the session's keyring, or 0.
 int searchForKey() {
     const long key =
         ::syscall(SYS_keyctl, KEYCTL_SEARCH, KEY_SPEC_SESSION_KEYRING, "user", "kiv:test", 0);
@@ -37,7 +37,7 @@ TEST(SessionKeyring, IsLeftWithItsKeys) {
     EXPECT_EQ(outcome(result), ENOKEY);
 }
 
-TEST(SessionKeyring, IsNothingToLeaveOnAKernelWithoutKeys) {
+TEST(SessionKeyring, NeedsNothingOnAKernelWithoutKeyrings) {
     const auto result = inChild([] {
         denySystemCall(SYS_keyctl, ENOSYS);
         std::cout << failureOf(leaveSessionKeyring);

@@ -31,13 +31,13 @@
 
 namespace {
 
-/// A system call: 0 or its errno. The arguments go to the kernel as they are.
+/// Makes a system call. Returns 0 or its errno. The arguments go to the kernel unchanged.
 template <typename... Arguments>
 int answerOf(long number, Arguments... arguments) {
     return ::syscall(number, static_cast<unsigned long>(arguments)...) == -1 ? errno : 0;
 }
 
-/// The result of `action` in a process under the rules, or minus the signal that ended it.
+/// The result of `action` in a process under the rules, or the negated signal that ended it.
 int underRules(const SystemCallRules& rules, const std::function<int()>& action) {
     return outcome(inChild([&] {
         dropPrivileges();
@@ -47,12 +47,12 @@ int underRules(const SystemCallRules& rules, const std::function<int()>& action)
     }));
 }
 
-/// The same with answers to calls and nothing else.
+/// The same with rules that have only answers to calls.
 int underAnswers(const std::map<std::string, Answer>& calls, const std::function<int()>& action) {
     return underRules(SystemCallRules{.calls = calls, .deniedTables = {}}, action);
 }
 
-/// The same without a filter: what the kernel says of its own accord.
+/// The same without a filter: the kernel's own answer.
 int unfiltered(const std::function<int()>& action) {
     return outcome(inChild([&] {
         dropPrivileges();
@@ -60,7 +60,7 @@ int unfiltered(const std::function<int()>& action) {
     }));
 }
 
-/// An address that the kernel refuses to read: the call ends there at the latest.
+/// An address that the kernel refuses to read: the call fails there at the latest.
 constexpr unsigned long kNoAddress = 1;
 constexpr unsigned long kNothing = -1UL;  ///< as a descriptor or a command
 constexpr unsigned long kUpperHalf = 0xabcd'ef01'0000'0000;
@@ -89,7 +89,7 @@ TEST(SystemCallFilter, EndsTheWholeProcessWhenAThreadMakesAKilledCall) {
               -SIGSYS);
 }
 
-TEST(SystemCallFilter, AnswersACallThatIsToBeMissingWithEnosys) {
+TEST(SystemCallFilter, AnswersAMissingCallWithEnosys) {
     EXPECT_EQ(underAnswers({{"getppid", Answer::Missing}}, [] { return answerOf(SYS_getppid); }),
               ENOSYS);
 }
@@ -123,7 +123,7 @@ TEST(SystemCallFilter, HoldsInChildrenAndThreads) {
               EPERM);
 }
 
-TEST(SystemCallFilter, PassesOverNamesThatTheArchitectureDoesNotHave) {
+TEST(SystemCallFilter, IgnoresNamesThatTheArchitectureDoesNotHave) {
     const std::map<std::string, Answer> rules = {{"stime", Answer::Deny},
                                                  {"iopl", Answer::Kill},
                                                  {"umount", Answer::Deny},
@@ -133,7 +133,7 @@ TEST(SystemCallFilter, PassesOverNamesThatTheArchitectureDoesNotHave) {
     EXPECT_EQ(underAnswers(rules, [] { return answerOf(SYS_getppid); }), EPERM);
 }
 
-// no_new_privs would take the mail and cron helpers' group away
+// no_new_privs would disable the group of the set-group-ID mail and cron helpers
 TEST(SystemCallFilter, LeavesNoNewPrivilegesUnset) {
     const auto result = inChild([] {
         failureOf([] { installSystemCallFilter({{{"getppid", Answer::Deny}}, {}}); });
@@ -142,7 +142,7 @@ TEST(SystemCallFilter, LeavesNoNewPrivilegesUnset) {
     EXPECT_EQ(outcome(result), 0);
 }
 
-TEST(SystemCallFilter, SaysWhyTheKernelRefusedIt) {
+TEST(SystemCallFilter, ReportsWhyTheKernelRefusedIt) {
     const auto result = inChild([] {
         dropPrivileges();
         std::cout << failureOf([] { installSystemCallFilter({{{"getppid", Answer::Deny}}, {}}); });
@@ -152,7 +152,7 @@ TEST(SystemCallFilter, SaysWhyTheKernelRefusedIt) {
     EXPECT_EQ(outcome(result), 0);
 }
 
-/// A call with arguments for which the kernel has another answer than EPERM, whoever asks.
+/// A call with arguments for which the kernel's own answer is never EPERM, for any caller.
 struct Denied {
     const char* name;
     std::function<int()> call;
@@ -228,7 +228,7 @@ int processInformation(unsigned long direction, unsigned long size) {
     return answerOf(SYS_ioctl, process, request, reinterpret_cast<unsigned long>(structure.data()));
 }
 
-TEST(DefaultFilter, DeniesInformationAboutProcessesInEverySizeOfIt) {
+TEST(DefaultFilter, DeniesInformationAboutProcessesInEverySize) {
     for (unsigned long size = 0; size < 1U << 14U; size += size < 128 ? 1 : 997) {
         for (unsigned long direction = 0; direction < 4; ++direction) {
             ASSERT_EQ(underRules(defaultSystemCallRules(),
@@ -239,19 +239,19 @@ TEST(DefaultFilter, DeniesInformationAboutProcessesInEverySizeOfIt) {
     }
 }
 
-TEST(DefaultFilter, LeavesOtherQuestionsAboutProcessesToTheKernel) {
+TEST(DefaultFilter, LeavesOtherRequestsAboutProcessesToTheKernel) {
     for (const unsigned long request : {0xff0aUL, 0xff0cUL, 0xfe0bUL, 0xff0aUL | 64U << 16U}) {
         const auto call = [request] { return answerOf(SYS_ioctl, kNothing, request, 0); };
         EXPECT_EQ(underRules(defaultSystemCallRules(), call), EBADF) << std::hex << request;
     }
 }
 
-TEST(DefaultFilter, LetsSocketsOfOtherFamiliesBeMade) {
+TEST(DefaultFilter, AllowsSocketsOfOtherFamilies) {
     for (const int family : {AF_UNIX, AF_INET, AF_INET6, AF_NETLINK}) {
         const auto call = [family] { return answerOf(SYS_socket, family, SOCK_DGRAM, 0); };
         EXPECT_EQ(underRules(defaultSystemCallRules(), call), unfiltered(call)) << family;
     }
-    // the kernel's answers to a type that no family has
+    // the kernel's answers to a socket type that no family has
     EXPECT_EQ(underRules(defaultSystemCallRules(),
                          [] { return answerOf(SYS_socket, AF_INET, kNothing, 0); }),
               EINVAL);
@@ -272,20 +272,20 @@ TEST(SystemCallFilter, MayDenyWhatInstallsIt) {
 
 TEST(SystemCallFilter, SetsNoNewPrivilegesWhereTheyAreAskedFor) {
     const auto result = inChild([] {
-        dropPrivileges();  // with it the kernel takes filters from everybody
+        dropPrivileges();  // with it the kernel accepts filters from any user
         installSystemCallFilter({{}, {}, /*noNewPrivileges=*/true});
         return ::prctl(PR_GET_NO_NEW_PRIVS, 0, 0, 0, 0);
     });
     EXPECT_EQ(outcome(result), 1);
 }
 
-TEST(DefaultFilter, SendsTheCLibraryToTheOlderClone) {
+TEST(DefaultFilter, MakesTheCLibraryUseTheOlderClone) {
     const auto call = [] { return answerOf(SYS_clone3, 0, 0); };
     EXPECT_EQ(unfiltered(call), EINVAL);
     EXPECT_EQ(underRules(defaultSystemCallRules(), call), ENOSYS);
 }
 
-TEST(DefaultFilter, LetsProcessesAndThreadsBeMade) {
+TEST(DefaultFilter, AllowsProcessesAndThreads) {
     EXPECT_EQ(underRules(defaultSystemCallRules(),
                          [] {
                              int answer = 1;
@@ -295,7 +295,7 @@ TEST(DefaultFilter, LetsProcessesAndThreadsBeMade) {
               7);
 }
 
-TEST(DefaultFilter, LetsOtherNamespacesBeAskedForAsTheKernelAllows) {
+TEST(DefaultFilter, LeavesOtherNamespacesToTheKernel) {
     // the kernel's answer to an unknown flag
     EXPECT_EQ(
         underRules(defaultSystemCallRules(), [] { return answerOf(SYS_unshare, CLONE_NEWNS | 1); }),
@@ -303,7 +303,7 @@ TEST(DefaultFilter, LetsOtherNamespacesBeAskedForAsTheKernelAllows) {
     EXPECT_EQ(underRules(defaultSystemCallRules(), [] { return answerOf(SYS_unshare, 0); }), 0);
 }
 
-TEST(DefaultFilter, LetsOtherRequestsReachTerminals) {
+TEST(DefaultFilter, AllowsOtherRequestsToTerminals) {
     for (const int request : {TCGETS, TIOCGWINSZ, TIOCSWINSZ, TIOCSCTTY, TIOCSPGRP, TIOCSTI - 1,
                               TIOCSTI + 1, 0x541b, 0x541d}) {
         EXPECT_EQ(underRules(defaultSystemCallRules(),
@@ -313,7 +313,7 @@ TEST(DefaultFilter, LetsOtherRequestsReachTerminals) {
     }
 }
 
-/// The values of personality(2) among `asked` that are not answered with EPERM, as hexadecimal.
+/// The values of personality(2) in `asked` that do not fail with EPERM, in hexadecimal.
 std::string harmless(const std::vector<unsigned long>& asked) {
     const auto result = inChild([&asked] {
         dropPrivileges();
@@ -333,7 +333,7 @@ std::string harmless(const std::vector<unsigned long>& asked) {
     return result.output;
 }
 
-TEST(DefaultFilter, LetsAPersonalityChangeWhatUnameSaysAndBeAskedFor) {
+TEST(DefaultFilter, AllowsAPersonalityThatChangesUnameAndAQuery) {
     EXPECT_EQ(harmless({0, 0x8, 0x20000, 0x20008, 0xffffffff}), "0 8 20000 20008 ffffffff ");
 }
 
@@ -371,15 +371,15 @@ TEST(DefaultFilter, DeniesEveryPairOfBitsOfAPersonalityAndAllButTwo) {
 
 #ifdef __x86_64__
 
-// The filter on the other architectures whose programs an x86-64 machine runs: a 64-bit process
-// reaches them with int $0x80 and with the x32 bit in a call's number.
+// The filter on the other architectures that an x86-64 machine runs. A 64-bit process reaches them
+// with int $0x80 and with the x32 bit in a call's number.
 
 constexpr unsigned kNoAddress32 = 1;
 constexpr unsigned kNothing32 = -1U;
 constexpr long kX32 = 0x4000'0000;
 
-/// The call's own number on the table of that architecture. By number, because by name libseccomp
-/// gives a substitute for a call that shares a number with others.
+/// The call's own number on that architecture's table. Asks by number, because by name libseccomp
+/// returns a substitute for a call that shares a number with others.
 long numberOf(const std::string& name, std::uint32_t architecture) {
     if (name == kNewSystemCalls[0].name) {
         return kOpenTreeAttr;  // libseccomp may be older
@@ -396,7 +396,7 @@ long numberOf(const std::string& name, std::uint32_t architecture) {
     return -1;
 }
 
-/// The 32-bit call: 0 or its errno.
+/// Makes the 32-bit call. Returns 0 or its errno.
 int answer32(const char* name, unsigned first = 0, unsigned second = 0, unsigned third = 0) {
     int result = static_cast<int>(numberOf(name, SCMP_ARCH_X86));
     asm volatile("int $0x80"
@@ -406,7 +406,7 @@ int answer32(const char* name, unsigned first = 0, unsigned second = 0, unsigned
     return result < 0 ? -result : 0;
 }
 
-/// 32-bit programs are a setting of the kernel.
+/// True when the kernel is configured to run 32-bit programs.
 bool runs32() {
     return unfiltered([] { return answer32("getppid"); }) == 0;
 }
@@ -458,7 +458,7 @@ TEST(DefaultFilter32, LeavesOrdinaryCallsAlone) {
 }
 
 // a 32-bit program has two ways to a socket
-TEST(SystemCallFilter32, DeniesACallThatIsOneOfSeveralBehindANumber) {
+TEST(SystemCallFilter32, DeniesACallThatSharesANumber) {
     if (!runs32()) {
         GTEST_SKIP() << "this kernel runs no 32-bit programs";
     }
@@ -471,8 +471,8 @@ TEST(SystemCallFilter32, DeniesACallThatIsOneOfSeveralBehindANumber) {
     EXPECT_EQ(underAnswers(rules, behind), EPERM);
 }
 
-// programs that were built for older kernels make all their sockets in this way
-TEST(DefaultFilter32, LeavesSocketsBehindASharedNumberAlone) {
+// programs for older kernels create all their sockets in this way
+TEST(DefaultFilter32, AllowsSocketsThroughASharedNumber) {
     if (!runs32()) {
         GTEST_SKIP() << "this kernel runs no 32-bit programs";
     }
@@ -483,7 +483,7 @@ TEST(DefaultFilter32, LeavesSocketsBehindASharedNumberAlone) {
               EINVAL);
 }
 
-TEST(DeniedTable32, EndsTheProcessAtAnyCallAndLeavesTheOthers) {
+TEST(DeniedTable32, EndsTheProcessAtAnyCallAndAllowsOtherTables) {
     if (!runs32()) {
         GTEST_SKIP() << "this kernel runs no 32-bit programs";
     }
@@ -493,11 +493,12 @@ TEST(DeniedTable32, EndsTheProcessAtAnyCallAndLeavesTheOthers) {
     EXPECT_EQ(underRules(rules, [] { return answerOf(SYS_getppid); }), 0);
 }
 
-/// What a kernel that has x32 would say, if no filter is before it.
+/// The answer of a kernel with x32, without a filter.
 constexpr unsigned kAnswerOfX32 = EXDEV;
 
-/// An x32 call under the rules. A kernel without x32 answers as the filter does: here it answers
-/// by a filter of its own, which any answer of the one under test comes before.
+/// An x32 call under the rules. A kernel without x32 gives the same answer as the filter. So a
+/// second filter gives another answer in the kernel's place; any answer of the tested filter takes
+/// precedence over it.
 int answerX32(const SystemCallRules& rules, long number, unsigned long first = 0,
               unsigned long second = 0) {
     return outcome(inChild([&] {
@@ -519,7 +520,7 @@ TEST(DefaultFilterX32, AnswersAllCallsLikeAKernelWithoutThem) {
     EXPECT_EQ(underRules(rules, [] { return answerOf(SYS_getppid); }), 0);
 }
 
-// a tracer takes a call from the kernel by this number, and gives the answer itself
+// a tracer cancels a call with this number and sets the result itself
 TEST(DefaultFilterX32, LeavesTheNumberOfNoCallToTracers) {
     const auto call = [] {
         denySystemCall(-1, EXDEV);
@@ -532,7 +533,7 @@ TEST(DefaultFilterX32, LeavesTheNumberOfNoCallToTracers) {
 TEST(OpenTableX32, IsUnderTheSameRules) {
     SystemCallRules rules = defaultSystemCallRules();
     rules.deniedTables.clear();
-    const long ioctl = numberOf("ioctl", SCMP_ARCH_X32) & ~kX32;  // a number of its own
+    const long ioctl = numberOf("ioctl", SCMP_ARCH_X32) & ~kX32;  // it has its own number
     EXPECT_EQ(answerX32(rules, SYS_mount), EPERM);
     EXPECT_EQ(answerX32(rules, SYS_setns), EPERM);
     EXPECT_EQ(answerX32(rules, SYS_clone, CLONE_NEWUSER | CLONE_FS | SIGCHLD), EPERM);

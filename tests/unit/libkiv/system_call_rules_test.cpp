@@ -14,7 +14,7 @@ SystemCallRules calls(const std::map<std::string, Answer>& answers) {
     return {.calls = answers, .deniedTables = {}};
 }
 
-/// Rules as an item leaves them, from nothing or from others.
+/// The rules after an item is applied to empty rules or to others.
 SystemCallRules after(const std::string& item, SystemCallRules rules = {}) {
     applySystemCallItem(rules, item);
     return rules;
@@ -44,23 +44,23 @@ TEST(SystemCallItem, MayHoldTabsAndSeveralBlanks) {
     EXPECT_EQ(after("kill   ptrace"), after("kill ptrace"));
 }
 
-TEST(SystemCallItem, ReplacesWhatAnEarlierOneSaid) {
+TEST(SystemCallItem, ReplacesAnEarlierItemForTheSameCall) {
     EXPECT_EQ(after("deny ptrace", after("kill ptrace")), after("deny ptrace"));
     EXPECT_EQ(after("kill ptrace", after("deny ptrace")), after("kill ptrace"));
     EXPECT_EQ(after("ptrace", after("allow ptrace", after("kill ptrace"))), after("ptrace"));
 }
 
-TEST(SystemCallItem, ReplacesADefaultThatLooksAtArguments) {
+TEST(SystemCallItem, ReplacesADefaultThatChecksArguments) {
     EXPECT_EQ(after("deny clone", defaultSystemCallRules()).calls.at("clone"), Answer::Deny);
     EXPECT_EQ(after("kill clone3", defaultSystemCallRules()).calls.at("clone3"), Answer::Kill);
     EXPECT_EQ(after("allow ioctl", defaultSystemCallRules()).calls.count("ioctl"), 0U);
 }
 
-TEST(SystemCallItem, MayAllowWhatIsAllowed) {
+TEST(SystemCallItem, MayAllowACallThatIsAlreadyAllowed) {
     EXPECT_EQ(after("allow getpid getpid"), SystemCallRules{});
 }
 
-TEST(SystemCallItem, TakesNamesOfOtherArchitectures) {
+TEST(SystemCallItem, AcceptsNamesOfOtherArchitectures) {
     // each is missing on x86-64 or on ARM
     EXPECT_EQ(after("deny stime iopl umount clock_settime64 socketcall").calls.size(), 5U);
 }
@@ -72,7 +72,7 @@ struct Fault {
 
 class SystemCallFault : public testing::TestWithParam<Fault> {};
 
-TEST_P(SystemCallFault, SaysWhatCannotBeUnderstood) {
+TEST_P(SystemCallFault, NamesTheTextThatCannotBeUnderstood) {
     EXPECT_EQ(fault(GetParam().item), GetParam().text);
 }
 
@@ -110,7 +110,7 @@ TEST(SystemCallItem, ThatIsRefusedChangesNothing) {
     EXPECT_EQ(rules, calls({{"mount", Answer::Deny}}));
 }
 
-TEST(DefaultSystemCallRules, DenyWhatNoShellNeeds) {
+TEST(DefaultSystemCallRules, DenyCallsThatNoShellNeeds) {
     const auto rules = defaultSystemCallRules().calls;
     for (const char* name : {"init_module",
                              "finit_module",
@@ -173,7 +173,7 @@ TEST(DefaultSystemCallRules, DenyWhatNoShellNeeds) {
     }
 }
 
-TEST(DefaultSystemCallRules, LookAtArgumentsWhereACallHasHarmlessUses) {
+TEST(DefaultSystemCallRules, CheckArgumentsWhenACallHasHarmlessUses) {
     const auto rules = defaultSystemCallRules().calls;
     EXPECT_EQ(rules.at("unshare"), Answer::DenyNewUserNamespace);
     EXPECT_EQ(rules.at("clone"), Answer::DenyNewUserNamespace);
@@ -183,13 +183,13 @@ TEST(DefaultSystemCallRules, LookAtArgumentsWhereACallHasHarmlessUses) {
     EXPECT_EQ(rules.at("socket"), Answer::DenyVsock);
 }
 
-TEST(DefaultSystemCallRules, KillNobody) {
+TEST(DefaultSystemCallRules, NeverKill) {
     for (const auto& [name, answer] : defaultSystemCallRules().calls) {
         EXPECT_NE(answer, Answer::Kill) << name;
     }
 }
 
-TEST(DefaultSystemCallRules, LeaveAloneWhatShellsLiveOn) {
+TEST(DefaultSystemCallRules, AllowTheCallsThatShellsNeed) {
     const auto rules = defaultSystemCallRules().calls;
     for (const char* name :
          {"execve", "fork", "vfork", "ptrace", "kill", "setresuid", "prctl", "seccomp",
@@ -205,7 +205,8 @@ TEST(DefaultSystemCallRules, DenyOneTable) {
 
 TEST(SystemCallItem, DeniesAndAllowsTables) {
     using Tables = std::set<std::string>;
-    // arm is none of this machine's on x86-64, i386 and x32 are not on ARM: fleets have one file
+    // an x86-64 machine has no table arm, and ARM has no i386 and x32; a fleet uses one file for
+    // both
     const SystemCallRules denied = after("deny-table i386\tarm");
     EXPECT_EQ(denied.deniedTables, (Tables{"i386", "arm"}));
     EXPECT_EQ(denied.calls, (std::map<std::string, Answer>{}));
@@ -230,7 +231,7 @@ TEST(SystemCallItem, KnowsACallThatLibseccompMayNotKnow) {
               0U);
 }
 
-TEST(SystemCallItem, OfBlanksAloneIsRefused) {
+TEST(SystemCallItem, OfOnlyBlanksIsRefused) {
     EXPECT_EQ(fault(""), "'' without a system call");
     EXPECT_EQ(fault(" \t"), "' \t' without a system call");
 }

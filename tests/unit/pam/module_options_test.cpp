@@ -15,13 +15,13 @@ ModuleOptions parse(std::vector<const char*> words) {
     return parseModuleOptions(static_cast<int>(words.size()), words.data());
 }
 
-TEST(ModuleOptions, NamesTheUsualRegistryAndRefuseStoppedContainersWithoutWords) {
+TEST(ModuleOptions, WithoutWordsNameTheUsualRegistryAndRefuseStoppedContainers) {
     const ModuleOptions options = parse({});
     EXPECT_EQ(options.registry, kAccountRegistry);
     EXPECT_FALSE(options.startStopped);
 }
 
-TEST(ModuleOptions, TakeARegistryAndWhatToDoWithAStoppedContainer) {
+TEST(ModuleOptions, SetTheRegistryAndTheHandlingOfAStoppedContainer) {
     const ModuleOptions options = parse({"registry=/etc/other", "stopped=start"});
     EXPECT_EQ(options.registry, "/etc/other");
     EXPECT_TRUE(options.startStopped);
@@ -39,7 +39,7 @@ TEST(ModuleOptions, RefuseARegistryWithoutAnAbsolutePath) {
     }
 }
 
-TEST(ModuleOptions, RefuseWhatTheyDoNotKnow) {
+TEST(ModuleOptions, RefuseUnknownWords) {
     for (const char* word : {"", "registry", "stopped", "stopped=", "stopped=yes", "debug"}) {
         EXPECT_THROW(parse({word}), std::runtime_error) << word;
     }

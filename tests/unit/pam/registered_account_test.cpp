@@ -1,4 +1,4 @@
-// With the users that every Debian has.
+// Uses users that every Debian has.
 #include "pam/registered_account.h"
 
 #include <gmock/gmock.h>
@@ -26,21 +26,21 @@ protected:
     TemporaryDirectory directory;
 };
 
-TEST_F(RegisteredAccount, IsTheOneOfTheUsersName) {
+TEST_F(RegisteredAccount, HasTheUsersName) {
     EXPECT_EQ(find("daemon", 1, "bin\ndaemon net=100.64.0.4/30\n"), "daemon");
 }
 
-TEST_F(RegisteredAccount, IsAnotherNameOfTheUsersId) {
+TEST_F(RegisteredAccount, MayBeAnotherNameWithTheUsersId) {
     EXPECT_EQ(find("second", 1, "bin\ndaemon\n"), "daemon");
 }
 
-TEST_F(RegisteredAccount, IsNobodyForOthers) {
+TEST_F(RegisteredAccount, DoesNotExistForOtherUsers) {
     EXPECT_EQ(find("second", 1, "bin\nno-such-user-here\n"), std::nullopt);
     EXPECT_EQ(find("daemon", 1, "# daemon\n"), std::nullopt);
     EXPECT_EQ(find("daemon", 1, ""), std::nullopt);
 }
 
-TEST_F(RegisteredAccount, IsNotLookedForInADamagedRegistry) {
+TEST_F(RegisteredAccount, IsNotSearchedInADamagedRegistry) {
     for (const std::string& content :
          {"bin\ndaemon\0\n"s, "bin net=100.64.0.4/30\0daemon\n"s, "#\0daemon\nbin\n"s}) {
         EXPECT_THAT([&] { find("bin", 2, content); },
@@ -48,7 +48,7 @@ TEST_F(RegisteredAccount, IsNotLookedForInADamagedRegistry) {
     }
 }
 
-TEST_F(RegisteredAccount, IsNotLookedForInARegistryThatCannotBeRead) {
+TEST_F(RegisteredAccount, IsNotSearchedInARegistryThatCannotBeRead) {
     EXPECT_THAT(
         [&] {
             registeredAccount({"bin", 2, 0, "", ""}, directory.at(""));

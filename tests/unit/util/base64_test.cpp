@@ -60,12 +60,12 @@ TEST(Base64, EncodesNulBytes) {
     EXPECT_EQ(Base64::encode({0, 0, 0, 0}, kUrlSafe, 0), "AAAAAA");
 }
 
-TEST(Base64, CarriesNothingOverIntoTheLastCharacter) {
+TEST(Base64, FillsTheLastCharacterWithZeroBits) {
     EXPECT_EQ(Base64::encode({0xff}, kUrlSafe, 0), "_w");
     EXPECT_EQ(Base64::encode({0xff, 0xff}, kUrlSafe, 0), "__8");
 }
 
-TEST(Base64, DoesNotBreakLongTextsUnasked) {
+TEST(Base64, DoesNotBreakLongTextsByDefault) {
     const std::string text = encode(std::string(3'000, '\0'), kUrlSafe);
     EXPECT_EQ(text, std::string(4'000, 'A'));
 }
@@ -93,7 +93,7 @@ struct NameAndText {
 
 class DigestTextOfAName : public testing::TestWithParam<NameAndText> {};
 
-// For ever: interfaces and rules on hosts carry the first nine characters.
+// They must never change: interfaces and rules on existing hosts carry the first nine characters.
 TEST_P(DigestTextOfAName, IsPinned) {
     const std::string text = Base64::encode(Hash::hash(GetParam().name, Hash::Sha256), true, 0);
     EXPECT_EQ(text.substr(0, 9), GetParam().text);
@@ -104,7 +104,7 @@ INSTANTIATE_TEST_SUITE_P(LongNames, DigestTextOfAName,
                                          NameAndText{"m\xc3\xbcller-webshop", "NMHuvJ0_4"},
                                          NameAndText{"averylongusername", "-E46i7E2V"}));
 
-TEST(Base64, OfDigestsHoldsNothingThatAnInterfaceNameMayNot) {
+TEST(Base64, OfDigestsHasOnlyCharactersOfInterfaceNames) {
     const std::string allowed = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_";
     for (int number = 0; number < 1'000; ++number) {
         const std::string name = "long-account-" + std::to_string(number);

@@ -1,4 +1,4 @@
-// Keeps what a test, and the processes that it starts, write to a standard stream.
+// Captures the output of a test, and of processes that it starts, on a standard stream.
 #pragma once
 
 #include <fcntl.h>
@@ -13,7 +13,7 @@
 
 #include "util/file_descriptor.h"
 
-/// From its construction until text() or its end, `stream` leads into memory.
+/// Redirects `stream` to memory, from construction until text() or destruction.
 class Captured {
 public:
     /// STDOUT_FILENO or STDERR_FILENO
@@ -31,7 +31,7 @@ public:
     Captured& operator=(const Captured&) = delete;
     ~Captured() { restore(); }
 
-    /// What was written; the stream leads where it led before.
+    /// Returns the captured text and restores the stream.
     std::string text() {
         restore();
         std::string written;

@@ -1,4 +1,4 @@
-// Runs a piece of a test in a child process, for what changes or ends a process.
+// Runs a part of a test in a child process, for code that changes or ends the process.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -11,9 +11,9 @@
 #include "captured.h"
 
 struct ChildResult {
-    int status = 0;           ///< as waitpid(2) gives it
-    std::string output;       ///< what it wrote to standard output
-    std::string errorOutput;  ///< and to standard error
+    int status = 0;           ///< as returned by waitpid(2)
+    std::string output;       ///< its standard output
+    std::string errorOutput;  ///< its standard error
 };
 
 /// `body`'s result is the child's exit status.
@@ -33,7 +33,7 @@ inline ChildResult inChild(const std::function<int()>& body) {
     return result;
 }
 
-/// The exit status, or minus the number of the signal that ended it.
+/// The exit status, or the negated number of the signal that ended it.
 inline int outcome(const ChildResult& result) {
     return WIFEXITED(result.status) ? WEXITSTATUS(result.status) : -WTERMSIG(result.status);
 }

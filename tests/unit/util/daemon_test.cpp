@@ -64,7 +64,7 @@ TEST(DaemonCleanEnv, KeepsTheFirstOfTwoValues) {
     EXPECT_EQ(result.output, "PATH=/bin\n");
 }
 
-TEST(DaemonCleanEnv, SurvivesAnEnvironmentThatIsNotThere) {
+TEST(DaemonCleanEnv, AcceptsAMissingEnvironment) {
     const auto result = inChild([] {
         ::clearenv();
         Daemon::cleanEnv({"PATH"});
@@ -149,7 +149,7 @@ INSTANTIATE_TEST_SUITE_P(Sets, ClosedDescriptors,
                          testing::Values(std::vector{0}, std::vector{1}, std::vector{2},
                                          std::vector{0, 2}, std::vector{0, 1, 2}));
 
-TEST(DaemonForgetCaller, OpensNothingThatStaysWhenNothingIsClosed) {
+TEST(DaemonForgetCaller, LeavesNothingOpenWhenNothingIsClosed) {
     const auto result = inChild([] {
         const int before = ::dup(0);
         ::close(before);
@@ -159,7 +159,7 @@ TEST(DaemonForgetCaller, OpensNothingThatStaysWhenNothingIsClosed) {
     EXPECT_EQ(outcome(result), 0);
 }
 
-TEST(DaemonForgetCaller, WaitsForChildrenAgainAndOutlivesBrokenPipes) {
+TEST(DaemonForgetCaller, WaitsForChildrenAgainAndSurvivesBrokenPipes) {
     const auto result = inChild([] {
         std::signal(SIGCHLD, SIG_IGN);
         Daemon::forgetCaller();
@@ -177,7 +177,7 @@ bool isRoot() {
     return ::geteuid() == 0;
 }
 
-/// Makes root an ordinary user; whoever is none already stays.
+/// Makes root an ordinary user; an ordinary user stays the same.
 bool becomeOrdinary() {
     return !isRoot() || (::setgroups(0, nullptr) == 0 && ::setresgid(kGroup, kGroup, kGroup) == 0 &&
                          ::setresuid(kUser, kUser, kUser) == 0);
@@ -234,7 +234,7 @@ TEST(DaemonChangeUser, OfAnOrdinaryUserToItselfHoldsWithoutTheGroups) {
     EXPECT_EQ(outcome(result), 0);
 }
 
-// setresuid(2) takes the highest number for "leave it": the call succeeds, root stays root
+// to setresuid(2) the highest number means "no change": the call succeeds, root stays root
 TEST(DaemonChangeUser, RefusesTheUserIdThatMeansNoChange) {
     const auto result = inChild([] {
         errno = 0;
@@ -278,7 +278,7 @@ TEST(DaemonChangeUser, ReplacesTheGroupsOfRootEvenWhenTheIdsStay) {
 
 TEST(DaemonChangeUser, TakesTheSavedIdsAwayToo) {
     const auto result = inChild([] {
-        // with a saved root id the process could come back
+        // with a saved user ID of root the process could become root again
         if (isRoot() && ::setresuid(0, 0, 0) != 0) {
             return 2;
         }
@@ -286,12 +286,12 @@ TEST(DaemonChangeUser, TakesTheSavedIdsAwayToo) {
         const bool back = ::seteuid(0) == 0 || ::setegid(0) == 0;
         return isRoot() || back ? 1 : (changed ? 3 : 0);
     });
-    // 3: root changed for good; 0: an ordinary user could not change and is none the better for it
+    // 3: root changed for good; 0: an ordinary user could not change and gained nothing
     EXPECT_EQ(outcome(result), isRoot() ? 3 : 0);
 }
 
-// capabilities(7): with this bit the change of user leaves the capabilities, and with them root
-TEST(DaemonChangeUser, FailsWhenTheWayBackToRootStaysOpen) {
+// capabilities(7): with this bit the capabilities survive the change of user, and with them root
+TEST(DaemonChangeUser, FailsWhenTheProcessCouldBecomeRootAgain) {
     const auto result = inChild([] {
         if (isRoot() && ::prctl(PR_SET_SECUREBITS, SECBIT_NO_SETUID_FIXUP) != 0) {
             return 2;
@@ -365,7 +365,7 @@ TEST(DaemonForgetCaller, MakesAWriteToAClosedPipeAnError) {
     EXPECT_EQ(outcome(result), 0);
 }
 
-TEST(DaemonForgetCaller, LetsAFailingToolBeSeenThatAnIgnoredSignalWouldHide) {
+TEST(DaemonForgetCaller, ShowsAFailingToolThatAnIgnoredSignalWouldHide) {
     const auto result = inChild([] {
         std::signal(SIGCHLD, SIG_IGN);
         Daemon::forgetCaller();
@@ -377,7 +377,7 @@ TEST(DaemonForgetCaller, LetsAFailingToolBeSeenThatAnIgnoredSignalWouldHide) {
     EXPECT_EQ(outcome(result), 3);
 }
 
-/// What a tool sees of `environment` once only the names in `keep` are left, sorted.
+/// The environment that a tool gets when only the names in `keep` are kept, sorted.
 std::string leftOf(std::vector<std::string> environment, const std::vector<std::string>& keep) {
     return inChild([&environment, &keep] {
                ::clearenv();
@@ -405,11 +405,11 @@ TEST(DaemonCleanEnv, LeavesNothingWhenNothingIsKept) {
     EXPECT_EQ(leftOf({"PATH=/bin", "TERM=xterm"}, {}), "");
 }
 
-TEST(DaemonCleanEnv, TellsNamesApartThatBeginAlike) {
+TEST(DaemonCleanEnv, DistinguishesNamesThatBeginAlike) {
     EXPECT_EQ(leftOf({"TER=1", "TERM2=2", "TERM=3", "XTERM=4", "term=5"}, {"TERM"}), "TERM=3\n");
 }
 
-TEST(DaemonCleanEnv, DoesNotInventAVariable) {
+TEST(DaemonCleanEnv, DoesNotAddAVariable) {
     EXPECT_EQ(leftOf({"A=1"}, {"TERM", "A"}), "A=1\n");
 }
 

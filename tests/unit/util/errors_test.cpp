@@ -28,7 +28,7 @@ TEST(ErrorText, OfAnUnknownNumberNamesIt) {
     EXPECT_EQ(errorText(99'999), "Unknown error 99999");
 }
 
-TEST(Report, WritesTheLineToStandardErrorAlone) {
+TEST(Report, WritesTheLineOnlyToStandardError) {
     const auto result = inChild([] {
         report("no default route");
         return 0;
@@ -37,7 +37,7 @@ TEST(Report, WritesTheLineToStandardErrorAlone) {
     EXPECT_EQ(result.output, "");
 }
 
-TEST(Report, IsNoFormat) {
+TEST(Report, DoesNotExpandFormats) {
     const auto result = inChild([] {
         report("100%s %n");
         return 0;
@@ -58,7 +58,7 @@ TEST(Report, LeavesErrnoAsItWas) {
 TEST(Report, WritesALineInOnePiece) {
     const auto result = inChild([] {
         std::array<int, 2> ends{};
-        // with O_DIRECT every write is a packet of its own, pipe(2)
+        // with O_DIRECT every write is a separate packet, pipe(2)
         if (::pipe2(ends.data(), O_DIRECT) != 0 || ::dup2(ends[1], STDERR_FILENO) < 0) {
             return 2;
         }
@@ -69,7 +69,7 @@ TEST(Report, WritesALineInOnePiece) {
     EXPECT_EQ(outcome(result), 0);
 }
 
-TEST(Report, EscapesControlCharactersButItsOwnLineEnd) {
+TEST(Report, EscapesControlCharactersExceptItsOwnLineEnd) {
     const auto result = inChild([] {
         report("/srv/a\nkivctl: forged\x1b[2J");
         return 0;

@@ -33,7 +33,7 @@ int throwFromTheBottom(const std::function<void()>& thrower) noexcept {
     return 0;
 }
 
-TEST(ExceptionTracer, TellsTypeAndTextOfWhatNobodyCaught) {
+TEST(ExceptionTracer, PrintsTypeAndTextOfAnUncaughtException) {
     const auto result =
         inChild([] { return throwFromTheBottom([] { throw std::invalid_argument("stoull"); }); });
     EXPECT_EQ(outcome(result), -SIGABRT);
@@ -41,19 +41,19 @@ TEST(ExceptionTracer, TellsTypeAndTextOfWhatNobodyCaught) {
                 testing::StartsWith("uncaught exception std::invalid_argument: stoull\n"));
 }
 
-TEST(ExceptionTracer, TellsTheTypeOfWhatIsNoStandardException) {
+TEST(ExceptionTracer, PrintsTheTypeOfANonStandardException) {
     const auto result = inChild([] { return throwFromTheBottom([] { throw 7; }); });
     EXPECT_EQ(outcome(result), -SIGABRT);
     EXPECT_THAT(result.errorOutput, testing::StartsWith("uncaught exception int\n"));
 }
 
-TEST(ExceptionTracer, TellsATerminationWithoutAnException) {
+TEST(ExceptionTracer, ReportsATerminationWithoutAnException) {
     const auto result = inChild([] { return throwFromTheBottom([] { std::terminate(); }); });
     EXPECT_EQ(outcome(result), -SIGABRT);
     EXPECT_THAT(result.errorOutput, testing::StartsWith("terminated without an exception\n"));
 }
 
-TEST(ExceptionTracer, GivesABacktrace) {
+TEST(ExceptionTracer, PrintsABacktrace) {
     const auto result = inChild([] { return throwFromTheBottom([] { throw 7; }); });
     EXPECT_THAT(result.errorOutput, testing::HasSubstr("unit_tests"));
 }
@@ -122,7 +122,7 @@ INSTANTIATE_TEST_SUITE_P(
                            "uncaught exception std::runtime_error: 100%s%n"}),
     [](const testing::TestParamInfo<Ending>& row) { return row.param.name; });
 
-TEST(ExceptionTracer, LetsCaughtExceptionsPassUnseen) {
+TEST(ExceptionTracer, DoesNotReportCaughtExceptions) {
     const auto result = inChild([] {
         ExceptionTracer::enable();
         try {

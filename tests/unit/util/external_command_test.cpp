@@ -58,7 +58,7 @@ TEST(ExternalCommand, ReportsASignalAlsoWhenStandardErrorIsCaptured) {
     EXPECT_EQ(report, "signal 9: sh -c kill -KILL $$\n");
 }
 
-TEST(ExternalCommand, CapturesBothStreamsApart) {
+TEST(ExternalCommand, CapturesBothStreamsSeparately) {
     std::string output;
     std::string errors;
     auto command = shell("echo out; echo err >&2");
@@ -69,7 +69,7 @@ TEST(ExternalCommand, CapturesBothStreamsApart) {
     EXPECT_EQ(errors, "err\n");
 }
 
-TEST(ExternalCommand, AppendsToWhatTheTargetHolds) {
+TEST(ExternalCommand, AppendsToTheTarget) {
     std::string output = "before ";
     auto command = shell("printf after");
     command.setStdout(&output);
@@ -77,7 +77,7 @@ TEST(ExternalCommand, AppendsToWhatTheTargetHolds) {
     EXPECT_EQ(output, "before after");
 }
 
-TEST(ExternalCommand, CapturesMoreThanAPipeHolds) {
+TEST(ExternalCommand, CapturesMoreThanFitsIntoAPipe) {
     std::string output;
     auto command = shell("head -c 300000 /dev/zero | tr '\\0' x");
     command.setStdout(&output);
@@ -125,7 +125,7 @@ TEST(ExternalCommand, EndsTheReportOfABareProgramInABlank) {
     EXPECT_EQ(report, "exit code 1: false \n");
 }
 
-TEST(ExternalCommand, HandsArgumentsOverAsTheyAre) {
+TEST(ExternalCommand, PassesArgumentsUnchanged) {
     std::string output;
     ExternalCommand command("printf", {"%s|", "", "a b", "$HOME", "*"});
     command.setStdout(&output);
@@ -133,7 +133,8 @@ TEST(ExternalCommand, HandsArgumentsOverAsTheyAre) {
     EXPECT_EQ(output, "|a b|$HOME|*|");
 }
 
-/// A directory of PATH that may not be searched would make another error of a missing program.
+/// Sets PATH: with a directory that may not be searched, a missing program would cause another
+/// error.
 void useReadablePath() {
     ::setenv("PATH", "/usr/bin:/bin", 1);
 }
@@ -174,7 +175,7 @@ TEST(ExternalCommand, RunsOnceAlsoWhenTheRunFailed) {
     EXPECT_THROW(command.execute(), std::runtime_error);
 }
 
-TEST(ExternalCommand, LetsBufferedOutputComeOutOnce) {
+TEST(ExternalCommand, WritesBufferedOutputOnce) {
     const auto result = inChild([] {
         std::cout << "once ";
         shell("echo child").execute();
@@ -205,7 +206,7 @@ int openDescriptors() {
     return count;
 }
 
-TEST(ExternalCommand, LeavesNoDescriptorBehind) {
+TEST(ExternalCommand, LeavesNoDescriptorOpen) {
     const int before = openDescriptors();
     for (int run = 0; run < 20; ++run) {
         std::string output;
@@ -218,7 +219,7 @@ TEST(ExternalCommand, LeavesNoDescriptorBehind) {
     EXPECT_EQ(openDescriptors(), before);
 }
 
-/// What execute throws with `limit` as the first descriptor that cannot be had.
+/// The exception of execute when `limit` is the first descriptor that cannot be opened.
 std::string errorWithDescriptorLimit(rlim_t extra) {
     const auto result = inChild([extra] {
         const auto next = static_cast<rlim_t>(::dup(0));
@@ -259,7 +260,7 @@ TEST(ExternalCommand, WithoutAChildReportsAndReturnsMinusOne) {
     EXPECT_EQ(result.errorOutput, "fork() failed: Resource temporarily unavailable\n");
 }
 
-// What running a tool returns and what it says on standard error.
+// The result and the standard error of running a tool.
 
 struct Run {
     const char* name;
@@ -271,7 +272,7 @@ struct Run {
 
 class ToolRun : public testing::TestWithParam<Run> {
 protected:
-    // a tool inherits what nohup(1) made of SIGHUP for the tests
+    // a tool inherits an ignored SIGHUP when the tests run under nohup(1)
     ToolRun() : hangup(std::signal(SIGHUP, SIG_DFL)) {}
     ~ToolRun() override { std::signal(SIGHUP, hangup); }
 
@@ -383,7 +384,7 @@ TEST(ExternalCommand, ReportsNothingOfASuccess) {
     EXPECT_EQ(result.output + result.errorOutput, "");
 }
 
-/// What a second execute says after the first one.
+/// The error of a second execute.
 std::string secondRun(ExternalCommand& command) {
     try {
         command.execute();
@@ -446,7 +447,7 @@ TEST(ExternalCommand, RunsOnceAlsoWhenThereWasNoChild) {
               "fork() failed: Resource temporarily unavailable\ncommand already executed");
 }
 
-// What happens between this process and the tool that it runs: streams, signals, waiting.
+// Streams, signals and waiting, between this process and the tool that it runs.
 
 std::string outputOf(const std::string& text) {
     std::string output;
@@ -456,7 +457,7 @@ std::string outputOf(const std::string& text) {
     return output;
 }
 
-TEST(ExternalCommand, HandsTheProgramOverAsItsOwnName) {
+TEST(ExternalCommand, PassesTheProgramAsArgumentZero) {
     EXPECT_EQ(outputOf("printf %s \"$0\""), "sh");
 }
 
@@ -490,7 +491,7 @@ TEST(ExternalCommand, ReadsStandardOutputToItsEndBeforeStandardError) {
     EXPECT_EQ(errors, "first\nlast\n");
 }
 
-TEST(ExternalCommand, CapturesALongStandardErrorAlone) {
+TEST(ExternalCommand, CapturesOnlyALongStandardError) {
     std::string errors;
     auto command = shell("head -c 200000 /dev/zero >&2");
     command.setStderr(&errors);
@@ -528,7 +529,7 @@ TEST(ExternalCommand, LeavesStandardInputToTheTool) {
     EXPECT_EQ(result.output, "typed");
 }
 
-TEST(ExternalCommand, ReadsUntilEverybodyHasClosedTheStream) {
+TEST(ExternalCommand, ReadsUntilAllProcessesHaveClosedTheStream) {
     EXPECT_EQ(outputOf("(sleep 0.1; printf late) & exit 0"), "late");
 }
 
@@ -587,7 +588,7 @@ void interruptAllTheTime() {
     ::setitimer(ITIMER_REAL, &often, nullptr);
 }
 
-TEST(ExternalCommand, GoesOnReadingAfterASignal) {
+TEST(ExternalCommand, ContinuesToReadAfterASignal) {
     const auto result = inChild([] {
         interruptAllTheTime();
         std::string output;
@@ -599,7 +600,7 @@ TEST(ExternalCommand, GoesOnReadingAfterASignal) {
     EXPECT_EQ(outcome(result), 3);
 }
 
-TEST(ExternalCommand, GoesOnWaitingAfterASignal) {
+TEST(ExternalCommand, ContinuesToWaitAfterASignal) {
     const auto result = inChild([] {
         interruptAllTheTime();
         const int status = shell("sleep 0.1; exit 3").execute();
@@ -608,7 +609,7 @@ TEST(ExternalCommand, GoesOnWaitingAfterASignal) {
     EXPECT_EQ(outcome(result), 3);
 }
 
-// deliberate: a wait that fails reads as success
+// deliberate: a wait that fails looks like success
 TEST(ExternalCommand, OfAChildThatCannotBeWaitedForIsZero) {
     const auto result = inChild([] {
         std::signal(SIGCHLD, SIG_IGN);
@@ -640,7 +641,7 @@ TEST(ExternalCommand, KeepsIgnoringABrokenPipeItself) {
     EXPECT_EQ(outcome(result), 0);
 }
 
-TEST(ExternalCommand, LeavesNoDescriptorBehindInAHundredRuns) {
+TEST(ExternalCommand, LeavesNoDescriptorOpenAfterAHundredRuns) {
     const int before = openDescriptors();
     for (int run = 0; run < 100; ++run) {
         std::string output;

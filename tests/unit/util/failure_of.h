@@ -1,11 +1,11 @@
-// What an action throws, as a test's expectation reads it.
+// The text of an exception, for the expectations of tests.
 #pragma once
 
 #include <functional>
 #include <stdexcept>
 #include <string>
 
-/// The text of the std::runtime_error that `action` throws; "" when it throws none.
+/// The text of the std::runtime_error that `action` throws; "" when it does not throw.
 inline std::string failureOf(const std::function<void()>& action) {
     try {
         action();

@@ -31,7 +31,7 @@ TEST(FileDescriptor, IsInvalidWithoutADescriptor) {
     EXPECT_TRUE(FileDescriptor(openNull()).valid());
 }
 
-TEST(FileDescriptor, HandsItsDescriptorOverWhenMoved) {
+TEST(FileDescriptor, PassesItsDescriptorOnWhenMoved) {
     const int opened = openNull();
     FileDescriptor first(opened);
     {

@@ -23,11 +23,11 @@ struct LengthAndDigest {
 
 class DigestOfLetters : public testing::TestWithParam<LengthAndDigest> {};
 
-TEST_P(DigestOfLetters, IsWhatOpensslSays) {
+TEST_P(DigestOfLetters, IsThatOfOpenssl) {
     EXPECT_EQ(hexOf(std::string(GetParam().length, 'a')), GetParam().digest);
 }
 
-// Padding changes its shape at 56 and 64 bytes of a block.
+// Padding changes at 56 and at 64 bytes of a block.
 INSTANTIATE_TEST_SUITE_P(
     AroundTheEndOfABlock, DigestOfLetters,
     testing::Values(
@@ -76,7 +76,7 @@ TEST(Hash, NamesTheAlgorithmThatItDoesNotKnow) {
     }
 }
 
-// The first three are the examples of FIPS 180-4, the others are what sha256sum says.
+// The first three are the examples of FIPS 180-4, the others come from sha256sum(1).
 TEST(Hash, AlgorithmOneIsSha256) {
     static_assert(Hash::Sha256 == 1);
     EXPECT_EQ(hexOf(""), "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855");

@@ -1,4 +1,4 @@
-// The marks are set on a directory of /tmp: only root may set the attributes that they are.
+// The marks are set on a directory in /tmp. They are extended attributes that only root may set.
 #include "util/interrupted_run.h"
 
 #include <gtest/gtest.h>
@@ -14,7 +14,7 @@ namespace {
 
 constexpr int kAllKinds = CLONE_NEWNET | CLONE_NEWIPC | CLONE_NEWNS;
 
-TEST(InterruptedRun, ReadsWhatItsTextSays) {
+TEST(InterruptedRun, IsParsedFromItsText) {
     for (const InterruptedRun run :
          {InterruptedRun{}, InterruptedRun{CLONE_NEWNET},
           InterruptedRun{CLONE_NEWIPC | CLONE_NEWNS, true}, InterruptedRun{kAllKinds, true}}) {
@@ -22,12 +22,12 @@ TEST(InterruptedRun, ReadsWhatItsTextSays) {
     }
 }
 
-TEST(InterruptedRun, HasTheTextThatEarlierVersionsWrote) {
+TEST(InterruptedRun, HasTheSameTextAsInEarlierVersions) {
     EXPECT_EQ(textOf({kAllKinds, true}), "net ipc mnt pinned");
     EXPECT_EQ(textOf({CLONE_NEWNET}), "net ");
 }
 
-TEST(InterruptedRun, TakesUnknownWordsForNone) {
+TEST(InterruptedRun, IgnoresUnknownWords) {
     EXPECT_EQ(parseInterruptedRun(""), InterruptedRun{});
     EXPECT_EQ(parseInterruptedRun("network mntx PINNED cgroup"), InterruptedRun{});
     EXPECT_EQ(parseInterruptedRun("cgroup mnt"), InterruptedRun{CLONE_NEWNS});
@@ -43,7 +43,7 @@ TEST(AfterStop, NothingIsMarkedWhenNothingWasInterruptedAndNoRuleIsLeft) {
     EXPECT_EQ(afterStop(std::nullopt, 0, false), std::nullopt);
 }
 
-TEST(AfterStop, AKindThatNobodyInterruptedIsNotMarkedForBeingBusy) {
+TEST(AfterStop, ABusyKindThatWasNotInterruptedIsNotMarked) {
     EXPECT_EQ(afterStop(std::nullopt, kAllKinds, false), std::nullopt);
     EXPECT_EQ(afterStop(InterruptedRun{CLONE_NEWNS, true}, CLONE_NEWNET, false), std::nullopt);
 }
@@ -91,7 +91,7 @@ TEST_F(Mark, IsEachAccountsOwn) {
     EXPECT_EQ(of("alic").read(), std::nullopt);
 }
 
-TEST_F(Mark, OfALeftPairIsNoneOfTheAccount) {
+TEST_F(Mark, OfALeftPairIsNotTheAccountsMark) {
     EXPECT_TRUE(RunMark::ofLeftPair("alice", directory.path).write({}));
     EXPECT_TRUE(RunMark::ofHost(directory.path).write({}));
     EXPECT_EQ(of("alice").read(), std::nullopt);
@@ -105,7 +105,7 @@ TEST_F(Mark, MayBeClearedTwice) {
     EXPECT_EQ(of("alice").read(), std::nullopt);
 }
 
-TEST_F(Mark, IsAnAttributeOfTheDirectoryAndNoFile) {
+TEST_F(Mark, IsAnAttributeOfTheDirectoryAndNotAFile) {
     EXPECT_TRUE(of("alice").write({CLONE_NEWNET}));
     EXPECT_TRUE(std::filesystem::is_empty(directory.path));
     EXPECT_EQ(::getxattr(directory.path.c_str(), "trusted.kiv.unfinished.alice", nullptr, 0), 4);

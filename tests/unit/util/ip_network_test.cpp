@@ -27,7 +27,7 @@ TEST(IpNetwork, CarriesIntoHigherNumbers) {
     EXPECT_EQ(address("10.0.0.0/8", 65'536), "10.1.0.0");
 }
 
-TEST(IpNetwork, TellsItsPrefixLength) {
+TEST(IpNetwork, HasItsPrefixLength) {
     EXPECT_EQ(IpNetwork("100.64.0.4/30").bitmask(), 30U);
     EXPECT_EQ(IpNetwork("0.0.0.0/0").bitmask(), 0U);
     EXPECT_EQ(IpNetwork("1.2.3.4/32").bitmask(), 32U);
@@ -172,7 +172,7 @@ INSTANTIATE_TEST_SUITE_P(
                     PrefixAndNetwork{"0.0.0.0/32", "0.0.0.0", "0.0.0.0"},
                     PrefixAndNetwork{"255.255.255.255/32", "255.255.255.255", "255.255.255.255"}));
 
-TEST(IpNetwork, TellsEveryPrefixLength) {
+TEST(IpNetwork, HasEveryPrefixLength) {
     for (unsigned length = 0; length <= 32; ++length) {
         EXPECT_EQ(IpNetwork("255.255.255.255/" + std::to_string(length)).bitmask(), length);
     }

@@ -64,7 +64,7 @@ TEST_F(LinesOfAFile, MayHoldNulBytesAndCarriageReturns) {
     EXPECT_EQ(linesOf(std::string("a\0b\r\n", 5)), (Lines{std::string("a\0b\r", 4)}));
 }
 
-TEST_F(LinesOfAFile, AreWholeWhereverTheirPiecesEnd) {
+TEST_F(LinesOfAFile, AreWholeAcrossTheBuffersBlocks) {
     for (const std::size_t length : {8190U, 8191U, 8192U, 8193U, 16383U, 16384U, 100'000U}) {
         const std::string line(length, 'x');
         EXPECT_EQ(linesOf(line), Lines{line}) << length;
@@ -73,7 +73,7 @@ TEST_F(LinesOfAFile, AreWholeWhereverTheirPiecesEnd) {
     }
 }
 
-TEST_F(LinesOfAFile, ReplaceWhatTheCallerHad) {
+TEST_F(LinesOfAFile, ReplaceTheCallersText) {
     LineReader file(directory.write("/file", "a\n"));
     std::string line = "earlier";
     EXPECT_TRUE(file.next(line));
@@ -83,7 +83,7 @@ TEST_F(LinesOfAFile, ReplaceWhatTheCallerHad) {
     EXPECT_FALSE(file.next(line));
 }
 
-TEST(LineReaderOfAMissingFile, TellsTheReason) {
+TEST(LineReaderOfAMissingFile, SetsErrno) {
     const LineReader file("/nowhere/at/all");
     const int error = errno;
     EXPECT_FALSE(file.opened());
@@ -98,7 +98,7 @@ TEST(LineReaderOfADirectory, OpensItAndFailsToReadIt) {
     EXPECT_EQ(file.error(), EISDIR);
 }
 
-TEST(LineReaderOfABrokenFile, TellsWhyItCannotBeRead) {
+TEST(LineReaderOfABrokenFile, ReportsTheErrnoOfTheFailedRead) {
     LineReader file("/proc/self/mem");  // nothing is mapped at its beginning
     ASSERT_TRUE(file.opened());
     std::string line;

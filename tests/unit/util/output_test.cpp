@@ -10,7 +10,7 @@
 
 namespace {
 
-TEST(Print, IsKeptBackUntilItIsFlushed) {
+TEST(Print, IsBufferedUntilItIsFlushed) {
     const auto result = inChild([] {
         print("first ");
         printError("error ");
@@ -37,12 +37,12 @@ TEST(PrintError, WritesAtOnceAndInOnePiece) {
     const std::string line(100'000, 'x');
     const auto result = inChild([&line]() -> int {
         printError(line);
-        ::_exit(0);  // leaves unwritten what is buffered
+        ::_exit(0);  // drops buffered text
     });
     EXPECT_EQ(result.errorOutput, line);
 }
 
-TEST(Print, OverlooksAFullDisk) {
+TEST(Print, IgnoresAFullDisk) {
     const auto result = inChild([] {
         const int full = ::open("/dev/full", O_WRONLY);
         ::dup2(full, STDOUT_FILENO);

@@ -1,4 +1,4 @@
-// The files of a test know a root of their own; the C library would know the machine's.
+// The test's files have another root entry than the machine's, which shows which file was used.
 #include "util/password_file.h"
 
 #include <fcntl.h>
@@ -80,7 +80,7 @@ TEST_F(PasswordFileTest, GivesNothingForOtherNames) {
     }
 }
 
-TEST_F(PasswordFileTest, SkipsBrokenLinesAndComments) {
+TEST_F(PasswordFileTest, SkipsInvalidLinesAndComments) {
     EXPECT_THAT(uidOfRoot("\n# root:x:1:1:::\nroot\nroot:x\nroot:x:one:1:::\nroot:x::1:::\n  " +
                           std::string(kRootLine)),
                 Optional(4242U));
@@ -102,7 +102,7 @@ TEST_F(PasswordFileTest, HasNoNameThatIsNeverLookedUp) {
     }
 }
 
-TEST_F(PasswordFileTest, IsNotBelievedWhereAnotherSourceMayAnswer) {
+TEST_F(PasswordFileTest, IsNotUsedWhenAnotherSourceMayAnswer) {
     for (const char* services :
          {"passwd: sss files\n", "passwd: compat\n", "passwd: db files\n", "passwd:\n",
           "passwd: files [SUCCESS=continue] sss\n", "passwd: files[SUCCESS=continue] sss\n",
@@ -113,7 +113,7 @@ TEST_F(PasswordFileTest, IsNotBelievedWhereAnotherSourceMayAnswer) {
     }
 }
 
-TEST_F(PasswordFileTest, IsBelievedWhereItAnswersFirst) {
+TEST_F(PasswordFileTest, IsUsedWhenItAnswersFirst) {
     for (const char* services :
          {"passwd: files\n", "passwd:files", "  passwd:\tfiles\tsss\n", "passwd: files # sss\n",
           "passwd: files sss [NOTFOUND=return] ldap\n",
@@ -138,7 +138,7 @@ TEST_F(PasswordFileTest, IsReadAgainOnceItHasChanged) {
     EXPECT_THAT(uidOf(read, "more"), Optional(6U));
 }
 
-TEST_F(PasswordFileTest, IsNotLookedAtBeforeTheIntervalHasPassed) {
+TEST_F(PasswordFileTest, IsNotCheckedBeforeTheIntervalHasPassed) {
     PasswordFile file(directory.write("/passwd", "alice:x:1000:1000::/home/alice:/bin/sh\n"),
                       directory.write("/nsswitch.conf", "passwd: files\n"), std::chrono::hours(1));
     ASSERT_TRUE(file.find("alice"));
@@ -176,9 +176,9 @@ TEST_F(PasswordFileTest, FollowsAChangeOfTheSources) {
     EXPECT_THAT(uidOf(read), Optional(4242U));
 }
 
-/// What tells one version of the file from the next. The kernel stamps files with a clock that
-/// ticks every few milliseconds, so a change soon after the reading may leave a time as it was:
-/// with many rounds some do.
+/// How one version of the file is distinguished from the next. The kernel's clock for file times
+/// ticks every few milliseconds, so a change soon after the reading may not change a time; in many
+/// rounds some do not.
 class PasswordFileVersion : public PasswordFileTest {
 protected:
     static constexpr const char* kSameLength = "root:x:2424:4343::/home:/bin/sh\n";
@@ -204,7 +204,7 @@ protected:
     }
 };
 
-TEST_F(PasswordFileVersion, IsToldByTheSize) {
+TEST_F(PasswordFileVersion, IsRecognisedByTheSize) {
     expectNoticed([this] {
         const timespec before = modified(passwords);
         directory.write("/passwd", "root:x:2424:4343:::/bin/sh\n");
@@ -212,14 +212,14 @@ TEST_F(PasswordFileVersion, IsToldByTheSize) {
     });
 }
 
-TEST_F(PasswordFileVersion, IsToldByTheTimeOfModification) {
+TEST_F(PasswordFileVersion, IsRecognisedByTheTimeOfModification) {
     expectNoticed([this] {
         directory.write("/passwd", kSameLength);
         setModified(passwords, {1, 0});
     });
 }
 
-TEST_F(PasswordFileVersion, IsToldByTheTimeOfChangeWhenTheTimeOfModificationIsSetBack) {
+TEST_F(PasswordFileVersion, IsRecognisedByTheTimeOfChangeWhenTheTimeOfModificationIsSetBack) {
     PasswordFile read = file(kRootLine);
     ASSERT_THAT(uidOf(read), Optional(4242U));
     const timespec before = modified(passwords);
@@ -229,7 +229,7 @@ TEST_F(PasswordFileVersion, IsToldByTheTimeOfChangeWhenTheTimeOfModificationIsSe
     EXPECT_THAT(uidOf(read), Optional(2424U));
 }
 
-TEST_F(PasswordFileVersion, IsToldByTheInode) {
+TEST_F(PasswordFileVersion, IsRecognisedByTheInode) {
     const std::string first = directory.write("/first", kRootLine);
     const std::string second = directory.write("/second", kSameLength);
     const std::string link = directory.at("/link");
@@ -286,7 +286,7 @@ TEST_F(OnePasswordLine, IsTheOnlyOneThatIsKnownByNumber) {
     EXPECT_FALSE(alice.findNumber(7U));
 }
 
-// the C library gives the earlier line for the number
+// the C library returns the earlier line for the number
 TEST_F(OnePasswordLine, IsNotKnownByTheNumberOfAnEarlierLine) {
     PasswordLine alice = line("other:x:7:1::/other:/bin/sh\nalice:x:7:8::/home/alice:/bin/sh\n");
     EXPECT_TRUE(alice.find("alice"));
@@ -310,7 +310,7 @@ TEST_F(OnePasswordLine, IsTheFirstOfItsNameWhateverFollows) {
     EXPECT_FALSE(alice.findNumber(5U));
 }
 
-TEST_F(OnePasswordLine, IsNotBelievedWhereAnotherSourceMayAnswer) {
+TEST_F(OnePasswordLine, IsNotUsedWhenAnotherSourceMayAnswer) {
     for (const std::string services :
          {"passwd: sss files\n", "passwd: files [SUCCESS=merge] sss\n", ""}) {
         EXPECT_FALSE(line(kThree, services).find("alice")) << services;
@@ -325,7 +325,7 @@ TEST_F(OnePasswordLine, IsForgottenOnceAFileHasChanged) {
     EXPECT_FALSE(alice.findNumber(7U));
 }
 
-TEST_F(OnePasswordLine, PassesOverBrokenLines) {
+TEST_F(OnePasswordLine, SkipsInvalidLines) {
     PasswordLine alice = line("alice\n#alice:x:1:1:::\n+alice:x:2:2:::\n\n alice:x:7:8:::\n");
     ASSERT_TRUE(alice.find("alice"));
     EXPECT_TRUE(alice.findNumber(7U));

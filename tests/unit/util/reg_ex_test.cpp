@@ -22,7 +22,7 @@ std::string times(const std::string& text, int count) {
     return result;
 }
 
-/// The text with which the pattern is refused.
+/// The error text for a refused pattern.
 std::string refusal(const std::string& pattern) {
     return failureOf([&] { RegEx(pattern, 0); });
 }
@@ -31,7 +31,7 @@ TEST(RegEx, MatchesAnywhereInTheText) {
     EXPECT_TRUE(RegEx("b+c", 0).match("xxbbcxx", 0));
 }
 
-TEST(RegEx, AnchorsItselfWhereThePatternSaysSo) {
+TEST(RegEx, ObeysThePatternsAnchors) {
     const RegEx pattern("^(root|alice):", 0);
     EXPECT_TRUE(pattern.match("alice:x:1000", 0));
     EXPECT_FALSE(pattern.match("malice:x:1000", 0));
@@ -59,7 +59,7 @@ TEST(RegEx, MatchesTheEmptyText) {
     EXPECT_TRUE(RegEx("^$", 0).match("", 0));
 }
 
-TEST(RegEx, TakesFlagsOfTheLibrary) {
+TEST(RegEx, AcceptsFlagsOfTheLibrary) {
     EXPECT_TRUE(RegEx("ALICE", REG_ICASE).match("alice", 0));
     EXPECT_FALSE(RegEx("^a", 0).match("a", REG_NOTBOL));
 }
@@ -72,7 +72,7 @@ struct Search {
 
 class Expression : public testing::TestWithParam<Search> {};
 
-TEST_P(Expression, IsLookedForInTheWholeText) {
+TEST_P(Expression, IsSearchedInTheWholeText) {
     EXPECT_EQ(RegEx(GetParam().pattern, 0).match(GetParam().text, 0), GetParam().found);
 }
 
@@ -97,7 +97,7 @@ INSTANTIATE_TEST_SUITE_P(NulBytes, Expression,
                                          Search{"^tail", std::string("head\0tail", 9), false},
                                          Search{"^head[^x]tail$", std::string("head\0tail", 9),
                                                 true},
-                                         // the library's dot stands for any character but this one
+                                         // the library's dot matches any character except this one
                                          Search{"^head.tail$", std::string("head\0tail", 9), false},
                                          Search{"^$", std::string(1, '\0'), false}));
 
@@ -137,7 +137,7 @@ TEST(RegEx, TakesLongTexts) {
     EXPECT_TRUE(RegEx("b$", 0).match(std::string(1'000'000, 'a') + "b", 0));
 }
 
-TEST(RegEx, SaysWhyItRefusesANulByte) {
+TEST(RegEx, ReportsWhyItRefusesANulByte) {
     try {
         const RegEx expression(std::string("^a\0b$", 5), 0);
         FAIL() << "compiled";
@@ -146,7 +146,7 @@ TEST(RegEx, SaysWhyItRefusesANulByte) {
     }
 }
 
-TEST(RegEx, CompilesWhatWasRefusedByAnEstimate) {
+TEST(RegEx, CompilesPatternsThatARoughEstimateWouldRefuse) {
     EXPECT_TRUE(RegEx("^a*****$", 0).match("aaa", 0));
     EXPECT_TRUE(RegEx("^" + times("(a)", 5'000) + "$", 0).match(std::string(5'000, 'a'), 0));
     std::string names;
@@ -173,12 +173,12 @@ TEST(RegEx, Takes255LevelsOfGroupsAndNoMore) {
 
 TEST(RegEx, CountsOnlyTheGroupsThatAreOpen) {
     EXPECT_TRUE(RegEx("^" + times("((a))", 300), 0).match(std::string(300, 'a'), 0));
-    // alone a closing parenthesis stands for itself, and opens no further level
+    // an unmatched closing parenthesis is literal and does not change the level
     EXPECT_TRUE(RegEx("^" + times(")", 300) + "$", 0).match(std::string(300, ')'), 0));
     EXPECT_EQ(refusal(times(")", 300) + times("(", 256)), kTooDeep);
 }
 
-TEST(RegEx, CountsNoParenthesesThatStandForThemselves) {
+TEST(RegEx, DoesNotCountLiteralParentheses) {
     for (const char* literal :
          {"[(]", "[^](]", "[]()]", "[[.].](]", "[[:alpha:](]", "[[=(=]]", "\\(", "[\\(]"}) {
         EXPECT_EQ(refusal(times(literal, 300)), "") << literal;

@@ -27,7 +27,7 @@ TEST(ScopeGuard, ActsWhenAnExceptionLeavesTheScope) {
     EXPECT_EQ(undone, 2);
 }
 
-TEST(ScopeGuard, LeavesTheActionOutOnceDismissed) {
+TEST(ScopeGuard, DoesNotActOnceDismissed) {
     int undone = 0;
     {
         ScopeGuard guard([&undone] { ++undone; });

@@ -17,7 +17,7 @@ TEST(Settings, MeanAllAccountsAndNoProgressAtFirst) {
     EXPECT_EQ(Settings().debugMode, 0);
 }
 
-TEST(Settings, AreWhatTheFourReadersGive) {
+TEST(Settings, AreReturnedByTheFourReaders) {
     const Settings kept = settings();
     settings() = {"/tmp/file", "/sbin/program", "alice", 1};
     EXPECT_STREQ(configFile(), "/tmp/file");

@@ -28,7 +28,7 @@ TEST(StringUtilSplit, OfAnEmptyTextIsAnEmptyList) {
     EXPECT_EQ(StringUtil::split<List>("", " ", kDropEmpty, false), List{});
 }
 
-TEST(StringUtilSplit, OfSeparatorsAloneIsAnEmptyList) {
+TEST(StringUtilSplit, OfOnlySeparatorsIsAnEmptyList) {
     EXPECT_EQ(StringUtil::split<List>("   ", " ", kDropEmpty, false), List{});
 }
 
@@ -36,7 +36,7 @@ TEST(StringUtilSplit, KeepsEmptyPiecesWhenAsked) {
     EXPECT_EQ(StringUtil::split<List>("/a//b", "/", kKeepEmpty, false), (List{"", "a", "", "b"}));
 }
 
-TEST(StringUtilSplit, KeepsSeparatorsAsPiecesOfTheirOwn) {
+TEST(StringUtilSplit, KeepsSeparatorsAsSeparatePieces) {
     EXPECT_EQ(StringUtil::split<List>("a=b,c", "=,", kDropEmpty, true),
               (List{"a", "=", "b", ",", "c"}));
 }
@@ -54,7 +54,7 @@ TEST(StringUtilTrim, RemovesTheCharactersFromBothEndsInPlace) {
     EXPECT_EQ(&result, &text);
 }
 
-TEST(StringUtilTrim, OfNothingButTheCharactersIsEmpty) {
+TEST(StringUtilTrim, OfOnlyTheCharactersIsEmpty) {
     std::string text = "    ";
     EXPECT_EQ(StringUtil::trim(text, " "), "");
 }
@@ -202,7 +202,7 @@ INSTANTIATE_TEST_SUITE_P(
                     Trimmed{"xyaxy", "yx", "a"},
                     Trimmed{std::string("\0a\0", 3), kBlanks, std::string("\0a\0", 3)},
                     Trimmed{std::string("\0a\0", 3), std::string(1, '\0'), "a"},
-                    // a byte of a longer character is not a blank
+                    // a byte of a multi-byte character is not a blank
                     Trimmed{"\xc2\xa0y", kBlanks, "\xc2\xa0y"}));
 
 struct Replacement {
@@ -265,7 +265,7 @@ TEST(StringUtilSprintf, WritesAPercentSign) {
 
 TEST(StringUtilSprintf, ThrowsWhenTheFormatCannotBeExpanded) {
     const std::string before = std::setlocale(LC_CTYPE, nullptr);
-    std::setlocale(LC_CTYPE, "C");  // which has no euro sign
+    std::setlocale(LC_CTYPE, "C");  // without a euro sign
     try {
         StringUtil::sprintf("%ls", L"\u20ac");
         ADD_FAILURE() << "expanded";

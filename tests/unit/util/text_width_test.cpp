@@ -18,7 +18,7 @@ TEST(TextWidth, CountsColumnsInTheLocalesCharacterSet) {
     std::setlocale(LC_CTYPE, before.c_str());
 }
 
-TEST(TextWidth, CountsBytesWhereTheLocaleHasNoOtherCharacters) {
+TEST(TextWidth, CountsBytesWhenTheLocaleHasOnlyAscii) {
     EXPECT_EQ(textWidth("abc"), 3U);
     EXPECT_EQ(textWidth(std::string("a\0b", 3)), 3U);
 }

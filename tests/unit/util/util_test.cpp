@@ -65,7 +65,7 @@ TEST(UtilGetpwnam, IsIndependentOfLaterLookUps) {
     EXPECT_EQ(root.homeDirectory, "/root");
 }
 
-TEST(UtilGetpwnam, GivesWhatTheDatabaseHas) {
+TEST(UtilGetpwnam, ReturnsTheEntryOfTheDatabase) {
     const PasswordEntry entry = Util::getpwnam("daemon");
     const passwd* expected = ::getpwnam("daemon");
     ASSERT_NE(expected, nullptr);
@@ -80,23 +80,23 @@ TEST(UtilGetpwnam, DoesNotCutANameAtANulByte) {
     EXPECT_EQ(refusal(std::string("root\0x", 6)), "unknown user");
 }
 
-TEST(UtilGetpwnam, DoesNotKnowAUserByNumber) {
+TEST(UtilGetpwnam, DoesNotFindAUserByNumber) {
     EXPECT_EQ(refusal("0"), "unknown user");
 }
 
-TEST(UtilGetpwnam, DoesNotKnowAnythingButAWholeName) {
+TEST(UtilGetpwnam, FindsOnlyAWholeName) {
     for (const std::string name : {"roo", "root ", " root", "Root", "root:x", "root\n", "."}) {
         EXPECT_EQ(refusal(name), "unknown user") << name;
     }
 }
 
-TEST(UtilGetpwnam, DoesNotKnowAHugeName) {
+TEST(UtilGetpwnam, DoesNotFindAHugeName) {
     EXPECT_EQ(refusal(std::string(100'000, 'a')), "unknown user");
 }
 
-TEST(UtilGetpwnam, TellsADatabaseThatCannotBeReadFromAnUnknownUser) {
+TEST(UtilGetpwnam, DistinguishesAnUnreadableDatabaseFromAnUnknownUser) {
     const auto result = inChild([] {
-        // other services than the file may answer for it, whatever the limit
+        // services other than the file may answer, despite the limit
         ::__nss_configure_lookup("passwd", "files");
         const rlimit none = {0, 0};
         ::setrlimit(RLIMIT_NOFILE, &none);

@@ -22,11 +22,11 @@ TEST(WordReader, GivesOneWordAfterAnother) {
     EXPECT_EQ(wordsOf("a bc\td"), (Words{"a", "bc", "d"}));
 }
 
-TEST(WordReader, PassesOverSeparatorsAroundWords) {
+TEST(WordReader, SkipsSeparatorsAroundWords) {
     EXPECT_EQ(wordsOf(" \ta\t  b "), (Words{"a", "b"}));
 }
 
-TEST(WordReader, HasNoWordsInNothing) {
+TEST(WordReader, HasNoWordsInAnEmptyText) {
     EXPECT_EQ(wordsOf(""), Words{});
     EXPECT_EQ(wordsOf(" \t "), Words{});
 }

@@ -1,4 +1,4 @@
-// kiv-check's command line. Its refusals are in the end-to-end tests, byte for byte.
+// kiv-check's command line. The end-to-end tests check the error messages byte for byte.
 #include "companions/check/check_options.h"
 
 #include <gtest/gtest.h>
@@ -19,14 +19,14 @@ CheckRequest parse(std::initializer_list<const char*> words) {
     return parseCheckOptions(static_cast<int>(texts.size()), arguments.data());
 }
 
-TEST(CheckOptions, OfNothingAreTheTwoFiles) {
+TEST(CheckOptions, SelectBothFilesByDefault) {
     const CheckRequest request = parse({"kiv-check"});
     EXPECT_EQ(request.action, Action::Work);
     EXPECT_FALSE(request.configuration || request.registry);
     EXPECT_FALSE(request.host || request.json || request.quiet || request.strict);
 }
 
-TEST(CheckOptions, AreTakenTogether) {
+TEST(CheckOptions, MayBeCombined) {
     const CheckRequest request =
         parse({"kiv-check", "-qc", "one", "--registry=two", "--host", "--json", "--strict"});
     EXPECT_EQ(request.configuration, "one");
@@ -39,7 +39,7 @@ TEST(CheckOptions, AskForHelpAndVersion) {
     EXPECT_EQ(parse({"kiv-check", "--version", "--nonsense"}).action, Action::Version);
 }
 
-TEST(CheckOptions, RefuseOperandsAndWhatTheyDoNotKnow) {
+TEST(CheckOptions, RefuseOperandsAndUnknownOptions) {
     EXPECT_THROW(parse({"kiv-check", "kiv.conf"}), std::runtime_error);
     EXPECT_THROW(parse({"kiv-check", "-x"}), std::runtime_error);
     EXPECT_THROW(parse({"kiv-check", "-c"}), std::runtime_error);

@@ -15,7 +15,7 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-/// "FIRST-LAST INTERFACE" of each, in hexadecimal digits.
+/// Each as "FIRST-LAST INTERFACE", in hexadecimal digits.
 std::vector<std::string> networksOf(const std::string& routes) {
     std::vector<std::string> texts;
     for (const HostNetwork& network : readRoutes(routes)) {
@@ -37,7 +37,7 @@ TEST(HostNetworks, AreThoseOfRoutesInEveryTable) {
                             "64400901-64400901 busy", "0a000000-0affffff eth1"));
 }
 
-TEST(HostNetworks, AreNoDefaultRoutesAndNoneThatLeadNowhere) {
+TEST(HostNetworks, LeaveOutDefaultRoutesAndRoutesThatRefuse) {
     EXPECT_THAT(networksOf(R"([
         {"dst": "default", "gateway": "192.0.2.1", "dev": "eth0"},
         {"dst": "0.0.0.0/1", "dev": "vpn"},

@@ -1,5 +1,5 @@
-// Whether limits are in force; a temporary directory stands for the kernel's hierarchy and
-// systemd's.
+// Tests whether limits are in force. A temporary directory replaces the kernel's hierarchy and
+// systemd's folders.
 #include "companions/check/limit_checks.h"
 
 #include <gmock/gmock.h>
@@ -48,7 +48,7 @@ protected:
                         "[Slice]\n" + setting + "\n");
     }
 
-    /// Without the names of the files.
+    /// The findings without the names of the files.
     std::string found() {
         Findings findings;
         checkLimits(accounts, findings, {directory.path, directory.path});
@@ -68,7 +68,7 @@ TEST_F(LimitChecks, FindNothingWhereNothingIsSet) {
     EXPECT_THAT(found(), IsEmpty());
 }
 
-TEST_F(LimitChecks, CompareWhatIsSetWithTheKernels) {
+TEST_F(LimitChecks, CompareSettingsWithTheKernelsLimits) {
     systemd("TasksMax=200");
     kernel("pids.max", "max");
     EXPECT_EQ(found(),
@@ -91,7 +91,7 @@ TEST_F(LimitChecks, UnderstandTheUnitsOfMemoryAndWholePages) {
     EXPECT_THAT(found(), IsEmpty());
 }
 
-TEST_F(LimitChecks, PassOverSharesAndInfinity) {
+TEST_F(LimitChecks, IgnorePercentagesAndInfinity) {
     kernel("pids.max", "max");
     for (const char* setting : {"TasksMax=33%", "TasksMax=infinity", "TasksMax=", "TasksMax=10X"}) {
         systemd(setting);
@@ -99,7 +99,7 @@ TEST_F(LimitChecks, PassOverSharesAndInfinity) {
     }
 }
 
-TEST_F(LimitChecks, AreForContainersThatRun) {
+TEST_F(LimitChecks, CoverOnlyRunningContainers) {
     systemd("TasksMax=200");
     kernel("pids.max", "max");
     accounts.all.front().networkNamespace = 0;
@@ -119,7 +119,7 @@ TEST_F(LimitChecks, NameControllersThatAreMissing) {
     EXPECT_EQ(found(), "no cgroup v2 is mounted here: no account can be entered");
 }
 
-TEST_F(LimitChecks, NameFiguresThatNobodyCounts) {
+TEST_F(LimitChecks, NameFiguresThatAreNotCounted) {
     std::filesystem::remove(directory.at("/" + userSlice(1000) + "/pids.current"));
     EXPECT_EQ(found(),
               "'alice' is not counted: no limit of this kind can hold, enable the controller for "

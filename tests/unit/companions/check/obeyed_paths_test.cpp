@@ -1,4 +1,4 @@
-// What the host obeys and where users live; links are in a temporary directory.
+// The paths that the host obeys, and users' homes. Links are in a temporary directory.
 #include "companions/check/obeyed_paths.h"
 
 #include <gmock/gmock.h>
@@ -48,7 +48,7 @@ TEST_F(ObeyedPaths, AreThoseOfJobsServicesAccountsAndPrograms) {
     }
 }
 
-TEST_F(ObeyedPaths, AreObeyedBelowAndAboveThoseToo) {
+TEST_F(ObeyedPaths, IncludeThoseBelowAndAbove) {
     EXPECT_THAT(whyObeyed("/etc/php/8.2/fpm/pool.d/www.conf"),
                 Optional(Eq("the host's services read their configuration there")));
     EXPECT_TRUE(whyObeyed("/etc"));
@@ -58,7 +58,7 @@ TEST_F(ObeyedPaths, AreObeyedBelowAndAboveThoseToo) {
     EXPECT_FALSE(whyObeyed("/dev/null"));
 }
 
-TEST_F(ObeyedPaths, AreWhatLinksLeadTo) {
+TEST_F(ObeyedPaths, IncludeTheTargetsOfLinks) {
     EXPECT_THAT(whyObeyed(link("/etc/php", "/settings")),
                 Optional(Eq("the host's services read their configuration there")));
     EXPECT_TRUE(whyObeyed(directory.at("/settings/absent")));

@@ -4,7 +4,7 @@
 
 namespace {
 
-TEST(MapFileName, HasNoneOfTheZerosThatFillUpLowAddresses) {
+TEST(MapFileName, OmitsTheZerosThatPadLowAddresses) {
     EXPECT_EQ(mapFileName("00401000-00402000"), "401000-402000");
     EXPECT_EQ(mapFileName("0fff0000-10000000"), "fff0000-10000000");
 }

@@ -1,5 +1,5 @@
-// What is wrong with a registry, with networks of the host that stand in the test. The users
-// daemon, bin and sys are on every Debian.
+// Checks of a registry; the test supplies the host's networks. The users daemon, bin and sys are on
+// every Debian.
 #include "companions/check/registry_checks.h"
 
 #include <gmock/gmock.h>
@@ -18,7 +18,7 @@ using testing::IsEmpty;
 
 class RegistryChecks : public testing::Test {
 protected:
-    /// "LINE SEVERITY MESSAGE" of each finding.
+    /// Each finding as "LINE SEVERITY MESSAGE".
     std::vector<std::string> found(const std::string& registry,
                                    const std::vector<HostNetwork>& used = {}) {
         Findings findings;
@@ -35,7 +35,7 @@ protected:
     TemporaryDirectory directory;
 };
 
-TEST_F(RegistryChecks, FindNothingInASoundOne) {
+TEST_F(RegistryChecks, FindNothingInACorrectRegistry) {
     EXPECT_THAT(found("# accounts\n\ndaemon net=100.64.0.4/30\nbin net=100.64.0.8/30\n"),
                 IsEmpty());
     EXPECT_THAT(found(""), IsEmpty());
@@ -89,7 +89,7 @@ TEST_F(RegistryChecks, CompareWithTheHostsNetworks) {
                             "another network"));
 }
 
-TEST_F(RegistryChecks, KnowTheNetworkOfAContainerThatRuns) {
+TEST_F(RegistryChecks, AllowTheNetworkOfARunningContainer) {
     const HostNetwork own{rangeOf(IpNetwork("100.64.0.4/30")), "veth-daemon"};
     EXPECT_THAT(found("daemon net=100.64.0.4/30\n", {own}), IsEmpty());
     EXPECT_THAT(found("daemon net=100.64.0.8/30\nbin net=100.64.0.4/30\n", {own}),

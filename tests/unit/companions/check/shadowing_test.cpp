@@ -1,4 +1,4 @@
-// What undoes what. That it is so in a container: tests/e2e/kiv_check.bats.
+// Which items cancel each other. tests/e2e/kiv_check.bats shows that containers behave so.
 #include "companions/check/shadowing.h"
 
 #include <gmock/gmock.h>
@@ -35,7 +35,7 @@ TEST(Shadowing, LooksAtEveryDirectoryAbove) {
                             "see line 1"));
 }
 
-TEST(Shadowing, KnowsWhatAnAllowlistLacks) {
+TEST(Shadowing, KnowsTheNamesThatAnAllowlistLacks) {
     EXPECT_THAT(judged({{Step::Allowlist, 1, "/dev", {"null"}},
                         {Step::Bind, 2, "/dev/null", {}},
                         {Step::Bind, 3, "/dev/full", {}}}),

@@ -1,4 +1,4 @@
-// Which of several drop-ins counts; a temporary directory stands for the host's root.
+// Tests which of several drop-ins counts. A temporary directory replaces the host's root.
 #include "companions/check/slice_settings.h"
 
 #include <gmock/gmock.h>
@@ -34,7 +34,7 @@ TEST_F(SliceDropInsOfAHost, AreNoneWithoutFolders) {
     EXPECT_THAT(settings(), IsEmpty());
 }
 
-TEST_F(SliceDropInsOfAHost, SayWhatIsSetWhereAndOnWhichLine) {
+TEST_F(SliceDropInsOfAHost, ReportEachSettingWithItsFileAndLine) {
     dropIn(etc, kOwn, "limits.conf", "# TasksMax=1\n;TasksMax=2\n TasksMax = 50 \nMemoryMax=1G\n");
     const SliceSetting set = settings()["TasksMax"];
     EXPECT_EQ(set.value, "50");

@@ -1,4 +1,4 @@
-// kiv-list's command line. Its refusals are in the end-to-end tests, byte for byte.
+// kiv-list's command line. The end-to-end tests check the error messages byte for byte.
 #include "companions/list/list_options.h"
 
 #include <gmock/gmock.h>
@@ -24,7 +24,7 @@ ListRequest parse(std::initializer_list<const char*> words) {
     return parseListOptions(static_cast<int>(texts.size()), arguments.data());
 }
 
-TEST(ListOptions, OfNothingAreATableOfAllAccounts) {
+TEST(ListOptions, SelectATableOfAllAccountsByDefault) {
     const ListRequest request = parse({"kiv-list"});
     EXPECT_EQ(request.action, Action::Work);
     EXPECT_FALSE(request.json);
@@ -50,7 +50,7 @@ TEST(ListOptions, AskForHelpAndVersion) {
     EXPECT_EQ(parse({"kiv-list", "--version", "--nonsense"}).action, Action::Version);
 }
 
-TEST(ListOptions, RefuseWhatTheyDoNotKnow) {
+TEST(ListOptions, RefuseUnknownOptions) {
     EXPECT_THROW(parse({"kiv-list", "-x"}), std::runtime_error);
     EXPECT_THROW(parse({"kiv-list", "--json=yes"}), std::runtime_error);
 }

@@ -1,4 +1,4 @@
-// How kiv-list shows accounts. The keys and the whole of an object are in the end-to-end tests.
+// The output of kiv-list. The end-to-end tests check the keys and whole objects.
 #include "companions/list/list_output.h"
 
 #include <gmock/gmock.h>
@@ -21,7 +21,7 @@ TEST(ListOutput, OfNoAccountIsAnEmptyArray) {
     EXPECT_EQ(jsonOf({}), "[]\n");
 }
 
-TEST(ListOutput, WritesTheLargestFigureAsItIs) {
+TEST(ListOutput, WritesTheLargestFigureExactly) {
     ListedAccount listed = named("alice");
     listed.memory = std::numeric_limits<std::int64_t>::max();
     EXPECT_THAT(jsonOf({listed}), HasSubstr("\"memory\": 9223372036854775807,"));

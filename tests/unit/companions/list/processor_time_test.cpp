@@ -24,7 +24,7 @@ TEST_F(ProcessorTimeOf, IsInSecondsAndProcessors) {
     EXPECT_EQ(time.limit, 0.5);
 }
 
-TEST_F(ProcessorTimeOf, HasNoLimitWhereTheKernelHasNone) {
+TEST_F(ProcessorTimeOf, HasNoLimitIfTheKernelHasNone) {
     directory.write("/cpu.max", "max 100000\n");
     EXPECT_EQ(read().limit, std::nullopt);
 }

@@ -10,7 +10,7 @@
 
 namespace {
 
-/// The text of what is thrown; empty when nothing is.
+/// The text of the exception; empty when there is none.
 std::string failureOf(const std::function<void()>& action) {
     try {
         runInChild(action);
@@ -20,7 +20,7 @@ std::string failureOf(const std::function<void()>& action) {
     return "";
 }
 
-TEST(InChild, WhatTheActionChangesStaysInTheChild) {
+TEST(InChild, ChangesOfTheActionStayInTheChild) {
     const pid_t parent = ::getpid();
     int changed = 0;
     EXPECT_EQ(failureOf([&changed, parent] {
@@ -33,7 +33,7 @@ TEST(InChild, WhatTheActionChangesStaysInTheChild) {
     EXPECT_EQ(changed, 0);
 }
 
-TEST(InChild, WhatItThrowsIsThrownWithItsTextHoweverLong) {
+TEST(InChild, AnExceptionIsThrownAgainWithItsTextOfAnyLength) {
     const std::string text(200'000, 'x');
     EXPECT_EQ(failureOf([&text] { throw std::runtime_error(text); }), text);
 }

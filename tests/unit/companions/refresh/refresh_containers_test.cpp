@@ -1,5 +1,5 @@
-// Which views beside the pinned one a refresh goes through. The refresh itself is in the end-to-end
-// tests: it needs root and containers.
+// The views other than the pinned one that a refresh visits. The end-to-end tests check the refresh
+// itself, which needs root and containers.
 #include "companions/refresh/refresh_containers.h"
 
 #include <gmock/gmock.h>
@@ -21,13 +21,13 @@ TEST(OtherViews, AreThoseOfProcessesInTheNetwork) {
                 ElementsAre(2));
 }
 
-TEST(OtherViews, AreNotThePinnedOneAndNotTheCallersOwn) {
+TEST(OtherViews, LeaveOutThePinnedOneAndTheCallersOwn) {
     EXPECT_THAT(processesWithOtherViews({{1, kNetwork, kPinned}, {2, kNetwork, kOwn}}, kNetwork,
                                         {kPinned, kOwn}),
                 IsEmpty());
 }
 
-TEST(OtherViews, ComeOnceEachHoweverManyProcessesAreInThem) {
+TEST(OtherViews, AreListedOnceForAnyNumberOfProcesses) {
     EXPECT_THAT(processesWithOtherViews({{1, kNetwork, 30}, {2, kNetwork, 31}, {3, kNetwork, 30}},
                                         kNetwork, {kPinned, kOwn}),
                 ElementsAre(1, 2));

@@ -1,4 +1,4 @@
-// kiv-refresh's command line. Its refusals are in the end-to-end tests, byte for byte.
+// kiv-refresh's command line. The end-to-end tests check the error messages byte for byte.
 #include "companions/refresh/refresh_options.h"
 
 #include <gtest/gtest.h>
@@ -26,7 +26,7 @@ protected:
     std::vector<std::string> texts;
 };
 
-TEST_F(RefreshOptions, OfAnAccountAloneMakeANewViewOfIt) {
+TEST_F(RefreshOptions, WithOnlyAnAccountSelectANewView) {
     const RefreshRequest request = parse({"kiv-refresh", "alice"});
     EXPECT_EQ(request.action, Action::Work);
     EXPECT_STREQ(request.user, "alice");
@@ -35,7 +35,7 @@ TEST_F(RefreshOptions, OfAnAccountAloneMakeANewViewOfIt) {
     EXPECT_FALSE(request.showSteps);
 }
 
-TEST_F(RefreshOptions, StandInAnyOrder) {
+TEST_F(RefreshOptions, MayBeInAnyOrder) {
     for (const auto& words :
          {std::initializer_list<const char*>{"kiv-refresh", "alice", "--in-place", "-dc", "file"},
           {"kiv-refresh", "-d", "alice", "--config=file", "--in-place"},

@@ -24,7 +24,7 @@ void setCanonical() {
     ::tcsetattr(STDIN_FILENO, TCSANOW, &*mode);
 }
 
-TEST(RawTerminal, IsRestoredOnceAndByItsEnd) {
+TEST(RawTerminal, IsRestoredByItsDestructor) {
     const auto result = onTerminal(STDIN_FILENO, [] {
         setCanonical();
         {
@@ -39,7 +39,7 @@ TEST(RawTerminal, IsRestoredOnceAndByItsEnd) {
     EXPECT_EQ(outcome(result.child), 0);
 }
 
-TEST(RawTerminal, IsTheCallersBusinessBeforeAndAfter) {
+TEST(RawTerminal, IsNotRestoredBeforeItIsEntered) {
     const auto result = onTerminal(STDIN_FILENO, [] {
         RawTerminal terminal;  // not canonical
         setCanonical();
@@ -61,7 +61,7 @@ TEST(RawTerminal, LeavesAPipeAlone) {
               0);
 }
 
-TEST(StopBlocking, LeavesTheOtherUsersOfAPipeTheirs) {
+TEST(StopBlocking, DoesNotChangeAPipeForItsOtherUsers) {
     EXPECT_EQ(outcome(inChild([] {
                   std::array<int, 2> ends{};
                   ::pipe2(ends.data(), O_CLOEXEC);
@@ -74,7 +74,7 @@ TEST(StopBlocking, LeavesTheOtherUsersOfAPipeTheirs) {
               0);
 }
 
-TEST(StopBlocking, LeavesAFileItsOffset) {
+TEST(StopBlocking, KeepsTheOffsetOfAFile) {
     EXPECT_EQ(outcome(inChild([] {
                   const FileDescriptor file(::memfd_create("output", MFD_CLOEXEC));
                   ::dup2(file.get(), STDOUT_FILENO);

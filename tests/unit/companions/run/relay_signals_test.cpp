@@ -24,7 +24,7 @@ TEST(RelaySignals, WaitUntilTheyAreTaken) {
               0);
 }
 
-TEST(RelaySignals, LeaveOutWhatTheCallerIgnores) {
+TEST(RelaySignals, LeaveOutSignalsThatTheCallerIgnores) {
     EXPECT_EQ(outcome(inChild([] {
                   std::signal(SIGHUP, SIG_IGN);
                   blockRelaySignals();

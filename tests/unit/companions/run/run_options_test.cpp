@@ -1,4 +1,4 @@
-// kiv-run's command line. Its refusals are in the end-to-end tests, byte for byte.
+// kiv-run's command line. The end-to-end tests check the error messages byte for byte.
 #include "companions/run/run_options.h"
 
 #include <gmock/gmock.h>
@@ -31,7 +31,7 @@ protected:
     std::vector<std::string> texts;
 };
 
-TEST_F(RunOptions, OfAnAccountAloneIsItsLoginShell) {
+TEST_F(RunOptions, WithOnlyAnAccountSelectItsLoginShell) {
     const RunRequest request = parse({"kiv-run", "alice"});
     EXPECT_EQ(request.action, Action::Work);
     EXPECT_STREQ(request.user, "alice");
@@ -50,7 +50,7 @@ TEST_F(RunOptions, EndAtTheUser) {
                 ElementsAre(StrEq("ls"), StrEq("-e"), StrEq("--start"), StrEq("--")));
 }
 
-TEST_F(RunOptions, LoseOneDoubleDashBehindTheUser) {
+TEST_F(RunOptions, DropOneDoubleDashAfterTheUser) {
     EXPECT_THAT(parse({"kiv-run", "alice", "--", "--", "x"}).command,
                 ElementsAre(StrEq("--"), StrEq("x")));
     EXPECT_THAT(parse({"kiv-run", "alice", "--"}).command, IsEmpty());

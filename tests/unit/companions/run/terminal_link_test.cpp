@@ -18,7 +18,7 @@ TerminalEnds pipeEnds() {
     return {FileDescriptor(ends[1]), FileDescriptor(ends[0])};
 }
 
-TEST(TerminalLink, HandsBothEndsOverCloseOnExec) {
+TEST(TerminalLink, SendsBothEndsCloseOnExec) {
     const TerminalLink link(kPlace);
     sendTerminal(link.childEnd, pipeEnds());
     const auto received = receiveTerminal(link.parentEnd);
@@ -31,11 +31,11 @@ TEST(TerminalLink, HandsBothEndsOverCloseOnExec) {
     EXPECT_EQ(byte, 'x');
 }
 
-TEST(TerminalLink, GivesTheChildsEndItsPlaceWhateverIsThere) {
+TEST(TerminalLink, GivesTheChildsEndItsNumberEvenIfThatIsInUse) {
     TerminalLink link(kPlace);
     EXPECT_EQ(link.childEnd.get(), kPlace);
     EXPECT_EQ(::fcntl(kPlace, F_GETFD), FD_CLOEXEC);
-    // the place of a descriptor that the pair itself would get
+    // the number that the pair itself would get
     const int lowest = ::dup(STDIN_FILENO);
     ::close(lowest);
     const TerminalLink other(lowest);
@@ -45,7 +45,7 @@ TEST(TerminalLink, GivesTheChildsEndItsPlaceWhateverIsThere) {
     EXPECT_TRUE(receiveTerminal(other.parentEnd).has_value());
 }
 
-TEST(TerminalLink, BringsNothingFromAChildThatEndedWithoutATerminal) {
+TEST(TerminalLink, ReceivesNothingFromAChildThatEndedWithoutATerminal) {
     TerminalLink link(kPlace);
     link.childEnd.reset();
     EXPECT_FALSE(receiveTerminal(link.parentEnd).has_value());
