@@ -1,15 +1,16 @@
-# For scripts that abuse a host, on top of on_host.bash and residents.bash.
+# Functions for scripts that abuse a host; needs on_host.bash and residents.bash.
 
-# rounds FULL SHORT: how often to try: FULL when the caller's environment has a KIVCTL_ABUSE_FULL, else SHORT.
+# rounds FULL SHORT: prints the number of rounds: FULL if KIVCTL_ABUSE_FULL is set in the caller's
+# environment, else SHORT.
 rounds() {
     if [ -n "${KIVCTL_ABUSE_FULL:-}" ]; then echo "$1"; else echo "$2"; fi
 }
 
-# A host's programs share one processor; what is to race with them must not.
+# The host's programs share one processor; a program that races with them must run on another.
 all_processors=0-$(($(nproc --all) - 1))
 
-# exchanging NAME PATH OTHER: while the host lives, or until `exchanger` is killed, the account exchanges the two
-# names as fast as it can.
+# exchanging NAME PATH OTHER: the account exchanges the two names as fast as it can, until the host
+# ends or `exchanger` is killed.
 exchanging() {
     taskset --cpu-list "$all_processors" setpriv --reuid "$1" --regid "$(id -g "$1")" --clear-groups perl -e '
         require "syscall.ph";
@@ -21,11 +22,12 @@ exchanging() {
     until [ -L "$2" ]; do sleep 0.001; done
 }
 
-# has_run STATUS: the last captured command ended with that status, neither by a signal nor by a time limit.
+# has_run STATUS: the last captured command exited with that status; neither a signal nor a time
+# limit ended it.
 has_run() { same "exit status" "$1" "$status"; }
 
-# recovers NAME: after whatever has been done, stop, start, exec, stop bring the account's container to a clean
-# running and a clean stopped state.
+# recovers NAME: stop, start, exec and stop bring the account's container into a clean running state
+# and then a clean stopped one.
 recovers() {
     capture timeout 30 kivctl stop "$1"
     same "status of the stop before" 0 "$status"
@@ -43,10 +45,12 @@ recovers() {
     same "rules left after" "" "$(iptables-save | grep -F -e "-i veth-$1 " || true)"
 }
 
-# pair_is_gone NAME: what a stop leaves to the kernel is done, so that the next start need not wait for it.
+# pair_is_gone NAME: the kernel has removed the interface pair after a stop, so that the next start
+# need not wait for it.
 pair_is_gone() { eventually test ! -e "/sys/class/net/veth-$1"; }
 
-# unprepared: what broken tools could not remove is gone, and the next start is the host's first again.
+# unprepared: removes everything that broken tools left, so that the next start is the host's first
+# one again.
 unprepared() {
     iptables -F
     iptables -t nat -F
@@ -54,5 +58,5 @@ unprepared() {
     rm -r /run/kiv
 }
 
-# files_of NAME: what stands in the runtime directory under the account's name.
+# files_of NAME: lists the account's files in the runtime directory.
 files_of() { find /run/kiv -mindepth 1 -name "${1//[*?[\\]/\\&}@*" 2>/dev/null || true; }

@@ -1,5 +1,6 @@
 #!/usr/bin/env bats
-# What a program that runs kivctl can hand on to it: environment, descriptors, limits, groups, arguments.
+# What kivctl inherits from a program that runs it: environment, descriptors, limits, groups,
+# arguments.
 load helpers
 load with_abuse
 
@@ -46,7 +47,7 @@ same "output of status" $'Account: alice\nActive: yes' "$(head -2 <<<"$out")"
 capture hostile kivctl stop alice
 has_run 0
 same "stderr of stop" "" "$err"
-# the loader puts it into what the caller itself runs, and into nothing that kivctl runs
+# the loader preloads it into programs that the caller runs, and into none that kivctl runs
 same "programs that were preloaded" kivctl "$(sort -u /tmp/loaded)"
 for made in /tmp/ps4 /tmp/function /tmp/trace; do refused test -e "$made"; done
 recovers alice
@@ -73,13 +74,13 @@ says "unknown command 'restart'" "${elsewhere[@]}"
 for language in de ../../../tmp/catalogues/de ../../../tmp /tmp; do
     says "unknown command 'restart'" "${elsewhere[@]}" "LANGUAGE=$language"
 done
-# the language is known and its own catalogue is read, formats of which are no formats
+# the language exists and its own catalogue is read; formats in its texts are not expanded
 catalogue /usr/share/locale/de "%n: %s %s"
 says "%n: restart restart" "${elsewhere[@]}"
 EOF
 }
 
-@test "without PATH, or with one that leads nowhere, start names the missing tool and the next one mends it" {
+@test "without PATH, or with one that leads nowhere, start names the missing tool and the next start repairs it" {
     with_abuse <<'EOF'
 account alice 100.64.0.4/30
 kivctl=$(command -v kivctl)
@@ -91,7 +92,7 @@ for path in unset "" : /nowhere /etc/passwd "$long" $'\n' %s%n; do
     capture "${limited[@]}" start alice
     echo "PATH=${path:0:20}: $status: ${err:0:200}"
     has_run 71
-    # without PATH the C library looks into two directories of its own, which may have the first tool
+    # without PATH the C library searches two default directories, which may have the first tool
     [[ $err =~ ^"ERROR during execvp: "(No such file or|Not a)" directory"$'\n'"exit code 255: ip -4 route show "\
 default\ 0.0.0.0/0$'\n'"$kivctl: Error while querying default route"$ || ($path = unset && $err = "$kivctl: Error \
 while checking for default MASQUERADE rule (255): ERROR during execvp: No such file or directory") ]]
@@ -120,7 +121,7 @@ capture kivctl start alice
 has_run 0
 recovers alice
 kivctl start alice
-# without PATH the C library's own path counts, which the current directory is not in
+# without PATH the C library's default path is used, which does not include the current directory
 kivctl=$(command -v kivctl)
 for command in stop start stop; do
     capture env -u PATH "$kivctl" "$command" alice
@@ -135,10 +136,10 @@ recovers alice
 EOF
 }
 
-@test "standard descriptors that are closed, each and all, hinder no command" {
+@test "every command works with any of the standard descriptors closed" {
     with_abuse <<'EOF'
 account alice 100.64.0.4/30
-# a tool would write into what kivctl had opened under one of these numbers
+# else a tool would write to a file that kivctl had opened under one of these numbers
 record iptables 'readlink /proc/$$/fd/{0,1,2} >/tmp/descriptors; exec "$real" "$@"'
 for closed in 0 1 2 "0 1" "1 2" "0 2" "0 1 2"; do
     redirections=
@@ -161,7 +162,7 @@ recovers alice
 EOF
 }
 
-@test "descriptors 3 to 60 of the caller stay out of the container" {
+@test "the shell does not inherit descriptors 3 to 60 of the caller" {
     with_abuse <<'EOF'
 account alice 100.64.0.4/30
 for ((i = 3; i <= 60; i++)); do
@@ -181,14 +182,14 @@ same "written" "" "$(cat /tmp/written)"
 EOF
 }
 
-@test "with any limit of descriptors each command ends by itself, and what it leaves is mended" {
+@test "with any limit of descriptors each command ends by itself, and a later start repairs what it leaves" {
     with_abuse <<'EOF'
 account alice 100.64.0.4/30
 touch /srv/secret
 printf '%s\n' hide "    /srv/secret" empty "    /proc/irq" bind "    /etc/hostname" >"$configuration"
 kivctl start alice
 kivctl stop alice
-limited() { # LIMIT COMMAND: for kivctl alone, what runs it needs some itself
+limited() { # LIMIT COMMAND: only for kivctl; the program that runs it needs some itself
     capture bash -c '
         for descriptor in /proc/$$/fd/*; do
             ((${descriptor##*/} < 3)) || eval "exec ${descriptor##*/}<&-"
@@ -196,7 +197,7 @@ limited() { # LIMIT COMMAND: for kivctl alone, what runs it needs some itself
         ulimit -n "$1"
         exec kivctl "$2" alice' limited "$@" </dev/null
     echo "limit $1, $2: $status: $err"
-    # the loader itself ends with 127 when it cannot open a library
+    # the loader itself exits with 127 when it cannot open a library
     [[ $status =~ ^(0|71|255)$ || ($status = 127 && $err == *"loading shared libraries"*) ]]
 }
 complete=
@@ -209,7 +210,7 @@ for ((limit = 3; limit <= $(rounds 40 12); limit++)); do
         refused enter_as_root alice test -e /srv/secret
         complete=${complete:-$limit}
     elif [ "$(mounted alice)" = $'net\nipc\nmnt' ]; then
-        # it may have less than it should, and must not have the host's root
+        # the container may lack parts, but must not have the host's root
         refused enter_as_root alice test -e /run/kiv/alice@mnt 2>/dev/null
     fi
     capture kivctl start alice
@@ -223,7 +224,7 @@ echo "complete from $complete on"
 EOF
 }
 
-@test "a caller in groups 0, 4 and 27 hands none of them on" {
+@test "the shell has none of the caller's groups 0, 4 and 27" {
     with_abuse <<'EOF'
 account alice 100.64.0.4/30
 as_caller() { setpriv --regid 0 --groups 0,4,27 kivctl "$@"; }
@@ -239,7 +240,7 @@ EOF
 @test "arguments of the greatest length that the kernel passes are names that are not configured" {
     with_abuse <<'EOF'
 account alice 100.64.0.4/30
-long=$(head -c 131071 /dev/zero | tr '\0' x) # with its end 128 KiB, execve(2)
+long=$(head -c 131071 /dev/zero | tr '\0' x) # 128 KiB with the NUL byte, execve(2)
 for command in start stop status; do
     capture kivctl "$command" "$long"
     has_run 71
@@ -263,7 +264,7 @@ refused test -e /run/kiv
 EOF
 }
 
-@test "the longest own name stands before an error line, and one of a megabyte never comes to be" {
+@test "the longest program name begins an error line, and the kernel refuses one of a megabyte" {
     with_abuse <<'EOF'
 account alice 100.64.0.4/30
 long=$(head -c 131071 /dev/zero | tr '\0' x)
@@ -274,7 +275,7 @@ same stderr "$long: KIV not configured for requested user" "$err"
 capture named "$long" kivctl start alice
 has_run 0
 same "stderr of alice's" "" "$err"
-# more than the kernel passes on: execve(2) itself refuses
+# longer than the kernel allows: execve(2) itself refuses
 cat >/tmp/megabyte.c <<'END'
 #include <errno.h>
 #include <stdlib.h>
@@ -295,14 +296,14 @@ recovers alice
 EOF
 }
 
-@test "a shell that is a script for /proc/self/exe is kivctl, without rights, and says how it is used" {
+@test "a shell that is a script for /proc/self/exe runs kivctl without rights, which prints its usage" {
     with_abuse <<'EOF'
 account alice 100.64.0.4/30
 printf '#!/proc/self/exe\n' >/home/alice/shell
 printf '#!/proc/self/exe start\n' >/home/alice/starter
 chmod 755 /home/alice/{shell,starter}
 program=$(sha256sum "$(command -v kivctl)")
-# the container may cover the checkout, with the library in it: the loader looks here too
+# the container may hide the checkout with the library; the loader also searches here
 install -t /usr/lib "$(ldd "$KIVCTL" | sed -nE 's/^[[:blank:]]*libkiv[^ ]* => (.*) \(0x.*/\1/p')"
 kivctl start alice
 usermod --shell /home/alice/shell alice
@@ -319,7 +320,7 @@ recovers alice
 EOF
 }
 
-@test "names with the characters of formats, patterns and options, and of 200 letters, harm nobody" {
+@test "names with the characters of formats, patterns and options, and names of 200 letters, do no harm" {
     with_abuse <<'EOF'
 names=(%s%n bob+ "$(head -c 200 /dev/zero | tr '\0' x)")
 account bobby 100.64.0.200/30
@@ -329,7 +330,7 @@ for name in "${names[@]}"; do
     echo "$name:x:$((2000 + number)):100::/nonexistent:/bin/sh" >>/etc/passwd
     echo "$name net=100.64.0.$number/30" >>"$registry"
 done
-echo "-abc:x:3000:100::/nonexistent:/bin/sh" >>/etc/passwd # no name to the C library
+echo "-abc:x:3000:100::/nonexistent:/bin/sh" >>/etc/passwd # not a name for the C library
 echo "-abc net=100.64.0.100/30" >>"$registry"
 kivctl start bobby
 for command in start stop exec status; do

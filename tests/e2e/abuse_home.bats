@@ -1,9 +1,9 @@
 #!/usr/bin/env bats
-# What an account can do in its own home to get at something else with root's help.
+# Attacks in an account's own home that try to make root reach other files.
 load helpers
 load with_abuse
 
-@test "a tmp that is a link or no directory is never mounted, whatever it leads to" {
+@test "a tmp that is a link or not a directory is never mounted, whatever it leads to" {
     with_abuse <<'EOF'
 account alice 100.64.0.4/30
 account bob
@@ -31,7 +31,7 @@ recovers alice
 EOF
 }
 
-@test "without openat2 a link at tmp is refused alike" {
+@test "without openat2 a link at tmp is refused, too" {
     with_abuse <<'EOF'
 account alice 100.64.0.4/30
 rmdir /home/alice/tmp
@@ -84,7 +84,7 @@ recovers alice
 EOF
 }
 
-# a home whose parent is the account's, as beside the account's other sites
+# a home whose parent the account owns, as beside the account's other sites
 homes_of_her_own() {
     with_abuse <<<'
 account alice 100.64.0.4/30
@@ -95,16 +95,16 @@ touch /srv/alices/home/own /srv/alices/home/tmp/own /srv/secret/foreign /srv/sec
 ln -s /srv/secret /srv/alices/other
 chown -h alice /srv/alices/other
 sed -i s#:/home/alice:#:/srv/alices/home:# /etc/passwd
-printf "%s\n" hide "    /srv/secret" >"$configuration" # that it is not seen by way of the root
+printf "%s\n" hide "    /srv/secret" >"$configuration" # so that it does not appear through the root
 no_foreign() {
     same "what is foreign" "" "$(enter_as_root alice find -L /srv/alices /tmp -name foreign 2>/dev/null || true)"
 }
 '"$(cat)"
 }
 
-@test "a home that becomes a link between two look-ups is the one that was looked at first" {
+@test "a home that becomes a link between two look-ups is the directory that was opened first" {
     homes_of_her_own <<'EOF'
-# it has been opened, and is made in the layer when this call comes
+# at this call it has been opened and is created in the layer
 strace -f -qq -o /tmp/trace -e trace=openat2 -e inject=openat2:delay_enter=700000 kivctl start alice >/tmp/out 2>/tmp/err & start=$!
 until grep -qsF '"srv/alices/home"' /tmp/trace; do sleep 0.01; done
 mv /srv/alices/home /srv/alices/before
@@ -118,7 +118,7 @@ same "what is mounted at /tmp" own "$(enter_as_root alice ls -A /tmp)"
 EOF
 }
 
-@test "a home that is exchanged with a link all the time brings nothing foreign in" {
+@test "a home that is exchanged with a link all the time never shows other files" {
     homes_of_her_own <<'EOF'
 exchanging alice /srv/alices/home /srv/alices/other
 for ((round = $(rounds 200 15); round > 0; round--)); do

@@ -1,12 +1,14 @@
 #!/usr/bin/env bats
-# More of everything: mounts, directory entries, starts at once, rounds with connections that are cut.
+# Load: many mounts, many directory entries, starts at the same time, and rounds with cut
+# connections.
 load helpers
 load with_abuse
 
-# a host with words for many mounts and files; the shell would take minutes
+# a host with functions for many mounts and files; in the shell they would take minutes
 busy_host() {
     with_abuse <<<'
-# mount_many HOW-MANY: on as many places below /srv/many, which is one to be unmounted with them
+# mount_many COUNT: mounts on that many directories below /srv/many, itself a mount, so that all can
+# be unmounted together
 mount_many() {
     mkdir -p /srv/many
     mount -t tmpfs many /srv/many
@@ -20,11 +22,11 @@ mount_many() {
             syscall(SYS_mount(), $source, $place, $type, 0, $options) == 0 or die "mount: $!\n";
         }'\'' "$1"
 }
-# fill DIRECTORY HOW-MANY: with empty files
+# fill DIRECTORY COUNT: creates that many empty files
 fill() {
     perl -e '\''for (1 .. $ARGV[1]) { open my $file, ">", "$ARGV[0]/$_" or die "$!\n" }'\'' "$1" "$2"
 }
-# milliseconds COMMAND…: captures it, limited to a minute, and says how long it took
+# milliseconds COMMAND…: captures it, with a limit of one minute, and prints how long it took
 milliseconds() {
     timed timeout 60 "$@"
     echo "$*: $took ms"
@@ -56,7 +58,7 @@ recovers alice
 EOF
 }
 
-@test "while others mount and unmount all the time the mount table tells start the truth" {
+@test "start reads the mount table correctly while others mount and unmount all the time" {
     busy_host <<'EOF'
 account alice 100.64.0.4/30
 account bob 100.64.0.8/30
@@ -78,7 +80,7 @@ for ((round = $(rounds 100 10); round > 0; round--)); do
     has_run 0
     [[ $err = "" || $err = "umount(kiv) failed: Device or resource busy" ]]
     same "live namespaces" $'net\nipc\nmnt' "$(mounted alice)"
-    # what runs is seen as running: nothing is bound a second time
+    # the running container is recognised: nothing is bound a second time
     capture timeout 20 kivctl start -a
     has_run 0
     same "stderr of a second start" "" "$err"
@@ -96,7 +98,7 @@ recovers bob
 EOF
 }
 
-@test "a home, an allow-list's and a pattern's directory of many entries are dealt with in seconds" {
+@test "a home, an allowlist and a pattern with many directory entries take only seconds" {
     busy_host <<'EOF'
 account alice 100.64.0.4/30
 count=$(rounds 100000 20000)
@@ -105,7 +107,7 @@ for directory in /home/alice /home/alice/tmp /srv/listed /srv/pattern; do fill "
 printf '%s\n' "allowlist /srv/listed" "    1" "    2" hide "    /srv/pattern/*" >"$configuration"
 milliseconds kivctl start alice
 has_run 0
-# deliberate: what a pattern hides lies elsewhere
+# deliberate: a pattern hides other paths than these
 same stderr "recMkDir: '/mnt/root/mnt/root' doesn't exist" "$(sort -u <<<"$err")"
 same "lines of it" "$count" "$(wc -l <<<"$err")"
 same "entries of the home" "$count" "$(enter alice find /home/alice -maxdepth 1 -name "[0-9]*" | wc -l)"
@@ -140,7 +142,7 @@ recovers alice
 EOF
 }
 
-@test "eight accounts at once on a host that was never prepared get a container each" {
+@test "eight accounts started at once on an unprepared host get one container each" {
     with_abuse <<'EOF'
 for number in {1..8}; do account "user$number" "100.64.0.$((number * 4))/30"; done
 for ((round = $(rounds 50 2); round > 0; round--)); do
@@ -210,7 +212,7 @@ EOF
 @test "rounds in which stop cuts connections in mid-stream leave nothing in the way of the next start" {
     KIV_HOST_DATABASE=none with_abuse <<'EOF'
 account alice 100.64.0.4/30
-# sends without end, and takes what comes
+# sends without end, and reads what arrives
 socat TCP-LISTEN:3306,bind=127.0.0.1,fork,reuseaddr SYSTEM:'yes & cat >/dev/null' 2>/dev/null &
 kivctl start alice >/dev/null
 kivctl stop alice >/dev/null
@@ -227,8 +229,8 @@ for ((round = $(rounds 50 3); round > 0; round--)); do
             my $peer = IO::Socket::INET->new("127.0.0.1:3306") or die "connect: $!\n";
             push @peers, $peer;
             next if fork;
-            if ($_ % 2) { print $peer "x" x 65536 while 1 } # data on its way out
-            sysread $peer, my $data, 4096; # data that nobody has read
+            if ($_ % 2) { print $peer "x" x 65536 while 1 } # unsent data
+            sysread $peer, my $data, 4096; # unread data
             print "streaming\n" if $_ == 4;
             sleep 100;
         }

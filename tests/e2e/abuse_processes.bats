@@ -1,5 +1,5 @@
 #!/usr/bin/env bats
-# Processes that stop must find, and those that it must not touch whatever they look like.
+# Processes that stop must find, and similar ones that it must not signal.
 load helpers
 load with_abuse
 
@@ -35,7 +35,7 @@ account alice 100.64.0.4/30
 account bob 100.64.0.8/30
 kivctl start alice
 kivctl start bob 2>/dev/null
-# enters the container, keeps a child that has left for the second account's, and one on the host
+# enters the container, and keeps one child in the second account's container and one on the host
 nsenter --net=/run/kiv/alice@net --ipc=/run/kiv/alice@ipc bash -c '
     nsenter --target "$$" --net=/proc/1/ns/net --ipc=/proc/1/ns/ipc setpriv --reuid bob --clear-groups sleep 101 &
     nsenter --net=/run/kiv/bob@net --ipc=/run/kiv/bob@ipc --mount=/run/kiv/bob@mnt setpriv --reuid bob --clear-groups sleep 102 &
@@ -59,7 +59,7 @@ EOF
 account alice 100.64.0.4/30
 kivctl start alice
 resident alice net,ipc,mnt sleep 100
-# found, told of, and then late: the number has changed hands meanwhile
+# found and printed; before the signal the number has passed to another process
 strace -qq -o /tmp/trace -e trace=pidfd_open,pidfd_send_signal,kill -e inject=pidfd_open:delay_enter=1000000 \
     kivctl stop alice 2>/tmp/err & stop=$!
 until grep -qs "terminating processes: $pid" /tmp/err; do sleep 0.01; done
@@ -97,7 +97,7 @@ recovers alice
 EOF
 }
 
-@test "processes that fork faster than stop can look end nothing but the stop" {
+@test "processes that fork faster than stop can search make only the stop fail" {
     with_abuse <<'EOF'
 account alice 100.64.0.4/30
 cat >/tmp/hop.c <<'END'
@@ -113,7 +113,7 @@ int main(void) {
 END
 cc -O2 -o /usr/local/bin/hop /tmp/hop.c
 mkdir /sys/fs/cgroup/storm
-storm() { # HOW-MANY: of them, beside stop and not in its turn
+storm() { # COUNT: so many, on another processor than stop
     local i
     for ((i = 0; i < $1; i++)); do
         (echo "$BASHPID" >/sys/fs/cgroup/storm/cgroup.procs

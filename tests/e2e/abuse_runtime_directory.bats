@@ -1,12 +1,12 @@
 #!/usr/bin/env bats
-# A runtime directory that is full, read-only or has something in it that does not belong there.
+# A runtime directory that is full, is read-only, or has unexpected files in it.
 load helpers
 load with_abuse
 
-@test "the host's mounts differ by the runtime directory and the pins, and after stop by the directory alone" {
+@test "start adds only the runtime directory and the pins to the host's mounts, and after stop only the directory is left" {
     with_abuse <<'EOF'
 account alice 100.64.0.4/30
-# with numbers, flags and propagation: nothing of the host's own mounts may change
+# with numbers, flags and propagation: the host's own mounts must not change
 pins() { sed -E 's/^.* (\/kiv|[a-z]+:)[^ ]* (\/run\/kiv[^ ]*) .*/\1 \2/'; }
 before=$(cat /proc/self/mountinfo)
 kivctl start alice
@@ -22,13 +22,13 @@ same "gone after stop" "" "$(diff <(echo "$before") /proc/self/mountinfo | grep 
 EOF
 }
 
-@test "a file system for /run that is full at any of the files ends the start with that file's text" {
+@test "a /run that is full at any of the files ends the start with that file's message" {
     with_abuse <<'EOF'
 account alice 100.64.0.4/30
 seen=
-# From Linux 6.6 on a mark takes room of its own.
+# From Linux 6.6 on a mark needs separate room.
 for ((room = 0; room <= 7; room++)); do
-    mount -t tmpfs -o mode=755,size=1m,nr_inodes=$((room + 1)) run /run # one is the directory's own
+    mount -t tmpfs -o mode=755,size=1m,nr_inodes=$((room + 1)) run /run # one for the directory itself
     capture timeout 20 kivctl start alice
     echo "room for $room: $status: $err"
     if ((status != 0)); then
@@ -39,7 +39,7 @@ for ((room = 0; room <= 7; room++)); do
         capture timeout 20 kivctl exec alice
         same "status of exec" 71 "$status"
         active=no
-        [ ! -e /run/kiv/alice@mnt ] || active=yes # status looks at the file only
+        [ ! -e /run/kiv/alice@mnt ] || active=yes # status checks only the file
         same "output of status" "Account: alice
 Active: $active" "$(kivctl status alice | head -n 2)"
     else
@@ -60,7 +60,7 @@ kivctl: /run/kiv/alice@mnt: cannot create: No space left on device
 EOF
 }
 
-@test "on a read-only /run nothing can be started, and stop and status say what there is" {
+@test "on a read-only /run nothing can be started, and stop and status report the present state" {
     with_abuse <<'EOF'
 account alice 100.64.0.4/30
 account bob 100.64.0.8/30
@@ -75,7 +75,7 @@ for command in stop status; do
 done
 mount -o remount,rw /run
 kivctl start bob
-mount -o remount,ro /run # the bind mount on /run/kiv has its own flag, the file system is read-only all the same
+mount -o remount,ro /run # the bind mount on /run/kiv has its own flag, but the file system is read-only
 capture timeout 20 kivctl start alice
 same status 71 "$status"
 same stderr "kivctl: /run/kiv/alice@net: cannot create: Read-only file system" "$err"
@@ -86,7 +86,7 @@ recovers bob
 EOF
 }
 
-@test "a full disk behind the standard streams keeps no container from being started, entered or stopped" {
+@test "containers can be started, entered and stopped with a full disk behind the standard streams" {
     with_abuse <<'EOF'
 account alice 100.64.0.4/30
 mkdir /tmp/full
@@ -106,7 +106,7 @@ recovers alice
 EOF
 }
 
-@test "plain files in the places of namespace files are taken for none" {
+@test "plain files in place of namespace files do not count as namespaces" {
     with_abuse <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice
@@ -129,7 +129,7 @@ recovers alice
 EOF
 }
 
-@test "what is neither file nor namespace in a namespace file's place is refused, and is not opened" {
+@test "a path that is neither file nor namespace in place of a namespace file is refused and not opened" {
     with_abuse <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice
@@ -165,7 +165,7 @@ recovers alice
 EOF
 }
 
-@test "a pipe, a socket or a device in a namespace file's place is bound over and never waited for" {
+@test "a pipe, a socket or a device in place of a namespace file is mounted over and never blocks" {
     with_abuse <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice
@@ -187,7 +187,7 @@ done
 EOF
 }
 
-@test "a link in a namespace file's place leads no namespace to a file of the host's" {
+@test "a link in place of a namespace file never makes a namespace be mounted on a file of the host" {
     with_abuse <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice

@@ -1,9 +1,10 @@
 #!/usr/bin/env bats
-# Host tools that fail, die or talk without end.
+# Host tools that fail, die or print without end.
 load helpers
 load with_abuse
 
-# badly WAY: each of the tools behaves in that way for a first start of the host, and well again afterwards.
+# badly WAY: each tool in turn behaves in that way during a first start of the host, and then
+# normally again.
 badly() {
     export WAY=$1
     with_abuse <<'EOF'
@@ -24,8 +25,8 @@ done
 EOF
 }
 
-# reported WAY LINE RESULT: a tool that ends in that way at once is named behind LINE each time, and the rule
-# check's result is RESULT. First on a host that was never prepared, then on one that was.
+# reported WAY LINE RESULT: a tool that ends at once in that way is named after LINE each time, and
+# the result of the rule check is RESULT. First on an unprepared host, then on a prepared one.
 reported() {
     export WAY=$1 LINE=$2 RESULT=$3
     with_abuse <<'EOF'
@@ -43,7 +44,7 @@ $LINE: sysctl -q -w net.ipv4.conf.veth0.route_localnet=1" ;;
     same "stderr of the first start, without $1" "$wanted" "$err"
     if [ "$1" = sysctl ]; then has_run 0; else has_run 71; fi
 }
-later_start() { # TOOL HOW-OFTEN: it is run for the host, and once inside, where nothing follows a failure
+later_start() { # TOOL COUNT: the tool is run so often for the host, and once inside, where the first failure ends the set-up
     capture timeout 20 kivctl start alice
     has_run 0
     same "lines about $1" "$2" "$(grep -c "^$LINE: $1 " <<<"$err")"
@@ -87,12 +88,12 @@ EOF
     badly 'head -c 1000000 /dev/zero | tr "\0" x >&2; exit 2'
 }
 
-@test "tools that answer with something else" {
+@test "tools that print unexpected text" {
     badly 'echo " dev "; exit 0'
     badly 'yes dev | head -c 1000000'
     badly 'echo default dev ../../../etc via x; exit 1'
 }
 
-@test "tools that close their output and go on for a while" {
+@test "tools that close their output and run on for a while" {
     badly 'exec >&- 2>&-; sleep 0.2; exit 1'
 }

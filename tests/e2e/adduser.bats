@@ -1,5 +1,5 @@
 #!/usr/bin/env bats
-# The example for adduser(8), as it is called by the real one.
+# The example hook of adduser(8), called by the real adduser.
 load helpers
 
 # installed: from here on adduser calls it.
@@ -29,7 +29,7 @@ same "/tmp is hers" "/home/alice/tmp" "$(enter alice touch /tmp/x; dirname "$(ls
 END
 }
 
-@test "a listed account keeps its line, system users get none, and links in an old home are not followed by root" {
+@test "a listed account keeps its line, system users get none, and root follows no links in an old home" {
     in_host <<'END'
 installed
 echo 'alice net=100.64.9.0/30' >"$registry"

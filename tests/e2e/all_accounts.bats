@@ -1,9 +1,10 @@
 #!/usr/bin/env bats
-# What kivctl.service calls to start and stop the containers of all accounts, several at once.
+# The helper of kivctl.service that starts and stops the containers of all accounts, several at
+# once.
 load helpers
 export all_accounts=$project/dist/systemd/all-accounts
 
-# accounts COUNT: that many, the first one is a1.
+# accounts COUNT: creates that many, named a1, a2 and so on.
 accounts() {
     local number
     for ((number = 1; number <= $1; number++)); do
@@ -11,24 +12,24 @@ accounts() {
     done
 }
 
-# counted: a kivctl that writes to /tmp/order when it begins and ends.
+# counted: uses a kivctl that records in /tmp/order when it begins and ends.
 counted() {
     printf '#!/bin/bash\necho begin >>/tmp/order\nkivctl "$@"\nstatus=$?\necho end >>/tmp/order\nexit $status\n' >/tmp/counted
     chmod +x /tmp/counted
 }
 
-# most: how many were at work at the same time.
+# most: prints how many ran at the same time.
 most() {
     awk '/begin/ { if (++now > most) most = now } /end/ { now-- } END { print most }' /tmp/order
 }
 
-# resident NAME [COMMAND]: a process in the account's container.
+# resident NAME [COMMAND]: starts a process in the account's container.
 resident() {
     enter_as_root "$1" bash -c "${2:-exec sleep 1000}" </dev/null >/dev/null 2>&1 3>&- &
 }
 export -f accounts counted most resident
 
-@test "all accounts are started and stopped, no more at once than asked for" {
+@test "all accounts are started and stopped, and never more at once than the limit" {
     in_host <<'EOF'
 accounts 5
 counted
@@ -47,7 +48,7 @@ capture "$all_accounts" stop --program /tmp/counted
 same "status" 0 "$status"
 same "stderr" "" "$err"
 same "left" "" "$(ls /run/kiv)"
-(($(most) >= 2)) # each waits two seconds
+(($(most) >= 2)) # each stop waits two seconds
 EOF
 }
 
@@ -66,7 +67,7 @@ done
 EOF
 }
 
-@test "a start that failed beside others is tried again alone" {
+@test "a start that failed while others ran is tried again alone" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 account bob 100.64.0.8/30
@@ -109,7 +110,7 @@ same "left" "" "$(ls /run/kiv)"
 EOF
 }
 
-@test "an account that hangs is given up, and the others are started" {
+@test "an account that hangs is abandoned, and the others are started" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 account bob 100.64.0.8/30
@@ -145,7 +146,7 @@ done
 EOF
 }
 
-@test "in the journal progress, trouble and the expected line have priorities" {
+@test "in the journal, progress, errors and the expected line have their priorities" {
     in_host <<'EOF'
 accounts 2
 echo ghost >>"$registry"

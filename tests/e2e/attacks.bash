@@ -1,9 +1,11 @@
-# Words of the tests that attack from inside a container; sourced on the simulated host after on_host.bash.
+# Functions of the tests that attack from inside a container; sourced on the simulated host after
+# on_host.bash.
 
 programs=$(dirname "$KIVCTL")/../tests/e2e/programs
 
-# two_accounts: alice, who attacks from her home, where the programs are, and bob, both running, on a host
-# with the sample configuration. Of that the sections on capabilities and system calls are left to each test.
+# two_accounts: starts containers for alice, who attacks from her home, where the programs are, and
+# for bob, on a host with the sample configuration. Each test sets the sections on capabilities and
+# system calls itself.
 two_accounts() {
     sed '/^cap_add/,$d' "$project/dist/kiv.conf" >"$configuration"
     account alice 100.64.0.4/30
@@ -50,7 +52,7 @@ by_terminal() {
     }
 }
 
-# answered ANSWER LIST: the calls of the list as they come out when each gets this answer.
+# answered ANSWER LIST: the expected output when each call of the list gets this answer.
 answered() { sed "s/\$/ $1/" <<<"$2"; }
 
 # hold POINT COMMAND…: starts a command that enters in the background and stops it there (see hold_exec.c); leaves
@@ -64,7 +66,8 @@ hold() {
     until held=$(pgrep --runstates T --parent "$entering,$$"); do sleep 0.01; done
 }
 
-# outside NAME COMMAND…: starts a command as the account on the host itself; leaves its process id in `pid`.
+# outside NAME COMMAND…: starts a command as the account on the host itself; its process ID is in
+# `pid`.
 outside() {
     setpriv --reuid "$1" --regid "$1" --init-groups "${@:2}" </dev/null >/dev/null 2>&1 &
     pid=$!
@@ -73,14 +76,14 @@ outside() {
 
 # as_uid_0 [PROGRAM]: gives alice a set-user-id root copy of a program, by default of system_call.
 as_uid_0() {
-    chmod 711 /home/alice # root without capabilities is nobody special to its permissions
+    chmod 711 /home/alice # for permissions, root without capabilities is an ordinary user
     install -m 4755 "$programs/${1:-system_call}" "/home/alice/${1:-system_call}_root"
 }
 
-# may_be_locked_down LIST: the answers without those that a kernel in lockdown refuses to root as well.
+# may_be_locked_down LIST: the answers without those that a kernel in lockdown refuses even to root.
 may_be_locked_down() { grep -v '^kexec_' <<<"$1"; }
 
-# without_strays: leaves out device nodes that somebody keeps outside of /dev on this machine.
+# without_strays: leaves out device nodes outside /dev that this machine has.
 without_strays() {
     local line
     while read -r line; do
@@ -110,10 +113,10 @@ for my $pid (map { /(\d+)/ } glob("/proc/[0-9]*"), @ARGV) {
 }
 print map { "$_ $answers{$_}\n" } sort keys %answers;'
 
-# administrators_key_is_out_of_reach: of an administrator whose session has a key, alice's commands find none. Her
-# filter allows the calls.
+# administrators_key_is_out_of_reach: alice's commands do not find the key in the session of the
+# administrator who runs them, although her filter allows the calls.
 administrators_key_is_out_of_reach() {
-    # searches in the caller's session keyring, -3, and by its number
+    # searches the caller's session keyring, -3, and uses the key's number
     calls() {
         echo "keyctl 10 -3 @user @administrator's 0"
         echo "keyctl 11 $(cat /tmp/key) @$(printf '%032d' 0) 32"

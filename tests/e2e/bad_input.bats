@@ -1,8 +1,8 @@
 #!/usr/bin/env bats
-# Configurations that are refused or read as they stand, and files that are no text at all.
+# Configurations that are refused or accepted as written, and files that are not text.
 load helpers
 
-# What a start would change on the host.
+# The state that a start would change on the host.
 state() {
     find /run/kiv 2>/dev/null || true
     cut -d ' ' -f 5- /proc/self/mountinfo
@@ -11,7 +11,7 @@ state() {
 }
 export -f state
 
-@test "a mistake in the configuration is refused with its line before anything is made" {
+@test "a mistake in the configuration is refused with its line before anything is created" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 before=$(state)
@@ -51,7 +51,7 @@ refuses 'hide /one\nhide /two\n' "line 1: unexpected arguments"
 EOF
 }
 
-@test "a filter that is no regular expression is refused with its line" {
+@test "a filter that is not a regular expression is refused with its line" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 before=$(state)
@@ -81,7 +81,7 @@ same "what the account sees" four "$(enter alice ls -A /srv)"
 EOF
 }
 
-@test "the last line of the configuration needs no end" {
+@test "the last line of the configuration needs no newline" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 touch /srv/file
@@ -104,7 +104,7 @@ enter alice test -e /srv/file -a -w /home/alice
 EOF
 }
 
-@test "paths that are no valid text are taken byte for byte" {
+@test "paths that are not valid text are used byte for byte" {
     for language in C C.UTF-8; do
         export language
         in_host <<'EOF'
@@ -118,7 +118,7 @@ EOF
     done
 }
 
-@test "a NUL byte ends a path and nothing else" {
+@test "a NUL byte ends a path but not the file" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 touch /srv/{file,file2,other}
@@ -130,7 +130,7 @@ same "what the account sees" other "$(enter alice ls -A /srv)"
 EOF
 }
 
-@test "items of a megabyte are too long for a path and harm nothing else" {
+@test "items of a megabyte are too long for a path and do no other harm" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 touch /srv/{file,other}
@@ -173,7 +173,7 @@ same stderr "kivctl: /etc/tarnwell/kiv.conf: line 1000001: not parsing a list" "
 EOF
 }
 
-@test "a configuration that cannot be opened or read is refused before anything is made" {
+@test "a configuration that cannot be opened or read is refused before anything is created" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 before=$(state)
@@ -209,7 +209,7 @@ same stderr "kivctl: /etc/tarnwell/kiv.conf: cannot open file /etc/tarnwell/kiv.
 EOF
 }
 
-@test "another configuration takes the place of the usual one and is named in its mistakes" {
+@test "a configuration given with -c replaces the usual one and is named in its errors" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 touch /srv/{file,other}

@@ -1,8 +1,8 @@
 #!/usr/bin/env bats
-# Registries that are no text, accounts that are no names, networks that are none.
+# Registries that are not text, invalid account names, and invalid networks.
 load helpers
 
-# What a start would change on the host.
+# The state that a start would change on the host.
 state() {
     find /run/kiv 2>/dev/null || true
     cut -d ' ' -f 5- /proc/self/mountinfo
@@ -11,7 +11,7 @@ state() {
 }
 export -f state
 
-@test "a registry that cannot be opened is refused before anything is made" {
+@test "a registry that cannot be opened is refused before anything is created" {
     in_host <<'EOF'
 before=$(state)
 rm "$registry"
@@ -33,7 +33,7 @@ same "state of the host" "$before" "$(state)"
 EOF
 }
 
-@test "a registry that is a directory is an empty one" {
+@test "a registry that is a directory counts as empty" {
     in_host <<'EOF'
 rm "$registry"
 mkdir "$registry"
@@ -46,7 +46,7 @@ same stderr "kivctl: KIV not configured for requested user" "$err"
 EOF
 }
 
-@test "blanks, comments, line ends of other systems and a missing last one do not matter" {
+@test "blanks, comments, line ends of other systems and a missing last newline do not matter" {
     in_host <<'EOF'
 account alice
 account bob
@@ -74,7 +74,7 @@ same "address inside" 100.64.0.10/30 "$(enter_as_root alice ip -4 -o addr show d
 EOF
 }
 
-@test "a name is looked up to the byte" {
+@test "a name is compared byte for byte" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 before=$(state)
@@ -88,7 +88,7 @@ same "state of the host" "$before" "$(state)"
 EOF
 }
 
-@test "names that are no account's are refused and touch nothing" {
+@test "names of no account are refused and change nothing" {
     in_host <<'EOF'
 names=(.. . / ../../etc/passwd /etc/passwd a/b root/ -a -abc --help 'al*' '?' '[a-z]*' '$(touch${IFS}/tmp/made)' '`id`'
     ';id' '|id' '&' '$HOME' '~root' "'" '"' '\' '%s%n' al:ice '!' $'\033[31m' $'\377\376' 1001 net=100.64.0.4/30
@@ -111,7 +111,7 @@ refused test -e /tmp/made
 EOF
 }
 
-@test "names with the character that separates them from the kind of namespace are refused" {
+@test "names with the character that separates name and kind in namespace files are refused" {
     in_host <<'EOF'
 before=$(state)
 for name in al@ice @ alice@net @alice; do
@@ -124,7 +124,7 @@ same "state of the host" "$before" "$(state)"
 EOF
 }
 
-@test "a NUL byte makes a name or network that is none" {
+@test "a name or network with a NUL byte is invalid" {
     in_host <<'EOF'
 account alice
 before=$(state)
@@ -174,7 +174,7 @@ refused test -e /run/kiv
 EOF
 }
 
-@test "a name that is too long for a file is refused before anything of it is made" {
+@test "a name that is too long for a file is refused before anything is created" {
     in_host <<'EOF'
 name=$(printf '%252s' x | tr ' ' x)
 echo "$name:x:2000:2000::/nonexistent:/bin/sh" >>/etc/passwd
@@ -225,7 +225,7 @@ starting container: alice, network:100.64.0.4/30" "$out"
 EOF
 }
 
-@test "a malformed network is refused with its text before anything is made" {
+@test "a malformed network is refused with its text before anything is created" {
     in_host <<'EOF'
 account alice
 before=$(state)
@@ -244,7 +244,7 @@ same "state of the host" "$before" "$(state)"
 EOF
 }
 
-@test "a network without two addresses is refused before anything is made" {
+@test "a network without two addresses is refused before anything is created" {
     in_host <<'EOF'
 account alice
 before=$(state)
@@ -262,7 +262,7 @@ same "state of the host" "$before" "$(state)"
 EOF
 }
 
-@test "an address within a network stands for the network" {
+@test "an address within a network means the network" {
     in_host <<'EOF'
 account alice 100.64.0.7/30
 capture kivctl start alice

@@ -1,8 +1,8 @@
 #!/usr/bin/env bats
-# The caller's environment, descriptors, signals and directory have no influence on a start.
+# A start does not depend on the caller's environment, descriptors, signals and directory.
 load helpers
 
-# complete NAME: the account's container is all there.
+# complete NAME: the account's container is complete.
 complete() {
     same "live namespaces of $1" $'net\nipc\nmnt' "$(mounted "$1")"
     enter "$1" test -w "/home/$1" -a -w /tmp
@@ -12,7 +12,7 @@ complete() {
 }
 export -f complete
 
-# A program that starts another with the environment that its source gives as ENTRIES, after PATH.
+# A program that starts another one with PATH and the environment ENTRIES of its source.
 compile_launcher() {
     cat >/tmp/launcher.c <<END
 #include <stdio.h>
@@ -52,7 +52,7 @@ done
 EOF
 }
 
-@test "entries that are there twice, without a name or without a value do not reach the host tools" {
+@test "duplicate entries and entries without a name or a value do not reach the host tools" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 record ip 'tr "\0" "\n" </proc/$$/environ | sort >/tmp/environment; exec "$real" "$@"'
@@ -66,7 +66,7 @@ complete alice
 EOF
 }
 
-@test "what the language variables hold changes nothing that a start prints" {
+@test "the language variables do not change the output of a start" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 long=$(printf '%50000s' x)
@@ -81,7 +81,7 @@ complete alice
 EOF
 }
 
-@test "descriptors that are closed at the start are the null device and nothing else" {
+@test "descriptors that are closed at the start are opened on the null device" {
     for closed in 0 1 2 "0 1 2"; do
         export closed
         in_host <<'EOF'
@@ -103,7 +103,7 @@ EOF
     done
 }
 
-@test "a mistake is answered with its status though no stream is open" {
+@test "a usage error ends with its status although no stream is open" {
     in_host <<'EOF'
 fails 64 kivctl restart <&- >&- 2>&-
 fails 71 kivctl start alice <&- >&- 2>&-
@@ -120,12 +120,12 @@ complete alice
 EOF
 }
 
-@test "a start whose reader has gone is completed" {
+@test "a start whose output has no reader any more is completed" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 mkdir -p /srv/real
 ln -s real /srv/link
-printf '%s\n' hide "    /srv/link/file" >"$configuration" # something to complain about in the middle
+printf '%s\n' hide "    /srv/link/file" >"$configuration" # causes a message in the middle of the start
 {
     until [ -e /tmp/gone ]; do sleep 0.01; done
     status=0
@@ -140,7 +140,7 @@ complete alice
 EOF
 }
 
-@test "host tools die of a closed pipe as they are used to" {
+@test "a closed pipe ends host tools as usual" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 record ip 'grep ^SigIgn /proc/$$/status >/tmp/ignored; exec "$real" "$@"'
@@ -149,7 +149,7 @@ same "the pipe signal among those ignored" 0 $((16#$(cut -f 2 /tmp/ignored) & 1 
 EOF
 }
 
-@test "a caller who ignores its children's end gets a complete container" {
+@test "a caller who ignores SIGCHLD gets a complete container" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 capture perl -e '$SIG{CHLD} = "IGNORE"; exec @ARGV' kivctl start alice
@@ -159,7 +159,7 @@ complete alice
 EOF
 }
 
-@test "a working directory that is gone or closed does not matter" {
+@test "a working directory that was removed does not matter" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 mkdir /tmp/gone

@@ -1,6 +1,6 @@
-# For the .bats files about figures: words that hosts have for the accounts' cgroups.
+# For the .bats files about figures: functions for the accounts' cgroups on the simulated host.
 
-# A file system in memory stands for the kernel's accounting, whose controllers this kernel may not have.
+# A file system in memory replaces the kernel's accounting, whose controllers this kernel may lack.
 stand_in_cgroups() {
     mount -t tmpfs cgroups /sys/fs/cgroup
 }
@@ -9,7 +9,8 @@ slice() {
     echo "/sys/fs/cgroup/user.slice/user-$(id -u "$1").slice"
 }
 
-# figures NAME FILE=VALUE…: the account's container is active and its cgroup has these files alone.
+# figures NAME FILE=VALUE…: makes the account's container active, and gives its cgroup only these
+# files.
 figures() {
     local figure directory
     directory=$(slice "$1")

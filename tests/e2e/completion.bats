@@ -1,14 +1,14 @@
 #!/usr/bin/env bats
-# What the Tab key offers in bash, with the completion in the place that the install rule puts it into.
+# The completions that bash offers, with the file where the install rule puts it.
 load helpers
 
-# installed: from here on bash finds the completion as it does on a host.
+# installed: from here on bash finds the completion as on a real host.
 installed() {
     cmake --install "$(dirname "$KIVCTL")/../dist/completion" --prefix /tmp/installed >/dev/null
     export XDG_DATA_DIRS=/tmp/installed/share
 }
 
-# offers WANTED WORD…: exactly these words are offered for the last one, which may be empty.
+# offers WANTED WORD…: exactly the words WANTED are offered for the last WORD, which may be empty.
 offers() {
     local wanted offered
     wanted=$(tr ' ' '\n' <<<"$1" | sort)
@@ -43,7 +43,7 @@ offers "" restart ""
 EOF
 }
 
-@test "files complete behind -c" {
+@test "files complete after -c" {
     in_host <<'EOF'
 installed
 mkdir -p /tmp/files/folder
@@ -54,7 +54,7 @@ offers "/tmp/files/folder" -dc /tmp/files/f
 EOF
 }
 
-@test "without a registry that can be read there is -a alone" {
+@test "without a readable registry only -a is offered" {
     in_host <<'EOF'
 installed
 rm "$registry"
@@ -67,7 +67,7 @@ offers "-a" start ""
 EOF
 }
 
-@test "what stands in the registry is offered as one word each, and never run" {
+@test "each name of the registry is offered as one word and never run as code" {
     in_host <<'EOF'
 installed
 mkdir /tmp/empty
@@ -130,7 +130,7 @@ offers "-C -T -e -h -t -u -v --help --no-pty --preserve-fds= --pty --start --ver
 offers "--start" --st
 offers "/tmp/files/folder" -C /tmp/files/f
 offers "" -e ""
-PATH=/usr/bin # or commands come twice
+PATH=/usr/bin # else commands appear twice
 offers "setpriv" alice setpr
 offers "setpriv" alice -- setpr
 offers "setpriv" -u 077 -- alice setpr

@@ -1,8 +1,9 @@
 #!/usr/bin/env bats
-# What the Tab key completes in zsh, on a terminal, with the function in the place that the install rule puts it into.
+# The completions of zsh on a terminal, with the function where the install rule puts it.
 load helpers
 
-# in_zsh: steps of tests/e2e/on_terminal from standard input, in a shell that finds the function.
+# in_zsh: runs the steps of tests/e2e/on_terminal from standard input in a shell that finds the
+# function.
 in_zsh() {
     cmake --install "$(dirname "$KIVCTL")/../dist/completion" --prefix /tmp/installed >/dev/null
     mkdir -p /tmp/zsh
@@ -60,7 +61,7 @@ STEPS
 EOF
 }
 
-@test "what stands in the registry is inserted as one word, and never run" {
+@test "a name of the registry is inserted as one word and never run as code" {
     in_host <<'EOF'
 mkdir /tmp/empty
 cd /tmp/empty

@@ -1,8 +1,8 @@
 #!/usr/bin/env bats
-# Who may run the program, how it is called, and what it says and ends with before a command does its work.
+# Who may run the program, its command line, and its output and exit status before a command begins.
 load helpers
 
-# What a command would change on the host.
+# The state that a command would change on the host.
 state() {
     find /run/kiv 2>/dev/null || true
     cut -d ' ' -f 5- /proc/self/mountinfo
@@ -11,7 +11,8 @@ state() {
 }
 export -f state
 
-# as_nobody ARGUMENTS…: runs a copy of the program, because its own place may be closed to other users.
+# as_nobody ARGUMENTS…: runs a copy of the program, because other users may have no access to the
+# original.
 as_nobody() {
     install "$(command -v kivctl)" /usr/local/bin/kivctl
     install "$(dirname "$KIVCTL")/../lib/libkiv.so.1" /usr/lib/libkiv.so.1
@@ -19,7 +20,7 @@ as_nobody() {
 }
 export -f as_nobody
 
-@test "commands are for root alone" {
+@test "only root may run commands" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 before=$(state)
@@ -33,7 +34,7 @@ same "state of the host" "$before" "$(state)"
 EOF
 }
 
-@test "the effective user is the one who must be root" {
+@test "the effective user must be root" {
     in_host <<'EOF'
 capture setpriv --ruid 65534 kivctl start -a
 same status 0 "$status"
@@ -41,7 +42,7 @@ same stderr "" "$err"
 EOF
 }
 
-@test "a caller who is not root learns nothing about the configuration, but about the command line" {
+@test "a caller who is not root gets errors about the command line but none about the configuration" {
     in_host <<'EOF'
 echo "    broken" >"$configuration"
 capture as_nobody -c /etc/not-there start alice
@@ -140,8 +141,7 @@ same "state of the host" "$before" "$(state)"
 EOF
 }
 
-# until these commands exist
-@test "error lines begin with the name that the program was called by" {
+@test "error lines begin with the name under which the program was called" {
     in_host <<'EOF'
 ln -s "$(command -v kivctl)" "/tmp/another name"
 named() { (exec -a "$1" kivctl "${@:2}"); }
@@ -152,7 +152,7 @@ same stderr "%s%n: /etc/not-there: cannot open file /etc/not-there" "$err"
 EOF
 }
 
-@test "without a name of its own the program is kivctl" {
+@test "without an argument 0 the program is called kivctl" {
     in_host <<'EOF'
 cat >/tmp/nameless.c <<'END'
 #include <unistd.h>
@@ -173,7 +173,7 @@ same "usage" "Usage: kivctl [options] [command]" "$(named "" -h | grep ^Usage)"
 EOF
 }
 
-@test "nothing is coloured in a file" {
+@test "output to a file has no colours" {
     in_host <<'EOF'
 script -qec "kivctl -h >/tmp/help; kivctl restart 2>/tmp/mistake; true" /tmp/terminal >/dev/null
 refused grep -q $'\e' /tmp/help /tmp/mistake /tmp/terminal
@@ -182,7 +182,7 @@ same "error line" "[ERROR] kivctl: unknown command 'restart'" "$(cat /tmp/mistak
 EOF
 }
 
-@test "on a terminal the logo and what is below the help text are red" {
+@test "on a terminal the logo and the lines below the help text are red" {
     in_host <<'EOF'
 script -qec "kivctl -h 2>/tmp/err" /dev/null | tr -d '\r' >/tmp/terminal
 kivctl -h >/tmp/file
@@ -192,7 +192,7 @@ same "help screen" "$(sed "1s/^/$red/; 6s/^/$reset/; 20s/^/$red/; 21s/\$/$reset/
 EOF
 }
 
-@test "when standard error is a terminal a usage error's colours go to standard output, wherever that leads" {
+@test "when standard error is a terminal, a usage error's colours go to standard output, even to a file" {
     in_host <<'EOF'
 script -qec "kivctl restart >/tmp/out; true" /dev/null | tr -d '\r' >/tmp/terminal
 same "terminal" "[ERROR] kivctl: unknown command 'restart'" "$(cat /tmp/terminal)"

@@ -1,9 +1,9 @@
 #!/usr/bin/env bats
-# What an account's shell has after exec, as the kernel shows it from inside.
+# The properties of an account's shell after exec, as the kernel shows them from inside.
 load helpers
 
-# The status file of the process that exec becomes, as it stands before the shell changes anything: the shell
-# is a program that prints its standard input.
+# Prints the status file of the process that exec becomes, before a shell changes anything: the
+# account's shell is a program that prints its standard input.
 untouched_status() {
     usermod --shell /bin/cat "$1"
     bash -c "exec kivctl exec $1 </proc/self/status"
@@ -26,7 +26,7 @@ same groups "Groups:	$gid " "$(grep ^Groups: <<<"$seen")"
 EOF
 }
 
-@test "of the caller's descriptors the shell has only the first three" {
+@test "the shell inherits only the caller's first three descriptors" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice >/dev/null
@@ -39,7 +39,7 @@ same "many open" "0 1 2" "$(kivctl exec alice <<<'ls /proc/$$/fd' | xargs)"
 EOF
 }
 
-@test "without close_range the shell has only the first three descriptors as well" {
+@test "without close_range, too, the shell has only the first three descriptors" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice >/dev/null
@@ -81,7 +81,7 @@ refused kivctl exec alice <<<'touch /etc/probe 2>/dev/null'
 EOF
 }
 
-@test "the shell has no capability and none to gain, and is under the filter" {
+@test "the shell has no capability, can gain none, and is under the filter" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice >/dev/null
@@ -97,7 +97,7 @@ Seccomp_filters:	1" "$(grep -E '^(Cap|NoNewPrivs|Seccomp)' <<<"$seen")"
 EOF
 }
 
-@test "a capability that the caller would hand on does not reach the shell" {
+@test "an inheritable capability of the caller does not reach the shell" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice >/dev/null
@@ -108,7 +108,7 @@ same sets "0000000000000000" "$(awk '/^Cap/ { print $2 }' <<<"$seen" | sort -u)"
 EOF
 }
 
-@test "signals reach the shell as a program expects them" {
+@test "signals have their defaults in the shell" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice >/dev/null
@@ -137,16 +137,16 @@ $all->fillset;
 sigprocmask(SIG_BLOCK, $all) if $kinds{blocked};
 exec @ARGV;'
 
-@test "no signal that the caller ignores or blocks stays so for the shell, but SIGHUP as by nohup" {
+@test "no signal that the caller ignores or blocks stays so for the shell, except SIGHUP ignored by nohup" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice >/dev/null
 usermod --shell /bin/cat alice
 program=$(command -v kivctl)
-# standard input is the status of the process that becomes perl, kivctl and cat
+# standard input is the status of the process that becomes perl, then kivctl, then cat
 seen_with() { perl -e "$with_signals" "$1" "$program" exec alice </proc/self/status | grep -E '^Sig(Blk|Ign)'; }
 seen_of_caller() { perl -e "$with_signals" "$1" grep -E '^Sig(Blk|Ign)' /proc/self/status; }
-# all that can be, but for what perl and grep use themselves
+# all possible signals, except those that perl and grep use themselves
 [[ $(seen_of_caller ignored,hangup) == *"SigIgn:	ffffffff"* ]]
 [[ $(seen_of_caller blocked) == *"SigBlk:	fffffff"* ]]
 none="SigBlk:	0000000000000000
@@ -158,7 +158,7 @@ same "all ignored and blocked" "${none%0}1" "$(seen_with ignored,hangup,blocked)
 EOF
 }
 
-@test "SIGTERM ends a shell's program whatever the caller does with it" {
+@test "SIGTERM ends a program of the shell even if the caller ignores or blocks it" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice >/dev/null
@@ -174,7 +174,7 @@ fails 143 wait $!
 EOF
 }
 
-@test "the shell has HOME and at most PATH, TERM, LANG and TZ" {
+@test "the shell's environment is HOME and at most PATH, TERM, LANG and TZ" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice >/dev/null
@@ -228,7 +228,7 @@ fails 143 kivctl exec alice <<<'kill -TERM $$' 2>/dev/null
 EOF
 }
 
-@test "standard input reaches the shell to the byte, and its output comes out alone" {
+@test "standard input reaches the shell byte for byte, and only its output comes out" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 usermod --shell /bin/cat alice
@@ -242,7 +242,7 @@ cmp /tmp/bytes <(kivctl -d exec alice </tmp/bytes)
 EOF
 }
 
-@test "of several entries with one number the first supplies home and shell" {
+@test "of several password entries with one user ID the first supplies home and shell" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 useradd --non-unique --uid "$(id -u alice)" --gid users --home-dir /srv --no-create-home --shell /bin/false bob

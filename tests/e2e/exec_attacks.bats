@@ -1,6 +1,6 @@
 #!/usr/bin/env bats
-# What an account tries from the shell that exec gives it, and the error that it gets. Where two barriers stand
-# behind each other, both are tried alone.
+# Attacks by an account from the shell of exec, and the errors that it gets. When two barriers
+# protect the same thing, each is also tested alone.
 load helpers
 load with_attacks
 
@@ -19,19 +19,19 @@ chroot @/tmp"
 same "answers to the account" "$(answered EPERM "$calls")" "$(inside alice '~/system_call native' <<<"$calls")"
 same "answers to uid 0" "$(answered EPERM "$calls")" "$(inside alice '~/system_call_root native' <<<"$calls")"
 
-# without the filter it is the missing capability
+# without the filter, the missing capability prevents it
 printf '%s\n' seccomp "    allow mount umount2 pivot_root fsopen open_tree fspick" >>"$configuration"
 same "answers without the filter" "$(answered EPERM "$calls")" \
     "$(inside alice '~/system_call_root native' <<<"$calls")"
 
-# without either there is nothing left to stop it
+# without both, nothing prevents it
 printf '%s\n' cap_add "    sys_admin" "    sys_chroot" >>"$configuration"
 calls=$(grep -E '^(mount @none|umount2|fsopen|open_tree|fspick|chroot)' <<<"$calls")
 same "answers with the capability" "$(answered 0 "$calls")" "$(inside alice '~/system_call_root native' <<<"$calls")"
 EOF
 }
 
-@test "with the capability alone the filter still denies mounts" {
+@test "with the capability the filter still denies mounts" {
     on_two_accounts <<'EOF'
 as_uid_0
 printf '%s\n' cap_add "    CAP_SYS_ADMIN" >>"$configuration"
@@ -40,7 +40,7 @@ same "answer to sethostname" 0 "$(inside alice '~/system_call_root native sethos
 EOF
 }
 
-@test "no new user namespace is to be had" {
+@test "no new user namespace can be created" {
     on_two_accounts <<'EOF'
 same "answer to the account" EPERM "$(inside alice '~/system_call native unshare 0x10000000')"
 same "answer with other kinds" EPERM "$(inside alice '~/system_call native unshare 0x3e020000')"
@@ -63,18 +63,18 @@ EOF
 outside alice sleep 600
 answers=$(inside alice 'perl -e "$1" "${@:2}"' "$join_all" 1 "$pid" $$)
 [[ $answers =~ ^"namespace EPERM "([0-9]+)$'\n'"process EPERM "([0-9]+)$ ]]
-# its own process and the one outside, the latter with the host's namespaces
+# its own process, and the one outside with the host's namespaces
 ((BASH_REMATCH[1] >= 20 && BASH_REMATCH[2] >= 12))
 inside alice 'test -r /proc/$1/ns/mnt' "$pid"
-# root in the container's namespaces can
+# root inside the container's namespaces can
 answers=$(enter_as_root alice perl -e "$join_all" 1 "$pid" $$)
 [[ $answers == *"process 0 "* ]]
 EOF
 }
 
-@test "nothing can be written but home, /tmp and device nodes that are for everybody" {
+@test "only home, /tmp and device nodes that everyone may write can be written" {
     on_two_accounts <<'EOF'
-install -d -m 777 /srv/open # read-only comes before permissions
+install -d -m 777 /srv/open # the read-only error comes before that of permissions
 touch /srv/open/file
 chmod 666 /srv/open/file
 same "what can be written" "/dev/full
@@ -101,7 +101,7 @@ same "a key of its own" 0 "$(inside alice '~/system_call native add_key @user @m
 EOF
 }
 
-@test "without a session keyring of its own there is no shell, but on a kernel without keys" {
+@test "if a new session keyring fails there is no shell, except on a kernel without keyrings" {
     on_two_accounts <<'EOF'
 for error in EDQUOT EPERM ENOMEM; do
     injected "keyctl:error=$error" kivctl exec alice <<<'echo a shell'
@@ -115,7 +115,7 @@ same "status without keys" 0 "$status"
 EOF
 }
 
-@test "while exec enters the container the account's processes there cannot get at it" {
+@test "while exec enters the container, the account's processes there cannot access it" {
     on_two_accounts <<'EOF'
 hold inside kivctl exec alice
 same "namespace" "$(stat -Lc %i /run/kiv/alice@mnt)" "$(stat -Lc %i "/proc/$held/ns/mnt")"
@@ -138,10 +138,10 @@ wait "$entering"
 EOF
 }
 
-@test "what is not kept from tracing is got at in every way" {
+@test "a process that allows tracing can be accessed in every way" {
     on_two_accounts <<'EOF'
 hold traceable kivctl exec alice
-# Yama may keep a process from tracing any but its children, but not from reading
+# Yama may allow tracing only of children, but does not prevent reading
 tracing='^(mem|fd/0|process_vm|pidfd_getfd|PTRACE)'
 [ "$(cat /proc/sys/kernel/yama/ptrace_scope 2>/dev/null || echo 0)" != 0 ] || tracing='^$'
 same "from inside" "$(grep -vE "$tracing" <<<"mem 0
@@ -162,7 +162,7 @@ wait "$entering"
 EOF
 }
 
-@test "no input can be pushed into the caller's terminal" {
+@test "no input can be inserted into the caller's terminal" {
     on_two_accounts <<'EOF'
 # on_terminal COMMAND LINE: the answers that the shell's line leaves, with the command on a new terminal
 on_terminal() {
@@ -179,14 +179,14 @@ ioctl 0 0xffffffff0000541c @:"
 numbers=$(awk '{ print $3 }' <<<"$calls")
 line='for number in '${numbers//$'\n'/ }'; do ~/system_call native ioctl 0 $number @:; done'
 same "answers to the account" $'0\nEPERM\nEPERM\nEPERM\nEPERM\nEPERM' "$(on_terminal 'kivctl exec alice' "$line")"
-# without the filter: some kernels have the first no more and say EIO, and the other is for consoles
+# without the filter: newer kernels refuse the first with EIO, and the other works only on consoles
 unfiltered="nsenter --net=/run/kiv/alice@net --ipc=/run/kiv/alice@ipc --mount=/run/kiv/alice@mnt \
     setpriv --reuid alice --regid alice --init-groups env HOME=/home/alice bash --norc"
 [[ $(on_terminal "$unfiltered" "$line" | paste -sd' ') == @("0 0 ENOTTY 0 0 ENOTTY"|"0 EIO ENOTTY EIO EIO ENOTTY") ]]
 EOF
 }
 
-@test "no cgroup file is within reach, and what is started stays in the account's leaf" {
+@test "no cgroup file is within reach, and new processes stay in the account's leaf" {
     on_two_accounts <<'EOF'
 leaf=user.slice/user-$(id -u alice).slice/kiv
 capture inside alice 'grep cgroup /proc/self/mountinfo; ls -A /sys/fs/cgroup'
@@ -194,7 +194,7 @@ same mounts "" "$out"
 [[ $err == *"No such file or directory" ]]
 same "a process that has left its parent" "0::/$leaf" \
     "$(inside alice 'setsid --fork --wait sh -c "grep ^0:: /proc/self/cgroup"')"
-# through the host's view of a process of its own outside
+# through the root of the account's own process outside
 outside alice sleep 600
 for file in cgroup.procs user.slice/cgroup.procs "$leaf/cgroup.procs" "${leaf%/kiv}/pids.max"; do
     capture inside alice 'echo 0 >"/proc/$1/root/sys/fs/cgroup/$2"' "$pid" "$file"
@@ -205,7 +205,7 @@ same "a new cgroup" EACCES \
 EOF
 }
 
-@test "a set-user-id root program gains no capability" {
+@test "a set-user-ID root program gains no capability" {
     on_two_accounts <<'EOF'
 as_uid_0
 touch /home/alice/file
@@ -226,17 +226,17 @@ same answers "$wanted" "$(inside alice '~/system_call_root native' <<<"$calls")"
 install -m 4755 "$(command -v cat)" /home/alice/cat_root
 same capabilities "CapInh CapPrm CapEff CapBnd CapAmb" "$(inside alice '~/cat_root /proc/self/status' |
     awk '/^Uid:/ && $3 != 0 { exit } /^Cap.*:\t0+$/ { sub(":", ""); print $1 }' | paste -sd' ')"
-# the capability that the administrator leaves in the bounding set is there
+# only the capability that the administrator left in the bounding set is there
 printf '%s\n' cap_add "    chown" >>"$configuration"
 same "with the capability" 0 "$(inside alice '~/system_call_root native chown @/home/alice/file 0 0')"
 EOF
 }
 
-@test "a set-user-id root program can do what root's files and processes allow root without capabilities" {
+@test "a set-user-ID root program can do whatever permissions allow root without capabilities" {
     on_two_accounts <<'EOF'
 as_uid_0
 as_uid_0 writable
-# the container's own small /run, and what is bound from the host, which is the host's
+# the container's own small /run, and bound files, which are the host's
 same "what it can write" "/dev/full
 /dev/null
 /dev/ptmx
@@ -254,11 +254,11 @@ same "what it can write" "/dev/full
 /run/mysqld/
 /run/utmp" "$(inside alice 'setsid --wait ~/writable_root /dev /etc /mnt /proc /run /srv /var' |
     without_strays | sort)"
-# no PID namespace: signals are for who has the same user, and reach root's processes on the host
+# no PID namespace: signals to processes of the same user, so also to root's processes on the host
 sleep 600 &
 same "signal" 0 "$(inside alice '~/system_call_root native kill $1 15' $!)"
 fails 143 wait $!
-# what reads or traces is for who has no fewer capabilities
+# reading and tracing need at least the target's capabilities
 sleep 600 &
 as_uid_0 watch_process
 same "every other way" "ENOENT EPERM" "$(inside alice '~/watch_process_root $1' $! |
@@ -266,7 +266,7 @@ same "every other way" "ENOENT EPERM" "$(inside alice '~/watch_process_root $1' 
 EOF
 }
 
-@test "a set-group-id program gains its group" {
+@test "a set-group-ID program gains its group" {
     on_two_accounts <<'EOF'
 install -m 2755 -g mail "$(command -v id)" /home/alice/id_mail
 same "effective group" "$(getent group mail | cut -d: -f3)" "$(inside alice '~/id_mail -g')"

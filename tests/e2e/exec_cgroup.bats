@@ -1,13 +1,13 @@
 #!/usr/bin/env bats
-# The cgroup that exec puts an account's shell into.
+# The cgroup into which exec moves an account's shell.
 load helpers
 
-# cgroup_of USER: where the shell is in the cgroup v2 hierarchy.
+# cgroup_of USER: prints the shell's place in the cgroup v2 hierarchy.
 cgroup_of() {
     kivctl exec "$1" <<<'grep ^0: /proc/$$/cgroup'
 }
 
-# no_entry MESSAGE: alice's exec must fail with the message and run nothing.
+# no_entry MESSAGE: alice's exec fails with the message and runs nothing.
 no_entry() {
     capture kivctl exec alice <<<'echo a shell'
     same "exit status" 71 "$status"
@@ -16,7 +16,7 @@ no_entry() {
 }
 export -f cgroup_of no_entry
 
-@test "the shell is in a leaf of the account's slice, which is made when it is missing" {
+@test "the shell is in a leaf of the account's slice, which is created when it is missing" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice >/dev/null
@@ -62,7 +62,7 @@ same "left behind" "" "$(cat "$leaf/cgroup.procs")"
 EOF
 }
 
-@test "a slice with sessions of the account keeps them, and counts what it is asked to count" {
+@test "a slice with sessions of the account keeps them and its controllers" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice >/dev/null
@@ -100,7 +100,7 @@ done
 EOF
 }
 
-@test "a leaf that is made on a host without systemd has a limit of processes, which nothing overwrites" {
+@test "a leaf that is created on a host without systemd has a limit of processes, which nothing overwrites" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice >/dev/null
@@ -125,7 +125,7 @@ same "attempts beside systemd" 0 "$(attempts)"
 EOF
 }
 
-@test "without cgroup v2 nobody is let in, and the place is named" {
+@test "without cgroup v2 nobody can enter, and the error names the path" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice >/dev/null
@@ -139,7 +139,7 @@ no_entry "/sys/fs/cgroup: No such file or directory"
 EOF
 }
 
-@test "a cgroup that cannot be made or joined is named with the reason" {
+@test "a cgroup that cannot be created or joined is named with the reason" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice >/dev/null
@@ -156,7 +156,7 @@ no_entry "$slice/kiv/cgroup.procs: Operation not supported"
 EOF
 }
 
-@test "no namespace is joined by a process that is not counted" {
+@test "a process that is not in the cgroup joins no namespace" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice >/dev/null

@@ -1,8 +1,9 @@
 #!/usr/bin/env bats
-# exec where something is missing: names, containers, homes, shells, rights.
+# Failures of exec: missing names, containers, homes, shells and rights.
 load helpers
 
-# refuses_entry USER MESSAGE: exec must say that it switches and then fail with the message, without a shell.
+# refuses_entry USER MESSAGE: exec prints that it switches, then fails with the message and without
+# a shell.
 refuses_entry() {
     capture timeout 20 kivctl exec "$1" <<<'echo a shell'
     same "exit status" 71 "$status"
@@ -11,7 +12,7 @@ refuses_entry() {
 }
 export -f refuses_entry
 
-@test "names that cannot have a container are refused before anything is said on standard output" {
+@test "names that cannot have a container are refused before anything is printed on standard output" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice >/dev/null
@@ -65,7 +66,7 @@ done
 EOF
 }
 
-@test "a file that is held from a namespace of another kind is refused, and nothing is joined" {
+@test "a namespace file of another kind is refused, and nothing is joined" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice >/dev/null
@@ -80,7 +81,7 @@ refused grep setns /tmp/trace
 EOF
 }
 
-@test "a namespace file that is a symbolic link or a pipe is not followed or waited for" {
+@test "a namespace file that is a symbolic link is not followed, and a pipe does not block" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 account bob 100.64.0.8/30
@@ -167,7 +168,7 @@ ERROR during execv: No such file or directory" "$err"
 EOF
 }
 
-@test "a change of user that fails or that root survives runs no shell" {
+@test "no shell runs if the change of user fails or leaves a way back to root" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice >/dev/null
@@ -181,7 +182,7 @@ done
 EOF
 }
 
-@test "an id that means no change to the kernel is refused" {
+@test "an ID that means no change to the kernel is refused" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 account bob 100.64.0.8/30
@@ -194,7 +195,7 @@ refuses_entry bob "setuid() failed: Invalid argument"
 EOF
 }
 
-@test "the highest id is an account's like any other" {
+@test "an account may have the highest ID" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 sed -i 's/^alice:x:[0-9]*:/alice:x:4294967294:/' /etc/passwd
@@ -205,10 +206,10 @@ same stdout "4294967294 0::/user.slice/user-4294967294.slice/kiv" \
 EOF
 }
 
-@test "an account that vanishes between its two look-ups is told" {
+@test "an account that is removed between its two look-ups is reported" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
-# of this source the file is not read in one pass for both
+# with this source the two look-ups are separate
 sed -i 's/^passwd:.*/passwd: compat/' /etc/nsswitch.conf
 kivctl start alice >/dev/null
 injected openat:error=ENOENT:when=2 -P /etc/passwd kivctl exec alice <<<'echo a shell'

@@ -1,22 +1,22 @@
 #!/usr/bin/env bats
-# exec with another library in the container library's place: what it is called with, and how its answers
-# are judged.
+# exec with another library in place of the container library: the calls' arguments, and the meaning
+# of their results.
 load helpers
 recording=$(realpath "$(dirname "$KIVCTL")/../tests/recording")
 export recording
 
-# record_library ANSWER…: what the library is to answer from now on; its calls are recorded anew.
+# record_library ANSWER…: sets the library's results from now on, and clears the record of calls.
 record_library() {
     printf '%s\n' "$@" >/tmp/library-answers
     rm -f /tmp/library-calls
 }
 
-# run_exec USER: captures an exec with the recording library, whose shell says that it runs.
+# run_exec USER: captures an exec with the recording library; the shell prints that it runs.
 run_exec() {
     capture env LD_LIBRARY_PATH="$recording" kivctl exec "$1" <<<'echo the shell of $(id -un)'
 }
 
-# shell_runs USER: so it must end when every step has succeeded.
+# shell_runs USER: the expected result when every step has succeeded.
 shell_runs() {
     run_exec "$1"
     same "exit status" 0 "$status"
@@ -24,7 +24,7 @@ shell_runs() {
     same stderr "" "$err"
 }
 
-# step_fails LINE: so it must end when a step has failed; LINE is the error line.
+# step_fails LINE: the expected result when a step has failed; LINE is the error line.
 step_fails() {
     run_exec alice
     same "exit status" 71 "$status"
@@ -32,7 +32,7 @@ step_fails() {
     printf '%s\n' "$1" | cmp - /tmp/captured.err
 }
 
-# calls: the recorded calls, their handle replaced by a word when it is one and the same in all.
+# calls: prints the recorded calls; the handle is replaced by a word if it is the same in all.
 calls() {
     local handle
     handle=$(awk '$1 == "kiv_load_config" { print $2 }' /tmp/library-calls)
@@ -40,7 +40,7 @@ calls() {
 }
 export -f record_library run_exec shell_runs step_fails calls
 
-@test "the six calls are made once each, in their order, with the same handle" {
+@test "each of the six calls is made once, in their order, with the same handle" {
     in_host <<'EOF'
 account alice
 record_library
@@ -55,7 +55,7 @@ refused grep -w null /tmp/library-calls
 EOF
 }
 
-@test "the library gets the name that was given, also when another account has the same number" {
+@test "the library gets the given name, even when another account has the same user ID" {
     in_host <<'EOF'
 account alice
 useradd --non-unique --uid "$(id -u alice)" --no-create-home --shell /bin/false bob
@@ -68,7 +68,7 @@ kiv_apply_namespaces HANDLE bob 0" "$(calls | grep -E 'cg_enter|apply')"
 EOF
 }
 
-@test "the cgroup step fails on everything but 0, and nothing is called after it" {
+@test "the cgroup step fails on every result except 0, and nothing is called after it" {
     in_host <<'EOF'
 account alice
 for result in 1 -1 5 -2 2147483647; do
@@ -92,7 +92,7 @@ done
 EOF
 }
 
-@test "the other steps succeed with everything but -1" {
+@test "the other steps succeed with every result except -1" {
     in_host <<'EOF'
 account alice
 for result in 1 -2 5 -2147483648; do
@@ -122,7 +122,7 @@ step_fails "kivctl: third"
 EOF
 }
 
-@test "a step that fails without a message leaves the error line empty behind the program's name" {
+@test "when a step fails without a message, the error line is only the program's name" {
     in_host <<'EOF'
 account alice
 for step in kiv_cg_enter kiv_apply_namespaces kiv_seccomp kiv_capabilities; do
@@ -132,7 +132,7 @@ done
 EOF
 }
 
-@test "an empty message counts as one" {
+@test "an empty message counts as a message" {
     in_host <<'EOF'
 account alice
 record_library "kiv_seccomp logs earlier" "kiv_seccomp logs " "kiv_seccomp returns -1"
@@ -159,7 +159,7 @@ shell_runs alice
 EOF
 }
 
-@test "a message is shown as it is but for control characters, however long it is" {
+@test "a message of any length is printed unchanged except for control characters" {
     in_host <<'EOF'
 account alice
 for text in '%s%n' '100% of %d, %%, %5$s' "$(printf '%09000d' 7)" "$(printf '%0200000d' 7)%s" $'tab\tand \\n'; do
@@ -169,7 +169,7 @@ done
 EOF
 }
 
-@test "the library shows its six calls and nothing else, and the program needs it by its SONAME" {
+@test "the library exports only its six calls, and the program needs it by its SONAME" {
     library=$(dirname "$KIVCTL")/../lib/libkiv.so.1
     shown=$(nm --dynamic --defined-only --format=just-symbols "$library" | sort | xargs)
     [ "$shown" = "kiv_apply_namespaces kiv_capabilities kiv_cg_enter kiv_load_config kiv_seccomp kiv_set_log_cb" ]

@@ -1,5 +1,5 @@
 #!/usr/bin/env bats
-# exec beside other runs: nobody enters a container while it is being built.
+# exec at the same time as other runs: nobody enters a container while it is being built.
 load helpers
 
 @test "exec waits while the account is locked, and enters as soon as it is free" {
@@ -85,7 +85,7 @@ EOF
 account alice 100.64.0.4/30
 account bob 100.64.0.8/30
 kivctl start alice >/dev/null
-# the child's own calls come after the namespaces are held, and before it has its root
+# the child makes these calls after the namespaces are pinned and before its root is complete
 record ip 'sleep 0.2; exec "$real" "$@"'
 kivctl start bob >/dev/null 2>&1 & start=$!
 is_held() { [ "$(mounted bob)" = $'net\nipc\nmnt' ]; }
@@ -98,7 +98,7 @@ refused grep /run/kiv <<<"$during"
 EOF
 }
 
-@test "a start of one account does not hold up exec into another" {
+@test "a start of one account does not delay exec into another" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 account bob 100.64.0.8/30
@@ -116,7 +116,7 @@ same "bob's shell" in "$(kivctl exec bob <<<'echo in')"
 EOF
 }
 
-@test "without a lock that the kernel refuses nobody enters" {
+@test "nobody enters if the kernel refuses the lock" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice >/dev/null

@@ -1,5 +1,5 @@
 #!/usr/bin/env bats
-# What an account reaches of its neighbours and of the host, from the shell that exec gives it.
+# What an account can reach of other accounts and of the host from the shell of exec.
 load helpers
 load with_attacks
 
@@ -23,11 +23,11 @@ done
 EOF
 }
 
-@test "another account's shared memory, semaphores and message queues are not there" {
+@test "another account's shared memory, semaphores and message queues are not visible" {
     on_two_accounts <<'EOF'
 cp "$programs/system_call" /home/bob
 on_host() { setpriv --reuid "$1" --regid "$1" --init-groups "${@:2}"; }
-# try_from PLACE: objects for everybody that bob makes there, as he sees them from there and as alice does
+# try_from PLACE: bob creates objects there that everyone may use; prints what he and alice see
 try_from() {
     local place=$1 program=/home/bob/system_call calls
     made() { "$place" bob ipcmk --mode 0666 "$@" | sed 's/.*: //'; }
@@ -56,7 +56,7 @@ same "way out" 192.0.2.2 "$(inside alice 'cat </dev/tcp/198.51.100.1/80')"
 EOF
 }
 
-@test "abstract sockets of the host are in another network" {
+@test "abstract sockets of the host are in another network namespace" {
     on_two_accounts <<'EOF'
 socat ABSTRACT-LISTEN:server,fork SYSTEM:'echo host' &
 until [ "$(socat -u ABSTRACT-CONNECT:server -)" = host ] 2>/dev/null; do sleep 0.01; done
@@ -68,7 +68,7 @@ same "names in sight" "" "$(inside alice 'grep server /proc/net/unix' || true)"
 EOF
 }
 
-@test "the runtime directory and the administrator's files are not there" {
+@test "the runtime directory and the administrator's files are not visible" {
     on_two_accounts <<'EOF'
 as_uid_0
 for path in /run/kiv /etc/tarnwell /etc/shadow /root; do
@@ -81,7 +81,7 @@ same "mounts of it" "" "$(inside alice 'grep /run/kiv /proc/self/mountinfo' || t
 EOF
 }
 
-@test "a process of the account outside leads to the host's files, with the account's permissions there" {
+@test "a process of the account outside gives access to the host's files, with the account's permissions" {
     on_two_accounts <<'EOF'
 outside alice sleep 600
 own=/proc/$pid/root

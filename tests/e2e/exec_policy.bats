@@ -1,18 +1,18 @@
 #!/usr/bin/env bats
-# The lists of the configuration that the container library enforces, as a shell after exec shows them.
+# The configuration's lists that the container library enforces, as seen in a shell after exec.
 load helpers
 
-# configure: the text from standard input becomes the configuration.
+# configure: makes standard input the configuration.
 configure() {
     cat >"$configuration"
 }
 
-# bounding_set: that of a shell of alice's, as the kernel writes it.
+# bounding_set: prints that of alice's shell, in the kernel's form.
 bounding_set() {
     kivctl exec alice <<<"awk '/^CapBnd/ { print \$2 }' /proc/\$\$/status"
 }
 
-# set_of NUMBER…: the set with the capabilities of these numbers.
+# set_of NUMBER…: prints the set of the capabilities with these numbers.
 set_of() {
     local number mask=0
     for number in "$@"; do
@@ -21,7 +21,7 @@ set_of() {
     printf '%016x' "$mask"
 }
 
-# no_entry MESSAGE: the configuration from standard input must keep everybody out.
+# no_entry MESSAGE: the configuration from standard input locks every account out.
 no_entry() {
     configure
     capture kivctl exec alice <<<'echo a shell'
@@ -30,14 +30,15 @@ no_entry() {
     same stderr "kivctl: /etc/tarnwell/kiv.conf: $1" "$err"
 }
 
-# answer COMMAND…: the exit status of a command in a shell of alice's, and its last word on standard error.
+# answer COMMAND…: prints the exit status of a command in alice's shell, and its last word on
+# standard error.
 answer() {
     capture kivctl exec alice <<<"$*"
     echo "$status${err:+ ${err##*: }}"
 }
 export -f configure bounding_set set_of no_entry answer
 
-@test "cap_add leaves capabilities to gain, with and without CAP_ and in any case" {
+@test "cap_add lets programs gain capabilities, with and without CAP_ and in any case" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice >/dev/null
@@ -54,22 +55,22 @@ same "none held" 0000000000000000 \
 EOF
 }
 
-@test "names of capabilities are read alike in every language" {
+@test "names of capabilities are read in the same way in every language" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice >/dev/null
 mkdir /tmp/locales
-localedef -i tr_TR -f ISO-8859-9 /tmp/locales/tr_TR # where the small letter of "I" is not "i"
+localedef -i tr_TR -f ISO-8859-9 /tmp/locales/tr_TR # where the lower case of "I" is not "i"
 printf 'cap_add\n CAP_KILL\n' >"$configuration"
 export LOCPATH=/tmp/locales LANG=tr_TR
 same "kill" "$(set_of 5)" "$(bounding_set)"
 EOF
 }
 
-@test "a capability of cap_add works for a set-user-id program, and no other does" {
+@test "a capability of cap_add works for a set-user-ID program, and no other does" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
-chmod 711 /home/alice # root without capabilities is nobody special to its permissions
+chmod 711 /home/alice # for permissions, root without capabilities is an ordinary user
 install -m 4755 "$(command -v setpriv)" /usr/local/bin/raise
 kivctl start alice >/dev/null
 printf 'cap_add\n chown\n' >"$configuration"
@@ -80,7 +81,7 @@ same "chown without cap_add" "1 Operation not permitted" "$(answer 'rm -f f; tou
 EOF
 }
 
-@test "cap_drop wins over cap_add, wherever it stands" {
+@test "cap_drop wins over cap_add in any order" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice >/dev/null
@@ -99,7 +100,7 @@ same "net_raw" "$(set_of 13)" "$(bounding_set)"
 EOF
 }
 
-@test "without lists, and without the file, there is no capability to gain" {
+@test "without lists, and without the file, no capability can be gained" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice >/dev/null
@@ -112,7 +113,7 @@ same "no file" "$(set_of) 2" "$(kivctl -c /tmp/other.conf exec alice \
 EOF
 }
 
-@test "the library reads its own file, also when another one is named with -c" {
+@test "the library reads its own file, even when another one is given with -c" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice >/dev/null
@@ -127,7 +128,7 @@ $(set_of 13)" "$(LANG=C.UTF-8 kivctl -c /tmp/other.conf exec alice 2>&1 \
 EOF
 }
 
-@test "an unknown capability keeps everybody out, and is named with its line" {
+@test "an unknown capability locks every account out and is named with its line" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice >/dev/null
@@ -150,7 +151,7 @@ no_entry "line 2: unknown capability 'chown,kill'" <<<$'cap_drop\n chown,kill'
 EOF
 }
 
-@test "a file that cannot be read keeps everybody out, also when another one is named with -c" {
+@test "a file that cannot be read locks every account out, even when another one is given with -c" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice >/dev/null
@@ -175,7 +176,7 @@ done
 EOF
 }
 
-@test "a system call is denied by its bare name or behind deny" {
+@test "a system call is denied by its bare name or after deny" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice >/dev/null
@@ -192,7 +193,7 @@ same chmod "1 Operation not permitted" "$(answer 'touch f; chmod 0 f')"
 EOF
 }
 
-@test "a system call behind kill ends the program that makes it" {
+@test "a system call after kill ends the program that makes it" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice >/dev/null
@@ -201,7 +202,7 @@ same "killed by SIGSYS" 159 "$(kivctl exec alice <<<'mkdir a 2>/dev/null; echo $
 EOF
 }
 
-@test "what is denied from the start can be allowed" {
+@test "a call that is denied by default can be allowed" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice >/dev/null
@@ -224,7 +225,7 @@ same "allowed" 0 "$(answer mkdir a)"
 EOF
 }
 
-@test "an item of seccomp that cannot be understood keeps everybody out" {
+@test "an invalid item of seccomp locks every account out" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice >/dev/null
@@ -239,7 +240,7 @@ no_entry "line 2: 'no_new_privs' takes no names" <<<$'seccomp\n no_new_privs mkd
 EOF
 }
 
-@test "a system call of another machine is passed over" {
+@test "a system call of another architecture is ignored" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice >/dev/null

@@ -1,8 +1,8 @@
 #!/usr/bin/env bats
-# What the kernel sees of exec between the caller's command and the shell.
+# The system calls of exec between the caller's command and the shell.
 load helpers
 
-# steps: the calls in /tmp/trace that change the process, by short names and in order.
+# steps: prints the calls in /tmp/trace that change the process, by short names and in order.
 steps() {
     sed -nE '
         s/^[0-9]+ +//
@@ -20,7 +20,7 @@ steps() {
 }
 export -f steps
 
-@test "the steps are taken in the order in which each still has the rights that it needs" {
+@test "the steps are in an order in which each still has the rights that it needs" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice >/dev/null
@@ -56,7 +56,7 @@ account alice 100.64.0.4/30
 kivctl start alice >/dev/null
 usermod --shell /none alice 2>/dev/null
 mkdir /tmp/locales
-localedef -i tr_TR -f ISO-8859-9 /tmp/locales/tr_TR # error texts are looked up in its catalogues
+localedef -i tr_TR -f ISO-8859-9 /tmp/locales/tr_TR # for error texts from its catalogues
 export LOCPATH=/tmp/locales LANG=tr_TR
 for fault in chdir:error=EIO:when=3 setresuid:error=EPERM capset:error=EPERM seccomp:error=EPERM; do
     injected "$fault" kivctl exec alice </dev/null

@@ -3,7 +3,7 @@
 load helpers
 load with_alice
 
-@test "the line about the switch shows before the shell, which has job control" {
+@test "the line about the switch appears before the shell, which has job control" {
     with_alice <<'EOF'
 on_terminal kivctl exec alice <<'END' >/tmp/shown
 expect \ASwitching into container 'alice'\.\.\.\n
@@ -18,7 +18,7 @@ same "how often" 1 "$(grep -c Switching /tmp/shown)"
 EOF
 }
 
-@test "on a terminal the line about the switch shows before that of a failure" {
+@test "on a terminal the line about the switch appears before that of a failure" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 fails 71 on_terminal kivctl exec alice </dev/null >/tmp/shown

@@ -1,8 +1,10 @@
 #!/usr/bin/env bats
-# The shipped firewall: who reaches whom with it and without it, beside the rules of kivctl and of other people.
+# The shipped firewall: who reaches whom with it and without it, in addition to the rules of kivctl
+# and of other software.
 load helpers
 
-# on_firewall_host <<'EOF' … EOF: as in_host, with the words of tests/e2e/firewall_host.bash at hand too.
+# on_firewall_host <<'EOF' … EOF: like in_host, with the functions of tests/e2e/firewall_host.bash,
+# too.
 on_firewall_host() {
     local script
     script=$(cat)
@@ -12,8 +14,9 @@ on_firewall_host() {
 @test "who reaches whom, with the firewall and without, before and after a flush, and with the rules for iptables" {
     on_firewall_host <<'EOF'
 everybody
-# Calls: FROM, PROTOCOL, TARGET, PORT, SOURCE. Then what comes of them: without the firewall, with it, after a flush
-# of all rules, with the firewall again, with that for iptables. Port 80 is a server that says who calls.
+# Calls: FROM, PROTOCOL, TARGET, PORT, SOURCE. Then the results: without the firewall, with it,
+# after a flush of all rules, with the firewall again, with the one for iptables. The server on port
+# 80 prints the caller's address.
 cat >/tmp/matrix <<END
 alice both 192.0.2.2                 7000 -         host    refused host    refused refused
 alice both 10.9.0.1                  7000 -         host    refused host    refused refused
@@ -57,7 +60,7 @@ outside both 192.0.2.2               7000 -         host    host    host    host
 outside both 2001:db8::2             7000 -         host    host    host    host    host
 END
 
-# what_comes COLUMN: all calls at once.
+# what_comes COLUMN: makes all calls at once and compares the results.
 what_comes() {
     local place pid running=()
     : | tee /tmp/host.log >/tmp/bob.log
@@ -77,7 +80,7 @@ allowed="alice 192.0.2.2 53
 alice 2001:db8::2 53"
 
 what_comes 1
-# datagrams too to which no answer finds its way
+# also datagrams whose answers get lost
 for address in 127.0.0.1%veth0 192.0.2.255 255.255.255.255%veth0 224.0.0.1%veth0; do
     grep -qx "alice $address 7000" /tmp/host.log
 done
@@ -98,16 +101,16 @@ same "datagrams for the host" "$allowed" "$(arrived)"
 EOF
 }
 
-@test "what the file's header says opens hosts with a policy of drop, and Docker's, and nothing else does" {
+@test "the commands in the file's header open hosts with a policy of drop, and with Docker, and nothing else does" {
     on_firewall_host <<'EOF'
 make_addresses
 serve host 53 7000
 serve outside 7000
 serve bob 7000
-# header PATTERN: the lines of the file's comment that match, as commands
+# header PATTERN: prints the matching lines of the file's comment as commands
 header() { sed -n "/^#   $1/s/^# *//p" "$rules/kivctl.nft"; }
 
-# reached OUTSIDE DATABASE NAMES: by alice
+# reached OUTSIDE DATABASE NAMES: which of them alice reaches
 reached() {
     calls alice <<END
 tcp 198.51.100.1 7000 - $1
@@ -121,7 +124,7 @@ tcp 127.0.0.2%veth0 3306 - refused
 tcp 100.64.0.10 7000 - refused
 END
 }
-# what such hosts have anyway
+# rules that such hosts have anyway
 policies() {
     iptables -P "$1" DROP
     iptables -A "$1" -m conntrack --ctstate ESTABLISHED,RELATED -j ACCEPT
@@ -136,7 +139,7 @@ reached outside small host
 iptables -F
 iptables -P INPUT ACCEPT
 
-# as Docker makes it, with a server that is published on the host's loopback address alone
+# as Docker creates it, with a server that is published only on the host's loopback address
 for chain in DOCKER-USER DOCKER-FORWARD DOCKER; do iptables -N "$chain"; done
 iptables -F FORWARD
 iptables -A FORWARD -j DOCKER-USER
@@ -153,7 +156,7 @@ reached silence small host
 eval "$(header 'iptables -I DOCKER-USER')"
 reached outside small host
 calls alice <<<"tcp 127.0.0.2%veth0 8080 - refused"
-# without the firewall what alice sends gets to Docker's interface
+# without the firewall alice's packets reach Docker's interface
 sent() { cat /sys/class/net/inner/statistics/tx_packets; }
 before=$(sent)
 nft delete table inet kivctl
@@ -181,7 +184,7 @@ reached outside small host
 EOF
 }
 
-@test "an account has 4096 connections at most, which is no other's business" {
+@test "an account has at most 4096 connections, which does not affect the others" {
     on_firewall_host <<'EOF'
 serve outside 7000
 count() { cat /proc/sys/net/netfilter/nf_conntrack_count; }
@@ -198,7 +201,7 @@ enter bob firewall_calls flood 198.51.100.1 5000
 EOF
 }
 
-@test "a rule of somebody else that drops the whole range takes the database away, and the manual has what helps" {
+@test "a foreign rule that drops the whole range blocks the database, and the manual's command repairs it" {
     on_firewall_host <<'EOF'
 firewall
 serve host 53 7000
@@ -239,7 +242,7 @@ same "tables" "table inet kivctl" "$(nft list tables inet)"
 EOF
 }
 
-@test "a unix socket in the home and a port that the host forwards are ways to a server in a container" {
+@test "a server in a container can be reached through a unix socket in the home and a port that the host forwards" {
     on_firewall_host <<'EOF'
 firewall
 serve alice 7000

@@ -1,5 +1,6 @@
-# For scripts about who reaches whom, on top of on_host.bash: alice and bob have containers, the host and the server
-# outside have more addresses, and something that says where it is listens on port 7000 everywhere.
+# For scripts about who reaches whom; needs on_host.bash. alice and bob have containers, the host
+# and the server outside have more addresses, and a server on port 7000 of every place prints where
+# it is.
 # shellcheck disable=SC2154 # from on_host.bash
 
 export rules
@@ -7,7 +8,8 @@ rules=$(realpath "$(dirname "${BASH_SOURCE[0]}")/../../dist/nftables")
 
 outside() { nsenter --target "$internet" --net "$@"; }
 
-# from PLACE COMMAND…: in the container of an account, as the account; on the host; outside.
+# from PLACE COMMAND…: runs the command in an account's container as the account, on the host, or
+# outside.
 from() {
     case $1 in
         host) "${@:2}" ;;
@@ -16,13 +18,14 @@ from() {
     esac
 }
 
-# serve PLACE PORT…: what arrives there by UDP is in /tmp/PLACE.log.
+# serve PLACE PORT…: starts a server there; arriving UDP datagrams are logged in /tmp/PLACE.log.
 serve() {
     from "$1" firewall_calls serve "$@" >>"/tmp/$1.log" 2>&1 &
     eventually grep -qx ready "/tmp/$1.log"
 }
 
-# give_addresses NAME NETWORK: an administrator who has IPv6 gives it to a container too.
+# give_addresses NAME NETWORK: gives a container IPv6 addresses, like an administrator of a host
+# with IPv6.
 give_addresses() {
     ip address add "$2::1/64" dev "veth-$1" nodad
     nsenter --net="/run/kiv/$1@net" ip -batch - <<END
@@ -31,7 +34,7 @@ route add default via $2::1
 END
 }
 
-# link_local NAME: the host's end of the account's pair.
+# link_local NAME: prints the link-local address of the host's end of the account's pair.
 link_local() { ip -6 -oneline address show dev "veth-$1" scope link | sed 's/.*inet6 \([^/]*\).*/\1/'; }
 
 settled() { ! ip -6 address show | grep -q tentative; }
@@ -57,7 +60,7 @@ END
     give_addresses alice fd00:a
     give_addresses bob fd00:b
     sysctl -q -w net.ipv6.conf.all.forwarding=1
-    # many calls at once: whoever is refused is to hear of it
+    # many calls at once: every refused caller must get its answer
     sysctl -q -w net.ipv4.icmp_ratelimit=0 net.ipv6.icmp.ratelimit=0
     eventually settled
 }
@@ -68,7 +71,7 @@ account alice 100.64.0.4/30
 account bob 100.64.0.8/30
 kivctl start -a 2>/dev/null >&2
 
-# everybody: servers and addresses for calls between all places.
+# everybody: starts servers and sets addresses for calls between all places.
 everybody() {
     make_addresses
     serve host 53 7000
@@ -77,7 +80,7 @@ everybody() {
     serve bob 7000
 }
 
-# calls PLACE <<<"PROTOCOL TARGET PORT SOURCE WANTED…": what came of it is the same.
+# calls PLACE <<<"PROTOCOL TARGET PORT SOURCE WANTED…": makes the call; the result must be WANTED.
 calls() {
     local wanted
     wanted=$(cat)

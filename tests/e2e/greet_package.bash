@@ -27,7 +27,8 @@ END
     rm -r "$root"
 }
 
-# stays NAME: `greet` runs on in the account's container; its number is left in `resident`.
+# stays NAME: starts `greet` in the account's container, where it keeps running; its process ID is
+# in `resident`.
 # shellcheck disable=SC2034 # for the caller
 stays() {
     kiv-run "$1" greet "/home/$1/greeting" &

@@ -1,16 +1,17 @@
 #!/usr/bin/env bats
-# A start that hangs: who waits for it, what ends it, and what is left afterwards.
+# A start that hangs: who waits for it, how it can be ended, and what is left afterwards.
 load helpers
 
 setup_file() {
-    # hang_in TOOL PATTERN: that tool hangs for good when its arguments match the pattern, and leaves /tmp/hangs.
+    # hang_in TOOL PATTERN: that tool creates /tmp/hangs and hangs for ever when its arguments match
+    # the pattern.
     hang_in() {
         record "$1" 'case $* in '"$2"') echo $$ >/tmp/hangs; exec sleep 1000 ;; esac; exec "$real" "$@"'
     }
     # without_tools COMMAND…: runs the command with the host's own tools.
     without_tools() { PATH=${PATH#/tmp/recorded:} "$@"; }
     ended() { ! kill -0 "$1" 2>/dev/null; }
-    # has_no_trace: nothing of alice's container is there, and nothing marked.
+    # has_no_trace: nothing is left of alice's container, not even a mark.
     has_no_trace() {
         same "namespace files" "" "$(ls /run/kiv)"
         same marks "" "$(marks)"
@@ -42,7 +43,7 @@ kill -0 "$start"
 EOF
 }
 
-@test "a host tool that hangs in the first start after boot holds up no other account" {
+@test "a host tool that hangs in the first start after boot delays no other account" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 account bob 100.64.0.8/30
@@ -61,7 +62,7 @@ account bob 100.64.0.8/30
 hang_in ip '*route?show*'
 without_tools strace -o /dev/null -e inject=mkdir:delay_exit=1000000 kivctl start alice >/tmp/out 2>/tmp/err & alices=$!
 eventually test -e /run/kiv
-kivctl start bob >/dev/null 2>&1 & # makes alice's directory private, and hangs
+kivctl start bob >/dev/null 2>&1 & # makes the runtime directory private, and hangs
 eventually test -e /tmp/hangs
 wait "$alices"
 same stderr "" "$(cat /tmp/err)"
@@ -69,7 +70,7 @@ same "alice's shell" alice "$(kivctl exec alice <<<'id -un')"
 EOF
 }
 
-@test "among all accounts one that hangs is given up after ten seconds, and the others are started and stopped" {
+@test "with -a an account that hangs is abandoned after ten seconds, and the others are started and stopped" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 account bob 100.64.0.8/30
@@ -87,7 +88,7 @@ same "bob's live namespaces after stop" "" "$(mounted bob)"
 EOF
 }
 
-@test "a home that does not answer holds up no other account" {
+@test "a home that does not answer delays no other account" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 account bob 100.64.0.8/30
@@ -118,7 +119,7 @@ kill "$server"
 EOF
 }
 
-@test "whoever waits for an account says so once, after two seconds, and goes on when it is free" {
+@test "a run that waits for an account says so once, after two seconds, and continues when the account is free" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 hang_in sysctl '*veth-alice*'
@@ -140,7 +141,7 @@ same "alice's shell" alice "$(kivctl exec alice <<<'id -un')"
 EOF
 }
 
-@test "a signal to start ends it and the hanging tool, and the next start and stop put everything right" {
+@test "a signal to start ends it and the hanging tool, and the next start and stop repair everything" {
     for place in 'ip *link?add*' 'ip *vpeer-alice*netns*' 'sysctl *veth-alice*' 'iptables *INPUT*veth-alice*' \
         'ip *veth-alice*up*' 'ip *name*veth0' 'iptables *OUTPUT*' 'ip *route?show*'; do
         export place

@@ -1,5 +1,5 @@
 #!/usr/bin/env bats
-# The account's home and its tmp directory, as they come into the container or do not.
+# How the account's home and its tmp directory appear in the container, and when they do not.
 load helpers
 
 @test "home and /tmp are the host's directories, writable for the account" {
@@ -27,7 +27,7 @@ enter alice test -e /etc/passwd
 EOF
 }
 
-@test "a home that is a file is passed over silently" {
+@test "a home that is a file is ignored silently" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 rm -r /home/alice
@@ -39,7 +39,7 @@ same "mounts" $'/\n/dev/pts\n/proc\n/run' "$(enter_as_root alice awk '{print $5}
 EOF
 }
 
-@test "a home that is a link is passed over silently, whoever owns the link" {
+@test "a home that is a link is ignored silently, whoever owns the link" {
     for owner in root alice; do
         export owner
         in_host <<'EOF'
@@ -68,7 +68,7 @@ same "mounts" $'/\n/dev/pts\n/proc\n/run' "$(enter_as_root alice awk '{print $5}
 EOF
 }
 
-@test "a home on a file system of its own is there" {
+@test "a home on its own file system is in the container" {
     in_host <<'EOF'
 mkdir /home/alice
 mount -t tmpfs alices-home /home/alice
@@ -82,7 +82,7 @@ enter alice touch /home/alice/made /tmp/made
 EOF
 }
 
-@test "a home below a file system of its own is there, and its neighbours are not" {
+@test "a home on another file system is in the container, and its neighbours are not" {
     in_host <<'EOF'
 program_elsewhere
 mount -t tmpfs -o mode=711 homes /home
@@ -96,7 +96,7 @@ enter alice touch /home/alice/made /tmp/made
 EOF
 }
 
-@test "below the home the layer has a directory like the host's" {
+@test "under the home's mount the layer has a directory like the host's" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 chmod 1710 /home/alice
@@ -109,7 +109,7 @@ same "what was below" "/home/alice 1710 $(id -u alice):$(id -g alice)" \
 EOF
 }
 
-@test "links of root's and directories that may not be listed stand on the way to a home" {
+@test "the path of a home may have links of root and directories that may not be listed" {
     in_host <<'EOF'
 mkdir /srv/volume
 mkdir -m 711 /srv/volume/homes
@@ -128,7 +128,7 @@ test -e /srv/volume/homes/alice/tmp/made
 EOF
 }
 
-@test "an account's link on the way to a home keeps it out" {
+@test "a home whose path has an account's link is not in the container" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 account bob 100.64.0.8/30
@@ -155,7 +155,7 @@ refused enter_as_root alice mountpoint -q /tmp
 EOF
 }
 
-@test "a tmp directory that is a link is never followed to where it leads" {
+@test "a tmp directory that is a link is never followed" {
     for target in /srv/secret /home/bob /run/kiv .; do
         export target
         in_host <<'EOF'
@@ -189,7 +189,7 @@ refused enter_as_root alice mountpoint -q /tmp
 EOF
 }
 
-@test "a home that is written with more slashes is the same directory" {
+@test "a home that is written with additional slashes is the same directory" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 sed -i 's#:/home/alice:#://home///alice/:#' /etc/passwd
@@ -219,7 +219,7 @@ done
 EOF
 }
 
-@test "a home that is a link of root's is followed when it is written with a slash at its end" {
+@test "a home that is a link of root is followed when it is written with a slash at its end" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 mkdir -p /srv/volume

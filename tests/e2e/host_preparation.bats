@@ -1,8 +1,9 @@
 #!/usr/bin/env bats
-# What all containers of a host share, made by the first start: the runtime directory and source NAT.
+# The parts that all containers of a host share and the first start creates: the runtime directory
+# and source NAT.
 load helpers
 
-@test "the runtime directory is made with mode 0700, mounted on itself and private" {
+@test "the runtime directory is created with mode 0700, mounted on itself and private" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice
@@ -69,7 +70,7 @@ refused grep -E 'route show|POSTROUTING -s 100' /tmp/calls
 EOF
 }
 
-@test "a runtime directory that is a private mount already is left at that" {
+@test "a runtime directory that is already a private mount is left unchanged" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 mkdir -m 0700 /run/kiv
@@ -82,7 +83,7 @@ refused grep -E 'route show|POSTROUTING -s 100' /tmp/calls
 EOF
 }
 
-@test "a runtime directory that is there but no mount becomes one, with source NAT" {
+@test "a runtime directory that exists without a mount gets one, with source NAT" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 mkdir -m 0700 /run/kiv
@@ -92,7 +93,7 @@ iptables -t nat -C POSTROUTING -s 100.64.0.0/10 -o uplink -j MASQUERADE
 EOF
 }
 
-@test "a directory made on a private /run gets source NAT although its mount is private at once" {
+@test "a directory created on a private /run gets source NAT although its mount is already private" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 mount --make-private /run
@@ -101,7 +102,7 @@ iptables -t nat -C POSTROUTING -s 100.64.0.0/10 -o uplink -j MASQUERADE
 EOF
 }
 
-@test "source NAT that is there is not added again" {
+@test "source NAT that exists is not added again" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 iptables -t nat -A POSTROUTING -s 100.64.0.0/10 -o uplink -j MASQUERADE
@@ -110,7 +111,7 @@ same "rules" 1 "$(iptables -t nat -S POSTROUTING | grep -c MASQUERADE)"
 EOF
 }
 
-@test "the type of what stands at the runtime directory's place is not checked" {
+@test "the type of the file at the runtime directory's path is not checked" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 install -m 0700 /dev/null /run/kiv
@@ -120,7 +121,7 @@ same stderr "kivctl: /run/kiv/alice@net: Not a directory" "$err"
 EOF
 }
 
-# failing_tool TOOL SHELL-TEXT TEXT: with that tool the first start ends with that error.
+# failing_tool TOOL SHELL-TEXT TEXT: the first start with that tool ends with that error.
 failing_tool() {
     export TOOL=$1 BODY=$2 TEXT=$3
     in_host <<'EOF'
@@ -186,7 +187,7 @@ $tools/kivctl: Error while querying default route" "$err"
 EOF
 }
 
-@test "without a default route in the kernel's table the link gets 1500 and a line" {
+@test "without a default route in the kernel's table the link gets an MTU of 1500 and the reason is reported" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice
@@ -234,7 +235,7 @@ same stderr "kivctl: /run/kiv: Not a directory" "$err"
 EOF
 }
 
-@test "without a lock nothing is started" {
+@test "if the lock cannot be opened, nothing is started" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 for failure in "fcntl:error=ENOLCK|No locks available" "openat:error=EMFILE|Too many open files"; do
@@ -250,7 +251,7 @@ done
 EOF
 }
 
-@test "a dangling link in the place of the runtime directory is refused" {
+@test "a dangling link in place of the runtime directory is refused" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 ln -s /nowhere /run/kiv
@@ -260,7 +261,7 @@ same stderr "kivctl: /run/kiv: mkdir() failed: File exists" "$err"
 EOF
 }
 
-@test "a link to a directory in the place of the runtime directory is refused" {
+@test "a link to a directory in place of the runtime directory is refused" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 install -d -m 0700 /srv/elsewhere
@@ -273,18 +274,18 @@ same mounts "$before" "$(cat /proc/self/mountinfo)"
 EOF
 }
 
-@test "a directory that somebody else has just made counts as there" {
+@test "a directory that another process has just created is used" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 strace -o /dev/null -e inject=mkdir:delay_enter=300000 kivctl start alice &
-sleep 0.15 # kivctl has looked by now, and is held before its mkdir
+sleep 0.15 # by now kivctl has checked, and is paused before its mkdir
 mkdir -m 0700 /run/kiv
 wait $!
 same "live namespaces" $'net\nipc\nmnt' "$(mounted alice)"
 EOF
 }
 
-@test "several starts at once end like one after the other" {
+@test "several starts at once have the same result as one after the other" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 account bob 100.64.0.8/30
@@ -302,13 +303,13 @@ for _ in 1 2 3; do
     same "database rules" 2 "$(iptables -t nat -S PREROUTING | grep -c DNAT)"
     same "namespace mounts" 6 "$(grep -cE ' /run/kiv/(alice|bob)@' /proc/self/mountinfo)"
 done
-# whoever has another container beside it says so
+# a start beside another container reports the busy directory
 same "other lines on stderr" "" "$(grep -vx "umount(kiv) failed: Device or resource busy" /tmp/err || true)"
 enter bob test -w /home/bob
 EOF
 }
 
-@test "the line ends in what a host tool says stay" {
+@test "line ends in the output of a host tool are kept" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 record iptables 'printf "first\nsec\033ond\n" >&2; exit 9'

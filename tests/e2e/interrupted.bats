@@ -1,14 +1,16 @@
 #!/usr/bin/env bats
-# What a start or a stop that was killed half-way leaves: nothing that is entered, taken for running or forgotten.
+# What a killed start or stop leaves is never entered, taken for running or forgotten.
 load helpers
 
-# mark NAME [KINDS]: as a killed start or stop has left it; without kinds as earlier versions did.
+# mark NAME [KINDS]: sets the mark as a killed start or stop leaves it; without kinds, as earlier
+# versions did.
 mark() {
     python3 -c 'import os, sys
 os.setxattr("/run/kiv", "trusted.kiv.unfinished." + sys.argv[1], sys.argv[2].encode())' "$1" "${2:-}"
 }
 
-# runs_again NAME: the account is started, entered and stopped without a word, and nothing is left.
+# runs_again NAME: the account is started, entered and stopped without a message, and nothing is
+# left.
 runs_again() {
     capture timeout 20 kivctl start "$1"
     same "status of start" 0 "$status"
@@ -24,14 +26,15 @@ runs_again() {
     same "rules left" "" "$(iptables-save | grep veth || true)"
     eventually test ! -e "/sys/class/net/veth-$1"
 }
-# killed_and_busy KIND: alice's start is killed while it builds, and that namespace is held by descriptor 9.
+# killed_and_busy KIND: kills alice's start while it builds; descriptor 9 then keeps that namespace
+# busy.
 killed_and_busy() {
     injected mount:signal=KILL:when=1 -P /mnt/temp-root kivctl start alice
     exec 9<"/run/kiv/alice@$1"
 }
 export -f mark runs_again killed_and_busy
 
-@test "a start and a stop that ran to their end leave no mark" {
+@test "a start and a stop that complete leave no mark" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice
@@ -53,7 +56,7 @@ same stderr "kivctl: /run/kiv: starting the container of alice was interrupted, 
 EOF
 }
 
-@test "a container that was killed while it was built is not taken for running" {
+@test "a container whose start was killed while it built is not taken for running" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 injected mount:signal=KILL:when=1 -P /mnt/temp-root kivctl start alice
@@ -72,11 +75,11 @@ test "$(kivctl exec alice <<<'id -un')" = alice
 EOF
 }
 
-@test "a start that is killed whole before the child is released is not entered" {
+@test "a container whose start is killed with its child before the child is released is not entered" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 record iptables 'case $* in *INPUT*) : >/tmp/half-way; sleep 5 ;; esac; exec $real "$@"'
-set -m # a group of its own
+set -m # a separate process group
 kivctl start alice &
 group=$!
 set +m
@@ -95,7 +98,7 @@ same "rules left" "" "$(iptables-save | grep veth || true)"
 EOF
 }
 
-@test "a start that is killed alone before it has pinned all stays marked, and its child ends too" {
+@test "a start that is killed before it has pinned all stays marked, and its child ends too" {
     for place in rules net ipc mnt; do
         export place
         in_host <<'EOF'
@@ -107,7 +110,7 @@ if [ "$place" = rules ]; then
 else
     injected mount:signal=KILL -P "/run/kiv/alice@$place" kivctl start alice
 fi
-with_lock alice exclusive true # the child has it too
+with_lock alice exclusive true # the child holds it too: waits for its end
 same "marks after $place" trusted.kiv.unfinished.alice "$(marks)"
 refused kivctl exec alice </dev/null
 [[ $place != [rn]* ]] || eventually test ! -e /sys/class/net/veth-alice
@@ -122,7 +125,7 @@ EOF
     done
 }
 
-@test "mounts that stay shared with the host are not entered" {
+@test "a container whose mounts stay shared with the host is not entered" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 injected mount:error=EPERM:when=1 -P / kivctl start alice
@@ -134,7 +137,7 @@ test "$(kivctl exec alice <<<'id -un')" = alice
 EOF
 }
 
-@test "a covered root is not taken for a finished container" {
+@test "a covered root is not taken for a complete container" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 injected mkdir:error=ENOSPC -P /mnt/kiv kivctl start alice
@@ -171,7 +174,7 @@ same "rules left by the next" "" "$(iptables-save | grep veth || true)"
 EOF
 }
 
-@test "a start after such a stop has its rules once" {
+@test "a start after such a stop adds its rules once" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice
@@ -184,7 +187,7 @@ same marks "" "$(marks)"
 EOF
 }
 
-@test "a start after one that could not pin the network has its rules once" {
+@test "a start after one that could not pin the network adds its rules once" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 injected mount:error=EINVAL -P /run/kiv/alice@net kivctl start alice
@@ -209,7 +212,7 @@ same "rules left" "" "$(iptables-save | grep veth || true)"
 EOF
 }
 
-@test "an iptables that always succeeds does not hold up the start after a killed one" {
+@test "an iptables that always succeeds does not delay the start after a killed one" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice
@@ -280,7 +283,7 @@ EOF
     done
 }
 
-@test "a start that cannot remove the rules of an interrupted stop adds no second ones" {
+@test "a start that cannot remove the rules of an interrupted stop adds none" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice
@@ -315,7 +318,7 @@ EOF
     done
 }
 
-@test "a pair whose end ip failed to move is removed by the next stop, or by a start that finds no network" {
+@test "a pair that ip failed to move is removed by the next stop, or by a start that finds no network" {
     for next in start stop; do
         export next
         in_host <<'EOF'
@@ -354,7 +357,7 @@ EOF
     done
 }
 
-@test "a stop whose network has no address any more takes down everything but the rule that nobody can name" {
+@test "a stop whose network has no address any more removes everything except the rule with that address" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice
@@ -373,7 +376,7 @@ runs_again alice
 EOF
 }
 
-@test "a mark that cannot be set ends the start before anything is made" {
+@test "a mark that cannot be set ends the start before anything is created" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 account bob 100.64.0.8/30
@@ -388,7 +391,7 @@ same "who is inside" alice "$(kivctl exec alice <<<'id -un')"
 EOF
 }
 
-@test "what was pinned before the start that was killed stays pinned" {
+@test "namespaces that were pinned before the killed start stay pinned" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice
@@ -404,7 +407,7 @@ same marks "" "$(marks)"
 EOF
 }
 
-@test "a mark on a container of which nothing was taken or missing goes with the next start" {
+@test "the next start clears the mark of a container that lacks nothing" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice

@@ -1,15 +1,17 @@
 #!/usr/bin/env bats
-# kiv-check: each kind of finding about configuration and registry, with the thing that it warns of.
+# kiv-check: each kind of finding about configuration and registry, with the problem that it warns
+# of.
 load helpers
 export project
 
-# conf LINE…: the configuration has these lines, the sections at the left edge.
+# conf LINE…: writes the configuration with these lines, the sections at the left edge.
 conf() { printf '%s\n' "$@" >"$configuration"; }
 
-# users LINE…: the registry has these lines.
+# users LINE…: writes the registry with these lines.
 users() { printf '%s\n' "$@" >"$registry"; }
 
-# finds FINDING…: exactly these, without the name of the file; the exit status follows from them.
+# finds FINDING…: exactly these are found, without the name of the file, and the exit status fits
+# them.
 finds() {
     local wanted=0
     [[ $* != *": error: "* && $* != *": warning: "* ]] || wanted=1
@@ -20,7 +22,7 @@ finds() {
 }
 export -f conf users finds
 
-@test "a sound configuration and registry have no finding" {
+@test "a correct configuration and registry have no finding" {
     in_host <<'EOS'
 account alice 100.64.0.4/30
 conf hide "    /etc/shadow" empty "    /home" "allowlist /etc/ssl" "    certs"
@@ -31,7 +33,7 @@ same JSON "[]" "$(kiv-check --json)"
 EOS
 }
 
-@test "the sample is clean: what a host lacks are notes, which count when asked for" {
+@test "the sample has no errors: paths that a host lacks are notes, which count only on request" {
     in_host <<'EOS'
 cp "$project/dist/kiv.conf" "$configuration"
 rm -rf /etc/gshadow- /etc/subuid- /usr/bin/newuidmap
@@ -44,7 +46,7 @@ fails 1 kiv-check --strict >/dev/null
 EOS
 }
 
-@test "misspelt and absent paths differ" {
+@test "misspelt paths and missing paths are reported differently" {
     in_host <<'EOS'
 conf hide "    /etc/shdow" "    /ect/passwd" "    /etc/Hosts" "    /etc/absent" bind "    /etc/hostnam"
 finds "conf:2: warning: '/etc/shdow' does not exist: is '/etc/shadow' meant?" \
@@ -57,7 +59,7 @@ finds "conf:2: warning: '/etc/shdow' does not exist: is '/etc/shadow' meant?"
 EOS
 }
 
-@test "comments behind items, white space, patterns, relative items, slashes and dots" {
+@test "comments after items, white space, patterns, relative items, slashes and dots" {
     in_host <<'EOS'
 conf hide "    /etc/shadow # passwords" "    " "    etc/gshadow" "    /etc/ssl/" "    /etc/../etc/group" \
     "    /etc/pass*" "    /etc/none*" "    /etc/host?" \
@@ -92,7 +94,7 @@ finds "conf:2: error: unknown capability 'CAP_NONSENSE': no account can be enter
     "conf:11: error: missing argument to allowlist: no container can be started or entered" \
     "conf:13: error: $expression: no container can be started or entered" \
     "conf:14: error: value is not a pair: no container can be started or entered"
-# what it warns of: status and start go on, and nobody can enter
+# the problem itself: status and start work, and nobody can enter
 conf cap_add "    CAP_NONSENSE"
 kivctl start alice >/dev/null
 refused kivctl exec alice </dev/null >/dev/null 2>&1
@@ -133,7 +135,7 @@ refused enter alice ls /srv/b /srv/f /srv/i/file >/dev/null 2>&1
 EOS
 }
 
-@test "what is not hidden, emptied or bound at all" {
+@test "items that hide, empty or bind nothing at all" {
     in_host <<'EOS'
 account alice 100.64.0.4/30
 mkdir -p /srv/real /run/postgresql
@@ -153,7 +155,7 @@ enter alice ls /proc/meminfo >/dev/null
 EOS
 }
 
-@test "binds that hand out what the host's root obeys" {
+@test "binds of paths that the host's root obeys" {
     in_host <<'EOS'
 conf bind "    /var/spool/cron" "    /etc/systemd/system" "    /etc" "    /root" "    /etc/hostname" "    /usr/share/doc" "    /srv"
 mkdir -p /etc/systemd/system /var/spool/cron
@@ -167,7 +169,7 @@ finds "conf:2: error: '/var/spool/cron' gives away the host: the host runs jobs 
 EOS
 }
 
-@test "binds that are links to what the host obeys, and homes of users" {
+@test "binds that are links to paths that the host obeys, and homes of users" {
     in_host <<'EOS'
 account alice 100.64.0.4/30
 mkdir -p /srv/jobs /etc/nginx /srv/homes/bob
@@ -186,7 +188,7 @@ finds "conf:2: error: '/srv/proxy' gives away the host: the host's services read
     "conf:6: warning: '/home/alice' has the home of 'alice': every container shows it" \
     "conf:7: warning: '/srv/people' has the home of 'bob': every container shows it" \
     "conf:8: error: '/etc/apt' gives away the host: the host runs jobs from there, and a root program inside could write it"
-# what it warns of
+# the problem itself
 conf bind "    /srv/proxy"
 kivctl start alice >/dev/null 2>&1
 touch /etc/nginx/new
@@ -207,7 +209,7 @@ finds "users:2: error: there is no user 'ghost': delete the line, or add the use
     "users:7: error: there is no user 'john': delete the line, or add the user" \
     "users:8: warning: 'alice' is listed already, see line 1: delete one of the two lines" \
     "users:9: error: 'bob' has no network: add net= and a network, or the account cannot be started"
-# what it warns of
+# the problem itself
 users "tenletters net=100.64.0.20/30"
 install -d -o tenletters /home/tenletters/tmp
 kivctl start tenletters >/dev/null 2>&1
@@ -256,7 +258,7 @@ finds "users:1: error: '192.0.2.0/30' is not within 100.64.0.0/10: the container
 EOS
 }
 
-@test "a running container's own network is not in use, and one that another has taken is" {
+@test "a running container's own network does not count as in use, and one that another container uses does" {
     in_host <<'EOS'
 account alice 100.64.0.4/30
 account bob 100.64.0.8/30
@@ -268,7 +270,7 @@ finds "users:2: error: '100.64.0.4/30' is in use on the host, at veth-alice: cho
 EOS
 }
 
-@test "a file that is named is checked alone, and both formats say the same" {
+@test "a file given by name is the only one checked, and both formats say the same" {
     in_host <<'EOS'
 users "ghost net=100.64.0.4/30"
 printf 'hide\n  /etc/shdow\n' >/tmp/new.conf
@@ -293,7 +295,7 @@ refused grep -q $'\033' <<<"$(kiv-check -c /tmp/new.conf)"
 EOS
 }
 
-@test "what cannot be checked is status 2, and one line" {
+@test "a failed check is status 2 and one line" {
     in_host <<'EOS'
 capture kiv-check -c /absent
 same status 2 "$status"

@@ -1,19 +1,19 @@
 #!/usr/bin/env bats
-# kiv-check --host: each kind of finding about a host and its containers, with the thing itself.
+# kiv-check --host: each kind of finding about a host and its containers, with the problem itself.
 load helpers
 load with_residents
 load cgroups
 
-# What tests have of their own: IPv6, and the controllers, which depend on the machine's kernel.
+# Findings that have separate tests or depend on the machine's kernel: IPv6 and the controllers.
 elsewhere='^(/proc/net/if_inet6|/sys/fs/cgroup/cgroup.controllers):'
 
-# host: what it finds, sorted.
+# host: prints the findings, sorted.
 host() { { kiv-check --host -q || true; } | { grep -vE "$elsewhere" || true; } | sort; }
 
-# finds FINDING…: exactly these.
+# finds FINDING…: exactly these are found.
 finds() { same findings "$(printf '%s\n' "$@" | sort)" "$(host)"; }
 
-# two: alice and bob with running containers and no finding.
+# two: starts containers for alice and bob; there is no finding.
 two() {
     account alice 100.64.0.4/30
     account bob 100.64.0.8/30
@@ -23,7 +23,7 @@ two() {
 export elsewhere firewall=$project/dist/nftables
 export -f host finds two
 
-@test "homes and their tmp" {
+@test "homes and their tmp directories" {
     in_host <<'EOS'
 two
 rm -r /home/alice/tmp
@@ -58,7 +58,7 @@ finds "$registry:3: error: there is no user 'carol': delete the line, or add the
     "/run/kiv: warning: a start was interrupted before it had added the source-NAT rule: start any container" \
     "/run/kiv/carol@mnt: warning: there is no user 'carol' for this container: run useradd --no-create-home carol, kivctl stop carol, userdel carol" \
     "/run/kiv/dora@mnt: warning: 'dora' has a container and is not in the registry: add the line and run kivctl stop dora"
-# the way back
+# repaired as advised
 useradd --uid "$uid" --no-create-home --home-dir /home/carol carol
 echo 'dora net=100.64.0.16/30' >>"$registry"
 kivctl start alice >/dev/null 2>&1
@@ -84,7 +84,7 @@ finds "/run/kiv/alice@mnt: warning: the container of 'alice' is older than the h
 EOS
 }
 
-@test "forwarding, source NAT and the containers' rules that a flush has taken" {
+@test "forwarding, source NAT and containers' rules after a flush" {
     in_host <<'EOS'
 two
 echo 0 >/proc/sys/net/ipv4/ip_forward
@@ -105,7 +105,7 @@ finds ""
 EOS
 }
 
-@test "rules and interfaces that are left behind" {
+@test "rules and interfaces that are left over" {
     in_host <<'EOS'
 two
 kivctl stop bob >/dev/null
@@ -122,7 +122,7 @@ finds ""
 EOS
 }
 
-@test "the firewall of containers has what their own rules have, as a table and for iptables" {
+@test "the shipped firewall replaces the containers' own rules, as a table and for iptables" {
     in_host <<'EOS'
 two
 note="nft: note: the containers' firewall is not loaded: they reach each other and the host's loopback addresses unless other rules refuse that, enable kivctl-firewall.service"
@@ -158,7 +158,7 @@ refuses_ipv6
 EOS
 }
 
-@test "processes outside, user managers, old views and replaced files" {
+@test "processes outside containers, user managers, old views and replaced files" {
     with_residents <<'EOS'
 two
 setpriv --reuid alice --regid alice --init-groups sleep 300 </dev/null &

@@ -1,9 +1,9 @@
 #!/usr/bin/env bats
-# kiv-list: the state of containers, for programs and for people.
+# kiv-list: prints the state of containers, for programs and for people.
 load helpers
 load cgroups
 
-# value KEY [USER]: of the account's object; strings without quotes.
+# value KEY [USER]: prints the value in the account's object; strings without quotes.
 value() {
     kiv-list --json ${2:+"$2"} 2>/dev/null | python3 -c '
 import json, sys
@@ -11,13 +11,13 @@ value = json.load(sys.stdin)[0][sys.argv[1]]
 print(value if isinstance(value, str) else json.dumps(value))' "$1"
 }
 
-# states: "NAME=STATE" of all that are listed, in order.
+# states: prints "NAME=STATE" of all listed accounts, in order.
 states() {
     kiv-list --json 2>/dev/null | python3 -c '
 import json, sys
 print(*(one["account"] + "=" + one["state"] for one in json.load(sys.stdin)))'
 }
-# counted NAME FILE=VALUE…: the figures of the account's cgroup.
+# counted NAME FILE=VALUE…: sets the figures of the account's cgroup.
 counted() {
     local figure
     mkdir -p "$(slice "$1")"
@@ -76,7 +76,7 @@ same "unknown limit" null "$(value memory_limit alice)"
 EOS
 }
 
-@test "what is not known of a stopped account is null" {
+@test "unknown values of a stopped account are null" {
     in_host <<'EOS'
 account alice
 capture kiv-list --json
@@ -133,7 +133,7 @@ same "without the unknown one" "alice=running bob=partial carol=stopped" "$(stat
 EOS
 }
 
-@test "an interrupted start is interrupted until it is started again" {
+@test "an interrupted container is listed so until it is started again" {
     in_host <<'EOS'
 account alice 100.64.0.4/30
 kivctl start alice >/dev/null
@@ -161,7 +161,7 @@ same state running "$(value state alice)"
 EOS
 }
 
-@test "namespace files without a user or a line of the registry are orphaned, and listed without being named" {
+@test "namespace files without a user or a line of the registry are orphaned, and listed without being asked for" {
     in_host <<'EOS'
 account alice 100.64.0.4/30
 account bob 100.64.0.8/30
@@ -186,7 +186,7 @@ kivctl start alice >/dev/null
 account bob
 same "new account" false "$(value outdated alice)"
 sleep 0.1
-touch -r /etc/hostname "$configuration" # as cp -p and rsync leave it
+touch -r /etc/hostname "$configuration" # as cp -p and rsync do
 same "configuration" true "$(value outdated alice)"
 kivctl stop alice >/dev/null
 kivctl start alice >/dev/null
@@ -198,7 +198,7 @@ same "packages" true "$(value outdated alice)"
 EOS
 }
 
-@test "since is when the container was started, also after a new view" {
+@test "the time since is that of the container's start, also after a refresh" {
     in_host <<'EOS'
 account alice 100.64.0.4/30
 kivctl start alice >/dev/null
@@ -211,7 +211,7 @@ same since "$since" "$(value since alice)"
 EOS
 }
 
-@test "a network that cannot be used has no addresses, and a long name its short interface" {
+@test "an unusable network has no addresses, and a long name has its short interface name" {
     in_host <<'EOS'
 account alice 100.64.0.4/32
 account averylongname nonsense
@@ -245,7 +245,7 @@ assert starts[0] == starts[1] == starts[2], lines'
 EOS
 }
 
-@test "names cannot forge lines, and those that are no text are still JSON" {
+@test "names cannot forge lines, and names that are not text still give valid JSON" {
     in_host <<'EOS'
 printf 'a\033[2Jb net=100.64.0.4/30\n' >>"$registry"
 printf 'g\377h net=100.64.0.8/30\n' >>"$registry"
@@ -255,7 +255,7 @@ same states $'a\033[2Jb=stopped g\357\277\275h=stopped' "$(states)"
 EOS
 }
 
-@test "an account listed twice is listed once, with the network that start goes by" {
+@test "an account with two lines is listed once, with the network that start uses" {
     in_host <<'EOS'
 account alice 100.64.0.4/30
 echo "alice net=100.64.0.8/30" >>"$registry"
@@ -264,7 +264,7 @@ same network 100.64.0.4/30 "$(value network)"
 EOS
 }
 
-@test "what is not understood or not allowed is one line, and nothing is listed" {
+@test "a wrong or forbidden call prints one line and lists nothing" {
     in_host <<'EOS'
 account alice
 capture kiv-list --jsn

@@ -1,5 +1,6 @@
 #!/usr/bin/env bats
-# kiv-run without a terminal of its own: what the command is and what it has, as the kernel shows it.
+# kiv-run without an own terminal: the command's process and its properties, as the kernel shows
+# them.
 load helpers
 load with_alice
 
@@ -28,7 +29,7 @@ same cgroup "0::/user.slice/user-$uid.slice/kiv" "$(kiv-run alice grep ^0: /proc
 EOF
 }
 
-@test "kiv-run becomes the command: the same process, and nothing stays beside it" {
+@test "kiv-run becomes the command: it is the same process, and no other one stays" {
     with_alice <<'EOF'
 kiv-run -T alice sleep 600 &
 child=$!
@@ -41,7 +42,7 @@ fails 143 wait "$child"
 EOF
 }
 
-@test "the arguments arrive as they are, without a shell in between" {
+@test "the arguments arrive unchanged, without a shell in between" {
     with_alice <<'EOF'
 arguments=('' ' ' 'a b' '$HOME' '`id`' "'" '"' '*' ';' $'line\nline' $'\x01\xff' -T -- --help '\')
 same arguments "$(printf '<%s>' "${arguments[@]}")" "$(kiv-run alice printf '<%s>' "${arguments[@]}")"
@@ -49,7 +50,7 @@ same "an option behind USER" "-T" "$(kiv-run alice echo -T)"
 EOF
 }
 
-@test "arguments of 128 KiB in all arrive whole" {
+@test "arguments of 128 KiB in total arrive complete" {
     with_alice <<'EOF'
 arguments=()
 for ((i = 0; i < 128; i++)); do
@@ -63,7 +64,7 @@ same "one argument" "131000" "$(kiv-run alice sh -c 'echo "${#1}"' sh "$argument
 EOF
 }
 
-@test "one -- straight behind USER is dropped, and a second one is the command's" {
+@test "one -- directly after USER is dropped, and a second one belongs to the command" {
     with_alice <<'EOF'
 same dropped in "$(kiv-run alice -- echo in)"
 same "before USER too" in "$(kiv-run -T -- alice echo in)"
@@ -73,7 +74,7 @@ same "no command" "-bash" "$(kiv-run alice -- <<<'echo "$0"')"
 EOF
 }
 
-@test "without a command it is the login shell, as a login shell" {
+@test "without a command the login shell runs as a login shell" {
     with_alice <<'EOF'
 kiv-run alice >/tmp/seen <<'END' &
 echo "$0 $$"
@@ -90,7 +91,7 @@ same "an entry without a shell" "-sh /bin/sh" "$(kiv-run alice <<<'echo "$0 $SHE
 EOF
 }
 
-@test "an account with nologin runs commands, and has its text and status without one" {
+@test "an account with nologin runs commands; without one it gets nologin's text and status" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 usermod --shell /usr/sbin/nologin alice
@@ -101,7 +102,7 @@ same "without command" "1 This account is currently not available." "$status $ou
 EOF
 }
 
-@test "the environment is the account's, the caller's TERM, LANG and TZ, and nothing else" {
+@test "the environment is the account's, with the caller's TERM, LANG and TZ, and nothing else" {
     with_alice <<'EOF'
 printf '# ENV_PATH /wrong\nENV_PATHS /wrong\nENV_SUPATH\tPATH=/sbin\nENV_PATH\tPATH=/bin:/opt/bin\n' >/etc/login.defs
 names=(LC_ALL=C LANGUAGE=de HOME=/root USER=root LOGNAME=root SHELL=/bin/sh MAIL=/x PWD=/x BASH_ENV=/x ENV=/x
@@ -122,7 +123,7 @@ same "PATH without a file" "/bin:/usr/bin" "$(kiv-run alice sh -c 'echo "$PATH"'
 EOF
 }
 
-@test "-e adds and replaces variables, the last of a name wins" {
+@test "-e adds and replaces variables, and the last one of a name wins" {
     with_alice <<'EOF'
 same variables "1= 2=a=b HOME=/other USER=me" "$(kiv-run -e ONE=x -e TWO=a=b -e HOME=/other -e USER=me -e ONE= alice \
     sh -c 'echo "1=$ONE 2=$TWO HOME=$HOME USER=$USER"')"
@@ -134,7 +135,7 @@ done
 EOF
 }
 
-@test "the command is looked up in the PATH that it will have, not in the caller's" {
+@test "the command is searched in its own PATH, not in the caller's" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 mkdir /opt/caller /opt/inside
@@ -145,14 +146,14 @@ PATH="/opt/caller:$PATH" fails 127 kiv-run alice probe 2>/dev/null
 same "with -e" /opt/inside/probe "$(kiv-run -e PATH=/opt/inside:/bin alice probe)"
 echo 'ENV_PATH "/nowhere:/opt/inside:/bin"' >/etc/login.defs
 same "of login.defs" /opt/inside/probe "$(kiv-run alice probe)"
-# what may not be executed does not hide what comes after it
+# a file that may not be executed does not hide a later one
 mkdir /opt/first
 touch /opt/first/probe
 same "behind another" /opt/inside/probe "$(kiv-run -e PATH=/opt/first:/opt/inside alice probe)"
 EOF
 }
 
-@test "the exit status is the command's, 126 when it cannot be executed and 127 when there is none" {
+@test "the exit status is the command's, 126 when it cannot be executed and 127 when it does not exist" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 install -m 0644 /bin/true /usr/local/bin/not-executable
@@ -184,7 +185,7 @@ same "a shell that does not exist" "127 kiv-run: /none: No such file or director
 EOF
 }
 
-@test "the working directory is the home, or what -C names as the account" {
+@test "the working directory is the home, or that of -C, entered as the account" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 install -d -o alice -g alice /home/alice/site
@@ -217,7 +218,7 @@ same "relative without a home" "125  kiv-run: chdir(/nowhere) failed: No such fi
 EOF
 }
 
-@test "the umask is 022, or what -u says" {
+@test "the umask is 022, or that of -u" {
     with_alice <<'EOF'
 umask 077
 same default 0022 "$(kiv-run alice sh -c umask)"
@@ -272,7 +273,7 @@ refused grep preserved /tmp/open
 EOF
 }
 
-@test "signals have their defaults, SIGHUP too, whatever the caller ignores or blocks" {
+@test "signals have their defaults, also SIGHUP, even if the caller ignores or blocks them" {
     with_alice <<'EOF'
 seen=$(env --ignore-signal --block-signal kiv-run alice cat /proc/self/status | grep -E '^Sig(Blk|Ign|Cgt)')
 same signals "SigBlk:	0000000000000000
@@ -281,7 +282,7 @@ SigCgt:	0000000000000000" "$seen"
 EOF
 }
 
-@test "standard input, output and error are the caller's, to the byte" {
+@test "standard input, output and error are the caller's, byte for byte" {
     with_alice <<'EOF'
 head -c 300000 /dev/urandom >/tmp/bytes
 kiv-run alice cat </tmp/bytes >/tmp/bytes.back
@@ -299,7 +300,7 @@ same "the next two calls" $'execve("/usr/local/bin/true\nexecve("/usr/bin/true' 
 EOF
 }
 
-@test "help and version are for everybody" {
+@test "every user may ask for help and version" {
     in_host <<'EOF'
 install -m 0755 "$(command -v kiv-run)" /usr/local/bin/for-everybody
 LD_LIBRARY_PATH=$(dirname "$KIVCTL")/../lib

@@ -1,10 +1,11 @@
 #!/usr/bin/env bats
-# What an account tries from a command of kiv-run on a terminal of the container's, and against the two processes of
-# kiv-run. What is tried against the caller's terminal is in kiv_run_relay.bats and kiv_run_terminal.bats.
+# Attacks by an account from a command of kiv-run on the container's terminal, and against the two
+# processes of kiv-run. kiv_run_relay.bats and kiv_run_terminal.bats have the attacks on the
+# caller's terminal.
 load helpers
 load with_attacks
 
-@test "while kiv-run -t enters the container the account's processes there cannot get at it, and never at its relay" {
+@test "while kiv-run -t enters the container, the account's processes there cannot access it, nor ever its relay" {
     on_two_accounts <<'EOF'
 as_uid_0 watch_process
 as_uid_0
@@ -43,10 +44,10 @@ wait "$entering"
 EOF
 }
 
-@test "what is not kept from tracing is got at in kiv-run too" {
+@test "a kiv-run that allows tracing can be accessed" {
     on_two_accounts <<'EOF'
 hold traceable kiv-run -t alice true
-# Yama may keep a process from tracing any but its children
+# Yama may allow tracing only of children
 same "ways that are open" "environ fd/0 root cwd exe ns/mnt" "$(inside alice '~/watch_process $1' "$held" |
     awk '$2 == "0" { print $1 }' | grep -E '^(environ|fd/0|root|cwd|exe|ns/mnt)$' | xargs)"
 kill -CONT "$held"
@@ -54,7 +55,7 @@ wait "$entering"
 EOF
 }
 
-@test "a command on a terminal of the container's has no more rights than a shell of exec" {
+@test "a command on the container's terminal has no more rights than a shell of exec" {
     on_two_accounts <<'EOF'
 by_terminal
 as_uid_0
@@ -88,7 +89,7 @@ done
 EOF
 }
 
-@test "of terminals a command can write its own, and neither another account's nor the host's" {
+@test "a command can write to its own terminal, but not to another account's or the host's" {
     on_two_accounts <<'EOF'
 by_terminal
 chmod 777 /home/bob
@@ -104,7 +105,7 @@ same "what alice can write" "/dev/full
 /dev/urandom
 /dev/zero" "$(inside alice '~/writable /dev' | without_strays | sort)"
 same "whose it is" "alice /home/alice" "$(inside alice 'stat -c %U /dev/pts/0; readlink /proc/$$/cwd' | xargs)"
-# by number, through every process in sight
+# by number, through every visible process
 same "terminals of processes" "/dev/pts/0" "$(inside alice 'readlink /proc/[0-9]*/fd/[1-9]* 2>/dev/null | grep /dev/pts | sort -u')"
 EOF
 }

@@ -1,9 +1,9 @@
 #!/usr/bin/env bats
-# What keeps kiv-run from running a command, and containers that it starts or waits for.
+# Failures of kiv-run, and containers that it starts or waits for.
 load helpers
 load with_alice
 
-@test "every failure of kiv-run itself is 125 and one clear line, and nothing is entered" {
+@test "every failure of kiv-run itself gives status 125 and one clear line, and enters nothing" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 useradd --non-unique --uid 0 --no-create-home toor
@@ -40,7 +40,7 @@ refused test -e "/sys/fs/cgroup/user.slice/user-$(id -u alice).slice/kiv"
 EOF
 }
 
-@test "a container that is not running or was interrupted is named in the library's words" {
+@test "a container that is not running or was interrupted is reported in the library's words" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 capture kiv-run alice echo a command
@@ -54,7 +54,7 @@ kivctl start alice" "$status $out $err"
 EOF
 }
 
-@test "--start starts the container first, and only an account of the registry's" {
+@test "--start starts the container first, and only for accounts of the registry" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 account bob

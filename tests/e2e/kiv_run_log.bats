@@ -1,11 +1,11 @@
 #!/usr/bin/env bats
-# What kiv-run leaves in the system log.
+# The lines of kiv-run in the system log.
 load helpers
 load with_alice
 load system_log
 export -f serve_log logged
 
-@test "each entry is one line of authpriv.info with login user id, terminal, account and command" {
+@test "each entry is one line of authpriv.info with login user ID, terminal, account and command" {
     with_alice <<'EOF'
 serve_log
 kiv-run alice echo 'two words' >/dev/null
@@ -38,7 +38,7 @@ same lines 2 "$(wc -l </tmp/log)"
 EOF
 }
 
-@test "what fails before the container is entered is a refusal, whatever has failed" {
+@test "every failure before the container is entered is a refusal" {
     with_alice <<'EOF'
 serve_log
 exec 3</etc/hostname 4<&- 5</etc/hostname
@@ -53,7 +53,7 @@ refused grep -q entered /tmp/log
 EOF
 }
 
-@test "what fails after the entry is a refusal too, which follows the line of the entry" {
+@test "a failure after the entry is a refusal, too, which follows the line of the entry" {
     with_alice <<'EOF'
 serve_log
 fails 125 kiv-run -C none alice id 2>/dev/null
@@ -82,7 +82,7 @@ same lines 1 "$(wc -l </tmp/log)"
 EOF
 }
 
-@test "a descriptor in the place of a missing log is not handed on" {
+@test "a descriptor with the number of a missing log is not passed on" {
     with_alice <<'EOF'
 rm -f /dev/log
 exec 3</etc/hostname 4</etc/hostname 5</etc/hostname
@@ -92,7 +92,7 @@ same "on a terminal" "0 1 2 3" "$(kiv-run -t alice ls /proc/self/fd | tr -d '\r'
 EOF
 }
 
-@test "control characters are escaped, and a line is of 1 KiB at most" {
+@test "control characters are escaped, and a line has at most 1 KiB" {
     with_alice <<'EOF'
 serve_log
 kiv-run alice true $'new\nline\e[2J\x7f'
@@ -113,7 +113,7 @@ same order "connect setns setns setns write" "$(grep -E 'setns|/dev/log|<86>' /t
 EOF
 }
 
-@test "without a log, and with one that does not read, a command runs at once" {
+@test "without a log, and with one that does not read, a command runs without delay" {
     with_alice <<'EOF'
 rm -f /dev/log
 same "no log" in "$(timeout 30 kiv-run alice echo in 2>&1)"

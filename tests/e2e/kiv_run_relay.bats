@@ -1,5 +1,5 @@
 #!/usr/bin/env bats
-# The process of kiv-run that relays between two terminals: what stops it, what fills it up, what attacks it.
+# The process of kiv-run that relays between two terminals: stops, full outputs and attacks.
 load helpers
 load with_alice
 
@@ -9,8 +9,9 @@ signal_relay() {
     pkill "-$1" -u nobody -x kiv-run
 }
 
-# on_full_terminal PROGRAM COMMAND…: runs the command on a terminal that nobody reads, until no more output fits. Then the
-# Python program goes on, with the command's `process` and the other end of its terminal, `master`.
+# on_full_terminal PROGRAM COMMAND…: runs the command on a terminal that nobody reads, until no more
+# output fits. Then the Python program continues, with the command's `process` and the other end of
+# its terminal, `master`.
 on_full_terminal() {
     python3 -c '
 import os, pty, signal, sys, time
@@ -34,7 +35,7 @@ exec(sys.argv[1])' "$@"
 }
 export -f signal_relay on_full_terminal
 
-@test "a stop from outside leaves the caller's terminal as it was, and fg goes on" {
+@test "a stop from outside restores the caller's terminal, and fg continues" {
     with_alice <<'EOF'
 signal_relay TSTP /home/alice/ready &
 # dash(1) restores no terminal itself
@@ -63,7 +64,7 @@ same "afterwards" "$(cat /tmp/before)" "$(cat /tmp/after)"
 EOF
 }
 
-@test "whatever signal ends it, the terminal is restored" {
+@test "the terminal is restored whichever signal ends the relay" {
     with_alice <<'EOF'
 for name in USR1 ALRM XCPU RTMIN; do
     rm -f /home/alice/ready
@@ -79,14 +80,14 @@ done
 EOF
 }
 
-@test "a hang-up that the caller ignores ends neither the relay nor the command" {
+@test "a SIGHUP that the caller ignores ends neither the relay nor the command" {
     with_alice <<'EOF'
 signal_relay HUP /home/alice/ready &
 same output finished "$(nohup kiv-run -t alice sh -c 'touch ready; sleep 1; echo finished' </dev/null 2>/dev/null | tr -dc '[:lower:]')"
 EOF
 }
 
-@test "whoever does not read the output keeps neither keys nor signals from the relay" {
+@test "the relay gets keys and signals even if nobody reads the output" {
     with_alice <<'EOF'
 leaf=/sys/fs/cgroup/user.slice/user-$(id -u alice).slice/kiv
 export leaf
@@ -105,7 +106,7 @@ wait_for(lambda: os.waitpid(process, os.WNOHANG)[1] == signal.SIGTERM)' kiv-run 
 EOF
 }
 
-@test "another reader of the same terminal takes keys, and holds up no output" {
+@test "another reader of the same terminal takes keys, and delays no output" {
     with_alice <<'EOF'
 on_terminal bash -c 'exec 3<&0
     cat <&3 >/dev/null &
@@ -130,7 +131,7 @@ END
 EOF
 }
 
-@test "a full output costs no processor time, and gets all of the command's" {
+@test "a full output costs no processor time, and later gets all output of the command" {
     with_alice <<'EOF'
 python3 -c '
 import os, resource, subprocess, sys, time
@@ -168,7 +169,7 @@ if ($ARGV[0] eq "flood") {
     POSIX::close($_) for 0 .. 2;
     select(undef, undef, undef, 2);
 } elsif ($ARGV[0] eq "discipline") {
-    for my $number (0 .. 26, 28 .. 40, 27) { # the last, N_NULL, is for everybody
+    for my $number (0 .. 26, 28 .. 40, 27) { # the last, N_NULL, is allowed to everyone
         my $discipline = pack("i", $number);
         ioctl(STDIN, 0x5423, $discipline); # TIOCSETD
     }
@@ -182,7 +183,7 @@ for way in flood alone discipline; do
         </dev/null >/tmp/shown
     grep -aqx "status 9" /tmp/shown
     same "terminal after $way" "$(cat /tmp/before)" "$(cat /tmp/after)"
-    # of the relay and the command; the flood is nobody's child any more
+    # of the relay and the command; the flood is an orphan by now
     LC_ALL=C awk '$1 == "user" || $1 == "sys" { split($2, time, /[ms]/); sum += 60 * time[1] + time[2] } END { exit sum > 1 }' \
         <(tr -d '\r' </tmp/shown)
     pkill -KILL -u alice || true
@@ -190,7 +191,7 @@ done
 EOF
 }
 
-@test "the command can neither push keys into the caller's terminal nor find it" {
+@test "the command can neither insert keys into the caller's terminal nor find it" {
     with_alice <<'EOF'
 cat >/usr/local/bin/push <<'END'
 #!/usr/bin/perl

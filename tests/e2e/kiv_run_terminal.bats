@@ -1,9 +1,10 @@
 #!/usr/bin/env bats
-# kiv-run on a terminal: the command has one of the container's own, and the caller's is out of its reach.
+# kiv-run on a terminal: the command gets one of the container's, and the caller's is out of its
+# reach.
 load helpers
 load with_alice
 
-@test "on a terminal the command gets one of the container's, its controlling one, in a session of its own" {
+@test "on a terminal the command gets one of the container's as its controlling terminal, in a new session" {
     with_alice <<'EOF'
 on_terminal kiv-run alice bash --norc <<'END' >/tmp/shown
 expect \$ $
@@ -23,7 +24,7 @@ same "in a pipe" "not a tty" "$(kiv-run alice tty </dev/null || true)"
 EOF
 }
 
-@test "Ctrl-C and Ctrl-Z are for the programs inside" {
+@test "Ctrl-C and Ctrl-Z reach the programs inside" {
     with_alice <<'EOF'
 fails 3 on_terminal kiv-run alice bash --norc <<'END' >/tmp/shown
 expect \$ $
@@ -82,7 +83,7 @@ refused pgrep -x kiv-run
 EOF
 }
 
-@test "what the account leaves running reads nothing of what is typed afterwards" {
+@test "processes that the account leaves running read nothing that is typed afterwards" {
     with_alice <<'EOF'
 cat >/usr/local/bin/reader <<'END'
 #!/usr/bin/perl
@@ -124,7 +125,7 @@ refused grep got /home/alice/read
 EOF
 }
 
-@test "the relaying process is outside, has no right, and nothing open but the terminals" {
+@test "the relaying process is outside, has no rights, and has only the terminals open" {
     with_alice <<'EOF'
 exec 7</run/kiv
 cat >/tmp/look <<'END'
@@ -148,7 +149,7 @@ outside
 EOF
 }
 
-@test "the exit status is the command's, 128 and the signal's number, or kiv-run's own" {
+@test "the exit status is the command's, 128 plus the signal's number, or kiv-run's own" {
     with_alice <<'EOF'
 fails 7 kiv-run -t alice sh -c 'exit 7'
 fails 137 kiv-run -t alice sh -c 'kill -KILL $$'
@@ -187,7 +188,7 @@ same "after a signal" "$(cat /tmp/before)" "$(cat /tmp/killed)"
 EOF
 }
 
-@test "all output of the command arrives, whatever it leaves running" {
+@test "all output of the command arrives even if it leaves processes running" {
     with_alice <<'EOF'
 same output "$(seq 100000 | sed 's/$/\r/' | md5sum)" "$(kiv-run -t alice seq 100000 | md5sum)"
 same "with a leftover" "begun" "$(timeout 20 kiv-run -t alice sh -c \
@@ -204,30 +205,30 @@ same "nothing" 0 "$(timeout 20 kiv-run -t alice wc -c </dev/null | tail -n 1 | t
 EOF
 }
 
-@test "the end of a pipe is one end of file: whoever reads on waits" {
+@test "the end of a pipe is one end of file: a process that reads on waits" {
     with_alice <<'EOF'
-# read(1) says 1 at an end of file, and more than 128 when the time is over
+# read returns 1 at an end of file, and more than 128 at a timeout
 reads_on() { timeout 20 kiv-run -t alice bash -c 'cat >/dev/null; read -rt 0.3 || printf "\nstatus %d" $(($? > 128))' | tr -d '\r'; }
 for text in '' 'line\n' 'unfinished' 'line\r'; do
     printf '%b' "$text" | reads_on >/tmp/seen
     same "after '$text'" "status 1" "$(tail -n 1 /tmp/seen)"
 done
-# a terminal that makes no lines has only the character
+# a terminal without lines gets only the character
 type_x() { eventually test -e /home/alice/raw && printf x; }
 same "without lines" "x 4" "$(type_x | timeout 20 kiv-run -t alice bash -c 'stty raw -echo; touch raw
     read -rN 1 first; read -rN 1 second; printf "%s %d" "$first" "'"'"'$second"; read -rt 0.3 -N 1 && echo " and more"' || true)"
 EOF
 }
 
-@test "what comes from a pipe is typed: Ctrl-C acts, and a line has at most 4095 bytes" {
+@test "input from a pipe is typed: Ctrl-C interrupts, and a line has at most 4095 bytes" {
     with_alice <<'EOF'
 fails 130 timeout 20 kiv-run -t alice sleep 10 < <(printf '\3') >/dev/null
 printf '%05000d' 0 | timeout 20 kiv-run -t alice wc -c >/tmp/seen
-grep -qE '(^|0)4095.?$' /tmp/seen # behind the echo, if any
+grep -qE '(^|0)4095.?$' /tmp/seen # after the echo, if there is one
 EOF
 }
 
-@test "errors stay apart when they are no terminal's, and LISTEN_PID is the command's" {
+@test "standard error stays separate when it is not a terminal, and LISTEN_PID is the command's" {
     with_alice <<'EOF'
 capture kiv-run -t alice sh -c 'echo out; echo err >&2'
 same streams $'out\r err' "$out $err"

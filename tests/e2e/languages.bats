@@ -1,14 +1,14 @@
 #!/usr/bin/env bats
-# The installed catalogues: what the program says in the caller's language.
+# The installed catalogues: the program's texts in the caller's language.
 load helpers
 load cgroups
 
-# Installs what the build has made, on this host alone.
+# Installs the build, only on this simulated host.
 install_build() {
     cmake --install "$(dirname "$(dirname "$KIVCTL")")" --prefix /usr >/dev/null
 }
 
-# Every text that is translated, as a caller meets it.
+# Every translated text, as a caller sees it.
 everything() {
     kivctl -h | sed '1,/^$/d; /^____/,$d'
     {
@@ -29,7 +29,7 @@ everything() {
     kivctl status -a 2>/dev/null || true
 }
 
-# Accounts for that: one that runs, one that does not, and three that there cannot be.
+# Accounts for that: one that runs, one that does not, and three that cannot have a container.
 accounts() {
     account alice
     account carol
@@ -39,7 +39,7 @@ accounts() {
 }
 export -f install_build everything accounts
 
-@test "everything is said in German" {
+@test "all texts are in German" {
     in_host <<'END'
 install_build
 accounts
@@ -86,7 +86,7 @@ EOF
 END
 }
 
-@test "everything is said in French, in a table whose lines are straight" {
+@test "all texts are in French, and the table's columns are aligned" {
     in_host <<'END'
 install_build
 accounts
@@ -133,7 +133,7 @@ EOF
 END
 }
 
-@test "everything is said in Spanish, in a table whose lines are straight" {
+@test "all texts are in Spanish, and the table's columns are aligned" {
     in_host <<'END'
 install_build
 accounts
@@ -189,7 +189,7 @@ same "report" $'Compte\u00a0: alice\nActif\u00a0: non' "$(kivctl status alice | 
 END
 }
 
-@test "the language is that of LC_ALL, LC_MESSAGES or LANG in this order, and LANGUAGE is not heard" {
+@test "the language is that of LC_ALL, LC_MESSAGES or LANG in this order, and LANGUAGE is ignored" {
     in_host <<'END'
 install_build
 account alice
@@ -207,7 +207,7 @@ says "Konto: alice" LANG=de_AT.UTF-8 LANGUAGE=fr
 END
 }
 
-@test "where there is no catalogue for the language the texts are English" {
+@test "without a catalogue for the language the texts are English" {
     in_host <<'END'
 install_build
 account alice
@@ -221,7 +221,7 @@ Active: no" "$(kivctl status alice)"
 END
 }
 
-@test "kiv-run speaks the caller's language from the same catalogue" {
+@test "kiv-run uses the caller's language from the same catalogue" {
     in_host <<'END'
 install_build
 german

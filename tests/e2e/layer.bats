@@ -1,8 +1,8 @@
 #!/usr/bin/env bats
-# What allow-lists and hidden paths do to the host's root as an account sees it.
+# The effect of allowlists and hidden paths on the root that an account sees.
 load helpers
 
-@test "an allow-list keeps the listed names of its directory and hides all others" {
+@test "an allowlist keeps the listed names of its directory and hides all others" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 mkdir -p /srv/site/{kept-directory/deeper,other-directory}
@@ -20,7 +20,7 @@ same "what root sees inside" $'kept\nkept-directory' "$(enter_as_root alice ls -
 EOF
 }
 
-@test "an allow-list without items hides all of its directory" {
+@test "an allowlist without items hides the directory's whole content" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 mkdir -p /srv/site
@@ -32,7 +32,7 @@ test -e /srv/site/one
 EOF
 }
 
-@test "a pattern in an allow-list keeps nothing, not even the name it matches" {
+@test "a pattern in an allowlist keeps nothing, not even the name it matches" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 mkdir -p /srv/site
@@ -44,7 +44,7 @@ same "what the account sees" "" "$(enter alice ls -A /srv/site)"
 EOF
 }
 
-@test "other wildcards in an allow-list are plain characters" {
+@test "other wildcards in an allowlist are plain characters" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 mkdir -p /srv/site
@@ -55,7 +55,7 @@ same "what the account sees" $'[ab]\nk?pt' "$(enter alice ls -A --quoting-style=
 EOF
 }
 
-@test "an allow-list for a directory that is not there says nothing and makes nothing" {
+@test "an allowlist for a missing directory prints nothing and creates nothing" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 printf '%s\n' "allowlist /srv/not-there" "    kept" >"$configuration"
@@ -66,7 +66,7 @@ refused enter_as_root alice test -e /srv/not-there
 EOF
 }
 
-@test "an allow-list for a file is reported and the file stays as it is" {
+@test "an allowlist for a file is reported and the file stays as it is" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 echo content >/srv/file
@@ -78,7 +78,7 @@ same content content "$(enter alice cat /srv/file)"
 EOF
 }
 
-@test "a directory with an allow-list keeps its owner and mode, and so do its parents" {
+@test "a directory with an allowlist keeps its owner and mode, and so do its parents" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 install -d -o alice -g mail -m 711 /srv/outer
@@ -91,7 +91,7 @@ same "owners and modes" "$(stat -c '%n %u:%g %a' /srv /srv/outer /srv/outer/site
 EOF
 }
 
-@test "two allow-lists for the same directory keep the names of both" {
+@test "two allowlists for the same directory keep the names of both" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 mkdir -p /srv/site
@@ -102,7 +102,7 @@ same "what the account sees" $'one\ntwo' "$(enter alice ls -A /srv/site)"
 EOF
 }
 
-@test "an allow-list of homes shows the account its own and no other" {
+@test "an allowlist of homes shows the account only its own home" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 account bob 100.64.0.8/30
@@ -115,7 +115,7 @@ test -e /home/alice/file
 EOF
 }
 
-@test "a home that is hidden is reported and not there, its tmp directory is" {
+@test "a hidden home is reported and not in the container; its tmp directory is" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 touch /home/alice/tmp/file
@@ -128,7 +128,7 @@ enter alice test -e /tmp/file
 EOF
 }
 
-@test "hidden files and directories are gone, for root inside too, and their neighbours stay" {
+@test "hidden files and directories are invisible, also for root inside, and their neighbours stay" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 mkdir -p /srv/site/directory
@@ -158,7 +158,7 @@ same "what root sees inside" "" "$(enter_as_root alice ls -A /srv/three)"
 EOF
 }
 
-@test "hidden paths that are not there are silent, wherever the path breaks off" {
+@test "hidden paths that do not exist cause no message, whichever component is missing" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 printf '%s\n' hide "    /srv/not-there" "    /srv/not/there/either" "    /etc/hostname/below-a-file" >"$configuration"
@@ -186,7 +186,7 @@ refused enter alice test -e /srv/real/other
 EOF
 }
 
-@test "a hidden link is gone and what it leads to stays" {
+@test "a hidden link is invisible and its target stays" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 mkdir -p /srv/real
@@ -200,7 +200,7 @@ enter alice test -e /srv/real/file
 EOF
 }
 
-@test "a hidden pattern hides nothing at the place that it matches" {
+@test "a hidden pattern does not hide the paths that it matches" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 mkdir -p /srv/site
@@ -282,7 +282,7 @@ nobody-here: nobody-here: unknown user' "$err"
 EOF
 }
 
-@test "without openat2 hidden paths are hidden and links in them reported all the same" {
+@test "without openat2, too, hidden paths are hidden and links in them reported" {
     for error in ENOSYS EPERM; do
         export error
         in_host <<'EOF'
@@ -304,7 +304,7 @@ EOF
     done
 }
 
-@test "nothing of an item with parent references is made outside the layer" {
+@test "an item with parent references creates nothing outside the layer" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 mkdir -p /srv/{hidden,emptied,listed} /run/listed
@@ -344,7 +344,7 @@ same "what the layer is made of" '"other", S_IFCHR|000, makedev(0, 0)) = 0
 EOF
 }
 
-@test "the caller's umask has no influence on modes in the container" {
+@test "modes in the container do not depend on the caller's umask" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 account bob 100.64.0.8/30

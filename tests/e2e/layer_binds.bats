@@ -1,5 +1,5 @@
 #!/usr/bin/env bats
-# What the configured bind mounts bring into a container, and which links are followed on the way.
+# The configured bind mounts of a container, and which links in their paths are followed.
 load helpers
 
 @test "a bound file is the host's file itself" {
@@ -18,7 +18,7 @@ same content second "$(enter alice cat /opt/site/file)"
 EOF
 }
 
-@test "a bound directory is the host's directory itself, also from a file system of its own" {
+@test "a bound directory is the host's directory itself, also on another file system" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 mkdir /opt/site
@@ -34,7 +34,7 @@ same "what the host has" "$(enter alice ls -A /opt/site)" "$(ls -A /opt/site)"
 EOF
 }
 
-@test "below a bound file is an empty one of mode 640, below a bound directory one like the host's" {
+@test "under a bound file's mount is an empty file of mode 640, under a bound directory's one like the host's" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 mkdir /opt/site
@@ -51,7 +51,7 @@ same "what was below" "/opt/site directory 750 0:0
 EOF
 }
 
-@test "a bound path that is not there is skipped silently" {
+@test "a missing bound path is skipped silently" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 touch /srv/file
@@ -65,7 +65,7 @@ refused enter_as_root alice test -e /srv/not
 EOF
 }
 
-@test "in debug mode a bound path that is not there is reported by the layer and by the mount" {
+@test "in debug mode a missing bound path is reported by the layer and by the mount" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 printf '%s\n' bind "    /srv/not-there" >"$configuration"
@@ -76,7 +76,7 @@ bind-mount(/srv/not-there) failed: No such file or directory" "$err"
 EOF
 }
 
-@test "a bound path below a file is reported without debug mode" {
+@test "a bound path below a file is reported even without debug mode" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 touch /srv/file
@@ -117,7 +117,7 @@ same "what the account sees" covered "$(enter alice ls -A /srv/site/inner)"
 EOF
 }
 
-@test "a path that is bound twice is mounted twice without a word" {
+@test "a path that is bound twice is mounted twice without a message" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 mkdir /srv/site
@@ -164,7 +164,7 @@ refused enter_as_root alice test -e /srv/site
 EOF
 }
 
-@test "a directory of the host's /run can be bound into the container's own where that has it" {
+@test "a directory of the host's /run can be bound if the container's own /run has it" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 mkdir /run/mysqld
@@ -179,7 +179,7 @@ same "what root sees inside" $'/run\n/run/mysqld\n/run/mysqld/mysqld.sock\n/run/
 EOF
 }
 
-@test "a bound link of root's brings what it leads to" {
+@test "a bound link of root shows its target" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 mkdir -p /run/resolver/deeper
@@ -194,7 +194,7 @@ same "kind of file" "regular file" "$(enter alice stat -c %F /etc/resolv.conf)"
 EOF
 }
 
-@test "a bound path may pass through links of root's" {
+@test "a bound path may pass through links of root" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 mkdir -p /run/service /opt/real/site
@@ -325,7 +325,7 @@ done
 EOF
 }
 
-@test "without openat2 bound paths with two dots are mounted, and those that are the new root refused" {
+@test "without openat2 bound paths with two dots are mounted, and those that mean the new root are refused" {
     for error in ENOSYS EPERM; do
         export error
         in_host <<'EOF'

@@ -1,5 +1,5 @@
 #!/usr/bin/env bats
-# What emptied directories do to the host's root as an account sees it.
+# The effect of emptied directories on the root that an account sees.
 load helpers
 
 @test "an emptied directory is empty and has the owner and mode of the host's" {
@@ -18,7 +18,7 @@ test -e /srv/site/file
 EOF
 }
 
-@test "an emptied directory that is hidden too is there and empty" {
+@test "an emptied directory that is also hidden exists and is empty" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 install -d -o daemon -g mail -m 751 /srv/site
@@ -31,7 +31,7 @@ same "owner and mode" "$(stat -c '%u:%g %a' /srv/site)" "$(enter_as_root alice s
 EOF
 }
 
-@test "an emptied directory that its parent's allow-list hides is there and empty" {
+@test "an emptied directory that its parent's allowlist hides exists and is empty" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 mkdir -p /srv/site/{one,two}
@@ -43,7 +43,7 @@ same "what root sees inside" $'/srv/site\n/srv/site/one' "$(enter_as_root alice 
 EOF
 }
 
-@test "an emptied directory that is not there is reported" {
+@test "a missing emptied directory is reported" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 printf '%s\n' empty "    /srv/not-there" >"$configuration"
@@ -104,7 +104,7 @@ same "what root sees inside" "directory 604 $(stat -c %u:%g /srv/file)" \
 EOF
 }
 
-@test "emptied directories in proc are covered by an empty one, in the layer they are silent" {
+@test "emptied directories in /proc are covered by an empty one, and the layer does not report them" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 printf '%s\n' empty "    /proc/irq" "    /proc/fs" >"$configuration"
@@ -117,7 +117,7 @@ same "what root sees inside" "root:root 755" "$(enter_as_root alice stat -c '%U:
 EOF
 }
 
-@test "emptied paths in proc that cannot be covered are reported" {
+@test "emptied paths in /proc that cannot be covered are reported" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 printf '%s\n' empty "    /proc/not-there" "    /proc/version" "    /proc/ir*" "    /proc/self/task" >"$configuration"

@@ -1,8 +1,8 @@
 #!/usr/bin/env bats
-# Which lines of the host's password and group files an account sees.
+# The lines of the host's password and group files that an account sees.
 load helpers
 
-@test "of the password file an account sees the system's lines and its own" {
+@test "in the password file an account sees the system's lines and its own" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 account alice2
@@ -43,7 +43,7 @@ alice:x:2005:2005:the second line:/home/alice:/bin/bash" "$(enter alice cat /etc
 EOF
 }
 
-@test "of the group file an account sees the system's lines and its own" {
+@test "in the group file an account sees the system's lines and its own" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 cat >/etc/group <<'END'
@@ -98,7 +98,7 @@ same "owners and modes" "$(state)" "$(enter_as_root alice bash -c state)"
 EOF
 }
 
-@test "the last line of a copy ends although the host's does not" {
+@test "the last line of a copy ends in a newline even if the host's does not" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 printf 'root:x:0:\nalice:x:1001:' >/etc/group
@@ -116,7 +116,7 @@ same "group file" "$(printf 'root:x:0:\377\376\r\nalice:\0:1001:\t \n' | od -c)"
 EOF
 }
 
-@test "a host file that is not there is reported and not there in the container" {
+@test "a missing host file is reported and missing in the container" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 rm /etc/group
@@ -128,7 +128,7 @@ same "alice's line" "$(grep ^alice: /etc/passwd)" "$(enter_as_root alice grep ^a
 EOF
 }
 
-@test "an account's name is taken literally, whatever its characters mean in an expression" {
+@test "an account's name is taken literally, even if its characters have a meaning in expressions" {
     in_host <<'EOF'
 names=('x|y' 'a*' '.*' 'a[b' 'a(b' 'a$' '^a' 'a{2}' 'a?' 'a\b')
 others=(x y axb aab a ab aa b)
@@ -149,7 +149,7 @@ done
 EOF
 }
 
-@test "the configuration's filters have no influence" {
+@test "the configuration's filters have no effect" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 printf 'one\ntwo\n' >/srv/file
@@ -160,7 +160,7 @@ same "alice's line" "$(grep ^alice: /etc/passwd)" "$(enter alice grep ^alice: /e
 EOF
 }
 
-@test "a filtered file that is hidden or in an emptied directory is there, filtered" {
+@test "a filtered file that is hidden or in an emptied directory is visible, filtered" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 account bob
@@ -176,7 +176,7 @@ same "the accounts' lines" "$(grep ^alice: /etc/passwd)" "$(enter_as_root alice 
 EOF
 }
 
-@test "a filtered file that is bound too is the host's whole file" {
+@test "a filtered file that is also bound is the host's whole file" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 account bob

@@ -1,15 +1,17 @@
-# Words of the tests that log in to accounts by PAM; sourced on the simulated host after on_host.bash.
+# Functions of the tests that log in to accounts through PAM; sourced on the simulated host after
+# on_host.bash.
 
 # shellcheck source=tests/e2e/system_log.bash
 source "$project/tests/e2e/system_log.bash"
 
 # shellcheck disable=SC2034 # for the tests
 programs=$(dirname "$KIVCTL")/../tests/e2e/programs
-# by a path without a blank, as PAM's files need it
+# by a path without a blank, because PAM's files allow none
 ln -sfn "$(realpath "$(dirname "$KIVCTL")/../lib")" /usr/local/lib/modules
 module=/usr/local/lib/modules/security/pam_kiv.so
 
-# pam_service NAME [OPTION…]: as the shipped profile and the host's own file have it, but that nobody needs a password.
+# pam_service NAME [OPTION…]: writes the service as the shipped profile and the host's own file
+# configure it, but without passwords.
 pam_service() {
     cat >"/etc/pam.d/$1" <<END
 auth required pam_permit.so
@@ -22,7 +24,7 @@ session required pam_limits.so
 END
 }
 
-# two_containers: alice and bob, both running, on a host with the sample configuration.
+# two_containers: starts containers for alice and bob on a host with the sample configuration.
 two_containers() {
     cp "$project/dist/kiv.conf" "$configuration"
     account alice 100.64.0.4/30
@@ -30,8 +32,8 @@ two_containers() {
     kivctl start -a >/dev/null 2>&1
 }
 
-# serve_ssh [LINE…]: a server for accounts whose key is root's, with further lines for its configuration. The words
-# ssh, sftp, scp, rsync and git reach it as user@host.
+# serve_ssh [LINE…]: starts a server for accounts that accept root's key, with further lines for its
+# configuration. The functions ssh, sftp, scp, rsync and git reach it as user@host.
 serve_ssh() {
     local name
     mkdir -p /run/sshd ~/.ssh /tmp/ssh
@@ -61,7 +63,7 @@ END
     eventually test -s /tmp/ssh/pid # sshd writes it when it listens
 }
 
-# where PID…: the namespaces of each process, in one line.
+# where PID…: prints the namespaces of each process in one line.
 where() {
     local pid
     for pid; do
@@ -69,7 +71,7 @@ where() {
     done
 }
 
-# pinned_for NAME: the namespaces that the account's container has, in the same form.
+# pinned_for NAME: prints the namespaces of the account's container, in the same form.
 pinned_for() {
     local kind
     for kind in net ipc mnt; do
@@ -96,7 +98,7 @@ Seccomp:	2" "$state"
     done
 }
 
-# kivctl_installed: where the module looks for it.
+# kivctl_installed: puts kivctl where the module searches for it.
 kivctl_installed() {
     local prefix
     prefix=$(sed -n 's/^CMAKE_INSTALL_PREFIX:[A-Z]*=//p' "$(dirname "$KIVCTL")/../CMakeCache.txt")

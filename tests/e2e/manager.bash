@@ -1,7 +1,8 @@
-# For scripts on a simulated host that need a manager of systemd: one of its own, without what an installed Debian starts,
-# in mounts and process numbers of its own.
+# For scripts on a simulated host that need a systemd manager: a separate one, without the services
+# of an installed Debian, in its own mount and PID namespaces.
 
-# install_units: those of the build and what they run, where they look for it. The accounts' programs are those under test.
+# install_units: installs the units of the build and their programs at their usual paths. The
+# accounts' programs are those under test.
 install_units() {
     local shipped built helpers programs
     shipped=$(dirname "${BASH_SOURCE[0]}")/../../dist/systemd
@@ -20,13 +21,14 @@ start_manager() {
     unshare --pid --fork --kill-child --mount --mount-proc env container=simulated \
         /lib/systemd/systemd --unit=few.target </dev/null >/dev/null 2>&1 3>&- &
     eventually pgrep --exact systemd >/dev/null
-    # its children have its name too until they are something else
+    # its children have its name, too, until they execute something else
     manager=$(pgrep --oldest --exact systemd)
     manager_is_ready() { systemctl --quiet is-active few.target 2>/dev/null; }
     eventually manager_is_ready
 }
 
-# managed COMMAND…: in the manager's mounts, where the containers are that it has started.
+# managed COMMAND…: runs the command in the manager's mount namespace, where the containers are that
+# it has started.
 managed() { nsenter --target "$manager" --pid --mount "$@"; }
 
 systemctl() { managed systemctl "$@"; }

@@ -1,14 +1,14 @@
 #!/usr/bin/env bats
-# What the manual pages show is what the program does.
+# The examples of the manual pages are what the programs print.
 load helpers
 
-# display PAGE N: the page's Nth literal display, as it is read.
+# display PAGE N: prints the page's Nth literal display, as a reader sees it.
 display() {
     awk -v wanted="$2" '/^\.Ed/ { shown = 0 } shown; /^\.Bd -literal/ { shown = ++count == wanted }' \
         "$project/docs/man/$1" | sed -e "s/\\\\(aq/'/g" -e 's/\\-/-/g' -e 's/\\(if/∞/g' -e 's/\\e/\\/g'
 }
 
-# holds PAGE N: each command of the display, behind "# ", prints what stands below it.
+# holds PAGE N: each command of the display, after "# ", prints the lines below it.
 holds() {
     local shown line
     shown=$(display "$1" "$2" | sed "s/uid=1001(alice) gid=1001(alice) groups=1001/${ids:-none}/")
@@ -29,7 +29,7 @@ account bob 100.64.0.8/30
 ids="uid=$(id -u alice)(alice) gid=$(id -g alice)(alice) groups=$(id -g alice)"
 holds kivctl.8 2
 holds kivctl.8 3
-# the display shows a host where controllers count; not every machine has them to give away
+# the display shows a host with controllers, which not every machine can offer
 account carol 100.64.0.12/30
 slices=/sys/fs/cgroup/user.slice
 mkdir -p "$slices"
@@ -50,7 +50,7 @@ holds kivctl.8 4
 EOF
 }
 
-@test "a stop that is held up, as kivctl(8) shows it" {
+@test "a stop that does not complete, as kivctl(8) shows it" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice >/dev/null
@@ -72,7 +72,7 @@ EOF
     in_host <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice >/dev/null
-# lines that are too long for a page go on indented
+# lines that are too long for a page continue indented
 same rules "$(display kiv.7 14 | sed '1d' | sed -e ':join' -e '$!N' -e 's/\n    / /' -e 'tjoin' -e 'P;D')" \
     "$(iptables-save --table filter | grep veth-alice; iptables-save --table nat | grep veth-alice)"
 cp "$project/dist/nftables/kivctl.nft" /etc/tarnwell
@@ -90,7 +90,7 @@ same "what it would reach" reached "$(reach)"
 EOF
 }
 
-@test "kiv(7) shows the limits that are shipped, and the way back after a user was removed first" {
+@test "kiv(7) shows the shipped limits, and the repair after a user was removed first" {
     in_host <<'EOF'
 same limits "$(display kiv.7 4)" "$(grep -E '^[A-Za-z]+=[^n]' "$project/dist/limits.conf")"
 account alice 100.64.0.4/30

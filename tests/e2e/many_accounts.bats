@@ -1,9 +1,9 @@
 #!/usr/bin/env bats
-# Commands over all accounts look the users up as a look-up by name does, and do not take longer for it.
+# Commands over all accounts find the same users as look-ups by name, and take no longer.
 load helpers
 load cgroups
 
-# slices UID…: the cgroup of each has as many processes as its number.
+# slices UID…: creates a cgroup for each that reports as many processes as its user ID.
 slices() {
     local uid
     for uid in "$@"; do
@@ -12,7 +12,8 @@ slices() {
     done
 }
 
-# sources SERVICE…: where users are looked up. "early" refuses to be enumerated and knows alice and dora.
+# sources SERVICE…: sets where users are looked up. "early" refuses to be enumerated and knows alice
+# and dora.
 sources() {
     sed -i "s/^passwd:.*/passwd: $*/" /etc/nsswitch.conf
     grep -q "^passwd: $*$" /etc/nsswitch.conf
@@ -20,13 +21,13 @@ sources() {
     LD_LIBRARY_PATH=$(dirname "$KIVCTL")/../tests/e2e/programs
 }
 
-# shown: the accounts of the table with the figure that tells whose slice was read.
+# shown: prints the accounts of the table with the figure that shows whose slice was read.
 shown() {
     kivctl status -a | awk '/yes/ { printf "%s=%s ", $2, $6 }'
 }
 export -f slices sources shown
 
-@test "a source that comes before the password file is believed, though it cannot be enumerated" {
+@test "a source before the password file is used, although it cannot be enumerated" {
     in_host <<'EOF'
 stand_in_cgroups
 account bob
@@ -71,14 +72,14 @@ same "user id" "alice=$alice " "$(shown)"
 EOF
 }
 
-@test "all commands refuse what a look-up by name refuses, in the order of the registry" {
+@test "all commands refuse the same names as a look-up by name, in the order of the registry" {
     in_host <<'EOF'
 account alice
 printf '%s\n' nobody-here alice a@b root >/etc/tarnwell/kiv.users
 for command in start stop status; do
     capture kivctl "$command" -a
     same "status of $command" 71 "$status"
-    # without a network start and stop refuse alice too, but not to look it up
+    # without a network start and stop refuse alice, too, but after looking her up
     same "lines of $command" "kivctl: nobody-here: nobody-here: unknown user
 a@b: a@b: invalid character '@' in user name
 root: root: cannot create container for uid 0" "$(grep -v '^alice' <<<"$err")"
@@ -86,7 +87,7 @@ done
 EOF
 }
 
-@test "the password file is read at most twice, however many accounts there are" {
+@test "the password file is read at most twice for any number of accounts" {
     in_host <<'EOF'
 account alice
 for ((i = 0; i < 500; i++)); do
@@ -103,7 +104,7 @@ same "times that status of one account opens it" 1 "$(grep -c '"/etc/passwd"' /t
 EOF
 }
 
-@test "a user id that changes while accounts are started is the new one for those that follow" {
+@test "a user ID that changes while accounts are started counts for the accounts that follow" {
     in_host <<'EOF'
 account alice 100.64.0.0/30
 account bob 100.64.0.4/30
@@ -112,12 +113,12 @@ group=$(id -g carol)
 # when bob is started, the password file has been read for carol too
 record ip '[ "$1 $2 $3" != "link add veth-bob" ] || usermod --uid 31000 carol; exec $real "$@"'
 kivctl start -a
-# of a user id that nobody has any more start knows no group
+# start finds no group for a user ID that no user has any more
 same "ping range" "$group $group" "$(enter_as_root carol cat /proc/sys/net/ipv4/ping_group_range | xargs)"
 EOF
 }
 
-@test "status of many accounts looks the directory of their slices up once" {
+@test "status of many accounts opens the directory of their slices once" {
     in_host <<'EOF'
 stand_in_cgroups
 account alice

@@ -1,11 +1,12 @@
 #!/usr/bin/env bats
-# The collector for Prometheus: what it writes of the containers, and that nobody sees half of it.
+# The collector for Prometheus: its metrics of the containers, which a reader never sees half
+# written.
 load helpers
 load cgroups
 export project collector="$project/dist/prometheus/kivctl-metrics"
 
 
-# counted NAME FILE=VALUE…: the figures of the account's cgroup.
+# counted NAME FILE=VALUE…: sets the figures of the account's cgroup.
 counted() {
     local figure
     mkdir -p "$(slice "$1")"
@@ -14,11 +15,11 @@ counted() {
     done
 }
 
-# samples REGEX: the matching lines of the metrics but their comments.
+# samples REGEX: prints the matching lines of the metrics without their comments.
 samples() { grep -v '^#' /tmp/kivctl.prom | grep -E "$1"; }
 export -f counted samples
 
-@test "each account has its state and figures, and shares of the limits that it has" {
+@test "each account has its state and figures, and its shares of its limits" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 account bob 100.64.0.8/30
@@ -101,7 +102,7 @@ kiv_container_memory_limit_used_ratio{account="bob"} 0.00' "$(samples '^kiv_cont
 EOF
 }
 
-@test "names are escaped, twice is once, and bytes that are no text are replaced" {
+@test "names are escaped, an account with two lines appears once, and bytes that are not text are replaced" {
     in_host <<'EOF'
 i=3000
 for name in 'a"b' 'c\d' 'e|f' $'g\377h' $'g\376h' 'yes' 'jürgen'; do
@@ -120,7 +121,7 @@ kiv_container_active{account="jürgen"} 0' "$(LC_ALL=C.UTF-8 samples ^kiv_contai
 EOF
 }
 
-@test "an account that fails shows in the exit status, and the others are there" {
+@test "an account that fails changes the exit status, and the others are reported" {
     in_host <<'EOF'
 account alice
 echo ghost >>"$registry"
@@ -139,7 +140,7 @@ same "values" 'kiv_list_exit_code 127' "$(samples .)"
 EOF
 }
 
-@test "what was stopped on purpose is stopped, and what is broken is not" {
+@test "a container that was stopped on purpose counts as stopped, and a broken one does not" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 account bob 100.64.0.8/30
@@ -155,7 +156,7 @@ kiv_container_state{account="carol",state="orphaned"} 1' "$(samples '^kiv_contai
 EOF
 }
 
-@test "the file is replaced as a whole, and a failure leaves the old one and nothing else" {
+@test "the file is replaced as a whole, and after a failure only the old one is left" {
     in_host <<'EOF'
 account alice
 mkdir /tmp/metrics
@@ -174,7 +175,7 @@ same "files" $'full\nkivctl.prom' "$(ls -A /tmp/metrics)"
 EOF
 }
 
-@test "it needs no capabilities but two, as its unit gives them" {
+@test "the collector needs only the two capabilities of its unit" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 account bob 100.64.0.8/30
@@ -190,7 +191,7 @@ same "capabilities of the unit" "CAP_DAC_OVERRIDE CAP_SYS_ADMIN" \
 EOF
 }
 
-@test "with a real systemd the unit runs as it is hardened, and sees what runs" {
+@test "with a real systemd the hardened unit runs and sees the running containers" {
     in_host <<'EOF'
 source "$project/tests/e2e/manager.bash"
 install_units
@@ -205,7 +206,7 @@ managed kivctl start alice >/dev/null
 systemctl start kivctl-metrics
 same "states" 'kiv_container_state{account="alice",state="running"} 1' \
     "$(grep '^kiv_container_state.* 1$' /var/lib/prometheus/node-exporter/kivctl.prom)"
-# why nothing hardens its mounts
+# the reason why the unit does not harden its mounts
 sed -i 's/^UMask=.*/&\nProtectSystem=yes/' /etc/systemd/system/kivctl-metrics.service
 systemctl daemon-reload
 systemctl start kivctl-metrics

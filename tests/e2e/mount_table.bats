@@ -1,9 +1,9 @@
 #!/usr/bin/env bats
-# How often start reads the mount table, which takes the kernel long with thousands of containers, and that what it
-# believes is what is mounted.
+# How often start reads the mount table, which is slow with thousands of containers, and that its
+# knowledge of the mounts is current.
 load helpers
 
-# long_table: more mounts than one read(2) of the table gives; the last is on /tmp/last.
+# long_table: makes more mounts than one read(2) of the table returns; the last one is on /tmp/last.
 long_table() {
     local number
     mkdir /tmp/many
@@ -21,14 +21,15 @@ last_mount() {
     mount --bind /tmp/last /tmp/last
 }
 
-# reads COMMAND…: how often the command reads the end of the mount table. Its children are not counted.
+# reads COMMAND…: prints how often the command reads the end of the mount table. Its children are
+# not counted.
 reads() {
     strace -s 10000 -e trace=read -o /tmp/trace "$@" >/dev/null
     grep -c ' /tmp/last ' /tmp/trace || true
 }
 export -f long_table last_mount reads
 
-@test "start of accounts that run already reads the mount table once" {
+@test "start of accounts that already run reads the mount table once" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 account bob 100.64.0.8/30

@@ -1,6 +1,7 @@
-# For scripts that look where an account's processes are, on the simulated host and on a real one.
+# For scripts that check where an account's processes are, on the simulated host and on a real one.
 
-# namespaces_pinned NAME and namespaces_of PID: identities, the same for a process in the account's container.
+# namespaces_pinned NAME and namespaces_of PID: print identities, which are equal for a process in
+# the account's container.
 namespaces_pinned() {
     local kind
     for kind in net ipc mnt; do
@@ -15,7 +16,7 @@ namespaces_of() {
     done
 }
 
-# processes_outside NAME: those of the account that are not in its container, if any.
+# processes_outside NAME: prints the account's processes that are not in its container.
 processes_outside() {
     local process pinned
     pinned=$(namespaces_pinned "$1")

@@ -1,8 +1,8 @@
 #!/usr/bin/env bats
-# The link between a container and the host: what is set up on both ends, and what gets through.
+# The link between a container and the host: the set-up of both ends, and the traffic that passes.
 load helpers
 
-@test "an account reaches the outside under the host's address" {
+@test "an account reaches the outside with the host's address" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice
@@ -20,7 +20,7 @@ answer=$(enter alice bash -c 'cat </dev/tcp/127.0.0.1/3306')
 EOF
 }
 
-@test "a dot in a name keeps nobody from the database" {
+@test "an account with a dot in its name reaches the database" {
     in_host <<'EOF'
 useradd --badname --create-home --shell /bin/bash a.b
 mkdir ~a.b/tmp
@@ -33,7 +33,8 @@ EOF
 
 @test "a real database answers the account on its loopback address" {
     if ! command -v mariadbd mysqld >/dev/null; then
-        # without a server package the simulated host must say so rather than start another one
+        # without a server package the simulated host must report that instead of starting another
+        # server
         run --separate-stderr env KIV_HOST_DATABASE=real "$project/tests/host/simulated-host" -- true
         [ "$status" -ne 0 ]
         [ "${#stderr_lines[@]}" -eq 1 ]
@@ -42,7 +43,7 @@ EOF
     KIV_HOST_DATABASE=real in_host <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice
-# a server greets with its version in the clear
+# the server's greeting contains its version in plain text
 greeting=$(enter alice timeout 5 bash -c 'exec 3<>/dev/tcp/127.0.0.1/3306; head -c 20 <&3 | tr -dc "[:print:]"')
 [[ $greeting == *MariaDB* || $greeting =~ [0-9]+\.[0-9]+\.[0-9]+ ]]
 EOF
@@ -65,7 +66,7 @@ capture enter alice timeout 2 bash -c "cat </dev/tcp/100.64.0.9/3306"
 EOF
 }
 
-@test "what the host forwards between containers is left to the firewall" {
+@test "forwarding between containers is left to the firewall" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 account bob 100.64.0.8/30
@@ -76,7 +77,7 @@ same "answer of bob's own server" bob "$(enter alice bash -c 'cat </dev/tcp/100.
 EOF
 }
 
-@test "the rules on the host are those of the container and no others" {
+@test "the host has the container's rules and no others" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice
@@ -93,7 +94,7 @@ same "nat table" "-P PREROUTING ACCEPT
 EOF
 }
 
-@test "the newest container's database rule stands first and its reject rule last" {
+@test "the newest container's database rule is first and its reject rule last" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 account bob 100.64.0.8/30
@@ -104,7 +105,7 @@ same "order of reject rules" $'veth-alice\nveth-bob' "$(iptables -S INPUT | grep
 EOF
 }
 
-@test "the rules in the container lead its loopback database address to the host's end" {
+@test "the rules in the container redirect its loopback database address to the host's end" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice
@@ -187,7 +188,7 @@ same "address seen outside" 192.0.2.2 "$(enter elevencharx bash -c 'cat </dev/tc
 EOF
 }
 
-@test "a left-over host interface makes start fail before anything is made" {
+@test "a left-over host interface makes start fail before anything is created" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 ip link add veth-alice type veth peer name other-end
@@ -209,7 +210,7 @@ same "live namespaces" "" "$(mounted alice)"
 EOF
 }
 
-@test "an interface that goes away within a second does not keep a container from starting" {
+@test "a container starts when a left-over interface disappears within a second" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 ip link add veth-alice type veth peer name other-end
@@ -228,7 +229,7 @@ kivctl start alice
 umount /run/kiv/alice@mnt
 capture kivctl start alice
 same status 0 "$status"
-# the files of the two others came along into the new mount namespace
+# the new mount namespace has copies of the files of the two others
 same stderr "umount(kiv) failed: Device or resource busy" "$err"
 EOF
 }
@@ -245,7 +246,7 @@ ip -o link show veth-alice | grep >/dev/null '[<,]UP[,>]'
 EOF
 }
 
-@test "a network that is too small or malformed is refused before anything is made" {
+@test "a network that is too small or malformed is refused before anything is created" {
     in_host <<'EOF'
 account alice
 echo "alice net=100.64.0.4/31" >"$registry"

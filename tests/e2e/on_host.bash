@@ -1,9 +1,9 @@
-# Words that test scripts on a simulated host are written in.
+# Functions for test scripts on a simulated host.
 set -eEuo pipefail
 trap 'echo "failed: $BASH_COMMAND" >&2' ERR
 
-# The tool under test, called by its bare name, so that texts with the program's name are the same
-# wherever it was built.
+# The tool under test, called without a path, so that texts with the program's name do not depend on
+# the build folder.
 PATH=$(dirname "$KIVCTL"):$PATH
 
 configuration=/etc/tarnwell/kiv.conf
@@ -12,14 +12,15 @@ mkdir -p /etc/tarnwell
 : >"$configuration"
 : >"$registry"
 
-# account NAME [NET]: a user with a home and a tmp directory, and its line in the registry.
+# account NAME [NET]: creates a user with a home and a tmp directory, and its line in the registry.
 account() {
     useradd --create-home --shell /bin/bash "$1"
     install -d -o "$1" -g "$1" "/home/$1/tmp"
     echo "$1${2:+ net=$2}" >>"$registry"
 }
 
-# program_elsewhere: for tests that cover or move /home, which the checkout may be in, with a mount of its own.
+# program_elsewhere: uses a copy of the program, for tests that cover or move /home, where the
+# checkout may be.
 program_elsewhere() {
     install -D -t /opt/kivctl "$KIVCTL" "$(ldd "$KIVCTL" | sed -nE 's/^[[:blank:]]*libkiv[^ ]* => (.*) \(0x.*/\1/p')"
     PATH=/opt/kivctl:$PATH
@@ -32,10 +33,10 @@ program_elsewhere() {
     fi
 }
 
-# firewall: the shipped one, in force.
+# firewall: loads the shipped firewall.
 firewall() { nft -f "$(dirname "${BASH_SOURCE[0]}")/../../dist/nftables/kivctl.nft"; }
 
-# enter NAME COMMAND…: runs a command in the account's container as the account.
+# enter NAME COMMAND…: runs the command in the account's container as the account.
 enter() {
     enter_as_root "$1" setpriv --reuid "$1" --regid "$(id -g "$1")" --init-groups "${@:2}"
 }
@@ -44,7 +45,7 @@ enter_as_root() {
     nsenter --net="/run/kiv/$1@net" --ipc="/run/kiv/$1@ipc" --mount="/run/kiv/$1@mnt" "${@:2}"
 }
 
-# fails STATUS COMMAND…: the command must end with that status.
+# fails STATUS COMMAND…: the command must exit with that status.
 fails() {
     local wanted=$1 status=0
     shift
@@ -52,7 +53,7 @@ fails() {
     same "exit status of $*" "$wanted" "$status"
 }
 
-# refused COMMAND…: the command must fail, whatever its status.
+# refused COMMAND…: the command must fail, with any status.
 refused() {
     if "$@"; then
         echo "succeeded: $*" >&2
@@ -60,7 +61,7 @@ refused() {
     fi
 }
 
-# same WHAT WANTED GOT: both texts are the same to the byte, trailing newlines left out.
+# same WHAT WANTED GOT: both texts must be equal byte for byte, without trailing newlines.
 same() {
     if [ "$2" != "$3" ]; then
         diff -u --label wanted --label got <(printf '%s\n' "$2") <(printf '%s\n' "$3") >&2 || true
@@ -69,7 +70,7 @@ same() {
     fi
 }
 
-# capture COMMAND…: runs it and leaves `status`, `out` and `err`, trailing newlines left out.
+# capture COMMAND…: runs the command and sets `status`, `out` and `err`, without trailing newlines.
 # shellcheck disable=SC2034 # for the caller
 capture() {
     status=0
@@ -78,7 +79,8 @@ capture() {
     err=$(cat /tmp/captured.err)
 }
 
-# mounted NAME: the kinds of the account's namespace files that are mounts of their kind, in order.
+# mounted NAME: prints the kinds of the account's namespace files that are mounts of their kind, in
+# order.
 mounted() {
     local kind
     for kind in net ipc mnt; do
@@ -88,11 +90,11 @@ mounted() {
     done
 }
 
-# marks: the runtime directory's attributes, which are the marks of what is unfinished.
+# marks: prints the runtime directory's attributes, which are the marks of interrupted runs.
 marks() { python3 -c 'import os; print(*os.listxattr("/run/kiv"))'; }
 
-# record TOOL [COMMAND]: puts a TOOL first on PATH that writes its name and arguments to /tmp/calls and
-# then does COMMAND (a shell text that finds the arguments in "$@"), by default the real tool.
+# record TOOL [COMMAND]: puts a TOOL first on PATH that appends its name and arguments to /tmp/calls
+# and then runs COMMAND (shell text with the arguments in "$@"), by default the real tool.
 record() {
     local real
     real=$(PATH=${PATH#/tmp/recorded:} command -v "$1")
@@ -106,8 +108,8 @@ record() {
     esac
 }
 
-# root_of NAME: mode and file-system type of "/" in the account's mount namespace, and the names in it. The
-# program is loaded before it enters: in a covered root there is nothing to run.
+# root_of NAME: prints mode and file-system type of "/" in the account's mount namespace, and the
+# names in it. The program is loaded before it enters, because a covered root has no programs.
 root_of() {
     perl -e '
         require "syscall.ph";
@@ -121,8 +123,9 @@ root_of() {
     ' "$1"
 }
 
-# injected CALL:ERROR[:when=N] [-P PATH] COMMAND…: captures the command with a system call that fails in it and
-# in its children, each of which counts its own calls; with PATH only calls that name it count.
+# injected CALL:ERROR[:when=N] [-P PATH] COMMAND…: captures the command while a system call fails in
+# it and in its children. Each process counts its own calls; with PATH only calls with that path
+# count.
 injected() {
     local only=() inject=$1
     shift
@@ -134,16 +137,16 @@ injected() {
     err=$(sed '/^strace: Requested path/d' <<<"$err")
 }
 
-# prepared_runtime_directory: as an earlier start has left it, so that the next one mounts nothing but its
-# namespace files.
+# prepared_runtime_directory: prepares the directory like an earlier start, so that the next one
+# mounts only its namespace files.
 prepared_runtime_directory() {
     mkdir -m 0700 /run/kiv
     mount --bind /run/kiv /run/kiv
     mount --make-private /run/kiv
 }
 
-# with_lock NAME exclusive|shared COMMAND…: waits for the account's lock as another run of kivctl does, and runs the
-# command while it is held.
+# with_lock NAME exclusive|shared COMMAND…: waits for the account's lock like a run of kivctl, and
+# runs the command while it holds the lock.
 with_lock() {
     python3 -c '
 import fcntl, pwd, subprocess, sys
@@ -153,7 +156,7 @@ fcntl.lockf(lock, fcntl.LOCK_EX if mode == "exclusive" else fcntl.LOCK_SH, 1, pw
 sys.exit(subprocess.call(command))' "$@"
 }
 
-# eventually COMMAND…: waits up to ten seconds for the command to succeed.
+# eventually COMMAND…: repeats the command for up to ten seconds until it succeeds.
 eventually() {
     local try
     for ((try = 0; try < 1000; try++)); do
@@ -166,8 +169,8 @@ eventually() {
     return 1
 }
 
-# speak LOCALE [CHARSET]: from here on programs start with this locale. Newer C libraries translate nothing for
-# C.UTF-8.
+# speak LOCALE [CHARSET]: from here on programs run with this locale. Newer C libraries translate
+# nothing for C.UTF-8.
 speak() {
     local charset=${2:-UTF-8}
     mkdir -p /tmp/locales

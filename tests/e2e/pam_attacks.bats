@@ -1,12 +1,13 @@
 #!/usr/bin/env bats
-# What an account tries that can log in: against the root processes that open its sessions, and by its own files.
+# Attacks by an account that can log in: on the root processes that open its sessions, and through
+# its own files.
 load helpers
 
 setup() {
     export project
 }
 
-@test "nobody inside gets at the server's processes, neither the account nor root without capabilities" {
+@test "neither the account nor root without capabilities can access the server's processes from inside" {
     in_host <<'EOF'
 source "$project/tests/e2e/attacks.bash"
 source "$project/tests/e2e/logins.bash"
@@ -22,7 +23,7 @@ su alice -c 'exec sleep 601' &
 parent=$!
 runs() { [ "$(pgrep --uid alice sleep --count)" = 2 ]; }
 eventually runs
-# pidfd_open(2) says only that there is a process
+# pidfd_open(2) shows only that the process exists
 # shellcheck disable=SC2029 # the words are meant to be this shell's
 tried() { ssh alice@host "./$1" "$2" | awk '$1 != "pidfd_open" { print $2 }' | sort -u | xargs; }
 for pid in "$(pgrep --full 'sshd: alice \[priv\]' | head -n 1)" "$(pgrep --uid alice --full 'sshd: alice' | head -n 1)" \
@@ -34,7 +35,7 @@ kill -TERM "$parent"
 EOF
 }
 
-@test "between the opening of a session and the change of user nobody inside gets at the process" {
+@test "between the opening of a session and the change of user no process inside can access the program" {
     in_host <<'EOF'
 source "$project/tests/e2e/attacks.bash"
 source "$project/tests/e2e/logins.bash"
@@ -56,21 +57,21 @@ wait "$held"
 EOF
 }
 
-@test "an account's own start files run inside, and none of them runs with rights" {
+@test "an account's own start-up files run inside, and none runs with rights" {
     in_host <<'EOF'
 source "$project/tests/e2e/logins.bash"
 two_containers
 pam_service sshd
 echo 'session required pam_env.so user_readenv=1' >>/etc/pam.d/sshd
 serve_ssh 'PermitUserEnvironment yes'
-# note NAME: a line of shell that tells who runs it, and leaves something running
+# note NAME: prints a line of shell code that records who runs it, and leaves a process running
 note() { echo "{ id -u; readlink /proc/\$\$/ns/net; grep CapEff /proc/\$\$/status; } | xargs >/home/alice/seen-$1; sleep 600 >/dev/null 2>&1 &"; }
 note rc >/home/alice/.ssh/rc
 note bashrc >/home/alice/.bashrc
 note bash_env >/home/alice/bash_env
 echo 'BASH_ENV=/home/alice/bash_env' >/home/alice/.ssh/environment
 printf '%s\n' 'LD_PRELOAD DEFAULT=/home/alice/evil.so' 'PATH DEFAULT=/home/alice:/bin' >/home/alice/.pam_environment
-# whoever loads it says so; a root process would on the host, or inside
+# every process that loads it records that; a root process would record the host, or the container
 printf '%s\n' '#include <stdio.h>' '#include <unistd.h>' '__attribute__((constructor)) static void load(void) {' \
     'FILE* file = fopen("/home/alice/loaded-by", "a"); if (file) fprintf(file, "%d\n", (int)geteuid()); }' >/tmp/evil.c
 cc -shared -fPIC -o /home/alice/evil.so /tmp/evil.c
@@ -86,7 +87,7 @@ all_inside alice
 EOF
 }
 
-@test "a closed or missing home, and a shell that does not exist, end as on the host" {
+@test "an inaccessible or missing home, and a missing shell, have the same results as on the host" {
     in_host <<'EOF'
 source "$project/tests/e2e/logins.bash"
 two_containers
@@ -109,7 +110,7 @@ same "processes of the accounts" "" "$(pgrep --uid alice; pgrep --uid bob)"
 EOF
 }
 
-@test "a terminal of a session takes no input from the account, and is nobody's afterwards" {
+@test "the account cannot insert input into a session's terminal, which nobody owns afterwards" {
     in_host <<'EOF'
 source "$project/tests/e2e/attacks.bash"
 source "$project/tests/e2e/logins.bash"

@@ -1,6 +1,6 @@
 #!/usr/bin/env bats
-# The PAM module in a small program that opens a session: whom it concerns, what it refuses, and what it changes of the
-# program. Login programs are in the other files of that name.
+# The PAM module in a small program that opens a session: which users it affects, what it refuses,
+# and how it changes the program. The other pam_*.bats files test login programs.
 load helpers
 
 setup() {
@@ -22,7 +22,7 @@ kill "$child"
 EOF
 }
 
-@test "behind all lines that Debian has for a service the module works without options" {
+@test "the module works without options after all lines that Debian has for a service" {
     in_host <<'EOF'
 source "$project/tests/e2e/logins.bash"
 two_containers
@@ -34,7 +34,7 @@ done
 EOF
 }
 
-@test "root and users without a container pass untouched" {
+@test "root and users without a container are not affected" {
     in_host <<'EOF'
 source "$project/tests/e2e/logins.bash"
 two_containers
@@ -61,13 +61,13 @@ source "$project/tests/e2e/logins.bash"
 two_containers
 useradd --non-unique --uid "$(id -u alice)" --gid alice --home-dir /home/alice alice-ftp
 pam_service login
-sed -i /pam_limits/d /etc/pam.d/login # looks the user up, and inside is only the account's own name
+sed -i /pam_limits/d /etc/pam.d/login # it looks the user up, and inside only the account's own name exists
 same namespaces "$(pinned_for alice)" "$("$programs/open_session" -a login alice-ftp bash -c \
     'readlink /proc/self/ns/{net,ipc,mnt} | xargs')"
 EOF
 }
 
-@test "without its container an account is refused with a line for the user and one in the log, and root is not" {
+@test "an account without its container is refused with a line for the user and one in the log, and root is not" {
     in_host <<'EOF'
 source "$project/tests/e2e/logins.bash"
 two_containers
@@ -99,7 +99,7 @@ same lines 1 "$(grep -c pam_kiv /tmp/log)"
 EOF
 }
 
-@test "stopped=start starts the container first, and says why when it cannot" {
+@test "stopped=start starts the container first, and reports why when it cannot" {
     in_host <<'EOF'
 source "$project/tests/e2e/logins.bash"
 two_containers
@@ -118,7 +118,7 @@ logged 'refused \(cannot start the container: .*100\.64\.0\.8/30x.*account=bob'
 EOF
 }
 
-@test "a registry or configuration that cannot be read keeps out everybody but root" {
+@test "a registry or configuration that cannot be read locks out everyone except root" {
     in_host <<'EOF'
 source "$project/tests/e2e/logins.bash"
 two_containers
@@ -158,7 +158,7 @@ same repaired alice "$("$programs/open_session" -a login alice id -un)"
 EOF
 }
 
-@test "what the library does not understand keeps accounts out, and nobody else" {
+@test "an item that the library does not understand locks out accounts, and nobody else" {
     in_host <<'EOF'
 source "$project/tests/e2e/logins.bash"
 two_containers
@@ -190,7 +190,7 @@ same "root and carol" "root carol" "$(for name in root carol; do "$programs/open
 EOF
 }
 
-@test "options that are not understood refuse everybody but root" {
+@test "with unknown options everyone except root is refused" {
     in_host <<'EOF'
 source "$project/tests/e2e/logins.bash"
 two_containers
@@ -210,7 +210,7 @@ same "bob is in the other registry, alice is not" "$(pinned_for bob) $(where $$)
 EOF
 }
 
-@test "names that are no users are refused with a line, and enter nothing" {
+@test "names of no user are refused with a line, and enter nothing" {
     in_host <<'EOF'
 source "$project/tests/e2e/logins.bash"
 two_containers
@@ -232,7 +232,7 @@ logged "refused \(alice@y: invalid character '@' in user name\)"
 EOF
 }
 
-@test "a session changes nothing of the program that opens it but where it is" {
+@test "a session changes nothing in the program that opens it except where it runs" {
     in_host <<'EOF'
 source "$project/tests/e2e/logins.bash"
 two_containers
@@ -251,7 +251,7 @@ compared" "$("$programs/open_session" -s login alice || true)"
 EOF
 }
 
-@test "nothing is printed into the program's streams" {
+@test "the module prints nothing to the program's streams" {
     in_host <<'EOF'
 source "$project/tests/e2e/logins.bash"
 two_containers
@@ -275,7 +275,7 @@ same "what a program that it starts as root says" "setpriv: setresuid failed: Op
 EOF
 }
 
-@test "a user manager of systemd is refused for accounts" {
+@test "accounts get no user manager of systemd" {
     in_host <<'EOF'
 source "$project/tests/e2e/logins.bash"
 two_containers

@@ -1,5 +1,5 @@
 #!/usr/bin/env bats
-# Accounts that come by cron, su, sudo, login and an ftp server.
+# Accounts that enter through cron, su, sudo, login and an FTP server.
 load helpers
 
 setup() {
@@ -101,7 +101,7 @@ same stopped "1 " "$status $out"
 EOF
 }
 
-@test "with use_pty what sudo runs has a terminal of sudo's, not the caller's" {
+@test "with use_pty the command of sudo gets a terminal of sudo, not the caller's" {
     in_host <<'EOF'
 source "$project/tests/e2e/logins.bash"
 two_containers
@@ -140,7 +140,7 @@ source "$project/tests/e2e/logins.bash"
 two_containers
 pam_service vsftpd
 mkdir -p /run/vsftpd
-# log_in: leaves the connection at 3
+# log_in: leaves the connection open as descriptor 3
 log_in() { exec 3<>/dev/tcp/127.0.0.1/21; }
 for sandbox in YES NO; do
     printf '%s\n' listen=YES background=NO local_enable=YES anonymous_enable=NO pam_service_name=vsftpd session_support=YES \

@@ -1,12 +1,12 @@
 #!/usr/bin/env bats
-# Accounts that log in by OpenSSH: where its sessions are, and what a login to a container must be able to do.
+# Accounts that log in through OpenSSH: where their sessions run, and what must work in them.
 load helpers
 
 setup() {
     export project
 }
 
-@test "every process of an ssh session is inside, the server's own for the user included" {
+@test "every process of an ssh session is inside, including the server's own one for the user" {
     in_host <<'EOF'
 source "$project/tests/e2e/logins.bash"
 two_containers
@@ -135,7 +135,7 @@ exec 9>&-
 EOF
 }
 
-@test "without its container an account cannot log in, and nothing of it stays outside" {
+@test "an account without its container cannot log in, and no process of it stays outside" {
     in_host <<'EOF'
 source "$project/tests/e2e/logins.bash"
 two_containers

@@ -1,6 +1,7 @@
 #!/usr/bin/env bats
-# Numbers of mount namespaces depend on the processor on which they were made, from Linux 6.18 on: whichever
-# processor the host's namespace and the program's child come from, the container's namespace can be pinned.
+# From Linux 6.18 on the number of a mount namespace depends on the processor that created it. The
+# container's namespace can be pinned for every pair of processors of the host's namespace and the
+# program's child.
 load helpers
 
 processors() {
@@ -9,10 +10,11 @@ processors() {
     list=${list##*: }
     for range in ${list//,/ }; do
         seq "${range%-*}" "${range#*-}"
-    done | head -4 # pairs grow with the square
+    done | head -4 # the number of pairs grows with the square
 }
 
-# on_each_pair: the script from standard input runs on a host of each processor, and goes through $all itself.
+# on_each_pair: runs the script from standard input on a host per processor; the script itself loops
+# over $all.
 on_each_pair() {
     local script host
     script=$(cat)
@@ -24,7 +26,7 @@ on_each_pair() {
     done
 }
 
-@test "a container starts whatever processors the host and the program run on, and its tools keep the program's" {
+@test "a container starts on any processors of the host and the program, and its tools keep the program's affinity" {
     on_each_pair <<'EOF'
 account alice 100.64.0.4/30
 record ip 'taskset --cpu-list --pid $$ | sed "s/.*: //" >>/tmp/affinity; exec $real "$@"'
@@ -41,7 +43,7 @@ done
 EOF
 }
 
-@test "in place of a namespace that comes too early another is made, and the affinity is put back" {
+@test "a namespace with too low a number is replaced by another, and the affinity is restored" {
     on_each_pair >"$BATS_TEST_TMPDIR/said" <<'EOF'
 account alice 100.64.0.4/30
 for processor in $all; do
@@ -67,7 +69,7 @@ EOF
     fi
 }
 
-@test "where the kernel does not tell the numbers nothing is made anew and no affinity changed" {
+@test "if the kernel does not report the numbers, no namespace is replaced and no affinity changed" {
     on_each_pair <<'EOF'
 account alice 100.64.0.4/30
 for processor in $all; do
@@ -77,7 +79,7 @@ for processor in $all; do
     grep -q 'ioctl(.*ENOTTY.*INJECTED' /tmp/trace
     refused grep -q sched_setaffinity /tmp/trace
     same "namespaces that were made" 1 "$(grep -c 'unshare(' /tmp/trace)"
-    # its number may fit all the same
+    # its number may be high enough all the same
     if [ "$status" != 0 ]; then
         same status 71 "$status"
         [[ $err =~ /ns/mnt:\ mount\(/run/kiv/alice@mnt\)\ failed:\ Invalid\ argument$ ]]
@@ -88,10 +90,10 @@ done
 EOF
 }
 
-@test "processors are tried to the last while the number comes too early" {
+@test "all processors are tried while the number is too low" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
-# the first number that the child asks for is the host's; each of its own reads as 1
+# the first number that the child reads is the host's; each of its own reads as 1
 capture strace -f -b execve -o /tmp/trace -e trace=ioctl,unshare,sched_setaffinity \
     -e inject=ioctl:poke_exit=@arg3=0100000000000000:when=2+ kivctl start alice
 child=$(grep -F 'unshare(CLONE_NEWNS|CLONE_NEWIPC|CLONE_NEWNET) = 0' /tmp/trace | cut -d ' ' -f 1)

@@ -1,31 +1,32 @@
 #!/usr/bin/env bats
-# kiv-refresh: what it changes of a running container, what it leaves, and what it refuses.
+# kiv-refresh: what it changes in a running container, what it leaves unchanged, and what it
+# refuses.
 load helpers
 
-# replace FILE TEXT: as dpkg(1) replaces a file, by renaming a new one over it.
+# replace FILE TEXT: replaces a file like dpkg(1), by renaming a new one over it.
 replace() {
     echo "$2" >"$1.new"
     mv "$1.new" "$1"
 }
 
-# of_view NAME: the number of the pinned mount namespace.
+# of_view NAME: prints the inode number of the pinned mount namespace.
 of_view() { stat -Lc %i "/run/kiv/$1@mnt"; }
 
-# refreshed COMMAND…: it succeeds without a word.
+# refreshed COMMAND…: the command must succeed without a message.
 refreshed() {
     capture "$@"
     same "status of $*" 0 "$status"
     same "output of $*" "" "$out$err"
 }
 
-# host_is_writable: the host's root has not been remounted.
+# host_is_writable: the host's root must not have been remounted.
 host_is_writable() { touch /made && rm /made; }
 
-# inside NAME PID: the process is in the account's pinned view.
+# inside NAME PID: the process must be in the account's pinned view.
 inside() { [ "$(readlink "/proc/$2/ns/mnt")" = "mnt:[$(of_view "$1")]" ]; }
 export -f replace of_view refreshed host_is_writable inside
 
-@test "who enters from now on sees the file that was replaced, and nothing that is hidden" {
+@test "later entries see the replaced file, and nothing that is hidden" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 printf 'hide\n    /etc/secret\nbind\n    /etc/bound\n' >"$configuration"
@@ -33,7 +34,7 @@ echo secret >/etc/secret
 for file in /usr/share/tool /etc/bound; do echo old >"$file"; done
 kivctl start alice >/dev/null
 same "before" $'old\nold' "$(kiv-run alice cat /usr/share/tool /etc/bound)"
-kiv-run alice sh -c 'exec 3</usr/share/tool; exec sleep 600' & # a name that is held, as libc's always is
+kiv-run alice sh -c 'exec 3</usr/share/tool; exec sleep 600' & # a name in use, as libc's always is
 held=$!
 eventually inside alice "$held"
 replace /usr/share/tool new
@@ -55,7 +56,7 @@ same "files left" "" "$(ls /run/kiv)"
 EOF
 }
 
-@test "a configuration that has changed is in force for whoever enters afterwards" {
+@test "a changed configuration applies to later entries" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice >/dev/null
@@ -68,7 +69,7 @@ kiv-run alice test -e /etc/hostname
 EOF
 }
 
-@test "connections, listening sockets and running processes go on" {
+@test "connections, listening sockets and running processes continue" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice >/dev/null
@@ -91,12 +92,12 @@ same "address seen outside" 192.0.2.2 "$(enter alice bash -c 'cat </dev/tcp/198.
 EOF
 }
 
-@test "processes of earlier views look up the new file too where nothing holds the old one" {
+@test "processes of earlier views, too, find the new file if nothing uses the old one" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 echo 0 >/usr/share/tool
 kivctl start alice >/dev/null
-coproc kiv-run -T alice sh -c 'while read -r line; do seen=$(cat /usr/share/tool); echo "$seen"; done' # cat has ended then
+coproc kiv-run -T alice sh -c 'while read -r line; do seen=$(cat /usr/share/tool); echo "$seen"; done' # by then cat has ended
 seen() {
     echo >&"${COPROC[1]}"
     read -r line <&"${COPROC[0]}"
@@ -116,7 +117,7 @@ refused inside alice "$COPROC_PID"
 EOF
 }
 
-@test "in place the view stays, and names that nothing holds are looked up again" {
+@test "with --in-place the view stays, and names that nothing uses are looked up again" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 printf 'bind\n    /etc/bound\n' >"$configuration"
@@ -133,7 +134,7 @@ host_is_writable
 EOF
 }
 
-@test "an account that is not running is refused by name and passed over with -a" {
+@test "an account that is not running is refused by name and skipped with -a" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 account bob 100.64.0.8/30
@@ -160,7 +161,7 @@ EOF
 account alice 100.64.0.4/30
 account bob 100.64.0.8/30
 kivctl start bob >/dev/null
-# the root there is the host's
+# its root is the host's
 injected mount:error=ENOMEM:when=2+ -P / kivctl start alice
 for option in -d --in-place; do
     capture kiv-refresh "$option" alice
@@ -173,7 +174,7 @@ capture kiv-refresh -a
 same "status of all" 71 "$status"
 same "stderr of all" "kiv-refresh: alice: /run/kiv: starting the container of alice was interrupted, start it with: kivctl start alice" "$err"
 refused test "$view" = "$(of_view bob)"
-# where the runtime directory has no attributes, only the root tells
+# if the runtime directory has no attributes, only the root shows it
 python3 -c 'import os; os.removexattr("/run/kiv", "trusted.kiv.unfinished.alice")'
 for option in -d --in-place; do
     capture kiv-refresh "$option" alice
@@ -200,7 +201,7 @@ nsenter --target "$private" --mount touch /made
 EOF
 }
 
-@test "a view that cannot be built leaves the earlier one in its place" {
+@test "when a view cannot be built the earlier one stays" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice >/dev/null
@@ -245,7 +246,7 @@ refused test "$view" = "$(of_view alice)"
 EOF
 }
 
-@test "mounts that were shared since, with a namespace that has them too, keep nothing from being refreshed" {
+@test "a refresh works although the mounts were shared since the start, also with another namespace" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice >/dev/null
@@ -262,7 +263,7 @@ same marks "" "$(marks)"
 EOF
 }
 
-@test "killed between the two views it is completed by the next start, and nobody enters meanwhile" {
+@test "a refresh killed between the two views is completed by the next start, and nobody enters meanwhile" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice >/dev/null
@@ -287,11 +288,11 @@ refreshed kiv-refresh alice
 EOF
 }
 
-@test "who wants to enter meanwhile waits and gets the new view" {
+@test "an entry during a refresh waits and gets the new view" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 printf 'bind\n    /etc/bound\n' >"$configuration"
-echo old >/etc/bound # a bound file, which stays the old one in the earlier view
+echo old >/etc/bound # a bound file, which stays the same in the earlier view
 kivctl start alice >/dev/null
 replace /etc/bound new
 strace -f -o /tmp/trace -e trace=pivot_root -e inject=pivot_root:delay_enter=1500000 kiv-refresh alice &
@@ -340,7 +341,7 @@ same "files left" "" "$(ls /run/kiv)"
 EOF
 }
 
-@test "options stand in any order, and what is not understood changes nothing" {
+@test "options may be in any order, and a wrong call changes nothing" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice >/dev/null
@@ -418,7 +419,7 @@ same "its last line" "kiv-refresh: /etc/tarnwell/refresh-hook has failed" "$(tai
 EOF
 }
 
-@test "with -a a view has what the host has mounted since the views before it were built" {
+@test "with -a a new view has the mounts that the host made after the earlier views were built" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 account bob 100.64.0.8/30

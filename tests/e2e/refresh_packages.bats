@@ -1,9 +1,10 @@
 #!/usr/bin/env bats
-# Upgrades of the host with dpkg and apt while containers run: what arrives inside, and by whom.
+# Upgrades of the host with dpkg and apt while containers run: what arrives inside, and when.
 load helpers
 export project
 
-# apt_hook: what the package installs, with the program's path of this build. Debian's debconf hook has words of its own.
+# apt_hook: installs the package's hook with the program's path in this build. Debian's debconf hook
+# prints its own lines.
 apt_hook() {
     rm -f /etc/apt/apt.conf.d/70debconf
     ln -sfn "$(dirname "$KIVCTL")" /usr/local/lib/programs # a path without a blank
@@ -18,7 +19,7 @@ upgrade_to() {
 }
 export -f apt_hook upgrade_to
 
-@test "a library that dpkg replaces while a process has it mapped is the new one for whoever enters" {
+@test "later entries get the new version of a library that dpkg replaced while a process has it mapped" {
     in_host <<'EOF'
 source "$project/tests/e2e/greet_package.bash"
 account alice 100.64.0.4/30
@@ -48,7 +49,7 @@ same "of bob at last" 2 "$(kiv-run bob greet)"
 EOF
 }
 
-@test "apt refreshes once for a run, silently where nothing runs, and never fails for it" {
+@test "apt refreshes once per run, silently if no container runs, and never fails because of it" {
     in_host <<'EOF'
 source "$project/tests/e2e/greet_package.bash"
 account alice 100.64.0.4/30

@@ -1,17 +1,19 @@
 #!/usr/bin/env bats
-# Refreshes one after the other, beside lookups inside, start, exec and stop: 200 with KIVCTL_ABUSE_FULL, else a few.
+# Repeated refreshes at the same time as lookups inside, start, exec and stop: 200 with
+# KIVCTL_ABUSE_FULL, else a few.
 load helpers
 load with_abuse
 
-# held: makes /srv/held a file system that the kernel mounts once at a time, so that a view that still holds it shows.
+# held: makes /srv/held a file system that can be mounted only once at a time, which detects a view
+# that still holds it.
 held() {
     mkdir -p /srv/held /tmp/held/{lower,upper,work}
     mount -t overlay -o index=on,lowerdir=/tmp/held/lower,upperdir=/tmp/held/upper,workdir=/tmp/held/work overlay \
         /srv/held 2>/dev/null
 }
 
-# looks NAME: until the file /tmp/end is there, the account looks around without a pause, and writes down what is wrong.
-# One process looks on in the view that it has; the others enter anew.
+# looks NAME: the account checks its view without pause until the file /tmp/end exists, and records
+# errors. One process stays in its view; the others enter each time.
 looks() {
     # shellcheck disable=SC2016 # for the shell inside
     local look='[ -s /usr/share/tool ] || echo "no tool"
@@ -24,7 +26,8 @@ looks() {
     done &
 }
 
-# comes_and_goes NAME: meanwhile the account is started, entered and stopped. It may be refused, but not fail otherwise.
+# comes_and_goes NAME: meanwhile starts, enters and stops the account. That may be refused, but must
+# not fail otherwise.
 comes_and_goes() {
     local status
     while [ ! -e "/home/$1/end" ]; do
@@ -40,7 +43,7 @@ comes_and_goes() {
 }
 export -f held looks comes_and_goes
 
-@test "refreshes beside lookups, start, exec and stop show no wrong view and leave no namespace" {
+@test "refreshes during lookups, start, exec and stop show no wrong view and leave no namespace" {
     with_abuse <<'EOF'
 account alice 100.64.0.4/30
 account bob 100.64.0.8/30
@@ -48,7 +51,7 @@ printf 'hide\n    /etc/secret\nbind\n    /srv/held\n' >"$configuration"
 echo secret >/etc/secret
 echo 0 >/usr/share/tool
 held
-refused held # the file system shows who holds it
+refused held # a view still holds it
 kivctl start alice >/dev/null
 looks alice >/tmp/wrong 2>&1
 comes_and_goes bob >/tmp/wrong.bob 2>&1 &
@@ -72,7 +75,7 @@ printf 'hide\n    /etc/secret\n' >"$configuration"
 capture kiv-refresh alice
 same "the last refresh" "0 " "$status $out$err"
 umount /srv/held
-eventually held # no view of before is left
+eventually held # no earlier view is left
 recovers alice
 recovers bob
 EOF

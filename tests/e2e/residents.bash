@@ -1,8 +1,8 @@
-# For scripts about processes in containers, on top of on_host.bash: words that put processes there.
+# Functions that put processes into containers; needs on_host.bash.
 
-# resident NAME KINDS COMMAND…: runs a program in those of the account's namespaces (net, ipc, mnt, separated by
-# commas), as the account, in the background; its process id is left in `pid`, what it says goes to /tmp/said. It
-# has become the program when this returns.
+# resident NAME KINDS COMMAND…: runs a program in those namespaces of the account (net, ipc, mnt,
+# separated by commas), as the account, in the background. Its process ID is in `pid`, its output
+# goes to /tmp/said. On return the process has executed the program.
 resident() {
     local kind kinds=()
     for kind in ${2//,/ }; do
@@ -17,17 +17,17 @@ resident() {
     done
 }
 
-# said TEXT: the latest resident's first line, waited for.
+# said TEXT: waits for the latest resident's first line, which must be TEXT.
 said() {
     until grep -qxF "$1" /tmp/said; do
         sleep 0.01
     done
 }
 
-# runs PID: the process is there and is no zombie.
+# runs PID: the process must exist and not be a zombie.
 runs() { grep -qs '^State:[^Z]*$' "/proc/$1/status"; }
 
-# until_ended PID: for up to two seconds.
+# until_ended PID: waits up to two seconds for its end.
 until_ended() {
     local try
     for ((try = 0; try < 200; try++)); do
@@ -38,7 +38,7 @@ until_ended() {
     return 1
 }
 
-# lock_is_free NAME: nobody holds the account's lock.
+# lock_is_free NAME: no process may hold the account's lock.
 lock_is_free() {
     python3 -c '
 import fcntl, pwd, sys
@@ -49,8 +49,8 @@ with open("/run/kiv/.lock", "r+") as lock:
         sys.exit(1)' "$1"
 }
 
-# paused NAME PID, resumed PID: a stop of the account waits two seconds for processes, without the lock. What a test does
-# meanwhile may last longer on a busy machine.
+# paused NAME PID, resumed PID: a stop of the account waits two seconds for processes, without the
+# lock. On a busy machine the test's own steps may take longer.
 paused() {
     kill -STOP "$2"
     until lock_is_free "$1"; do
@@ -61,14 +61,15 @@ paused() {
 }
 resumed() { kill -CONT "$1"; }
 
-# timed COMMAND…: captures it and leaves the time it took, in milliseconds, in `took`.
+# timed COMMAND…: captures the command and sets `took` to its time in milliseconds.
 timed() {
     local began=${EPOCHREALTIME/[.,]/}
     capture "$@"
     took=$(((${EPOCHREALTIME/[.,]/} - began) / 1000))
 }
 
-# at_least LEAST: milliseconds that `took` must reach. A busy machine has no most.
+# at_least LEAST: `took` must reach that many milliseconds. There is no upper limit, because the
+# machine may be busy.
 at_least() {
     if ((took < $1)); then
         echo "took $took ms, not $1 or more" >&2
@@ -76,7 +77,7 @@ at_least() {
     fi
 }
 
-# sooner_than MOST: for what must not have waited out so many milliseconds.
+# sooner_than MOST: `took` must be less than that many milliseconds, for steps that must not wait.
 sooner_than() {
     if ((took >= $1)); then
         echo "took $took ms, not less than $1" >&2
@@ -84,7 +85,7 @@ sooner_than() {
     fi
 }
 
-# state: what start makes on the host and stop is to take away.
+# state: prints what start creates on the host and stop must remove.
 state() {
     cut -d" " -f4,5 /proc/self/mountinfo
     iptables-save | grep -v '^[#:]' | sed 's/\[[0-9:]*\]//'
@@ -92,7 +93,7 @@ state() {
     ls /run/kiv
 }
 
-# settled_state: the same, once the kernel has removed the pairs of networks that are gone.
+# settled_state: the same, after the kernel has removed the pairs of ended networks.
 settled_state() {
     local try
     for ((try = 0; try < 100; try++)); do

@@ -1,21 +1,21 @@
 #!/usr/bin/env bats
-# What the sample configuration binds is the host's own. Whatever can be written there must be nothing that the
-# host takes its orders from.
+# The paths that the sample configuration binds are the host's own. Nothing that can be written
+# there may control the host.
 load helpers
 
 setup() {
     export project sample="$project/dist/kiv.conf"
 }
 
-# permitted: what of the bound places may be written, and by whom; the list has the reasons.
+# permitted: prints which bound paths may be written, and by whom; the list gives the reasons.
 permitted() {
     sed 's/ *#.*//' "$project/tests/sample/places" | grep -E "^[a-z]+ ($(bound_items | paste -sd'|'))(/|$)"
 }
 
-# bound_items: the items of "bind" in the sample.
+# bound_items: prints the items of "bind" in the sample.
 bound_items() { awk '/^[^ #]/ { inside = $1 == "bind" } inside && /^ +[^ #]/ { print $1 }' "$sample"; }
 
-# mysql_runs: its directory and socket as Debian's packages make them.
+# mysql_runs: creates its directory and socket like Debian's packages.
 mysql_runs() {
     getent passwd mysql >/dev/null || useradd --system mysql
     install -d -o mysql -g root -m 755 /run/mysqld
@@ -24,36 +24,37 @@ mysql_runs() {
     eventually test -S /run/mysqld/mysqld.sock
 }
 
-# set_id_copy NAME MODE GROUP: gives alice the program that walks, with a set-ID bit.
+# set_id_copy NAME MODE GROUP: gives alice the searching program with a set-ID bit.
 set_id_copy() { install -g "$3" -m "$2" "$programs/writable" "/home/alice/$1"; }
 
-# writes WHO PROGRAM: what the program finds writable among the bound places.
+# writes WHO PROGRAM: prints the bound paths that the program finds writable.
 writes() {
     # shellcheck disable=SC2016 # for the shell inside
     inside alice 'setsid --wait ~/"$@"' "$2" "${binds[@]}" | sed "s/: ENXIO$//; s/^/$1 /"
 }
 
-# root_owns: what uid 0 may make writable for itself.
+# root_owns: prints paths that user ID 0 may make writable for itself.
 root_owns() { enter_as_root alice find "${binds[@]}" -user root ! -type l -printf 'root %p\n'; }
 
-# group_writes: what set-group-id programs could write, of whichever group something is bound.
+# group_writes: prints paths that set-group-ID programs could write, for every group of a bound
+# path.
 group_writes() {
     local group
     enter_as_root alice find "${binds[@]}" ! -group root -printf '%g\n' | sort -u >/tmp/groups
     while read -r group; do
         set_id_copy "writable_$group" 2755 "$group"
-        writes alice "writable_$group" # more than alice alone writes is not permitted
+        writes alice "writable_$group" # only the paths that alice can write anyway are permitted
     done </tmp/groups
 }
 
-# bound: the items of "bind" that are mounted in the container.
+# bound: prints the items of "bind" that are mounted in the container.
 bound() { enter_as_root alice findmnt --raw --noheadings --output TARGET | grep -Fx "$(bound_items)" | sort; }
 
-# find_binds: leaves them in `binds`.
+# find_binds: sets `binds` to them.
 find_binds() { mapfile -t binds < <(bound); }
 export -f permitted bound_items mysql_runs set_id_copy writes root_owns group_writes bound find_binds
 
-@test "a host that has everything that the sample binds can bind it" {
+@test "a host with every path that the sample binds can bind all of them" {
     in_host <<'SCRIPT'
 while read -r item; do
     [ -e "$item" ] || mkdir -p "$item"
@@ -65,14 +66,14 @@ same "what is bound" "$(bound_items | sort)" "$(bound)"
 SCRIPT
 }
 
-@test "what the sample binds can be written only where the host takes no orders from it" {
+@test "only bound paths that do not control the host can be written" {
     in_host <<'SCRIPT'
 source "$project/tests/e2e/attacks.bash"
 mysql_runs
-rm /etc/resolv.conf # which may be a link
+rm /etc/resolv.conf # it may be a link
 echo "nameserver 192.0.2.53" >/etc/resolv.conf
 account alice 100.64.0.4/30
-chmod 711 /home/alice # root without capabilities passes through it
+chmod 711 /home/alice # lets root without capabilities pass
 set_id_copy writable 755 root
 set_id_copy writable_root 4755 root
 cp "$sample" "$configuration"

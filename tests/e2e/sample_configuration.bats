@@ -1,13 +1,12 @@
 #!/usr/bin/env bats
-# The sample configuration that hosts start from: a shell in which everyday things work and from which the
-# host's secrets cannot be seen.
+# The sample configuration: everyday work succeeds in a shell, and the host's secrets are invisible.
 load helpers
 
 setup() {
     export sample="$project/dist/kiv.conf" sample_registry="$project/dist/kiv.users"
 }
 
-# sampled_account: alice on a host with the sample configuration.
+# sampled_account: creates alice on a host with the sample configuration.
 sampled_account() {
     account alice 100.64.0.4/30
     cp "$sample" "$configuration"
@@ -17,14 +16,14 @@ sampled_account() {
 }
 export -f sampled_account
 
-@test "a container starts with it without a warning, whatever of it the host has" {
+@test "a container starts without a warning even if the host lacks listed paths" {
     in_host <<'SCRIPT'
 sampled_account
 same "what a shell says" "alice" "$(kivctl exec alice <<<'id -un' 2>&1)"
 SCRIPT
 }
 
-@test "device nodes are there and work where the root file system has none" {
+@test "device nodes exist and work even if the root file system has none" {
     in_host <<'SCRIPT'
 mount --bind / /mnt
 find /mnt/dev -type c -delete
@@ -54,7 +53,7 @@ same terminal /dev/pts/0 "$(kivctl exec alice <<<'script --quiet --command tty /
 SCRIPT
 }
 
-@test "ping reaches the world" {
+@test "ping reaches the outside" {
     in_host <<'SCRIPT'
 sampled_account
 kivctl exec alice <<<'ping -c 1 -W 5 198.51.100.1' >/tmp/seen
@@ -62,7 +61,7 @@ grep '1 received' /tmp/seen >/dev/null
 SCRIPT
 }
 
-@test "names are resolved as on the host, also where resolv.conf is a link into /run" {
+@test "names are resolved as on the host, even if resolv.conf is a link into /run" {
     in_host <<'SCRIPT'
 mkdir /run/resolver
 echo "nameserver 192.0.2.53" >/run/resolver/resolv.conf
@@ -85,7 +84,7 @@ same port "small database server, caller" \
 SCRIPT
 }
 
-@test "certificates are there and keys are not" {
+@test "certificates are visible and keys are not" {
     in_host <<'SCRIPT'
 mkdir -p /etc/ssl/certs /etc/ssl/private /etc/ssh /etc/letsencrypt
 touch /etc/ssl/certs/one.pem /etc/ssl/private/key /etc/ssh/ssh_config /etc/ssh/ssh_host_ed25519_key \
@@ -100,7 +99,7 @@ same "what is seen" "/etc/ssh/ssh_config
 SCRIPT
 }
 
-@test "passwords, the panel, the administrator and other accounts are not seen" {
+@test "passwords, the panel, the administrator's files and other accounts are invisible" {
     in_host <<'SCRIPT'
 mkdir -p /opt/tarnwell /var/lib/tarnwell /var/lib/mysql /root /etc/sudoers.d /var/log /var/backups
 touch /etc/shadow- /etc/gshadow- /etc/sudoers /var/log/syslog /var/backups/shadow.bak

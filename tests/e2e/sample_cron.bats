@@ -1,20 +1,21 @@
 #!/usr/bin/env bats
-# Debian's cron daemon on a host with the sample configuration. It is started when everything is in place, because
-# it reads the jobs once before the first minute. libfaketime makes its minutes one second long.
+# Debian's cron daemon on a host with the sample configuration. It is started after all jobs are
+# written, because it reads them once before the first minute. With libfaketime its minutes take one
+# second.
 load helpers
 
 setup() {
     export project sample="$project/dist/kiv.conf"
 }
 
-# host_without_jobs: the machine's own are not for the simulated host.
+# host_without_jobs: removes the machine's own jobs from the simulated host.
 host_without_jobs() {
     find /etc/cron.d /var/spool/cron/crontabs -mindepth 1 -delete
     : >/etc/crontab
 }
 
-# leave_jobs: what alice tries inside, as herself and as root without capabilities. The jobs write into her home,
-# the one place that she shares with the host.
+# leave_jobs: alice tries to leave jobs from inside, as herself and as root without capabilities.
+# The jobs write to her home, the only directory that she shares with the host.
 leave_jobs() {
     kivctl exec alice <<'INSIDE'
 job='* * * * * touch /home/alice'
@@ -30,11 +31,12 @@ left-behind -pc "id -u; ${attempts//USER/root}"
 INSIDE
 }
 
-# run_cron: the host's daemon, until the job of bob, who has no container, has run in two minutes.
+# run_cron: runs the host's daemon until the job of bob, who has no container, has run in two
+# minutes.
 run_cron() {
     local library
     library=$(echo /usr/lib/*/faketime/libfaketime.so.1)
-    test -e "$library" # else the minutes are as long as ever
+    test -e "$library" # else the minutes have their usual length
     install -o bob /dev/null /home/bob/ran
     # shellcheck disable=SC2016 # for cron's shell
     echo '* * * * * echo $$ >>/home/bob/ran' | crontab -u bob -
@@ -54,14 +56,14 @@ install -m 4755 /usr/bin/dash /usr/local/bin/left-behind
 cp "$sample" "$configuration"
 kivctl start alice
 leave_jobs >/tmp/said 2>&1 || true
-grep -x 0 /tmp/said >/dev/null # the program that was left behind did become root
+grep -x 0 /tmp/said >/dev/null # proves that the left program did become root
 run_cron
 same "what cron has run" "" "$(find /home/alice -name 'ran-*')"
 same "whose jobs it knows" bob "$(ls /var/spool/cron/crontabs)"
 SCRIPT
 }
 
-@test "crontab shown again without its spool is of no use and leaves the host's cron nothing" {
+@test "if the configuration shows crontab without its spool, it has no effect on the host's cron" {
     in_host <<'SCRIPT'
 host_without_jobs
 account alice 100.64.0.4/30
@@ -77,7 +79,8 @@ same "what cron has run" "" "$(find /home/alice -name 'ran-*')"
 SCRIPT
 }
 
-# spool_in_container: alice's, with crontab shown and the host's spool bound. bob has no account in the registry.
+# spool_in_container: starts alice's container with crontab visible and the host's spool bound. bob
+# is not in the registry.
 spool_in_container() {
     account alice 100.64.0.4/30
     useradd --create-home bob
@@ -88,7 +91,7 @@ spool_in_container() {
 }
 export -f spool_in_container
 
-@test "the host's cron runs what an account leaves where the configuration binds its spool" {
+@test "the host's cron runs an account's job if the configuration binds its spool" {
     in_host <<'SCRIPT'
 host_without_jobs
 spool_in_container
@@ -101,8 +104,9 @@ root ran-from-spool" "$(find /home/alice -name 'ran-*' -printf '%u %f\n' | sort)
 SCRIPT
 }
 
-# Why the sample does not offer crontab to hosts with the module: an account's job is inside there, root's is not.
-@test "a bound spool of cron's is a way out by root's jobs with the PAM module as well" {
+# The reason why the sample does not offer crontab even with the module: then an account's job runs
+# inside, but root's does not.
+@test "a bound spool of cron lets an account leave through root's jobs, even with the PAM module" {
     in_host <<'SCRIPT'
 source "$project/tests/e2e/logins.bash"
 host_without_jobs
@@ -123,7 +127,7 @@ same "where the job that she left for root ran" "$(readlink /proc/self/ns/mnt)" 
 SCRIPT
 }
 
-@test "a line of the administrator's runs an account's job in its container" {
+@test "a line of the administrator runs an account's job in its container" {
     in_host <<'SCRIPT'
 host_without_jobs
 account alice 100.64.0.4/30

@@ -1,13 +1,14 @@
 #!/usr/bin/env bats
-# Programs that gain a user, a group or a capability, on a host with the sample configuration: it hides each, or names
-# it with the reason why it may stay. Which programs Debian's packages have was written down by tests/sample/run.
+# Programs that gain a user, a group or a capability, on a host with the sample configuration: it
+# hides each, or names it with the reason why it may stay. tests/sample/run wrote the list of the
+# programs in Debian's packages.
 load helpers
 
 setup() {
     export project sample="$project/dist/kiv.conf"
 }
 
-# programs RELEASE: those of the list, on top of what the machine's own root has.
+# programs RELEASE: creates those of the list, in addition to the programs of the machine's root.
 programs() {
     local gain path
     while read -r gain _ path _; do
@@ -53,7 +54,7 @@ same "what is found" "/usr/lib/found/capable
 SCRIPT
 }
 
-@test "file capabilities give nothing but what the sample adds" {
+@test "file capabilities give only those that the sample adds" {
     in_host <<'SCRIPT'
 sampled_account
 install "$(command -v cat)" /home/alice/all

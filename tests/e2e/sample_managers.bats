@@ -1,18 +1,18 @@
 #!/usr/bin/env bats
-# Managers of the host that start programs for whoever asks: D-Bus and systemd. From a container with the sample
-# configuration nobody reaches them, neither an account nor root without capabilities. What needs a booted systemd
-# is tried in tests/vm.
+# D-Bus and systemd start programs for anyone who asks. From a container with the sample
+# configuration neither an account nor root without capabilities reaches them. tests/vm has the
+# cases that need a booted systemd.
 load helpers
 
 setup() {
     export sample="$project/dist/kiv.conf"
 }
 
-# bus: Debian's daemon, by the address of the system bus and by an abstract one. Whoever calls a service on it has
-# the host start a program, that of the two managers as well: they do not run.
+# bus: starts Debian's daemon on the system bus's address and on an abstract one. A call of a
+# service makes the host start a program, also for the two managers, which do not run here.
 bus() {
     local service
-    mkdir -p /run/dbus /run/systemd/system /tmp/services # with the second a host counts as booted with systemd
+    mkdir -p /run/dbus /run/systemd/system /tmp/services # the second one makes a host count as booted with systemd
     for service in example.Service org.freedesktop.login1 org.freedesktop.systemd1; do
         printf '%s\n' "[D-BUS Service]" "Name=$service" "Exec=/bin/sh -c 'echo $service >>/tmp/started; exit 1'" \
             >"/tmp/services/$service.service"
@@ -37,7 +37,8 @@ END
     eventually test -S /run/dbus/system_bus_socket
 }
 
-# calls: what asks the managers, by each address; the last two are systemd's own programs.
+# calls: prints commands that ask the managers through each address; the last two are systemd's own
+# programs.
 calls() {
     local call=" --print-reply --dest=example.Service / org.freedesktop.DBus.Peer.Ping"
     echo "dbus-send --system $call"
@@ -46,7 +47,7 @@ calls() {
     echo "systemd-run true"
 }
 
-# managed_host: alice in her container, and a set-user-ID root shell that somebody left in her home.
+# managed_host: starts alice's container; her home has a set-user-ID root shell.
 managed_host() {
     account alice 100.64.0.4/30
     cp "$sample" "$configuration"
@@ -56,7 +57,8 @@ managed_host() {
     install -m 4755 /usr/bin/dash /home/alice/left-behind
 }
 
-# tried COMMAND…: gives each call to the command's shell and tells which service the host has started.
+# tried COMMAND…: runs each call in the command's shell and prints which service the host has
+# started.
 tried() {
     local call
     while read -r call; do
@@ -83,7 +85,7 @@ systemd-run: org.freedesktop.systemd1" "$(tried outside)"
 SCRIPT
 }
 
-@test "nobody in a container has the host start a service by D-Bus, loginctl or systemd-run" {
+@test "nobody in a container can start a service of the host through D-Bus, loginctl or systemd-run" {
     in_host <<'SCRIPT'
 managed_host
 nothing="dbus-send: nothing

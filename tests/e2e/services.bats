@@ -1,9 +1,10 @@
 #!/usr/bin/env bats
-# The examples of dist/services, installed as README.md there says, on a host with the sample configuration: real
-# php-fpm and nginx. What starts a service is read from its unit. tests/hosting runs all of them with systemd.
+# The examples of dist/services, installed as its README.md explains, on a host with the sample
+# configuration, with real php-fpm and nginx. The commands that start a service come from its unit.
+# tests/hosting runs all of them with systemd.
 load helpers
 
-# with_services <<'EOF' … EOF: as in_host, with the words of tests/e2e/services.bash at hand too.
+# with_services <<'EOF' … EOF: like in_host, with the functions of tests/e2e/services.bash, too.
 with_services() {
     local script
     script=$(cat)
@@ -11,7 +12,7 @@ with_services() {
 }
 export project
 
-@test "systemd finds no fault with the units" {
+@test "systemd accepts the units" {
     with_services <<'EOF'
 host_of_services
 cp "$(dirname "$KIVCTL")/../dist/systemd/kivctl.service" /etc/systemd/system
@@ -68,7 +69,7 @@ test -d "/proc/$main"
 EOF
 }
 
-@test "stopping the container ends its pool, and a pool without a container ends with 125" {
+@test "stopping the container ends its pool, and a pool without a container exits with 125" {
     with_services <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice
@@ -85,7 +86,7 @@ done < <(unit_lines kiv-php@.service ExecStartPre; unit_lines kiv-php@.service E
 EOF
 }
 
-@test "nginx shows no file that a link of the account leads to unless it is the account's" {
+@test "nginx serves no file through an account's link unless the account owns the file" {
     with_services <<'EOF'
 two_sites
 echo secret >/etc/secret
@@ -93,14 +94,14 @@ install -o bob -m 644 /dev/stdin /home/bob/site/secret.txt <<<secret
 kiv-run alice sh -c 'cd site; echo mine >mine.txt; ln -s mine.txt link.txt; ln -s /etc/secret host.txt
     ln -s /home/bob/site/secret.txt bob.txt; ln -s /home/bob/site bob; ln -s /etc/secret host.php; echo hidden >.hidden.txt'
 same "of her own" "mine 200" "$(page alice.example /link.txt) $(http_status alice.example /link.txt)"
-rm /home/alice/site/index.php # it would answer in their place
+rm /home/alice/site/index.php # it would answer instead
 for path in /host.txt /bob.txt /bob/secret.txt /host.php /.hidden.txt; do
     same "answer to $path" "" "$(page alice.example "$path" | grep -E 'secret|hidden')"
 done
 EOF
 }
 
-@test "a link in the place of the socket leads to another container, which does not see the account's pages" {
+@test "a link in place of the socket leads to another container, which does not see the account's pages" {
     with_services <<'EOF'
 two_sites
 kiv-run alice ln -sf /home/bob/run/php.sock run/php.sock
@@ -129,7 +130,7 @@ for round in first second; do
     same "answer of the $round" "alice mnt:[$(stat -Lc %i /run/kiv/alice@mnt)] /a?b=c production" \
         "$(page app.alice.example '/a?b=c')"
     all_inside alice
-    kill -KILL "$main" # leaves its socket behind
+    kill -KILL "$main" # its socket stays
     fails 137 wait "$main"
 done
 EOF

@@ -1,26 +1,28 @@
 #!/usr/bin/env bats
-# The simulated host itself: what the other tests find on it, and that the machine is left as it was.
+# The simulated host itself: what it offers to the other tests, and that it does not change the
+# machine.
 load helpers
 
 setup() {
     host=$project/tests/host/simulated-host
-    # every process of a host of this test carries it
+    # every process of this test's hosts has it in its environment
     export TEST_MARK="$BATS_TEST_NUMBER-$$-$RANDOM"
 }
 
-# on_host SCRIPT: runs it, with `output`, `stderr` and `status` as `run` leaves them.
+# on_host SCRIPT: runs the script and sets `output`, `stderr` and `status` like `run`.
 on_host() { run --separate-stderr "$host" -- bash -euc "$1"; }
 
-# The processes of this test's hosts that are still there.
+# Prints the processes of this test's hosts that still exist.
 left_processes() { env -u TEST_MARK grep -lzsx "TEST_MARK=$TEST_MARK" /proc/[0-9]*/environ; }
 
-# left_cgroups PID: those of the host that the process PID was or is.
+# left_cgroups PID: prints the cgroups of the host whose outermost process is or was PID.
 left_cgroups() {
     unshare --mount --propagation private bash -c \
         'mount -t cgroup2 cgroup2 /mnt; find /mnt -maxdepth 1 -name "simulated-host.$1-*"' - "$1"
 }
 
-# start_host COMMAND…: in the background, as the process $pid, until the command has written a line.
+# start_host COMMAND…: starts a host in the background as the process $pid, and waits for the
+# command's first line.
 start_host() {
     mkfifo "$BATS_TEST_TMPDIR/said"
     env --default-signal=INT,QUIT "$host" -- "$@" >"$BATS_TEST_TMPDIR/said" 2>"$BATS_TEST_TMPDIR/errors" 3>&- &
@@ -28,7 +30,7 @@ start_host() {
     read -r line <"$BATS_TEST_TMPDIR/said"
 }
 
-# ended_by SIGNAL: the host that start_host started ends by the signal and leaves nothing.
+# ended_by SIGNAL: the host of start_host must end by the signal and leave nothing.
 ended_by() {
     local status=0
     kill "-$1" "$pid"
@@ -39,7 +41,7 @@ ended_by() {
     [ ! -s "$BATS_TEST_TMPDIR/errors" ]
 }
 
-@test "nothing that is written on the host is found afterwards" {
+@test "files that are written on the host do not exist afterwards" {
     local name=written.$TEST_MARK
     on_host "echo x | tee /$name /etc/$name /usr/$name /root/$name /home/$name /run/$name /tmp/$name '$project/$name'"
     [ "$status" -eq 0 ]
@@ -89,7 +91,7 @@ ended_by() {
     ended_by INT
 }
 
-@test "a host whose outermost process is killed takes its processes along" {
+@test "when a host's outermost process is killed all its processes end" {
     start_host bash -c 'echo ready; sleep 4711'
     kill -KILL "$pid"
     wait "$pid" || true
@@ -98,7 +100,7 @@ ended_by() {
         sleep 0.01
     done
     [ -z "$(left_processes)" ]
-    # which is what cannot be tidied up then
+    # it cannot be removed then
     unshare --mount --propagation private bash -c \
         'mount -t cgroup2 cgroup2 /mnt; find /mnt/simulated-host.$1-* -depth -type d -exec rmdir {} +' - "$pid"
 }
@@ -134,7 +136,8 @@ EOF
 }
 
 @test "a caller other than root gets one line" {
-    # from standard input and elsewhere: nobody else may search root's home, where the checkout may be
+    # from standard input, in another directory: other users may not search root's home, where the
+    # checkout may be
     cd /
     run --separate-stderr setpriv --reuid 65534 --regid 65534 --clear-groups bash -s -- -- true <"$host"
     [ "$status" -eq 1 ]
@@ -142,19 +145,19 @@ EOF
     [ "$stderr" = "simulated-host: needs root" ]
 }
 
-@test "a missing tool is told in one line with its package" {
+@test "a missing tool is reported in one line with its package" {
     local tools=$BATS_TEST_TMPDIR/tools tool
     mkdir "$tools"
     for tool in bash realpath dirname ip iptables mount; do
         ln -s "$(command -v "$tool")" "$tools/$tool"
     done
-    # /usr/sbin and /sbin are on the path in any case, socat is in neither
+    # /usr/sbin and /sbin are always in PATH; socat is in neither
     run --separate-stderr env PATH="$tools" bash "$host" -- true
     [ "$status" -eq 1 ]
     [ "$stderr" = "simulated-host: needs socat (Debian package socat)" ]
 }
 
-@test "what the kernel cannot do is told in one line" {
+@test "a missing feature of the kernel is reported in one line" {
     local tools=$BATS_TEST_TMPDIR/tools
     mkdir "$tools"
     cat >"$tools/mount" <<EOF
@@ -168,8 +171,8 @@ EOF
     [ "$stderr" = "simulated-host: cannot mount an overlay of the machine's root: no overlays here" ]
 }
 
-# checkout_in DIRECTORY: the name in it that leads to the checkout, if the checkout is below it: there the host
-# is empty but for that.
+# checkout_in DIRECTORY: prints the name in it that leads to the checkout, if the checkout is below
+# it: the only name that the host has there.
 checkout_in() {
     local below=${project#"$1"/}
     [ "$below" = "$project" ] || printf %q "${below%%/*}"
@@ -239,7 +242,7 @@ echo $$ >/sys/fs/cgroup/user.slice/user-1000.slice/cgroup.procs; cat /proc/self/
     [[ $output == *0::/init.scope*0::/user.slice/user-1000.slice* ]]
 }
 
-@test "the uplink has an MTU of 1400 and leads the default route" {
+@test "the uplink has an MTU of 1400 and the default route" {
     on_host 'cat /sys/class/net/uplink/{mtu,operstate}; ip -4 -oneline address show uplink; ip route show default
 cat /proc/sys/net/ipv4/ip_forward; ls /sys/class/net'
     [ "${lines[0]}" = 1400 ]
@@ -250,12 +253,12 @@ cat /proc/sys/net/ipv4/ip_forward; ls /sys/class/net'
     [ "${lines[*]:5}" = "lo uplink" ]
 }
 
-@test "the internet's server tells the host's address" {
+@test "the server outside reports the host's address" {
     on_host 'cat </dev/tcp/198.51.100.1/80'
     [ "$output" = 192.0.2.2 ]
 }
 
-@test "a packet from the containers' range is answered with source NAT alone" {
+@test "a packet from the containers' range is answered only with source NAT" {
     on_host '
 ip address add 100.64.0.5/32 dev lo
 ask() { timeout 1 socat -u TCP:198.51.100.1:80,bind=100.64.0.5 - || echo "no answer"; }
@@ -354,7 +357,7 @@ ps -eo stat= | grep -c Z || true'
     [ "$output" = 0 ]
 }
 
-@test "hosts side by side do not see each other" {
+@test "hosts that run at the same time do not see each other" {
     local i
     for i in 1 2 3 4; do
         "$host" -- bash -c "touch /run/\$1; ip link add veth\$1 type veth; sleep 0.3; ls /run; ls /sys/class/net; pgrep -c socat" \

@@ -1,8 +1,8 @@
 #!/usr/bin/env bats
-# What start prints, what it leaves on the host, and how it treats what is there already.
+# What start prints, what it creates on the host, and how it treats existing parts.
 load helpers
 
-@test "starting all accounts prints one line each and succeeds silently otherwise" {
+@test "starting all accounts prints one line each and nothing else" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 capture kivctl start -a
@@ -28,7 +28,7 @@ enter_as_root bob bash -c '! grep /run/kiv /proc/self/mountinfo'
 EOF
 }
 
-@test "debug mode tells every step on standard output" {
+@test "debug mode prints every step on standard output" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 capture kivctl -d start alice
@@ -88,7 +88,7 @@ refused enter alice test -w /etc
 EOF
 }
 
-@test "a container without its network namespace is wired anew and keeps its root" {
+@test "a container without its network namespace gets a new one and keeps its root" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice
@@ -113,7 +113,7 @@ same "runtime directory" "directory 700 0:0" "$(stat -c '%F %a %u:%g' /run/kiv)"
 EOF
 }
 
-@test "a namespace file that is mounted from something else is reported and bound over" {
+@test "a namespace file with another mount is reported and mounted over" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice
@@ -140,7 +140,7 @@ refused test -e /run/kiv
 EOF
 }
 
-@test "an empty name is not all accounts" {
+@test "an empty name does not mean all accounts" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 capture kivctl start ""
@@ -199,7 +199,7 @@ refused test -e /run/kiv
 EOF
 }
 
-@test "no process, descriptor or file of the set-up stays behind" {
+@test "no process, descriptor or file of the set-up is left" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice

@@ -1,9 +1,9 @@
 #!/usr/bin/env bats
-# What becomes of a start in which something fails: the text, what is left, and what goes on.
+# A start in which one step fails: the message, what is left, and which steps still run.
 load helpers
 
-# thrown CALL:ERROR[:when=N] PATH TEXT: the set-up child fails in that call on PATH, with that text, and leaves a
-# covered root; the parent, which does not look at the child's status, ends well.
+# thrown CALL:ERROR[:when=N] PATH TEXT: the set-up child fails in that call on PATH, with that text,
+# and leaves a covered root. The parent, which ignores the child's status, succeeds.
 thrown() {
     export INJECT=$1 AT=$2 TEXT=$3
     in_host <<'EOF'
@@ -17,10 +17,10 @@ same "view of the host" 0 "$(root_of alice)"
 EOF
 }
 
-# warned CALL:ERROR[:when=N] TEXT [CHECK]: the container is complete but for that piece. The child's mounts count:
-# 1 makes them slave, 2 is /mnt, 3 the lower root, 4 the overlay, 5 the home, 6 its tmp, 7 the terminals, 8 proc,
-# 9 the emptied path of proc, 10 /run, 11 the bind item, 12 follows the pivot. The parent's are the three that
-# pin the namespaces.
+# warned CALL:ERROR[:when=N] TEXT [CHECK]: the container is complete except for that part. The
+# child's mounts count: 1 makes them slave, 2 is /mnt, 3 the lower root, 4 the overlay, 5 the home,
+# 6 its tmp, 7 the terminals, 8 proc, 9 the emptied path of proc, 10 /run, 11 the bind item, 12
+# follows the pivot. The parent's are the three that pin the namespaces.
 warned() {
     export INJECT=$1 TEXT=$2 CHECK=${3:-true}
     in_host <<'EOF'
@@ -72,7 +72,7 @@ EOF
     thrown umount2:error=EPERM . "umount2() failed: Operation not permitted"
 }
 
-# opening PATH TEXT: the number, among the child's openat calls on PATH, of the one with that text.
+# opening PATH TEXT: prints which of the child's openat calls on PATH has that text.
 opening() {
     export AT=$1 OPENED=$2
     in_host <<'EOF' | tail -1
@@ -82,7 +82,7 @@ awk -v text="$OPENED" '/openat\(/ { ++calls[$1] } index($0, text) { print calls[
 EOF
 }
 
-@test "an old root that stays after its detachment is detached again" {
+@test "an old root that is still there after it was detached is detached again" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 injected umount2:retval=0:when=1 -P . kivctl start alice
@@ -93,7 +93,7 @@ refused enter alice touch /made
 EOF
 }
 
-@test "an old root that stays for good ends in a covered root" {
+@test "an old root that cannot be detached ends in a covered root" {
     thrown umount2:retval=0 . "umount2() failed: Device or resource busy"
 }
 
@@ -109,7 +109,7 @@ same "mounts of the host" "$before" "$(grep -v /run/kiv /proc/self/mountinfo)"
 EOF
 }
 
-@test "mounts that are private anyway need not be made slave" {
+@test "mounts that are already private need not be made slave" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 mount --make-rprivate /
@@ -163,12 +163,12 @@ EOF
     warned mount:error=ENODEV:when=7 "mount(/dev/pts) failed: No such device"
 }
 
-@test "a proc that cannot be mounted is reported and left out" {
+@test "a /proc that cannot be mounted is reported and left out" {
     warned mount:error=EPERM:when=8 "remount(/proc) failed: Operation not permitted
 mount(/proc/irq) failed: No such file or directory" 'refused enter alice test -e /proc/self'
 }
 
-@test "a path of proc that cannot be covered is reported and left out" {
+@test "a path in /proc that cannot be covered is reported and left out" {
     warned mount:error=EPERM:when=9 "mount(/proc/irq) failed: Operation not permitted"
 }
 
@@ -185,7 +185,7 @@ mount(/proc/irq) failed: No such file or directory" 'refused enter alice test -e
     warned chdir:error=EACCES:when=2 "chdir(/) failed: Permission denied"
 }
 
-@test "a child that cannot unshare is neither pinned nor wired" {
+@test "a child that cannot unshare is neither pinned nor connected" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 injected unshare:error=ENOSPC kivctl start alice
@@ -198,7 +198,7 @@ refused grep -q veth <(iptables-save)
 EOF
 }
 
-@test "a child whose mount namespace is the old one ends itself" {
+@test "a child whose mount namespace is not new ends itself" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 injected unshare:retval=0 kivctl start alice
@@ -209,11 +209,11 @@ same "live namespaces" "" "$(mounted alice)"
 EOF
 }
 
-@test "missing pipes, processes and files end the start before anything is made" {
+@test "missing pipes, processes and files end the start before anything is created" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 account bob 100.64.0.8/30
-kivctl start bob # from here on the only pipes and children are those of the set-up
+kivctl start bob # from now on the only pipes and children are those of the set-up
 for failure in "pipe2:error=EMFILE:when=1|pipe() failed: Too many open files" \
     "pipe2:error=EMFILE:when=2|pipe() failed: Too many open files" \
     "clone:error=EAGAIN|fork() failed: Resource temporarily unavailable"; do
@@ -236,10 +236,10 @@ same stderr "kivctl: /run/kiv/alice@net: cannot create: Read-only file system" "
 EOF
 }
 
-@test "a namespace file that cannot be examined ends the start, whichever look at it fails" {
+@test "a namespace file that cannot be examined ends the start, whichever check fails" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
-for look in 2 3; do # the first only tells whether the mount table has to be read
+for look in 2 3; do # the first only decides whether the mount table must be read
     injected "newfstatat:error=EACCES:when=$look" -P /run/kiv/alice@net kivctl start alice
     same "status at look $look" 71 "$status"
     same "stderr at look $look" "kivctl: /run/kiv/alice@net: Permission denied" "$err"
@@ -260,7 +260,7 @@ refused test -e "/proc/${pid%%/*}"
 EOF
 }
 
-@test "with -a an error in an account's child is told once and starts nothing else there" {
+@test "with -a an error in an account's child is printed once and runs nothing else there" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 account bob 100.64.0.8/30
@@ -282,7 +282,7 @@ done
 EOF
 }
 
-@test "a failing command inside skips the network's rest and not the root" {
+@test "a failing command inside skips the rest of the network but not the root" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 record ip 'case $* in "route add"*) exit 2 ;; esac; exec $real "$@"'
@@ -301,9 +301,9 @@ EOF
     in_host <<'EOF'
 account alice 100.64.0.4/30
 account bob 100.64.0.8/30
-kivctl start bob # from here on the only child is that of the set-up
+kivctl start bob # from now on the only child is that of the set-up
 echo 5000 >/proc/sys/kernel/ns_last_pid
-injected newfstatat:error=EACCES -P /proc/5005/ns/mnt kivctl start alice # strace has three, kivctl 5004
+injected newfstatat:error=EACCES -P /proc/5005/ns/mnt kivctl start alice # strace takes three numbers, kivctl 5004
 grep -q '^5005 .*INJECTED' /tmp/trace
 same status 71 "$status"
 same stderr "/proc/5005/ns/mnt: stat() failed: Permission denied
@@ -313,7 +313,7 @@ same marks "" "$(marks)"
 EOF
 }
 
-@test "a caller that ignores its children's ends does not make failures look like success" {
+@test "a caller that ignores SIGCHLD does not make failures look like success" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 record iptables 'case $* in *uplink*) exit 1 ;; esac; exec $real "$@"'
@@ -323,14 +323,16 @@ same status 71 "$status"
 EOF
 }
 
-@test "host tools get the standard descriptors and the captured ones alone" {
+@test "host tools get only the standard descriptors and the captured ones" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
-# "echo" and the pattern are the recording shell's own work: no child of it, one descriptor for the look
+# the recording shell runs "echo" and the pattern itself: no child, and one descriptor for the
+# directory
 record ip 'echo /proc/$$/fd/* >>/tmp/descriptors; exec $real "$@"'
-ip link show >/dev/null # with what this test itself has open
+ip link show >/dev/null # with the descriptors of this test
 kivctl start alice
-# the route query has its standard output captured and inherits that pipe under its own number too
+# the route query's standard output is captured, and it inherits that pipe under its original
+# number, too
 same "descriptors of the others" 1 "$(sed -E 's:/proc/[0-9]+/fd/::g' /tmp/descriptors | sed 2d | sort -u | wc -l)"
 EOF
 }

@@ -1,9 +1,9 @@
 #!/usr/bin/env bats
-# What status says of containers, with what colours, and that it changes nothing.
+# The output and colours of status, and that it changes nothing.
 load helpers
 load cgroups
 
-# What status could change on the host.
+# The state that status could change on the host.
 state() {
     ls -laR --time-style=full-iso /run/kiv /sys/fs/cgroup/user.slice 2>/dev/null || true
     cut -d ' ' -f 5- /proc/self/mountinfo
@@ -12,7 +12,7 @@ state() {
 }
 export -f state
 
-@test "an account without container is not active, and nothing more is said of it" {
+@test "an account without a container is not active, and has no figures" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 before=$(state)
@@ -26,7 +26,7 @@ same "state of the host" "$before" "$(state)"
 EOF
 }
 
-@test "a container is active from its start until its namespace file is gone" {
+@test "a container is active from its start until its namespace file is removed" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 account bob
@@ -55,13 +55,13 @@ Active: no" "$(kivctl status alice)"
 EOF
 }
 
-@test "a slice without controllers, as the kernel makes it, has no figures" {
+@test "a slice without controllers, as the kernel creates it, has no figures" {
     in_host <<'EOF'
 account alice
 directory=$(slice alice)
 mkdir /run/kiv /sys/fs/cgroup/user.slice
 touch /run/kiv/alice@mnt
-# controllers are for children whose parent hands them on, which nobody has done here
+# a child has only the controllers that its parent enables, and nobody has enabled any here
 mkdir "$directory"
 refused test -e "$directory/pids.current"
 capture kivctl status alice
@@ -71,7 +71,7 @@ Active: yes" "$out"
 EOF
 }
 
-@test "the table of no account is a header between three rules" {
+@test "the table without accounts is a header between three rules" {
     in_host <<'EOF'
 capture kivctl status -a
 same status 0 "$status"
@@ -111,7 +111,7 @@ same "state of the host" "$before" "$(state)"
 EOF
 }
 
-@test "no limit is infinity in the table and a bare number in the report" {
+@test "without a limit the table shows infinity and the report only the number" {
     in_host <<'EOF'
 account alice
 account bob
@@ -137,7 +137,7 @@ same table "\
 EOF
 }
 
-@test "a figure that is missing or empty is left out, whatever its limit" {
+@test "a missing or empty figure is left out, with or without a limit" {
     in_host <<'EOF'
 account alice
 account bob
@@ -160,7 +160,7 @@ same table "\
 EOF
 }
 
-@test "a figure whose cgroup goes away while it is read is left out" {
+@test "a figure whose cgroup is removed during the reading is left out" {
     in_host <<'EOF'
 account alice
 stand_in_cgroups
@@ -180,7 +180,7 @@ Memory: 7" "$out"
 EOF
 }
 
-@test "what is not active has nothing more of it read, and figures are read once and in order" {
+@test "figures of an inactive container are not read, and others are read once and in order" {
     in_host <<'EOF'
 account alice
 stand_in_cgroups
@@ -213,7 +213,7 @@ same "of one that is not" alice@mnt "$(looked_at)"
 EOF
 }
 
-@test "a percentage of four digits fills its place, one of five makes its own line longer" {
+@test "a percentage of four digits fills its column, one of five makes its line longer" {
     in_host <<'EOF'
 account alice
 account bob
@@ -243,7 +243,7 @@ same report "Account: alice
 Active: yes
 Processes: 9223372036854775806 (0%)
 Memory: 9223372036854775807 (-100%)" "$(kivctl status alice)"
-# what does not fit a signed number comes out negative
+# a number that does not fit into a signed one is negative
 figures alice pids.current=18446744073709551615 pids.max=4 memory.current=-1025 memory.high=1024
 same report "Account: alice
 Active: yes
@@ -252,7 +252,7 @@ Memory: -1025 (-100%)" "$(kivctl status alice)"
 EOF
 }
 
-@test "on a terminal yes is green and no is red, in the table outside of the padding" {
+@test "on a terminal yes is green and no is red, and the table's padding has no colour" {
     in_host <<'EOF'
 account alice
 account bob
@@ -277,7 +277,7 @@ same "with standard error elsewhere" "$table" "$(terminal "kivctl status -a 2>/t
 EOF
 }
 
-@test "what goes to a file or a pipe has no colours, whatever standard error is" {
+@test "output to a file or a pipe has no colours, even if standard error is a terminal" {
     in_host <<'EOF'
 account alice
 account bob
@@ -297,7 +297,7 @@ refused grep -q $'\e' /tmp/file /tmp/pipe /tmp/terminal
 EOF
 }
 
-@test "labels and words come from the catalogue of the caller's language, and columns fit their bytes" {
+@test "labels and words are in the caller's language, and columns fit their bytes" {
     in_host <<'EOF'
 mkdir -p /usr/share/locale/de/LC_MESSAGES
 msgfmt -o /usr/share/locale/de/LC_MESSAGES/kivctl.mo - <<'END'
@@ -345,7 +345,7 @@ same table "\
 EOF
 }
 
-@test "debug mode names each account before it is looked at" {
+@test "debug mode names each account before it is examined" {
     in_host <<'EOF'
 account alice
 echo nobody-here >>"$registry"

@@ -1,5 +1,5 @@
 #!/usr/bin/env bats
-# What status refuses, and what becomes of the other accounts.
+# Calls and accounts that status refuses, and its output for the others.
 load helpers
 load cgroups
 
@@ -44,7 +44,7 @@ same table "\
 EOF
 }
 
-@test "a named account that can have no container is refused" {
+@test "a named account that cannot have a container is refused" {
     in_host <<'EOF'
 printf '%s\n' al@ice nobody-here root >>"$registry"
 refuses() {
@@ -84,14 +84,14 @@ an-unknown-user-with-a-long-name: an-unknown-user-with-a-long-name: unknown user
 carol: stoull
 dave: stoull
 root: root: cannot create container for uid 0" "$err"
-# on one stream too: a table that comes after its errors is taken for a good one
+# also on one stream: a table after its errors would look complete
 kivctl status -a >/tmp/both 2>&1 || true
 same "order on one stream" "$out
 $err" "$(cat /tmp/both)"
 EOF
 }
 
-@test "a figure of a named account that is no number ends the program with a report" {
+@test "a named account's figure that is not a number ends the program with a report" {
     in_host <<'EOF'
 account alice
 stand_in_cgroups
@@ -110,7 +110,7 @@ aborts std::out_of_range
 EOF
 }
 
-@test "a negative figure and one with something behind it are figures" {
+@test "a negative number, and a number with text after it, are accepted as figures" {
     in_host <<'EOF'
 account alice
 stand_in_cgroups

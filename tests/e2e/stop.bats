@@ -1,5 +1,5 @@
 #!/usr/bin/env bats
-# What stop does to processes and files, and what it says, where nothing is amiss.
+# How stop treats processes and files, and what it prints, without failures.
 load helpers
 load with_residents
 
@@ -64,7 +64,7 @@ same "files left" "" "$(ls /run/kiv)"
 EOF
 }
 
-@test "processes that share one namespace each come in the order of the kinds" {
+@test "processes in different namespaces are listed in the order of the kinds" {
     with_residents <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice
@@ -79,7 +79,7 @@ same "files left" "" "$(ls /run/kiv)"
 EOF
 }
 
-@test "processes of other accounts and of the host are not touched" {
+@test "processes of other accounts and of the host are not signalled" {
     with_residents <<'EOF'
 account alice 100.64.0.4/30
 account bob 100.64.0.8/30
@@ -137,10 +137,10 @@ at_least 2000
 late=$(tail -1 /tmp/said)
 runs "$late"
 same "files left" "" "$(ls /run/kiv)"
-# it keeps the network, and with it the name, until it ends
+# it keeps the network namespace, and so the interface's name, until it ends
 capture kivctl start alice
 same "stderr of a start" "kivctl: veth-alice: already exists!" "$err"
-kill -KILL "$late" # perl runs its handlers with the signal blocked
+kill -KILL "$late" # SIGKILL, because perl's handlers run with the signal blocked
 until_ended "$late"
 capture kivctl start alice
 same "stderr of a start" "" "$err"
@@ -148,7 +148,7 @@ same "live namespaces" $'net\nipc\nmnt' "$(mounted alice)"
 EOF
 }
 
-@test "a process that starts others all the time is stopped with those that were found" {
+@test "a process that continuously starts others is stopped with those that were found" {
     with_residents <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice
@@ -166,7 +166,7 @@ refused runs "$pid"
 EOF
 }
 
-@test "a process that nobody has waited for counts as left, and is not found again" {
+@test "a zombie counts as left, and is not found again" {
     with_residents <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice
@@ -181,7 +181,7 @@ still processes left, aborting." "$err"
 at_least 2000
 same "state of the process" Z "$(awk '{ print $3 }' "/proc/$pid/stat")"
 same "live namespaces" $'net\nipc\nmnt' "$(mounted alice)"
-# it has no namespaces any more
+# a zombie has no namespaces
 timed kivctl stop alice
 same stderr "" "$err"
 sooner_than 2000
@@ -189,7 +189,7 @@ same "files left" "" "$(ls /run/kiv)"
 EOF
 }
 
-@test "debug mode tells of each file" {
+@test "debug mode prints each file" {
     with_residents <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice
@@ -203,11 +203,11 @@ same stderr "" "$err"
 EOF
 }
 
-@test "nothing but iptables is run, after the network's file is gone" {
+@test "only iptables runs, after the network's file is removed" {
     with_residents <<'EOF'
 account elevencharx 100.64.7.77/24
 kivctl start elevencharx
-touch /run/kiv/elevencharx@cgroup # comes after the network
+touch /run/kiv/elevencharx@cgroup # it is handled after the network
 record ip
 record sysctl
 record iptables 'ls /run/kiv >>/tmp/calls; exec $real "$@"'
@@ -222,7 +222,7 @@ same "files left" "" "$(ls /run/kiv)"
 EOF
 }
 
-@test "stopping all accounts takes the registry's order" {
+@test "stopping all accounts follows the registry's order" {
     with_residents <<'EOF'
 account bob 100.64.0.8/30
 account alice 100.64.0.4/30
@@ -240,7 +240,7 @@ same "files left" "" "$(ls /run/kiv)"
 EOF
 }
 
-@test "stopping what does not run is harmless" {
+@test "stopping a container that does not run is harmless" {
     with_residents <<'EOF'
 account alice 100.64.0.4/30
 timed kivctl stop alice

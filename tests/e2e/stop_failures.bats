@@ -1,5 +1,5 @@
 #!/usr/bin/env bats
-# Stop where something is amiss: what it says, what it leaves, and what it must not take for the container's.
+# Failures of stop: its messages, what it leaves, and what it must not take for the container's.
 load helpers
 load with_residents
 
@@ -40,7 +40,7 @@ same "rules left" "" "$(iptables-save | grep veth || true)"
 EOF
 }
 
-@test "stale files are deleted without a word, and the rules' absence is told by the runner" {
+@test "stale files are deleted without a message, and the runner reports that the rules are missing" {
     with_residents <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice
@@ -75,7 +75,7 @@ same "files left" "" "$(ls /run/kiv)"
 EOF
 }
 
-@test "one rule that is gone does not keep the other" {
+@test "when one rule is missing the other is still deleted" {
     with_residents <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice
@@ -88,7 +88,7 @@ same "rules left" "" "$(iptables-save | grep veth || true)"
 EOF
 }
 
-@test "a host without iptables says so and the container is stopped" {
+@test "without iptables the container is stopped, and the missing tool is reported" {
     with_residents <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice
@@ -103,7 +103,7 @@ same "files left" "" "$(ls /run/kiv)"
 EOF
 }
 
-@test "on a read-only runtime directory files are unmounted and stay" {
+@test "on a read-only runtime directory files are unmounted but stay" {
     with_residents <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice
@@ -139,7 +139,7 @@ same "live namespaces" mnt "$(mounted alice)"
 EOF
 }
 
-@test "of two mounts on a file the upper one goes first" {
+@test "of two mounts on a file the upper one is removed first" {
     with_residents <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice
@@ -153,7 +153,7 @@ same "files left by it" "" "$(ls /run/kiv)"
 EOF
 }
 
-@test "a list of processes that cannot be had stops nothing" {
+@test "if the processes cannot be listed nothing is stopped" {
     with_residents <<'EOF'
 account alice 100.64.0.4/30
 account bob 100.64.0.8/30
@@ -173,7 +173,7 @@ same "state of the host" "$before" "$(state)"
 EOF
 }
 
-@test "stop -a stops the others of a broken account and fails with a line for it" {
+@test "stop -a stops the accounts beside a broken one and fails with a line for it" {
     with_residents <<'EOF'
 account alice 100.64.0.4/30
 account bob
@@ -199,7 +199,7 @@ same "dave's live namespaces" "" "$(mounted dave)"
 EOF
 }
 
-@test "one broken account that is named fails with its own words" {
+@test "a broken account given by name fails with its own message" {
     with_residents <<'EOF'
 account alice
 capture kivctl stop alice
@@ -229,7 +229,7 @@ same "rules left" "" "$(iptables-save | grep veth || true)"
 EOF
 }
 
-@test "processes left in one account's container are no failure of stop -a" {
+@test "processes left in one account's container do not make stop -a fail" {
     with_residents <<'EOF'
 account alice 100.64.0.4/30
 account bob 100.64.0.8/30
@@ -265,7 +265,7 @@ same "files left" "" "$(ls /run/kiv)"
 EOF
 }
 
-@test "a file of the host's own namespace ends nobody" {
+@test "a file of the host's own namespace ends no process" {
     with_residents <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice
@@ -283,7 +283,7 @@ same "files left" "" "$(ls /run/kiv)"
 EOF
 }
 
-@test "a plain file whose number is that of a namespace ends nobody" {
+@test "a plain file with the inode number of a namespace ends no process" {
     with_residents <<'EOF'
 account alice 100.64.0.4/30
 account bob 100.64.0.8/30
@@ -291,7 +291,7 @@ kivctl start bob
 resident bob net,ipc,mnt sleep 100; bobs=$pid
 touch /run/kiv/alice@ipc
 number=$(printf '%016x' "$(stat -Lc %i /run/kiv/bob@ipc)" | fold -w 2 | tac | tr -d '\n')
-# the number stands in the 33rd byte of what statx answers
+# the number begins at the 33rd byte of the structure of statx(2)
 answer=$(printf '%064d' 0)$number
 injected "statx:poke_exit=@arg5=$answer" -P /run/kiv/alice@ipc kivctl -d stop alice
 same status 0 "$status"
@@ -303,7 +303,7 @@ same "files left" $'bob@ipc\nbob@mnt\nbob@net' "$(ls /run/kiv)"
 EOF
 }
 
-@test "stop from inside one of the container's namespaces spares its caller" {
+@test "stop from inside one of the container's namespaces does not signal its caller" {
     with_residents <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice
@@ -333,7 +333,7 @@ same "rules left" 2 "$(iptables-save | grep -c veth-alice)"
 EOF
 }
 
-@test "without process descriptors processes are signalled by their numbers" {
+@test "without pidfds processes are signalled by their numbers" {
     with_residents <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice
@@ -347,7 +347,7 @@ same "files left" "" "$(ls /run/kiv)"
 EOF
 }
 
-@test "a process that has just gone is listed and not signalled" {
+@test "a process that has just ended is listed and not signalled" {
     with_residents <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice

@@ -1,9 +1,9 @@
 #!/usr/bin/env bats
-# Stop and what comes after it or runs beside it: starting again, other stops, and what must be gone by then.
+# Stop with later or simultaneous runs: new starts, other stops, and what must be removed by then.
 load helpers
 load with_residents
 
-@test "fifty rounds of start and stop leave no interface, rule, mount or file behind" {
+@test "fifty rounds of start and stop leave no interface, rule, mount or file" {
     with_residents <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice >/dev/null
@@ -26,7 +26,7 @@ same "address seen outside" 192.0.2.2 "$(enter alice bash -c 'cat </dev/tcp/198.
 EOF
 }
 
-@test "rounds of two accounts with processes leave nothing behind either" {
+@test "rounds of two accounts with processes leave nothing" {
     with_residents <<'EOF'
 account alice 100.64.0.4/30
 account bob 100.64.0.8/30
@@ -47,7 +47,7 @@ same "state of the host" "$before" "$(settled_state)"
 EOF
 }
 
-@test "the pair goes with the network's last process, a moment later, and start waits for it" {
+@test "the pair disappears shortly after the network's last process, and start waits for that" {
     with_residents <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice
@@ -111,7 +111,7 @@ EOF
     with_residents <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice
-# lasts long enough that both find it
+# runs long enough for both to find it
 resident alice net,ipc,mnt perl -e '
     $| = 1;
     $SIG{TERM} = sub { $ended = 1 };
@@ -129,7 +129,7 @@ same "files left" "" "$(ls /run/kiv)"
 EOF
 }
 
-@test "what was stopped and started anew during the wait is passed over" {
+@test "stop leaves a container alone that was stopped and started again during its wait" {
     with_residents <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice
@@ -152,7 +152,7 @@ same "address seen outside" 192.0.2.2 "$(enter alice bash -c 'cat </dev/tcp/198.
 EOF
 }
 
-@test "what was stopped during the wait is passed over without a word" {
+@test "stop silently accepts that the container was stopped during its wait" {
     with_residents <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice
@@ -204,7 +204,7 @@ same "files left" "" "$(ls /run/kiv)"
 EOF
 }
 
-@test "while one account's processes are waited for another account is started" {
+@test "while stop waits for one account's processes another account can be started" {
     with_residents <<'EOF'
 account alice 100.64.0.4/30
 account bob 100.64.0.8/30
@@ -239,12 +239,12 @@ same "state of the host" "$before" "$(settled_state)"
 EOF
 }
 
-# deliberate: stop deletes no interface, and a stop that is gentle lets what was written arrive
+# deliberate: stop deletes no interface, so that data which was already written still arrives
 @test "a connection with unsent data keeps the pair, and the name, until it has ended" {
     with_residents <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice
-socat -u TCP-LISTEN:3307,reuseaddr EXEC:'sleep 100' 2>/dev/null & # which never reads
+socat -u TCP-LISTEN:3307,reuseaddr EXEC:'sleep 100' 2>/dev/null & # it never reads
 iptables -I INPUT -i veth-alice -p tcp --dport 3307 -j ACCEPT
 resident alice net,ipc,mnt perl -e '
     use IO::Socket::INET;

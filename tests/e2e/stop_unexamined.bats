@@ -1,9 +1,10 @@
 #!/usr/bin/env bats
-# Stop where the kernel does not let it see: nothing is taken from under processes that could not be found.
+# Stop when the kernel refuses to show something: nothing is removed under processes that could not
+# be found.
 load helpers
 load with_residents
 
-@test "a file whose kind cannot be told is taken for a namespace" {
+@test "a file that cannot be examined is treated as a namespace" {
     with_residents <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice
@@ -14,7 +15,7 @@ same stderr "alice: terminating processes: $pid" "$err"
 EOF
 }
 
-@test "threads that cannot be listed keep everything as it is" {
+@test "if threads cannot be listed nothing is changed" {
     with_residents <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice
@@ -29,7 +30,7 @@ runs "$pid"
 EOF
 }
 
-@test "threads that cannot be listed once stop tells of them leave a whole line before the error" {
+@test "if threads cannot be listed while stop prints processes, that line is complete before the error" {
     with_residents <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice
@@ -45,7 +46,7 @@ runs "$pid"
 EOF
 }
 
-@test "where process descriptors are refused processes are signalled by their numbers" {
+@test "if pidfds are refused, processes are signalled by their numbers" {
     with_residents <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice
@@ -70,7 +71,7 @@ same "live namespaces" $'net\nipc\nmnt' "$(mounted alice)"
 EOF
 }
 
-@test "kivctl's own namespaces that cannot be examined keep everything as it is" {
+@test "if kivctl's own namespaces cannot be examined nothing is changed" {
     with_residents <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice

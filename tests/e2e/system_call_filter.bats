@@ -1,7 +1,7 @@
 #!/usr/bin/env bats
-# What the system-call filter answers, on every road into the kernel that a program in a container can take.
-# The arguments are such that a kernel which gets to see them finds fault with them: they do no harm, and the
-# error tells who has answered.
+# The answers of the system-call filter on every system-call interface that a program in a container
+# can use. The kernel itself would refuse the arguments: they do no harm, and the error shows
+# whether the filter or the kernel has answered.
 load helpers
 load with_attacks
 
@@ -64,7 +64,7 @@ unshare 0x10000001
 unshare 0xfeed000010000001
 userfaultfd 0xffff0000"
 
-@test "denied calls are answered by the filter and never by the kernel" {
+@test "the filter answers denied calls before the kernel does" {
     on_two_accounts <<'EOF'
 calls="$denied_calls
 kexec_file_load 0xffffffff 0xffffffff 0 0 0xff"
@@ -81,17 +81,18 @@ else
     calls=$(grep -v ^iop <<<"$calls") # has no ports
 fi
 same "answers to the account" "$(answered EPERM "$calls")" "$(inside alice '~/system_call native' <<<"$calls")"
-# the same as root without the filter
+# the same calls as root without the filter
 kernel=$(enter_as_root alice /home/alice/system_call native <<<"$calls")
 same "number of answers" "$(wc -l <<<"$calls")" "$(wc -l <<<"$kernel")"
 refused grep -E ' (EPERM|0|SIG.*|absent)$' <<<"$(may_be_locked_down "$kernel")"
 EOF
 }
 
-@test "the filter that the kernel has means the rules, call by call on every table" {
+@test "the installed filter matches the rules, call by call on every table" {
     on_two_accounts <<'EOF'
 check=$programs/../../check_filter
-# filter_of SECONDS: compares that of a process which sleeps so long in the account's container
+# filter_of SECONDS: compares the filter of a process that sleeps that long in the account's
+# container
 filter_of() {
     kivctl exec alice <<<"sleep $1 >/dev/null 2>&1 & disown -a"
     "$check" "$(pgrep --uid alice --full "sleep $1")"
@@ -108,7 +109,7 @@ same "exit status under other rules" 1 "$status"
 EOF
 }
 
-@test "the 32-bit gate leads through the same filter" {
+@test "32-bit calls pass the same filter" {
     [ "$(uname -m)" = x86_64 ] || skip "no second gate on this architecture"
     on_two_accounts <<'EOF'
 calls="$denied_calls
@@ -125,7 +126,7 @@ vm86old 1"
 wanted=EPERM
 gate=$(enter alice /home/alice/system_call i386 getpid)
 if [ "$gate" != 0 ]; then
-    wanted=SIGSEGV # a kernel without the gate ends who tries it
+    wanted=SIGSEGV # a kernel without 32-bit calls ends the process
     same "a kernel without the 32-bit gate" SIGSEGV "$gate"
 fi
 same "answers to the account" "$(answered "$wanted" "$calls")" "$(inside alice '~/system_call i386' <<<"$calls")"
@@ -135,7 +136,7 @@ refused grep -E ' (EPERM|0|absent)$' <<<"$(may_be_locked_down "$kernel")"
 EOF
 }
 
-@test "numbers of the x32 interface are answered as by a kernel without it" {
+@test "numbers of x32 are answered like on a kernel without x32" {
     [ "$(uname -m)" = x86_64 ] || skip "no such interface on this architecture"
     on_two_accounts <<'EOF'
 calls="getpid
@@ -146,7 +147,7 @@ same "answers to the account" "$(answered ENOSYS "$calls")" "$(inside alice '~/s
 EOF
 }
 
-@test "numbers of the x32 interface lead through the same filter where the table is allowed" {
+@test "numbers of x32 pass the same filter when the table is allowed" {
     [ "$(uname -m)" = x86_64 ] || skip "no such interface on this architecture"
     on_two_accounts <<'EOF'
 printf '%s\n' seccomp "    allow-table x32" >>"$configuration"
@@ -158,13 +159,13 @@ refused grep -E ' (EPERM|0|SIG.*|absent)$' <<<"$kernel"
 EOF
 }
 
-@test "a denied table ends whoever calls by it, and no other" {
+@test "a denied table ends a process that uses it, and no other" {
     [ "$(uname -m)" = x86_64 ] || skip "no other table is tried on this architecture"
     on_two_accounts <<'EOF'
 before=$(enter alice /home/alice/system_call i386 getpid)
 printf '%s\n' seccomp "    deny-table i386 arm" >>"$configuration"
 wanted=SIGSYS
-[ "$before" = 0 ] || wanted=SIGSEGV # a kernel without the gate ends who tries it
+[ "$before" = 0 ] || wanted=SIGSEGV # a kernel without 32-bit calls ends the process
 same "answer to i386" "$wanted" "$(inside alice '~/system_call i386 getpid')"
 same "answer to the machine's own" 0 "$(inside alice '~/system_call native getpid')"
 printf '%s\n' "    allow-table i386" >>"$configuration"
@@ -172,7 +173,7 @@ same "answer to i386 when it is allowed again" "$before" "$(inside alice '~/syst
 EOF
 }
 
-@test "no socket leads to the hypervisor, and others are made on every interface" {
+@test "no socket reaches the hypervisor, and others can be created on every interface" {
     on_two_accounts <<'EOF'
 calls="socket 40 1 0
 socket 40 2 0
@@ -191,7 +192,8 @@ same "answers without the rule" "$kernel" "$(inside alice '~/system_call native'
 EOF
 }
 
-# ask_about is perl: asks for information about a process in many sizes, and prints the kinds of answers.
+# ask_about is perl code: asks for information about a process with many structure sizes, and prints
+# the kinds of answers.
 # shellcheck disable=SC2016 # for perl
 export ask_about='use Errno;
 require "syscall.ph";
@@ -207,7 +209,7 @@ for my $size (0, 8, 63 .. 66, 72, 80, 88, 128, 1024, 16383) {
 }
 print join(" ", sort keys %answers), "\n";'
 
-@test "nothing is learnt of a process that is hidden in /proc" {
+@test "no information is given about a process that is hidden in /proc" {
     on_two_accounts <<'EOF'
 same "entry in /proc" ENOENT "$(inside alice '~/system_call native access @/proc/1 0')"
 same "answers to the account" EPERM "$(inside alice 'perl -e "$1" 1' "$ask_about")"
@@ -218,7 +220,7 @@ same "answers without the rule" "$answers" "$(inside alice 'perl -e "$1" 1' "$as
 EOF
 }
 
-@test "no_new_privs keeps a program from gaining a group, where it is asked for" {
+@test "with no_new_privs in the configuration a program cannot gain a group" {
     on_two_accounts <<'EOF'
 install -m 2755 -g mail "$(command -v id)" /home/alice/id_mail
 state() { inside alice 'awk "/^NoNewPrivs/ { print \$2 }" /proc/self/status; ~/id_mail -g'; }
@@ -230,7 +232,7 @@ $(id -g alice)" "$(state)"
 EOF
 }
 
-@test "clone3 is told to be missing, so that the C library takes clone" {
+@test "clone3 fails with ENOSYS, so that the C library uses clone" {
     on_two_accounts <<'EOF'
 same "answer to the account" ENOSYS "$(inside alice '~/system_call native clone3 1 0')"
 same "answer without the filter" EINVAL "$(enter alice /home/alice/system_call native clone3 1 0)"
@@ -243,9 +245,9 @@ fi
 EOF
 }
 
-@test "what lies next to the denied is not denied" {
+@test "calls similar to the denied ones are allowed" {
     on_two_accounts <<'EOF'
-# with an impossible flag, which the kernel looks at before it refuses namespaces of other kinds
+# with an invalid flag, which the kernel checks before it refuses namespaces of other kinds
 wanted="ioctl 0xffffffff 0x5411 1 EBADF
 ioctl 0xffffffff 0x5413 1 EBADF
 ioctl 0xffffffff 0x541b 1 EBADF
@@ -277,7 +279,7 @@ values() {
         printf '%#x\n' $((1 << bit)) $((0xffffffff ^ 1 << bit)) $((0x20008 | 1 << bit))
     done
 }
-# wanted HARMLESS: the calls, with this answer to the harmless ones
+# wanted HARMLESS: prints the calls, with this answer for the harmless ones
 wanted() {
     local value answer
     while read -r _ value; do
@@ -289,7 +291,7 @@ wanted() {
     done <<<"$calls"
 }
 calls=$(values | sed 's/^/personality /')
-# the kernel takes 32 bits of it
+# the kernel uses only 32 bits of it
 calls+=$'\n'$(values | while read -r value; do printf 'personality %#x\n' $((value | 1 << 40)); done)
 same "number of values" 214 "$(wc -l <<<"$calls")"
 same "answers" "$(wanted 0)" "$(inside alice '~/system_call native' <<<"$calls")"
@@ -304,7 +306,7 @@ same "answers to x32" "$(wanted "$(enter alice /home/alice/system_call x32 getpi
 EOF
 }
 
-@test "an item that allows lifts the whole rule of a call and of no other" {
+@test "an item that allows a call removes its whole rule and no other" {
     on_two_accounts <<'EOF'
 printf '%s\n' seccomp "    allow keyctl unshare clone3" "    allow ioctl" "    allow personality" \
     >>"$configuration"
@@ -330,7 +332,7 @@ same answers "$(enter alice /home/alice/system_call native <<<"$denied_calls")" 
 EOF
 }
 
-@test "an item that denies adds calls on every interface, with the word or by a bare name" {
+@test "an item that denies a call, with the word or by a bare name, applies on every interface" {
     on_two_accounts <<'EOF'
 calls="vmsplice 0xffffffff 1 1 0
 sched_yield
@@ -346,7 +348,7 @@ same "another call" 0 "$(inside alice '~/system_call native getpid')"
 same "after, x32" "$wanted" "$(inside alice '~/system_call x32' <<<"$calls")"
 if [ "$(enter alice /home/alice/system_call i386 getpid)" = 0 ]; then
     same "after, i386" "$(head -2 <<<"$wanted")" "$(inside alice '~/system_call i386' <<<"$(head -2 <<<"$calls")")"
-    # semget has a number of its own there, and an older one that it shares with its like
+    # there semget has its own number, and an older one that it shares with similar calls
     same "after, own number" EPERM "$(inside alice '~/system_call i386 semget 0 0xffffffff 0')"
     same "after, shared number" EPERM "$(inside alice '~/system_call i386 ipc 2 0 0xffffffff 0')"
 fi
@@ -366,7 +368,7 @@ same "after, x32" SIGSYS "$(inside alice '~/system_call x32 sched_yield')"
 EOF
 }
 
-@test "of two items about a call the later one holds" {
+@test "of two items about a call the later one counts" {
     on_two_accounts <<'EOF'
 answer_with() {
     cp "$project/dist/kiv.conf" "$configuration"

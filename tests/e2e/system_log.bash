@@ -1,6 +1,6 @@
-# Words about the system log, for scripts on a simulated host.
+# Functions for the system log, for scripts on a simulated host.
 
-# A log at /dev/log whose datagrams go into /tmp/log, one a line.
+# Starts a log at /dev/log that writes its datagrams to /tmp/log, one per line.
 serve_log() {
     touch /tmp/log
     rm -f /dev/log
@@ -14,5 +14,5 @@ while True:
     eventually test -S /dev/log
 }
 
-# logged EXPRESSION: such a line comes.
+# logged EXPRESSION: waits for a line that matches.
 logged() { eventually grep -qaE "$1" /tmp/log; }

@@ -2,7 +2,8 @@
 # The units that start containers and limit accounts, with a real systemd.
 load helpers
 
-# on_managed_host <<'EOF' … EOF: as in_host; alice, bob and carol are users, the first two accounts.
+# on_managed_host <<'EOF' … EOF: like in_host; alice, bob and carol are users, the first two are
+# accounts.
 on_managed_host() {
     local script
     script=$(cat)
@@ -16,13 +17,14 @@ on_managed_host() {
         $script"
 }
 
-# limits NAME: what systemd has for the user's slice: processes, memory, shares, whether it stays and whether it is there.
+# limits NAME: prints systemd's state of the user's slice: processes, memory, CPU share, whether it
+# stays and whether it exists.
 limits() {
     systemctl show --property TasksMax,MemoryHigh,MemoryMax,CPUWeight,IOWeight,StopWhenUnneeded,ActiveState \
         "user-$(id -u "$1").slice" | sort
 }
 
-# sample [TASKS]: the shipped file with plain numbers, which differ from everybody's defaults.
+# sample [TASKS]: installs the shipped file with plain numbers, which differ from all defaults.
 sample() {
     sed -i "s/^TasksMax=.*/TasksMax=${1:-77}/; s/^MemoryHigh=.*/MemoryHigh=64M/; s/^MemoryMax=.*/MemoryMax=96M/
         s/^CPUWeight=.*/CPUWeight=88/; s/^IOWeight=.*/IOWeight=99/" /etc/tarnwell/limits.conf
@@ -37,7 +39,7 @@ TasksMax=77"
 export project limited
 export -f limits sample
 
-@test "limits hold for every account and for nobody else, and stay when the last process has ended" {
+@test "limits apply to every account and to nobody else, and stay after the last process has ended" {
     on_managed_host <<'EOF'
 sample
 before=$(limits carol)
@@ -60,7 +62,7 @@ done
 EOF
 }
 
-@test "a reload takes over changed limits, new accounts and removed ones; a drop-in of one account wins" {
+@test "a reload applies changed limits, new accounts and removed ones; a drop-in of one account wins" {
     on_managed_host <<'EOF'
 sample
 before=$(limits carol)
@@ -69,7 +71,7 @@ install -D -m 644 /dev/stdin "/etc/systemd/system/user-$(id -u bob).slice.d/over
 sample 66
 echo "carol net=100.64.0.12/30" >>"$registry"
 systemctl start kivctl
-systemctl reload kivctl # the limits too
+systemctl reload kivctl # also the limits
 same "of alice" "${limited/77/66}" "$(limits alice)"
 same "of bob" "${limited/77/55}" "$(limits bob)"
 same "of carol" "${limited/77/66}" "$(limits carol)"
@@ -98,7 +100,7 @@ same "of bob" 55 "$(systemctl show --value --property TasksMax "user-$(id -u bob
 EOF
 }
 
-@test "without the registry or the limits the unit fails and says so" {
+@test "without the registry or the limits the unit fails and reports that" {
     on_managed_host <<'EOF'
 mv /etc/tarnwell/limits.conf /etc/tarnwell/away
 refused systemctl start kivctl-limits 2>/dev/null
@@ -117,7 +119,7 @@ done
 EOF
 }
 
-@test "an account with a unit of its own is started and stopped by it, with the hooks of drop-ins" {
+@test "an account with its own unit is started and stopped by it, with the hooks of drop-ins" {
     on_managed_host <<'EOF'
 install -m 755 /dev/stdin /usr/local/bin/note <<'HOOK'
 #!/bin/sh

@@ -1,8 +1,9 @@
 #!/usr/bin/env bats
-# Users who are removed by the real userdel and deluser, with and without the hook that stops the container first.
+# Removal of users by the real userdel and deluser, with and without the hook that stops the
+# container first.
 load helpers
 
-# hook: as the package installs it. deluser looks for programs in the system's own folders.
+# hook: installs the hook like the package. deluser searches programs only in the system's folders.
 hook() {
     local moment
     for moment in pre post; do
@@ -11,7 +12,7 @@ hook() {
     ln -s "$(command -v kivctl)" /usr/sbin/kivctl
 }
 
-# two: alice and bob with containers, and a process in each.
+# two: starts containers for alice and bob, with a process in each.
 two() {
     account alice 100.64.0.4/30
     account bob 100.64.0.8/30
@@ -20,13 +21,14 @@ two() {
     resident bob 'exec sleep 1000'
 }
 
-# resident NAME COMMAND: a process of the account in its container, which has done `touch ~/there`.
+# resident NAME COMMAND: starts a process in the account's container and waits until it has run
+# `touch ~/there`.
 resident() {
     enter "$1" bash -c "touch ~$1/there; $2" </dev/null >/dev/null 2>&1 3>&- &
     eventually test -e "/home/$1/there"
 }
 
-# gone NAME: user, container, rules, control group and line of the registry are.
+# gone NAME: user, container, rules, cgroup and line of the registry must be removed.
 gone() {
     refused getent passwd "$1"
     same "files of $1" "" "$(compgen -G "/run/kiv/$1@*" || true)"
@@ -35,7 +37,7 @@ gone() {
     refused test -e "/sys/fs/cgroup/user.slice/user-$2.slice/kiv"
 }
 
-# untouched NAME: user, container and line.
+# untouched NAME: user, container and line must be unchanged.
 untouched() {
     getent passwd "$1" >/dev/null
     same "mounted of $1" "net ipc mnt" "$(mounted "$1" | xargs)"
@@ -44,14 +46,14 @@ untouched() {
 export project
 export -f hook two resident gone untouched
 
-@test "removing a user stops the container first and takes the registry's line away" {
+@test "removing a user stops the container first and removes the registry's line" {
     in_host <<'EOF'
 hook
 two
 chmod 640 "$registry"
 printf '# alice\n \talice\tnet=100.64.0.4/30\r\nalice2 net=100.64.0.12/30' >>"$registry"
 id=$(id -u alice)
-kivctl exec alice <<<true >/dev/null # makes the control group
+kivctl exec alice <<<true >/dev/null # creates the cgroup
 capture userdel -r alice
 same "status" 0 "$status"
 same "stdout" "stopping container: alice, network:100.64.0.4/30
@@ -79,7 +81,7 @@ same "status" 1 "$status"
 [[ $err == *"kivctl: the container of 'alice' is not stopped, so the user is not removed: see above, run kivctl stop alice, and try again"* ]]
 untouched alice
 test -d /home/alice
-sed -i '/^bob /d' "$registry" # a panel's own order
+sed -i '/^bob /d' "$registry" # a panel's order of steps
 capture userdel bob
 same "status without a line" 1 "$status"
 [[ $err == *"KIV not configured for requested user"* ]]
@@ -91,7 +93,7 @@ pkill --signal KILL --uid alice
 EOF
 }
 
-@test "other systems' users, users without a container and those that another source knows are left alone" {
+@test "users below another prefix, users without a container and users of another source are left alone" {
     in_host <<'EOF'
 hook
 two
@@ -116,14 +118,14 @@ same "status without kivctl" 0 "$status"
 EOF
 }
 
-@test "a user who was removed first leaves a container, and what kiv-check says ends it" {
+@test "a user who was removed first leaves a container, and kiv-check's advice ends it" {
     in_host <<'EOF'
 two
 ids=$(id -u alice) # noted
 capture userdel -r alice
 same "userdel sees no process of a container" 0 "$status"
 pgrep --uid "$ids" >/dev/null
-useradd --uid "$ids" --create-home eve # now owns them
+useradd --uid "$ids" --create-home eve # she now owns the files
 hook
 advice() { { kiv-check --host || true; } | sed -nE "s/.* there is no user 'alice' for this container: (.*)/\1/p"; }
 same "advice" "run useradd --no-create-home alice, kivctl stop alice, userdel alice" "$(advice)"

@@ -1,18 +1,19 @@
 #!/usr/bin/env bats
-# The container's root as a whole: its mounts, what is writable, which processes and terminals are seen.
+# The container's root as a whole: its mounts, writable paths, and visible processes and terminals.
 load helpers
 
-@test "the mounts of a container are its root, home, tmp, terminals, proc, run and the configured ones" {
+@test "the mounts of a container are its root, home, /tmp, terminals, /proc, /run and the configured ones" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 mkdir -p /srv/site
 mount -t tmpfs site /srv/site
 printf '%s\n' empty "    /proc/irq" bind "    /srv/site" >"$configuration"
-# the host's file systems that must not come along
+# file systems of the host that must not appear
 mkdir -p /opt/other
 mount -t tmpfs other /opt/other
 kivctl start alice
-# point, flags, kind of file system, its own flags; what depends on the machine's is left out
+# mount point, flags, type of file system, its own flags; values that depend on the machine are left
+# out
 mounts() {
     sed -E 's/ (master|shared):[0-9]+//; s/ - / /; s/(,redirect_dir|,index|,metacopy|,xino|,uuid)=[a-z]+//g; s/,inode64//' \
         /proc/self/mountinfo | awk '$5 ~ "^/(home|tmp)" { print $4, $5; next } { print $4, $5, $6, $7, $9 }'
@@ -29,7 +30,7 @@ same "mounts" "/ / rw,relatime overlay ro,lowerdir=/mnt/kiv:/mnt/root
 EOF
 }
 
-@test "what is mounted on the host's root is not seen, what is below it is" {
+@test "mounts on the host's root are invisible, and the files below them are visible" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 mkdir /opt/site
@@ -42,7 +43,7 @@ same "the host's cgroups and devices" "" "$(enter_as_root alice ls -A /sys)"
 EOF
 }
 
-@test "nothing is writable but home, tmp and the container's own /run, for root neither" {
+@test "only home, /tmp and the container's own /run are writable, also for root" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice
@@ -58,7 +59,7 @@ refused test -e /run/probe
 EOF
 }
 
-@test "the container's /run has a place for a database's socket and a file of sessions, and room for no more than 1 MB" {
+@test "the container's /run has a directory for a database's socket, a session file, and a size of at most 1 MB" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice
@@ -71,7 +72,7 @@ same "size of what fits" $((1024 * 1024)) "$(enter_as_root alice stat -c %s /run
 EOF
 }
 
-@test "on a host without a group for sessions their file is root's" {
+@test "on a host without the group utmp the session file belongs to root" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 sed -i /^utmp:/d /etc/group
@@ -81,7 +82,7 @@ same "owner of the file" "0:0 644" "$(enter_as_root alice stat -c '%u:%g %a' /ru
 EOF
 }
 
-@test "an account sees its own processes and no other's" {
+@test "an account sees only its own processes" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 account bob 100.64.0.8/30
@@ -94,7 +95,7 @@ sleepers() { ps -C sleep -o args= | sort; }
 export -f sleepers
 for ((try = 0; try < 500; try++)); do
     [ "$(sleepers | wc -l)" != 4 ] || break
-    sleep 0.01 # itself one of them while it runs
+    sleep 0.01 # sleep is itself one of them while it runs
 done
 owners() { stat -c %U /proc/[0-9]* 2>/dev/null | sort -u; }
 export -f owners
@@ -106,7 +107,7 @@ enter_as_root alice test -e /proc/1
 EOF
 }
 
-@test "a container has terminals of its own, 64 at most" {
+@test "a container has its own terminals, at most 64" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 kivctl start alice
@@ -120,7 +121,7 @@ same "how many can be opened" "64 No space left on device" \
 EOF
 }
 
-@test "set-user-id programs of the host work in a container" {
+@test "set-user-ID programs of the host work in a container" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 install -m 4755 "$(command -v id)" /usr/local/bin/whose
@@ -129,7 +130,7 @@ same "effective user" 0 "$(enter alice /usr/local/bin/whose -u)"
 EOF
 }
 
-@test "nothing of the runtime directory or of the set-up is seen in a container" {
+@test "the runtime directory and the set-up are invisible in a container" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 account bob 100.64.0.8/30
@@ -142,7 +143,7 @@ done
 EOF
 }
 
-@test "what is mounted in a container does not come out on the host or in another container" {
+@test "mounts in a container do not propagate to the host or another container" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
 account bob 100.64.0.8/30

@@ -1,7 +1,7 @@
-# For the .bats files that abuse a host. Heavy rounds are cut short unless KIVCTL_ABUSE_FULL is set to something.
+# For the .bats files that abuse a host. Long rounds are shortened unless KIVCTL_ABUSE_FULL is set.
 load with_residents
 
-# with_abuse <<'EOF' … EOF: as with_residents, with the words of tests/e2e/abuse.bash at hand too.
+# with_abuse <<'EOF' … EOF: like with_residents, with the functions of tests/e2e/abuse.bash, too.
 with_abuse() {
     local script
     script=$(cat)

@@ -1,7 +1,7 @@
 # For the .bats files about commands in one running container, on a terminal and without.
 export PATH=$PATH:$BATS_TEST_DIRNAME # for on_terminal
 
-# with_alice <<'EOF' … EOF: as in_host, and alice's container runs.
+# with_alice <<'EOF' … EOF: like in_host, with alice's container running.
 with_alice() {
     local script
     script=$(cat)

@@ -1,8 +1,8 @@
 # For the .bats files that attack from inside a container.
 export project
 
-# on_two_accounts <<'EOF' … EOF: as in_host, with the words of tests/e2e/attacks.bash at hand, on a host where the
-# attacker's container runs.
+# on_two_accounts <<'EOF' … EOF: like in_host, with the functions of tests/e2e/attacks.bash, on a
+# host where the attacker's container runs.
 on_two_accounts() {
     local script
     script=$(cat)

@@ -1,6 +1,6 @@
 # For the .bats files about processes in containers.
 
-# with_residents <<'EOF' … EOF: as in_host, with the words of tests/e2e/residents.bash at hand too.
+# with_residents <<'EOF' … EOF: like in_host, with the functions of tests/e2e/residents.bash, too.
 with_residents() {
     local script
     script=$(cat)
