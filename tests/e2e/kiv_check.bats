@@ -69,13 +69,24 @@ finds "conf:2: warning: '/etc/shadow # passwords': a comment behind an item is p
     "conf:4: warning: 'etc/gshadow' is relative: write the path from the root on" \
     "conf:5: warning: '/etc/ssl/' has a slash at its end: leave it out" \
     "conf:6: warning: '/etc/../etc/group' has '..' in it: write the path that is meant" \
-    "conf:8: note: '/etc/none*' matches nothing on this host" \
-    "conf:9: warning: '/etc/host?' is taken literally: only '*' makes an item a pattern" \
-    "conf:11: warning: '/var/lib/*' is taken literally: bind has no patterns, name each path" \
+    "conf:7: error: '/etc/pass*' has no effect: there are no patterns, name each path" \
+    "conf:8: error: '/etc/none*' has no effect: there are no patterns, name each path" \
+    "conf:9: warning: '/etc/host?' is taken literally: there are no patterns, name each path" \
+    "conf:11: warning: '/var/lib/*' is taken literally: there are no patterns, name each path" \
     "conf:13: warning: 'tty*' is taken literally: an allowlist has no patterns, list each name" \
     "conf:14: warning: 'pts/0' keeps nothing visible: an allowlist has names of entries, not paths" \
     "conf:15: warning: 'null # nothing': a comment behind an item is part of it: put the comment on a line of its own" \
     "conf:17: warning: a line of white space is an empty item: delete the line"
+EOS
+}
+
+@test "a pattern is reported wherever it is written, and counts for no other item" {
+    in_host <<'EOS'
+conf hide "    /etc/host*" bind "    /etc/hosts" "allowlist /nothing*" "    name" empty "    /etc/ss?"
+finds "conf:2: error: '/etc/host*' has no effect: there are no patterns, name each path" \
+    "conf:4: note: '/etc/hosts' is a plain file, which is visible without this item: bound, a root program inside could write it" \
+    "conf:5: warning: '/nothing*' is taken literally: there are no patterns, name each path" \
+    "conf:8: warning: '/etc/ss?' is taken literally: there are no patterns, name each path"
 EOS
 }
 

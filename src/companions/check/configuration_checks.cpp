@@ -82,7 +82,7 @@ void Checks::place(const ConfigurationLine& line) {
         {"hide", Step::Hide}, {"empty", Step::Empty}, {"bind", Step::Bind}};
     if (line.section == "allowlist") {
         if (line.isHeader) {
-            placed.push_back({Step::Allowlist, line.number, pathsOf(line.directory).front(), {}});
+            placed.push_back({Step::Allowlist, line.number, pathOf(line.directory), {}});
         } else if (!placed.empty() && placed.back().step == Step::Allowlist) {
             placed.back().names.push_back(line.item);
         }
@@ -91,12 +91,10 @@ void Checks::place(const ConfigurationLine& line) {
     for (const auto& [section, step] : steps) {
         // the container's /proc is mounted over the layer
         if (line.section != section || line.isHeader || line.item.empty() ||
-            line.item.starts_with("/proc/")) {
+            line.item.starts_with("/proc/") || isFutilePattern(line)) {
             continue;
         }
-        for (const std::string& path : pathsOf(line.item)) {
-            placed.push_back({step, line.number, path, {}});
-        }
+        placed.push_back({step, line.number, pathOf(line.item), {}});
     }
 }
 

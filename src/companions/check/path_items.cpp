@@ -8,14 +8,9 @@
 #include "companions/check/misspelling.h"
 #include "companions/check/obeyed_paths.h"
 #include "fs/layer_paths.h"
-#include "fs/path_expansion.h"
 #include "fs/path_resolution.h"
 
 namespace {
-
-bool isPattern(const std::string& text) {
-    return text.find('*') != std::string::npos;
-}
 
 bool exists(const std::string& path) {
     struct stat status {};
@@ -47,20 +42,20 @@ bool checkForm(unsigned long line, const std::string& text, const FindingsOf& fi
     return true;
 }
 
-void checkPattern(const ConfigurationLine& item, const std::string& text,
+/// Checks the characters of patterns. False when the item names no path that exists.
+bool checkPattern(const ConfigurationLine& item, const std::string& text,
                   const FindingsOf& findings) {
-    const bool isAllowed = item.section == "hide" || item.section == "empty";
-    if (isPattern(text) && !isAllowed) {
-        findings.warn(item.number, "'" + text + "' is taken literally: " + item.section +
-                                       " has no patterns, name each path");
-    } else if (isPattern(text)) {
-        if (expandPaths("", {text}).empty()) {
-            findings.note(item.number, "'" + text + "' matches nothing on this host");
-        }
-    } else if (text.find_first_of("?[") != std::string::npos && !exists(text)) {
-        findings.warn(item.number,
-                      "'" + text + "' is taken literally: only '*' makes an item a pattern");
+    if (isFutilePattern(item)) {
+        findings.error(item.number,
+                       "'" + text + "' has no effect: there are no patterns, name each path");
+        return false;
     }
+    if (text.find_first_of("*?[") != std::string::npos && !exists(text)) {
+        findings.warn(item.number,
+                      "'" + text + "' is taken literally: there are no patterns, name each path");
+        return false;
+    }
+    return true;
 }
 
 void checkExistence(unsigned long line, const std::string& path, const KnownPaths& known,
@@ -134,14 +129,10 @@ void checkBound(const ConfigurationLine& item, const std::string& path,
 
 void checkPathItem(const ConfigurationLine& item, const std::string& text, const KnownPaths& known,
                    const FindingsOf& findings) {
-    if (!checkForm(item.number, text, findings)) {
+    if (!checkForm(item.number, text, findings) || !checkPattern(item, text, findings)) {
         return;
     }
-    checkPattern(item, text, findings);
-    if (text.find_first_of("*?[") != std::string::npos && !exists(text)) {
-        return;
-    }
-    const std::string path = pathsOf(text).front();
+    const std::string path = pathOf(text);
     if (path == "/") {
         findings.error(item.number, "the root directory cannot be an item");
         return;
@@ -172,15 +163,16 @@ void checkListedName(const ConfigurationLine& item, const KnownPaths& known,
                                        "' is taken literally: an allowlist has no patterns, list "
                                        "each name");
     } else if (exists(item.directory)) {
-        checkExistence(item.number, pathsOf(item.directory + "/" + name).front(), known, findings);
+        checkExistence(item.number, pathOf(item.directory + "/" + name), known, findings);
     }
 }
 
-std::vector<std::string> pathsOf(const std::string& item) {
-    std::vector<std::string> paths;
-    for (const std::string& path : expandPaths("", {item})) {
-        const std::string plain = withoutSlashesAtEnd(anchored(path));
-        paths.push_back(plain.empty() ? "/" : plain);
-    }
-    return paths;
+std::string pathOf(const std::string& item) {
+    const std::string path = withoutSlashesAtEnd(anchored(item));
+    return path.empty() ? "/" : path;
+}
+
+bool isFutilePattern(const ConfigurationLine& item) {
+    return (item.section == "hide" || item.section == "empty") &&
+           item.item.find('*') != std::string::npos;
 }

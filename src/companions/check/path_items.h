@@ -3,7 +3,6 @@
 
 #include <functional>
 #include <string>
-#include <vector>
 
 #include "companions/check/findings.h"
 #include "config/configuration.h"
@@ -19,6 +18,9 @@ void checkPathItem(const ConfigurationLine& item, const std::string& text, const
 void checkListedName(const ConfigurationLine& item, const KnownPaths& known,
                      const FindingsOf& findings);
 
-/// The paths that an item selects on this host: the matches of a pattern, else the one path,
-/// without ".." and without slashes at its end.
-std::vector<std::string> pathsOf(const std::string& item);
+/// The path of an item, without ".." and without slashes at its end.
+std::string pathOf(const std::string& item);
+
+/// True for an item of hide or empty with "*". A start looks for its matches below the wrong
+/// directory, so it hides and empties nothing, kiv.conf(5).
+bool isFutilePattern(const ConfigurationLine& item);

@@ -12,7 +12,7 @@ enum class Step { Allowlist, Hide, Empty, Bind };
 struct PlacedItem {
     Step step;
     unsigned long line;
-    std::string path;                ///< as returned by pathsOf
+    std::string path;                ///< as returned by pathOf
     std::vector<std::string> names;  ///< of an allowlist
 };
 
