@@ -16,18 +16,18 @@ ACCOUNT = "alice"
 RUNTIME = pathlib.Path("/run/kiv")
 WORK = pathlib.Path("/tmp/faults")
 KINDS = ("net", "ipc", "mnt")
-LONGEST_RUN = 20  # seconds; what takes longer hangs
+LONGEST_RUN = 20  # seconds; a longer run counts as hanging
 STATUSES = (0, 64, 71, 255)
-# of kiv-run; SIGHUP, also of the command, is for a terminal that is lost
+# of kiv-run; SIGHUP, also of the command, when the terminal is lost
 ENTRY_STATUSES = (0, 125, 126, 127, 128 + signal.SIGHUP, -signal.SIGHUP)
-# The programs that only read, and their statuses.
+# The read-only programs and their exit statuses.
 READERS = {"list": ("kiv-list", "--json"), "check": ("kiv-check", "--host", "--json")}
-# keys may be added
+# further keys may be added
 LISTED_KEYS = {"account", "uid", "state", "network", "host_address", "address", "interface", "processes",
                "processes_limit", "memory", "memory_limit", "since", "outdated"}
 READER_STATUSES = {"list": (0, 1, 3, 4, 64, 71), "check": (0, 1, 2)}
 
-# Everything that the layer and the root know how to do, so that every call of theirs is made.
+# Uses every feature of the layer and the root, so that each of their calls is made.
 CONFIGURATION = """hide
     /etc/shadow
     /etc/nothing-*
@@ -46,9 +46,9 @@ seccomp
     deny getcpu
 """
 
-# First on PATH: writes down the descriptors that it got, lets a tracer loose on the set-up child when asked
-# to, and becomes the real tool. The look is the shell's own work and costs no process. A tool whose call fits the
-# pattern in "hang" takes that file away, so that it is the only one, and hangs.
+# First on PATH: records its descriptors, on request attaches a tracer to the set-up child, and
+# executes the real tool. The shell itself checks the descriptors, without another process. A tool
+# whose call matches the pattern in "hang" removes that file, so that it is the only one, and hangs.
 RECORDER = """#!/bin/sh
 echo "{tool} $*:" /proc/$$/fd/* >>/tmp/faults/descriptors
 case "$*" in
@@ -103,12 +103,12 @@ def run(command, given=""):
             return Outcome(process.returncode, out, err, hung=True)
 
 
-# What the account's shell is asked: who it is, what its root is, whether it has a network, and what else it was given.
+# The account's shell prints its user, its root, whether it has a network, and what it inherited.
 LOOK = ("id; stat -f -c 'root %T' /; while read -r line; do echo \"route $line\"; done </proc/net/route\n"
         "echo descriptors /proc/$$/fd/*\n")
 
 
-# The ways of kiv-run; the command looks around.
+# The modes of kiv-run; the command checks its surroundings.
 ENTRIES = {"run": ("-T",), "run -t": ("-t",), "run --start": ("-T", "--start")}
 
 
@@ -150,7 +150,7 @@ def left_entries(account=ACCOUNT):
                 if name == "kiv-run" or entry.stat().st_uid == user:
                     found.append(f"left: {entry.name} {name}")
             except OSError:
-                continue  # ended meanwhile
+                continue  # it has ended
         if not found or time.monotonic() > deadline:
             return found
         time.sleep(0.02)
@@ -253,7 +253,7 @@ def host_mounts():
     return [mount for mount in mounts() if not mount[1].startswith(str(RUNTIME))]
 
 
-waits = []  # how long each pair was still there after a stop, in seconds
+waits = []  # seconds that each pair still existed after a stop
 
 
 def wait_until_gone(account=ACCOUNT):

@@ -3,7 +3,8 @@
 import itertools
 import re
 
-# The likeliest errors of each call; what is not listed cannot fail on a host, or is the C library's own.
+# The likeliest errors of each call. Calls that are not listed cannot fail on a host or belong to
+# the C library.
 ERRORS = {
     "access": ("ENOENT", "EACCES"),
     "capget": ("EPERM", "EINVAL"),
@@ -76,7 +77,7 @@ ERRORS = {
     "write": ("EIO", "ENOSPC"),
 }
 
-# The first thing that the program itself does; before it the loader is at work, which has its own exit status.
+# The first call of the program itself; before it the loader runs, which has its own exit status.
 FIRST_OWN_CALL = 'openat(AT_FDCWD, "/dev/null", O_RDWR)'
 
 
@@ -96,7 +97,7 @@ class Site:
 
 def sites(trace, whole=False, names=ERRORS):
     """The sites of a process with these names, in order; of the whole trace or from the first own call."""
-    # strace counts from behind the execve that starts the program
+    # strace counts the calls after the execve that starts the program
     counts, found, own = {} if whole else {"execve": -1}, [], whole
     for line in trace.splitlines():
         called = re.match(r"(\w+)\(", line)

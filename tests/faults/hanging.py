@@ -10,10 +10,10 @@ import account_host
 from account_host import ACCOUNT, WORK, kivctl
 
 OTHER = "bob"
-PATIENCE = 5  # seconds that each command of the other account may take on a busy machine
+PATIENCE = 5  # seconds; limit for each command of the other account on a busy machine
 
-# The command ("first" is a start on a host that was never prepared), and the call that hangs: a pattern for a host
-# tool and its arguments, or what the server of the account's home does.
+# The command ("first" is a start on an unprepared host), and the call that hangs: a pattern for a
+# host tool and its arguments, or an action of the server of the account's home.
 QUEUED, TAKEN = "home, request not read", "home, request read and not answered"
 PLACES = (
     ("first", "ip -4 route show*"),
@@ -92,7 +92,7 @@ class HangingHome:
 
     def end(self):
         ctypes.CDLL(None).umount2(self.path.encode(), 2)  # MNT_DETACH
-        os.close(self.device)  # ends the connection: what waits for an answer gets an error
+        os.close(self.device)  # ends the connection: waiting calls fail
 
 
 def hang(place):

@@ -1,10 +1,10 @@
 #!/usr/bin/env bats
-# The Ansible role on a simulated host, which the packages are installed on.
+# The Ansible role on a simulated host with the packages.
 load ../e2e/helpers
 export KIVCTL=/usr/sbin/kivctl
 export project
 
-# The packages are given by tests/fleet/run. They are copied to where the host sees them.
+# tests/fleet/run names the packages. They are copied to a directory that the host sees.
 setup_file() {
     export KIV_PACKAGES=$project/build/fleet-packages
     mkdir -p "$KIV_PACKAGES"
@@ -14,7 +14,7 @@ setup_file() {
     export KIV_PACKAGE_FILES
 }
 
-# As installed hosts are before the role comes: no kivctl, and the accounts' users with their homes.
+# A host before the role is applied: no kivctl, and the accounts' users with their homes.
 fresh_host() {
     rm -r /etc/tarnwell
     dpkg-query -W kivctl >/dev/null 2>&1 && dpkg --purge kivctl libkiv1 >/dev/null
@@ -26,8 +26,8 @@ fresh_host() {
     done
 }
 
-# apply ACCOUNTS [SETTING…]: runs the playbook with the accounts of an inventory, a YAML list, and leaves `recap`, the
-# figures that are not 0, beside what capture does.
+# apply ACCOUNTS [SETTING…]: captures a run of the playbook with the inventory's accounts, a YAML
+# list, and sets `recap` to the figures that are not 0.
 apply() {
     cat >/tmp/inventory.yml <<END
 webhosts:
@@ -51,7 +51,7 @@ END
 
 lines() { grep -v '^#' /etc/tarnwell/kiv.users; }
 
-# namespaces NAME: which they are; a container that was started anew has others.
+# namespaces NAME: prints their identities; a container that was started again has others.
 namespaces() { stat -c %i /run/kiv/"$1"@{net,ipc}; }
 export -f fresh_host apply lines namespaces
 

@@ -1,4 +1,4 @@
-// The library's names of capabilities, one a line.
+// The library's names of capabilities, one per line.
 #include <sys/capability.h>
 
 #include <cctype>
@@ -26,7 +26,7 @@ std::string lowerCase(std::string text) {
     return text;
 }
 
-/// Goes through all that there are: nothing is read into a name that does not stand there.
+/// Searches all names, so that only an exact name is accepted.
 std::optional<Capability> parseSimply(const std::string& name) {
     const std::string wanted = lowerCase(name);
     for (Capability capability = 0; capability <= CAP_LAST_CAP; ++capability) {

@@ -1,4 +1,4 @@
-// The container configuration file, down to the filters' expressions.
+// The container configuration file, including the filters' expressions.
 #include <algorithm>
 #include <cstddef>
 #include <stdexcept>
@@ -43,8 +43,8 @@ void requireSound(const Configuration& result) {
     demand(result.ipCommand == "ip", "a host tool that no file changes");
 }
 
-/// regcomp(3) copies what a "+" or an interval repeats: each of them may double its memory. Whoever
-/// writes such an expression into root's file has the whole machine already.
+/// regcomp(3) copies the text that a "+" or an interval repeats: each may double its memory. Anyone
+/// who can write such an expression to root's file already controls the machine.
 bool mayFillMemory(std::string_view text) {
     constexpr std::ptrdiff_t kMost = 12;
     return std::count_if(text.begin(), text.end(), [](char c) { return c == '+' || c == '{'; }) >

@@ -1,4 +1,4 @@
-// What a fuzz target makes of the bytes that libFuzzer hands it.
+// Functions that fuzz targets use on libFuzzer's input.
 #pragma once
 
 #include <sys/mman.h>
@@ -16,7 +16,7 @@
 extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv);
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 
-/// Ends the run with a finding: assert(3) that no build type turns off.
+/// Ends the run with a finding, like assert(3), but in every build type.
 inline void demand(bool holds, const char* what) {
     if (!holds) {
         std::fputs(what, stderr);
@@ -25,7 +25,8 @@ inline void demand(bool holds, const char* what) {
     }
 }
 
-/// Messages about bad input are expected by the thousand; libFuzzer's own go another way.
+/// Drops standard error: bad input causes thousands of messages. libFuzzer writes its own to
+/// another descriptor.
 inline void silenceMessages() {
     std::cout.rdbuf(nullptr);
     std::cerr.rdbuf(nullptr);
@@ -39,7 +40,7 @@ public:
     bool empty() const { return rest.empty(); }
     std::string all() const { return std::string(rest); }
 
-    /// What stands before the next separator, which is taken too.
+    /// Removes and returns the text before the next separator; also removes the separator.
     std::string take(char separator) {
         const std::string piece(rest.substr(0, rest.find(separator)));
         rest.remove_prefix(std::min(piece.size() + 1, rest.size()));
@@ -50,7 +51,7 @@ private:
     std::string_view rest;
 };
 
-/// A file that is never on a disk.
+/// A file in memory.
 class InputFile {
 public:
     explicit InputFile(const std::string& content)

@@ -1,4 +1,4 @@
-// Networks as text, against the C library's parser of addresses.
+// Networks as text, compared with the C library's parser of addresses.
 #include <arpa/inet.h>
 
 #include <optional>

@@ -1,4 +1,4 @@
-// ENV_PATH of login.defs(5), against a walk through the lines that knows nothing of LineReader.
+// ENV_PATH of login.defs(5), compared with a second parser that does not use LineReader.
 #include <optional>
 
 #include "companions/run/run_environment.h"
@@ -16,7 +16,7 @@ std::string_view trimmed(std::string_view text, std::string_view characters) {
     return text.substr(begin, text.find_last_not_of(characters) + 1 - begin);
 }
 
-/// The text behind ENV_PATH when that is the first word.
+/// The text after ENV_PATH when that is the first word.
 std::optional<std::string> valueIn(std::string_view line) {
     constexpr std::string_view kItem = "ENV_PATH";
     constexpr std::string_view kPrefix = "PATH=";

@@ -1,5 +1,5 @@
 // The kernel's mount table. Accounts choose names of mount points (FUSE, user namespaces), so its
-// bytes are not the kernel's alone. The first line is the prefix, the second an account.
+// bytes do not come only from the kernel. The first line is the prefix, the second an account.
 #include <stdexcept>
 
 #include "fs/mount_table.h"

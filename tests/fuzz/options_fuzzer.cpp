@@ -1,4 +1,4 @@
-// The argument vector: the input's pieces between NUL bytes, the first of them argv[0].
+// The argument vector: the input's pieces between NUL bytes; the first one is argv[0].
 #include <vector>
 
 #include "cli/options.h"

@@ -1,6 +1,6 @@
-// What the PAM module is told and finds in a registry: the pieces before the first empty one are
-// its options, and what comes behind that is the registry. Whose container "daemon", user ID 1,
-// enters is a line's first word.
+// The PAM module's options and a registry: the pieces before the first empty one are the options,
+// the rest is the registry. The account whose container "daemon", user ID 1, enters must be the
+// first word of a line.
 #include <list>
 #include <optional>
 #include <stdexcept>

@@ -1,4 +1,4 @@
-// Patterns of paths, one a line, in a directory of the target's own.
+// Patterns of paths, one per line, in the target's own directory.
 #include <sys/stat.h>
 
 #include <filesystem>
@@ -43,7 +43,7 @@ private:
 };
 
 /// Patterns that leave the scratch directory, or go up and down in it: each "*/.." multiplies the
-/// paths that there are, which is what the pattern asks for.
+/// number of paths, as requested.
 bool leadsElsewhere(const std::string& pattern) {
     const auto first = pattern.find("..");
     return first != std::string::npos && pattern.find("..", first + 1) != std::string::npos;

@@ -1,4 +1,5 @@
-// The registry of accounts. What one account's name selects is what the whole list has of it.
+// The registry of accounts. An account's name must select the same entries that the whole list has
+// for it.
 #include <algorithm>
 #include <list>
 

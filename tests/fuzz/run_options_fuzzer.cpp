@@ -1,4 +1,4 @@
-// The argument vector of kiv-run: the input's pieces between NUL bytes, the first of them argv[0].
+// The argument vector of kiv-run: the input's pieces between NUL bytes; the first one is argv[0].
 #include <algorithm>
 #include <stdexcept>
 #include <vector>
@@ -15,7 +15,7 @@ bool isPrintable(std::string_view text) {
                         [](unsigned char byte) { return byte < 0x20 || byte == 0x7f; });
 }
 
-/// USER is one of the arguments and the command all behind it, without one "--".
+/// USER is one of the arguments, and the command is everything after it, without one "--".
 void requireTail(const RunRequest& request, const Vector& vector) {
     const auto user = std::find(vector.begin() + 1, vector.end(), request.user);
     demand(user != vector.end(), "a user that was named");

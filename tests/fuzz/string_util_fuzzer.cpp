@@ -1,5 +1,5 @@
-// split, trim and replaceAll, and the reader of words, against references that go character by
-// character. The first line is what to look for, the second what to put there, the rest the text.
+// split, trim, replaceAll and WordReader, compared with references that work character by
+// character. The first line is the text to find, the second its replacement, the rest the text.
 #include <vector>
 
 #include "input.h"

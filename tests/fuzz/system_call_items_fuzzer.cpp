@@ -1,4 +1,4 @@
-// The library's "seccomp" items, one a line, on top of the default rules.
+// The library's "seccomp" items, one per line, in addition to the default rules.
 #include <stdexcept>
 #include <string>
 

@@ -1,5 +1,5 @@
-// Files of one endless line and of a million lines: a broken disk's, or somebody's who may write
-// one of them.
+// Files of one very long line and of a million lines, as a broken disk or a user who may write one
+// could produce them.
 #include <list>
 
 #include "config/account_registry.h"
@@ -31,7 +31,7 @@ void readMounts(const std::string& path) {
     table.contains("/nowhere");
 }
 
-/// `begin` and as many units as make the line long.
+/// `begin`, followed by units up to the length of the line.
 void expectModestLine(Reader read, const std::string& begin, const std::string& unit) {
     const LargeFile file(begin + repeated(unit, kLineLength));
     expectModest(kLineLength, 1, [&] { read(file.path()); });

@@ -1,4 +1,4 @@
-// The time and memory of one action, in a process of its own.
+// Measures the time and memory of one action in a separate process.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -18,7 +18,8 @@
 constexpr std::size_t kMebibyte = 1 << 20;
 constexpr std::size_t kLineLength = 64 * kMebibyte;
 constexpr std::size_t kManyLines = 1'000'000;
-/// The slowest takes three here; what is worse than linear takes minutes.
+/// The slowest action takes about three seconds of them; one that is worse than linear takes
+/// minutes.
 constexpr double kMostSeconds = 15;
 
 inline std::string repeated(const std::string& unit, std::size_t length) {
@@ -30,7 +31,7 @@ inline std::string repeated(const std::string& unit, std::size_t length) {
     return text;
 }
 
-/// A file in memory, which counts for nobody.
+/// A file in memory, which does not count as the process's memory.
 class LargeFile {
 public:
     explicit LargeFile(const std::string& content)
@@ -55,13 +56,13 @@ inline std::size_t peakMemory() {
 }
 
 /// Fails when the action takes more than kMostSeconds of processor time, more memory than six times
-/// `bytes` and 200 a line, or ends its process. A std::runtime_error is an answer like another.
+/// `bytes` and 200 a line, or ends its process. A std::runtime_error is an accepted result.
 inline void expectModest(std::size_t bytes, std::size_t lines,
                          const std::function<void()>& action) {
     const std::size_t mostMemory = 6 * bytes + 200 * lines + 8 * kMebibyte;
     const auto result = inChild([&] {
         const rlimit limit{4096 * kMebibyte,
-                           4096 * kMebibyte};  // the machine is not the test's alone
+                           4096 * kMebibyte};  // other programs run beside the test
         ::setrlimit(RLIMIT_AS, &limit);
         const std::size_t before = peakMemory();
         const std::clock_t begin = std::clock();

@@ -14,8 +14,8 @@ TOKEN = re.compile(
     re.DOTALL)
 
 GAP = "\0"
-ENDS = {";", "{", "}", ",", "?", ":", "<<"}  # what stands behind them belongs to another text
-JOINING = {"systemError", "reportSystemError"}  # make one text of their arguments
+ENDS = {";", "{", "}", ",", "?", ":", "<<"}  # literals after these belong to another text
+JOINING = {"systemError", "reportSystemError"}  # join their arguments to one text
 ESCAPES = {"n": "\n", "t": "\t", "f": "\f", "r": "\r", "v": "\v", "0": GAP, "e": "\x1b"}
 
 

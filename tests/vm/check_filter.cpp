@@ -1,7 +1,7 @@
 // check_filter PID: reads the process's system-call filter back from the kernel, ptrace(2), and
-// compares its answers with what the default rules mean, call by call, for every table of system
-// calls that the machine has. Needs root and a kernel with CONFIG_CHECKPOINT_RESTORE. Exits with 1
-// and the calls that differ.
+// compares its answers with the default rules, call by call, for every table of system calls that
+// the machine has. Needs root and a kernel with CONFIG_CHECKPOINT_RESTORE. Exits with 1 and the
+// calls that differ.
 #include <asm/ioctls.h>
 #include <sched.h>
 #include <seccomp.h>
@@ -32,17 +32,17 @@ constexpr std::uint32_t kX32Bit = 0x40000000;
 constexpr std::uint32_t kDenied = SECCOMP_RET_ERRNO | EPERM;
 constexpr std::uint32_t kMissing = SECCOMP_RET_ERRNO | ENOSYS;
 constexpr std::uint32_t kCalls = 1000;           // no table has as many
-constexpr std::uint32_t kCallsOfArm = 0x0f0000;  // where the numbers of calls of its own begin
+constexpr std::uint32_t kCallsOfArm = 0x0f0000;  // where the numbers of ARM's own calls begin
 
 [[noreturn]] void fail(const std::string& what) {
     std::fprintf(stderr, "check_filter: %s: %s\n", what.c_str(), std::strerror(errno));
     std::exit(2);
 }
 
-/// The filter of that index, the last one that was installed first; empty where there is none.
+/// The filter with that index, counted from the latest one; empty when there is none.
 Program filterOf(pid_t pid, unsigned long index) {
     const long length = ::ptrace(PTRACE_SECCOMP_GET_FILTER, pid, index, nullptr);
-    // EINVAL of a process without any
+    // EINVAL: the process has no filter
     if (length < 0 && errno != ENOENT && errno != EINVAL) {
         fail("PTRACE_SECCOMP_GET_FILTER");
     }
@@ -53,7 +53,7 @@ Program filterOf(pid_t pid, unsigned long index) {
     return program;
 }
 
-/// The process's one filter.
+/// The process's only filter.
 Program onlyFilterOf(pid_t pid) {
     if (::ptrace(PTRACE_SEIZE, pid, nullptr, nullptr) != 0 ||
         ::ptrace(PTRACE_INTERRUPT, pid, nullptr, nullptr) != 0 ||
@@ -75,7 +75,7 @@ std::uint32_t deniedIf(bool condition) {
     return condition ? kDenied : SECCOMP_RET_ALLOW;
 }
 
-/// What the answer means for a call with these arguments, of which the kernel looks at 32 bits.
+/// The expected answer for a call with these arguments, of which the kernel uses 32 bits.
 std::uint32_t meaningOf(Answer answer, const seccomp_data& call) {
     const auto first = static_cast<std::uint32_t>(call.args[0]);
     const auto second = static_cast<std::uint32_t>(call.args[1]);
@@ -99,7 +99,7 @@ std::uint32_t meaningOf(Answer answer, const seccomp_data& call) {
     return 0;
 }
 
-/// A table of calls, as the kernel shows it to filters.
+/// A table of calls, as the kernel presents it to filters.
 struct Table {
     const char* name;
     std::uint32_t number;  ///< libseccomp's
@@ -131,7 +131,7 @@ std::string nameOf(const Table& table, std::uint32_t number) {
     return known ? known.get() : "";
 }
 
-/// Arguments that some rule looks at, and their neighbours; the upper halves are nothing to it.
+/// Arguments that some rule checks, and their neighbours; the upper halves must not matter.
 std::vector<seccomp_data> withArguments(seccomp_data call) {
     std::vector<seccomp_data> calls;
     for (const std::uint64_t upper : {0ULL, 0xfeed'0000'0000'0000ULL, 0x1'0000'0000ULL}) {
@@ -154,7 +154,7 @@ std::vector<seccomp_data> withArguments(seccomp_data call) {
     return calls;
 }
 
-/// What came out for one table.
+/// The result for one table.
 struct Result {
     std::set<std::uint32_t> answered;  ///< numbers that are not allowed with all arguments
     int calls = 0;
@@ -195,7 +195,8 @@ Result compareTable(const Program& program, const Table& table, const SystemCall
     return result;
 }
 
-/// Programs of machines that this one does not run, and those that lie about theirs, end.
+/// Calls with an architecture that this machine does not run, or with a false one, must end the
+/// process.
 bool endsOthers(const Program& program) {
     for (const std::uint32_t other : {0U, 0x12345678U, 1U * SCMP_ARCH_S390X, 1U * SCMP_ARCH_MIPS}) {
         for (std::uint32_t number = 0; number < kCalls; ++number) {

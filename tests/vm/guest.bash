@@ -1,5 +1,5 @@
-# For the tests that an emulated machine runs after each of its boots: words, and the count of boots in `boot`. Checks
-# that fail are counted, the rest is tried all the same.
+# For the tests that an emulated machine runs after each boot: functions, and the number of the boot
+# in `boot`. Failed checks are counted, and the others still run.
 # shellcheck disable=SC1091
 state=/var/lib/kivctl-guest
 mkdir -p "$state"
@@ -17,7 +17,7 @@ holds() {
     fi
 }
 
-# shows COMMAND…: typed and run.
+# shows COMMAND…: prints the command and runs it.
 shows() {
     echo "# $*"
     "$@" 2>&1 | cat # not to a terminal
@@ -45,7 +45,7 @@ eventually() {
     done
 }
 
-# tell_result: of all boots, as the driver looks for it.
+# tell_result: prints the result of all boots, which the driver searches for.
 tell_result() {
     if [ -e "$state/failed" ]; then
         echo "failed: $(wc -l <"$state/failed")"

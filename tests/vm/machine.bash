@@ -1,5 +1,6 @@
-# For the drivers that start Debian in an emulated machine with the packages of kivctl: its disk and its run. `work` is
-# a temporary directory, `root` that of the disk's files while it is made, `architecture` amd64 or arm64.
+# For the drivers that start Debian in an emulated machine with kivctl's packages: creates its disk
+# and runs it. `work` is a temporary directory, `root` the directory of the disk's files while it is
+# built, `architecture` amd64 or arm64.
 architecture=amd64
 
 step() { printf '== %s\n' "$*"; }
@@ -14,10 +15,11 @@ in_root() {
     "${enter[$architecture]}" "$root" "$@"
 }
 
-# quietly WHAT COMMAND…: the command's words are shown when it fails.
+# quietly WHAT COMMAND…: prints the command's output only when it fails.
 quietly() { "${@:2}" >"$work/log" 2>&1 || die "$1: $(tail -n 3 "$work/log")"; }
 
-# begin_machines DRIVER: for the driver of that name; builds the packages. Those for arm64 are built for each suite.
+# begin_machines DRIVER: prepares for the driver of that name; builds the packages. Those for arm64
+# are built per suite.
 begin_machines() {
     driver=$1
     PATH=$PATH:/usr/sbin:/sbin
@@ -33,7 +35,7 @@ begin_machines() {
     tests/package/build "$work/debs"
 }
 
-# cross_build SUITE: the packages and the tests for arm64.
+# cross_build SUITE: builds the packages and the tests for arm64.
 cross_build() {
     rm -rf "$work/debs"
     mkdir "$work/debs"
@@ -46,8 +48,8 @@ cross_build() {
     rm -rf "$work/cross"
 }
 
-# make_root SUITE PACKAGE…: what an administrator's server installation has of it, with these packages beside it. No
-# Debian on the machine is touched; what is installed starts with the machine.
+# make_root SUITE PACKAGE…: creates a root like a server installation, with these packages. It
+# changes nothing on this machine; installed services start with the emulated one.
 make_root() {
     local suite=$1 archive=${KIV_VM_CACHE:+$KIV_VM_CACHE/$driver-$1-$architecture.tar}
     local packages=(dbus dbus-user-session initramfs-tools iproute2 iptables kmod libpam-systemd
@@ -75,8 +77,8 @@ make_root() {
     fi
 }
 
-# configure_machine NAME PACKAGE…: its network, and packages of kivctl's, installed like on any host. The network card
-# has 10.0.2.15, the gateway 10.0.2.2 leads nowhere.
+# configure_machine NAME PACKAGE…: sets up its network and installs kivctl's packages like on any
+# host. The network card has 10.0.2.15; the gateway 10.0.2.2 forwards nothing.
 configure_machine() {
     echo '/dev/vda / ext4 defaults 0 1' >"$root/etc/fstab"
     echo "$1" >"$root/etc/hostname"
@@ -100,7 +102,7 @@ EOF
     quietly "cannot configure the network" in_root systemctl enable systemd-networkd
 }
 
-# add_accounts NAME…: users with a home and a directory tmp.
+# add_accounts NAME…: adds users with a home and a tmp directory.
 add_accounts() {
     # shellcheck disable=SC2016 # for the shell inside
     quietly "cannot make the accounts" in_root bash -euc '
@@ -110,7 +112,8 @@ add_accounts() {
         done' add_accounts "$@"
 }
 
-# add_guest DIRECTORY: the test of that directory, which the machine runs after each boot, and its words.
+# add_guest DIRECTORY: installs that directory's test, which the machine runs after each boot, and
+# its functions.
 add_guest() {
     install -m 0755 "$1/guest" "$root/usr/local/sbin/kivctl-guest"
     install -m 0644 -D tests/vm/guest.bash "$root/usr/local/lib/kivctl-guest/guest.bash"
@@ -119,7 +122,7 @@ add_guest() {
     quietly "cannot enable the test" in_root systemctl enable kivctl-guest
 }
 
-# make_disk SIZE: of the root, which is gone afterwards.
+# make_disk SIZE: makes a disk of the root, which it removes.
 make_disk() {
     cp "$root"/boot/vmlinuz-* "$work/kernel"
     cp "$root"/boot/initrd.img-* "$work/initrd"
@@ -131,8 +134,9 @@ make_disk() {
 # The serial port of the test: on amd64 the second one, on arm64 that of a card.
 declare -A report_port=([amd64]=ttyS1 [arm64]=ttyS0)
 
-# emulate_machine: in the background. A processor without pointer authentication, whose emulation takes more time than
-# all else, and with programs of 32 bits. Nothing on it is to be given up early: it is slow.
+# emulate_machine: runs it in the background. Its processor has no pointer authentication, whose
+# emulation takes most of the time, and runs 32-bit programs. Its timeouts are long, because it is
+# slow.
 emulate_machine() {
     local common=(-m 1536 -nographic -monitor none -kernel "$work/kernel" -initrd "$work/initrd"
         -drive "file=$work/disk,format=raw,if=virtio,cache=unsafe" -nic "user,model=virtio-net-pci,restrict=on"
@@ -152,8 +156,9 @@ emulate_machine() {
     esac
 }
 
-# run_machine: until it powers itself off. Its second serial port is the test's, which ends with "passed". On a busy
-# machine the emulated timer can be late, for which the kernel would give up.
+# run_machine: runs it until it powers itself off. The test writes to the second serial port and
+# ends with "passed". On a busy machine the emulated timer can be late, which would make the kernel
+# give up.
 run_machine() {
     rm -f "$work/report"
     emulate_machine

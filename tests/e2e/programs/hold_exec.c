@@ -1,4 +1,5 @@
-// Preloaded into kivctl or kiv-run: stops it at one point of entering, HOLD_AT, until continued.
+// Preloaded into kivctl or kiv-run: stops the process at one point of entering, HOLD_AT, until it
+// is continued.
 //   inside     in the container's namespaces, still root with all capabilities
 //   account    with the account's user and group, before it executes the shell or command
 //   traceable  the same, after it has been opened to tracing: what the other is to be told from
@@ -19,7 +20,7 @@ __attribute__((constructor)) static void readPoint(void) {
     }
 }
 
-// returns what goes by this name in the library that is held up
+// the original function of that name
 static void* next(const char* name) {
     return dlsym(RTLD_NEXT, name);
 }
@@ -32,7 +33,7 @@ int kiv_capabilities(void* handle) {
     return real(handle);
 }
 
-// Once: a command is looked for in several directories.
+// Only once: a command is searched in several directories.
 static void stopBeforeExecuting(void) {
     const bool isTraceable = strcmp(point, "traceable") == 0;
     if (isTraceable) {
@@ -44,14 +45,14 @@ static void stopBeforeExecuting(void) {
     }
 }
 
-// exec's way
+// used by exec
 int execv(const char* path, char* const arguments[]) {
     int (*real)(const char*, char* const*) = next("execv");
     stopBeforeExecuting();
     return real(path, arguments);
 }
 
-// kiv-run's way
+// used by kiv-run
 int execve(const char* path, char* const arguments[], char* const environment[]) {
     int (*real)(const char*, char* const*, char* const*) = next("execve");
     stopBeforeExecuting();

@@ -1,4 +1,4 @@
-// A program that opens a PAM session for a user, as login programs do, and becomes the user in it.
+// A program that opens a PAM session for a user, like login programs, and becomes the user in it.
 //   open_session [-a] [-i] [-p] [-r] [-s] SERVICE USER [COMMAND [ARGUMENT…]]
 //     -a  asks for the account first
 //     -i  goes on although the session was not opened, as OpenSSH does
@@ -32,7 +32,7 @@ struct state {
     sigset_t blocked;
     bool open[DESCRIPTORS];
     char** environment;
-    char* name;  // of the entry that the program has looked up
+    char* name;  // of the entry that the program looked up
     uid_t uid;
 };
 
@@ -124,7 +124,7 @@ int main(int argc, char** argv) {
     static struct passwd entry;
     const struct passwd* found = getpwnam(user);
     if (found != NULL) {
-        entry = *found;  // with the texts of the C library's own entry
+        entry = *found;  // points to the texts of the C library's own entry
     }
     struct state before;
     struct state after;

@@ -1,4 +1,4 @@
-// Makes system calls as given and says what each was answered with.
+// Makes the given system calls and prints the answer to each.
 //
 //   system_call ABI NAME ARGUMENT…     one call; prints the answer
 //   system_call ABI <LIST              one call a line; prints each line with the answer behind it
@@ -54,8 +54,8 @@ static int numberOf(enum abi abi, const char* name) {
             return (int)kNewSystemCalls[i].number | begin;
         }
     }
-    // by name libseccomp gives a substitute for a call that shares a number with others, even
-    // where the call has a number of its own as well
+    // by name libseccomp returns a substitute for a call that shares a number with others, even if
+    // the call also has its own number
     for (int number = begin; number < begin + kMostCalls; ++number) {
         char* known = seccomp_syscall_resolve_num_arch(architecture, number);
         const int same = known != NULL && strcmp(known, name) == 0;
@@ -67,7 +67,7 @@ static int numberOf(enum abi abi, const char* name) {
     return seccomp_syscall_resolve_name_arch(architecture, name);
 }
 
-// Memory that 32-bit arguments reach.
+// Memory that 32-bit arguments can address.
 static char* lowMemory(void) {
     int flags = MAP_PRIVATE | MAP_ANONYMOUS;
 #ifdef MAP_32BIT
@@ -87,7 +87,7 @@ static long enter(enum abi abi, const struct call* call) {
     if (abi == kI386) {
         long result;
         register uint64_t fifth __asm__("rdi") = a[4];
-        // the sixth, in ebp, is nothing that a test needs
+        // no test needs the sixth argument, in ebp
         __asm__ volatile("int $0x80"
                          : "=a"(result)
                          : "a"((long)call->number), "b"(a[0]), "c"(a[1]), "d"(a[2]), "S"(a[3]),
@@ -103,7 +103,7 @@ static long enter(enum abi abi, const struct call* call) {
     return syscall(call->number, a[0], a[1], a[2], a[3], a[4], a[5]);
 }
 
-// In a process of its own, which the filter may end.
+// In a separate process, which the filter may end.
 static void answer(enum abi abi, const struct call* call) {
     if (call->number < 0) {
         puts("absent");

@@ -1,4 +1,4 @@
-// Tries to get at another process as its debugger would, and prints each way with its answer.
+// Tries to access another process like a debugger, and prints each method with its answer.
 //
 //   watch_process PID
 #include <errno.h>
@@ -37,7 +37,7 @@ static void tryTracing(pid_t pid) {
 static void tryMemory(pid_t pid) {
     char here = 0;
     const struct iovec local = {&here, sizeof(here)};
-    // nothing is mapped there, which a process that may look is told
+    // nothing is mapped there; a process that may access the memory gets that error
     const struct iovec remote = {(void*)(uintptr_t)1, sizeof(here)};
     tell("process_vm_readv", process_vm_readv(pid, &local, 1, &remote, 1, 0) == -1);
     tell("process_vm_writev", process_vm_writev(pid, &local, 1, &remote, 1, 0) == -1);

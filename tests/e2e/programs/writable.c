@@ -38,10 +38,11 @@ static int visit(const char* path, const struct stat* status, int kind, struct F
     if (kind == FTW_SL) {
         return 0;
     }
-    // below the working directory, the parent: long paths would take most of the time
+    // relative to the parent directory, the working directory: long paths would take most of the
+    // time
     const char* name = path + place->base;
     const int error = isDirectory ? tryDirectory(name) : tryFile(name);
-    // ENOENT: a process has ended meanwhile, or proc has no place for entries
+    // ENOENT: a process has ended, or proc allows no new entries
     if (error == 0) {
         printf("%s%s\n", path, isDirectory && path[1] != '\0' ? "/" : "");
     } else if (error != EACCES && error != EROFS && error != ENOENT) {

@@ -1,6 +1,6 @@
-// Stands in for the container library in tests: joins nothing, tells how it was called, and answers
-// as it is told. /tmp/library-calls gets a line for each call, its name and its arguments. What a
-// call does is read from lines of /tmp/library-answers:
+// Replaces the container library in tests: joins nothing, records its calls, and returns given
+// results. /tmp/library-calls gets a line per call with its name and arguments. Lines of
+// /tmp/library-answers say what a call does:
 //   CALL logs TEXT       hands the text to the log callback; as often and in the order as it stands
 //   CALL returns NUMBER  instead of 0
 #include <kiv.h>
