@@ -2,7 +2,7 @@
 # The registry of accounts, for the helpers of the units beside it, which source this file.
 registry=/etc/tarnwell/kiv.users
 
-# accounts: each name of the registry once, in its order.
+# accounts: prints each name of the registry once, in its order.
 accounts() {
     LC_ALL=C awk '{
         gsub(/^[ \t\f\r\v]+|[ \t\f\r\v]+$/, "")
