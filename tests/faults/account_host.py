@@ -1,7 +1,7 @@
-"""Words for a simulated host on which one account's container is started, entered and stopped again and again.
+"""Functions for a simulated host on which one account's container is started, entered and stopped repeatedly.
 
 Everything here runs on that host (tests/host/simulated-host) and checks from outside: the mount table, the
-packet rules, the runtime directory, the interfaces. What is amiss is returned as a list of texts.
+packet rules, the runtime directory, the interfaces. Problems are returned as a list of texts.
 """
 
 import json
@@ -68,7 +68,7 @@ exec {real} "$@"
 
 
 class Outcome:
-    """What a run of kivctl came to. A negative status is the signal that ended it."""
+    """The result of a run of kivctl. A negative status is the signal that ended it."""
 
     def __init__(self, status, out, err, hung):
         self.status, self.out, self.err, self.hung = status, out, err, hung
@@ -86,12 +86,12 @@ class Outcome:
 
 
 def own_words(errors):
-    """Standard error without the line that a start prints when another account's container is pinned."""
+    """Standard error without the line that start prints when another account's container is pinned."""
     return errors.replace("umount(kiv) failed: Device or resource busy\n", "")
 
 
 def run(command, given=""):
-    """Runs a command to its end, in a session of its own that is ended when it hangs."""
+    """Runs a command to its end in a new session, which is killed if the command hangs."""
     with subprocess.Popen(command, stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
                           text=True, errors="replace", start_new_session=True) as process:
         try:
@@ -113,7 +113,7 @@ ENTRIES = {"run": ("-T",), "run -t": ("-t",), "run --start": ("-T", "--start")}
 
 
 def words(command, account=ACCOUNT):
-    """The command line of a command of kivctl, of a refresh, of a reading program, or of a way of kiv-run. "first" is a
+    """The command line of a command of kivctl, of a refresh, of a read-only program, or of a mode of kiv-run. "first" is a
     start."""
     if command in READERS:
         return [*READERS[command]]
@@ -139,7 +139,7 @@ def kivctl(command, account):
 
 
 def left_entries(account=ACCOUNT):
-    """What of kiv-run, or of what it has run, is still there some seconds after its end."""
+    """Processes of kiv-run, or of its command, that still exist some seconds after its end."""
     user = int(subprocess.run(["id", "-u", account], check=True, capture_output=True, text=True).stdout)
     deadline = time.monotonic() + 5
     while True:
@@ -157,7 +157,7 @@ def left_entries(account=ACCOUNT):
 
 
 def descriptors_too_many(looked):
-    """What the shell got beside its standard streams; one is the look's own."""
+    """Descriptors that the shell got in addition to its standard streams; one belongs to the check."""
     listed = re.search(r"^descriptors (.*)", looked, re.M)
     if listed and len(listed[1].split()) > 4:
         return [f"descriptors given to the shell: {listed[1]}"]
@@ -165,7 +165,7 @@ def descriptors_too_many(looked):
 
 
 def misread(command, outcome):
-    """What a reading program has written that programs cannot read, or that no host has."""
+    """Output of a read-only program that programs cannot parse, or that is wrong on every host."""
     if not outcome.out:
         return [] if outcome.err else ["neither output nor a message"]
     try:
@@ -180,7 +180,7 @@ def misread(command, outcome):
 
 
 def set_up(accounts=1):
-    """The account, a configuration in which everything occurs, and the recording tools."""
+    """Creates the account, a configuration that uses every feature, and the recording tools."""
     pathlib.Path("/etc/tarnwell").mkdir(exist_ok=True)
     pathlib.Path("/etc/tarnwell/kiv.conf").write_text(CONFIGURATION)
     registry = []
@@ -223,19 +223,19 @@ def pinned(account=ACCOUNT):
 
 
 def marks(of=None):
-    """The runtime directory's attributes, which mark what was not finished; all, or those of an account or "@host"."""
+    """The runtime directory's attributes, the marks of interrupted runs: all, or those of an account or "@host"."""
     found = os.listxattr(RUNTIME) if RUNTIME.exists() else []
     return [mark for mark in found if of is None or mark.endswith(("." + of, f".{of}@pair"))]
 
 
 def source_nat():
-    """What is wrong with the rule that all containers share."""
+    """Problems with the rule that all containers share."""
     count = len(rules("-j MASQUERADE"))
     return [] if count == 1 else [f"{count} source-NAT rules"]
 
 
 def wrongly_bound():
-    """Namespace files bound to something else than a namespace of their kind that is nobody else's."""
+    """Namespace files that are not mounted from a namespace of their kind which only this container has."""
     wrong, users = [], {}
     for root, point in mounts():
         if point.startswith(f"{RUNTIME}/"):
@@ -249,7 +249,7 @@ def wrongly_bound():
 
 
 def host_mounts():
-    """What is mounted apart from the runtime directory, which start makes and leaves."""
+    """All mounts except the runtime directory, which start creates and keeps."""
     return [mount for mount in mounts() if not mount[1].startswith(str(RUNTIME))]
 
 
@@ -272,7 +272,7 @@ def waits_summary():
 
 
 def looked_wrongly(outcome, account):
-    """What is wrong with an exec whose shell got LOOK."""
+    """Problems with an exec whose shell ran LOOK."""
     found = outcome.faults((0,)) + descriptors_too_many(outcome.out)
     if not re.search(rf"^uid=\d+\({account}\) gid=\d+\({account}\)", outcome.out, re.M):
         found.append(f"no account's shell: {outcome.out!r} {outcome.err!r}")
@@ -284,14 +284,14 @@ def looked_wrongly(outcome, account):
 
 
 class Host:
-    """What the host looked like before anything was started, to compare with."""
+    """The host's state before anything was started, for comparison."""
 
     def __init__(self):
         self.mounts = host_mounts()
         self.shown = self.finished_rules = None
 
     def dirt(self, account=ACCOUNT):
-        """What a stop has left that it should not."""
+        """Things that stop should have removed."""
         left = [f"mount {point}" for _, point in mounts() if point.startswith(f"{RUNTIME}/{account}@")]
         left += [f"file {path}" for path in RUNTIME.glob(f"{account}@*")]
         left += [f"mark {mark}" for mark in marks(account)]
@@ -303,7 +303,7 @@ class Host:
         return ["left: " + what for what in left]
 
     def lacks(self, account=ACCOUNT):
-        """What a start has not made that it should, or made twice."""
+        """Things that start should have created, or created twice."""
         found = wrongly_bound() + [f"mark {mark}" for mark in marks(account)]
         if pinned(account) != sorted(KINDS):
             found.append(f"pinned: {pinned(account)}")
@@ -318,7 +318,7 @@ class Host:
         return ["stop: " + fault for fault in outcome.faults((0,)) + self.dirt(account)]
 
     def start(self, account=ACCOUNT):
-        """Starts, and looks from inside."""
+        """Starts the container and checks it from inside."""
         outcome = kivctl("start", account)
         found = outcome.faults((0,)) + ([f"stderr {outcome.err!r}"] if outcome.err else []) + self.lacks(account)
         found += [f"mark {mark}" for mark in marks("@host")]
@@ -328,7 +328,7 @@ class Host:
         return looked_wrongly(kivctl("exec", account), account)
 
     def complete(self, account=ACCOUNT):
-        """Whatever a refresh has left: whoever enters has a whole view, or is refused until a start completes it."""
+        """After any refresh, an entry gets a complete view or is refused until a start completes it."""
         found = wrongly_bound()
         outcome = kivctl("exec", account)
         if outcome.status == 71 and "root" not in outcome.out:
@@ -347,7 +347,7 @@ class Host:
 
 
 def scrub(account=ACCOUNT):
-    """By hand, after a fault: what is left of one run must not be taken for the next one's."""
+    """Cleans up after a fault without kivctl: remains of one run must not be counted for the next one."""
     for kind in KINDS:
         subprocess.run(["umount", "-l", f"{RUNTIME}/{account}@{kind}"], stderr=subprocess.DEVNULL, check=False)
     for path in RUNTIME.glob(f"{account}@*"):
@@ -362,7 +362,7 @@ def scrub(account=ACCOUNT):
 
 
 def unprepare():
-    """Back to a host on which nothing was ever started."""
+    """Restores a host on which nothing was ever started."""
     while any(point == str(RUNTIME) for _, point in mounts()):
         subprocess.run(["umount", str(RUNTIME)], check=True)
     (RUNTIME / ".lock").unlink(missing_ok=True)

@@ -1,4 +1,4 @@
-"""Reads what strace wrote, and says which calls are to fail and how."""
+"""Reads a trace of strace and decides which calls must fail, and how."""
 
 import itertools
 import re
@@ -88,7 +88,7 @@ class Site:
         self.name, self.number, self.text = name, number, text
 
     def shape(self):
-        """What makes two sites alike: the call and what it is about, numbers left out. realpath(3) has a readlink for
+        """What two similar sites have in common: the call and its subject, without numbers. realpath(3) has a readlink for
         each part of each path."""
         if self.name == "readlink":
             return self.name
@@ -112,7 +112,7 @@ def sites(trace, whole=False, names=ERRORS):
 
 
 def sites_of_children(trace):
-    """Of a trace of all processes, the sites of those that the first one has forked. A fault at the nth call of a name
+    """The sites of the processes that the first one has forked, from a trace of all. A fault at the nth call of a name
     hits every process that gets so far; each site is taken once, and none that the loader of the first process reaches.
     Left out are read and write, whose failure leaves a file of the layer short as in a start, and close, which strace
     does not carry out: the other process would wait for the end of a pipe for ever."""
@@ -134,7 +134,7 @@ def sites_of_children(trace):
 
 
 def until_shell(found):
-    """The calls of exec up to the one that makes it the shell; what follows is the shell's."""
+    """The calls of exec up to the one that makes it the shell; later calls belong to the shell."""
     for index, site in enumerate(found):
         if site.name == "execve":
             return found[:index + 1]
@@ -142,7 +142,7 @@ def until_shell(found):
 
 
 def thin(found, most):
-    """At most so many sites of one shape: the tenth whiteout fails as the second does."""
+    """At most that many sites of one shape: the tenth whiteout fails like the second."""
     seen, kept = {}, []
     for site in found:
         shape = site.shape()

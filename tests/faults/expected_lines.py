@@ -119,7 +119,7 @@ def error_text(error):
 
 
 def expected(command, role, call, error):
-    """(pattern, status or None) of the first row that fits, or None where no text names the failure."""
+    """(pattern, status or None) of the first matching row, or None if no text names the failure."""
     found = row_of((command, f"{command} {role}"), call, error)
     if found is None and command in account_host.ENTRIES:
         found = row_of(("exec",), call, error)

@@ -37,7 +37,7 @@ PLACES = (
 
 
 def until(condition):
-    """Whether it came true within ten seconds."""
+    """Whether the condition became true within ten seconds."""
     deadline = time.monotonic() + 10
     while not condition():
         if time.monotonic() > deadline:
@@ -47,7 +47,7 @@ def until(condition):
 
 
 class HangingTool:
-    """The first call of a host tool that fits the pattern."""
+    """Makes the first call of a host tool that matches the pattern hang."""
 
     def __init__(self, pattern):
         (WORK / "hang").write_text(pattern)
@@ -77,7 +77,7 @@ class HangingHome:
         self.answer_first()
 
     def answer_first(self):
-        """FUSE_INIT: without an answer the kernel sends nothing else."""
+        """Answers FUSE_INIT: without that the kernel sends no other request."""
         _, _, unique = struct.unpack_from("<IIQ", os.read(self.device, 1 << 20))
         version, read_ahead, limits = (7, 31), 1 << 16, (12, 9, 1 << 16, 1)
         reply = struct.pack("<IIIIHHII", *version, read_ahead, 0, *limits).ljust(64, b"\0")
@@ -107,7 +107,7 @@ class OtherAccount:
         self.longest = 0.0
 
     def command(self, name):
-        """The outcome, and what is wrong with it."""
+        """The result of a command, and its problems."""
         began = time.monotonic()
         outcome = kivctl(name, OTHER)
         took = time.monotonic() - began

@@ -1,4 +1,4 @@
-"""Puts a script onto a simulated host of its own."""
+"""Runs a script on a new simulated host."""
 
 import os
 import pathlib
@@ -8,7 +8,7 @@ PROJECT = pathlib.Path(__file__).resolve().parents[2]
 
 
 def ensure_host(script):
-    """Becomes the same script on a simulated host, unless it is there already."""
+    """Executes the same script on a simulated host, unless it already runs on one."""
     if os.environ.get("FAULTS_HOST") == "simulated":
         return
     os.environ["FAULTS_HOST"] = "simulated"

@@ -1,4 +1,4 @@
-"""Runs a command of kivctl, or kiv-run, under strace, with something injected into one of its processes."""
+"""Runs a command of kivctl, or kiv-run, under strace, with a fault injected into one of its processes."""
 
 import re
 
@@ -10,7 +10,7 @@ STRACE = ["strace", "-qq", "-s", "200", "-o", str(TRACE)]
 
 
 def traced(command, role, inject=None):
-    """Runs the command with the calls of that process written down, one of them failing."""
+    """Runs the command and records the calls of that process, one of which fails."""
     injection = ["-e", f"inject={inject}"] if inject else []
     TRACE.unlink(missing_ok=True)
     given = account_host.given(command)
@@ -35,11 +35,11 @@ def trace_text():
 
 
 def injected_calls():
-    """The calls that were made to fail, as strace wrote them."""
+    """The calls with an injected failure, as written by strace."""
     lines = [line for line in trace_text().splitlines() if "(INJECTED)" in line]
     return [re.sub(r"^\d+ +", "", line) for line in lines]
 
 
 def crashes():
-    """Signals of a fault of the program's own; the line stands there before the parent can know of the end."""
+    """Signals of a crash of the program; strace writes the line before the parent can notice the end."""
     return re.findall(r"--- SIG(?:ABRT|BUS|FPE|ILL|SEGV|SYS|TRAP) .*", trace_text())

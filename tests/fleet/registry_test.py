@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Who gets which network from the Ansible role."""
+"""The networks that the Ansible role gives to accounts."""
 
 import importlib.util
 import pathlib
@@ -14,7 +14,7 @@ spec.loader.exec_module(plugin)
 
 
 def plan(accounts, registry="", running=()):
-    """The registry's lines, and the names of those who leave."""
+    """The registry's lines, and the names of accounts that leave."""
     result = plugin.kivctl_registry(accounts, registry, running)
     lines = [f"{account['name']} net={account['net']}" for account in result["accounts"]]
     return lines, result["leaving"]

@@ -1,4 +1,4 @@
-"""The texts that stand in C++ sources: each literal, with what is put together at run time as a gap."""
+"""The texts in C++ sources: each literal, with gaps for parts that are inserted at run time."""
 
 import re
 
@@ -24,8 +24,8 @@ def unescaped(text):
 
 
 def texts(source):
-    """Every text of the source, in order. Neighbours in one expression make one text with a gap between;
-    what the C++ compiler joins is joined. "%s" is a gap as well."""
+    """Every text of the source, in order. Neighbours in one expression form one text with a gap between;
+    literals that the C++ compiler joins are joined. "%s" is a gap as well."""
     result = []
     parts = []
     joined = False  # nothing but white space since the last literal

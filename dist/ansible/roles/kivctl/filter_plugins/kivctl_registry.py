@@ -1,4 +1,4 @@
-"""The registry of accounts with a container: who has which network."""
+"""The registry of accounts with a container, and their networks."""
 
 import ipaddress
 import re
@@ -79,12 +79,12 @@ def free_networks(networks):
 
 
 def kivctl_registry(accounts, registry="", running=()):
-    """Who stands in the registry next.
+    """The next content of the registry.
 
-    An account keeps the network that the host's registry gives it, one of the inventory goes before that, and the
-    lowest free /30 goes to who has none. Accounts that left the inventory keep their line while their container
-    runs, because kivctl stops nobody who is not in the registry, and nobody else may get their network meanwhile.
-    Returns "accounts", a list of name and net in order, and "leaving", the names of those that have left but run.
+    An account keeps its network in the host's registry; a network of the inventory takes precedence; and the
+    lowest free /30 goes to an account without one. Accounts that left the inventory keep their line while their container
+    runs, because kivctl stops only accounts of the registry, and no other account may get their network meanwhile.
+    Returns "accounts", a list of name and net in order, and "leaving", the names of those that have left but still run.
     """
     recorded = read_registry(registry)
     wanted = read_inventory(accounts)
