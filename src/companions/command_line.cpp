@@ -14,7 +14,7 @@
 
 namespace {
 
-constexpr int kFirstCode = 256;  // of options without a letter: outside the characters
+constexpr int kFirstCode = 256;  // of options without a letter: beyond all characters
 
 /// The options that every program has.
 std::vector<CommandOption> withCommonOptions(std::vector<CommandOption> options, Action& action) {
@@ -30,7 +30,7 @@ class Getopt {
 public:
     Getopt(const std::vector<CommandOption>& table, OptionPlace place);
 
-    /// The next option, or null behind the last. Throws usageError.
+    /// The next option, or null after the last. Throws usageError.
     const CommandOption* next(int argc, char** argv) const;
 
 private:
@@ -78,8 +78,8 @@ const CommandOption* Getopt::next(int argc, char** argv) const {
     return code == -1 ? nullptr : optionOf(code);
 }
 
-/// `word` is the one that getopt has read last. optopt is 0 for an unknown long option, otherwise
-/// the code of the option that is used wrongly.
+/// The error for the word that getopt read last. optopt is 0 for an unknown long option, otherwise
+/// the code of the option that was used wrongly.
 std::runtime_error Getopt::mistake(std::string_view word) const {
     constexpr const char* kUnknown = translatable("unknown option '-%s'");
     constexpr const char* kNeedsArgument = translatable("option '-%s' requires an argument.");

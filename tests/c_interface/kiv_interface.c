@@ -1,5 +1,5 @@
-/* The container library as a C program meets it: the header, the SONAME, the six calls. Nobody's
- * privileges are left when a call is made, so each fails at its first step and changes nothing. */
+/* The container library as seen by a C program: the header, the SONAME, the six calls. It drops all
+ * privileges before a call, so each call fails at its first step and changes nothing. */
 #include <grp.h>
 #include <kiv.h>
 #include <stdarg.h>

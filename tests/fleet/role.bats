@@ -55,7 +55,7 @@ lines() { grep -v '^#' /etc/tarnwell/kiv.users; }
 namespaces() { stat -c %i /run/kiv/"$1"@{net,ipc}; }
 export -f fresh_host apply lines namespaces
 
-@test "an empty host gets package, configuration, registry, unit and containers; applied again nothing changes" {
+@test "an empty host gets package, configuration, registry, unit and containers, and a second run changes nothing" {
     in_host <<'EOF'
 fresh_host
 apply "[alice, bob]"
@@ -80,7 +80,7 @@ same unit enabled "$(systemctl is-enabled kivctl.service)"
 EOF
 }
 
-@test "a new account gets its container, and who runs keeps network and namespaces" {
+@test "a new account gets its container, and running ones keep network and namespaces" {
     in_host <<'EOF'
 fresh_host
 apply "[alice, bob]"
@@ -96,7 +96,7 @@ same namespaces "$before" "$(namespaces alice; namespaces bob)"
 EOF
 }
 
-@test "a new configuration is in force for whoever enters, and who runs keeps network and namespaces" {
+@test "a new configuration applies to later entries, and running containers keep network and namespaces" {
     in_host <<'EOF'
 fresh_host
 apply "[alice]"
@@ -113,7 +113,7 @@ same "recap of the second time" "" "$recap"
 EOF
 }
 
-@test "who has left the inventory is told while running, and goes when stopped" {
+@test "an account that left the inventory is reported while it runs, and removed when it is stopped" {
     in_host <<'EOF'
 fresh_host
 apply "[alice, bob]"
@@ -138,7 +138,7 @@ same recap "" "$recap"
 EOF
 }
 
-@test "a configuration that kivctl refuses does not reach the host, nor does a network that is taken" {
+@test "neither a configuration that kivctl refuses nor a network in use reaches the host" {
     in_host <<'EOF'
 fresh_host
 apply "[alice]"
@@ -156,7 +156,7 @@ same "live namespaces" $'net\nipc\nmnt' "$(mounted alice)"
 EOF
 }
 
-@test "an account that the host does not have fails the play, and the registry stays as it was" {
+@test "an account that the host does not have fails the play, and the registry does not change" {
     in_host <<'EOF'
 fresh_host
 apply "[alice]"
@@ -200,7 +200,7 @@ same "live namespaces" "" "$(mounted bob)"
 EOF
 }
 
-@test "promtool finds nothing in the metrics of the role's hosts" {
+@test "promtool accepts the metrics of the role's hosts" {
     in_host <<'EOF'
 fresh_host
 apply "[alice, bob]"
@@ -220,6 +220,6 @@ same findings "" "$out$err"
 EOF
 }
 
-@test "the shipped alerts fire for what is broken, and not for what was stopped on purpose" {
+@test "the shipped alerts fire for broken containers, and not for those that were stopped on purpose" {
     promtool test rules "$project/tests/fleet/rules_test.yml"
 }

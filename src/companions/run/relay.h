@@ -21,9 +21,9 @@ public:
     Relay(pid_t commandProcess, FileDescriptor parentEnd);
 
     /// Relays until the command has ended. Returns its exit status, 128 + N when signal N ended it.
-    /// A signal that ends this process ends it by that signal; it also ends by SIGHUP when nobody
-    /// reads the output any more or the caller's terminal is gone. Throws std::runtime_error when
-    /// the terminal does not arrive.
+    /// Ends this process by the signal that it receives, and by SIGHUP when nobody reads the output
+    /// any more or the caller's terminal is gone. Throws std::runtime_error when the terminal does
+    /// not arrive.
     int run();
 
 private:

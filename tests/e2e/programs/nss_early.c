@@ -1,5 +1,5 @@
-/* A source of users for nsswitch.conf(5) as directories in the network are: it answers by name and refuses to be
- * enumerated. It knows alice, whom the password file may give another user id, and dora. */
+/* A source of users for nsswitch.conf(5) like a network directory: it answers by name and refuses to be
+ * enumerated. It knows alice, who may have another user ID in the password file, and dora. */
 #include <errno.h>
 #include <nss.h>
 #include <pwd.h>

@@ -1,12 +1,12 @@
 // A program that opens a PAM session for a user, like login programs, and becomes the user in it.
 //   open_session [-a] [-i] [-p] [-r] [-s] SERVICE USER [COMMAND [ARGUMENT…]]
 //     -a  asks for the account first
-//     -i  goes on although the session was not opened, as OpenSSH does
+//     -i  continues although the session was not opened, like OpenSSH
 //     -p  stops itself when the session is open
 //     -r  stays root
-//     -s  prints what of the program itself the session has changed
-// Prints what is said to the user, and what the functions return unless that is success. Ends with 3 when it was
-// refused, with 4 when it could not become the user.
+//     -s  prints what the session has changed in the program itself
+// Prints the messages to the user, and the functions' results except success. Exits with 3 when it
+// was refused, with 4 when it could not become the user.
 #include <errno.h>
 #include <fcntl.h>
 #include <grp.h>

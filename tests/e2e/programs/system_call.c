@@ -1,12 +1,12 @@
 // Makes the given system calls and prints the answer to each.
 //
 //   system_call ABI NAME ARGUMENT…     one call; prints the answer
-//   system_call ABI <LIST              one call a line; prints each line with the answer behind it
+//   system_call ABI <LIST              one call per line; prints each line with the answer after it
 //
-// ABI is native, i386 (int $0x80 from this 64-bit program) or x32 (the native gate, numbers of
-// x32). An argument is a number or @TEXT, the text's
-// address. The answer is 0 for success, the error's name, the name of the signal that ended the
-// call's process, or "absent" for a call that the ABI does not have.
+// ABI is native, i386 (int $0x80 from this 64-bit program) or x32 (the native instruction with
+// numbers of x32). An argument is a number or @TEXT, the text's address. The answer is 0 for
+// success, the error's name, the name of the signal that ended the call's process, or "absent" for
+// a call that the ABI does not have.
 #include <errno.h>
 #include <seccomp.h>
 #include <signal.h>

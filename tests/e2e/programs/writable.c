@@ -1,8 +1,8 @@
 //   writable DIRECTORY…
 //
-// Walks the trees without following links and prints what this process may write to: directories in
-// which it can make an entry (with a slash at the end) and files that open for writing. What fails
-// for another reason than the permissions or a read-only file system is printed with that reason.
+// Searches the trees without following links and prints what this process may write: directories in
+// which it can create an entry (with a slash at the end) and files that open for writing. Failures
+// for another reason than permissions or a read-only file system are printed with the reason.
 #include <errno.h>
 #include <fcntl.h>
 #include <ftw.h>

@@ -1,7 +1,7 @@
 // Replaces the container library in tests: joins nothing, records its calls, and returns given
 // results. /tmp/library-calls gets a line per call with its name and arguments. Lines of
 // /tmp/library-answers say what a call does:
-//   CALL logs TEXT       hands the text to the log callback; as often and in the order as it stands
+//   CALL logs TEXT       passes the text to the log callback, once per line, in order
 //   CALL returns NUMBER  instead of 0
 #include <kiv.h>
 #include <syslog.h>
