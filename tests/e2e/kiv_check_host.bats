@@ -218,9 +218,9 @@ mkdir -p "$drop_ins" /etc/systemd/system/user-.slice.d
 printf '[Slice]\nTasksMax=200\nMemoryHigh=512M\n' >"$drop_ins/limits.conf"
 printf '[Slice]\nTasksMax=33%%\nMemoryMax=1G\n' >/etc/systemd/system/user-.slice.d/all.conf
 finds "$slice/memory.current: warning: 'alice' is not counted: no limit of this kind can hold, enable the controller for user.slice" \
-    "$drop_ins/limits.conf:2: warning: the limit is not in force for 'alice': pids.max is max, run systemctl daemon-reload and see kiv(7)" \
-    "$drop_ins/limits.conf:3: warning: the limit is not in force for 'alice': memory.high is max, run systemctl daemon-reload and see kiv(7)" \
-    "/etc/systemd/system/user-.slice.d/all.conf:3: warning: the limit is not in force for 'alice': memory.max is max, run systemctl daemon-reload and see kiv(7)"
+    "$drop_ins/limits.conf:2: warning: the limit is not in force for 'alice': pids.max is max, run systemctl reload-or-restart kivctl-limits and see kiv(7)" \
+    "$drop_ins/limits.conf:3: warning: the limit is not in force for 'alice': memory.high is max, run systemctl reload-or-restart kivctl-limits and see kiv(7)" \
+    "/etc/systemd/system/user-.slice.d/all.conf:3: warning: the limit is not in force for 'alice': memory.max is max, run systemctl reload-or-restart kivctl-limits and see kiv(7)"
 echo 1 >"$slice/memory.current"
 echo 200 >"$slice/pids.max"
 echo $((512 << 20)) >"$slice/memory.high"
@@ -228,13 +228,13 @@ echo $((1 << 30)) >"$slice/memory.max"
 finds ""
 # drop-ins of both folders are read in the order of their names
 printf '[Slice]\nTasksMax=400\n' >/etc/systemd/system/user-.slice.d/zz.conf
-finds "/etc/systemd/system/user-.slice.d/zz.conf:2: warning: the limit is not in force for 'alice': pids.max is 200, run systemctl daemon-reload and see kiv(7)"
+finds "/etc/systemd/system/user-.slice.d/zz.conf:2: warning: the limit is not in force for 'alice': pids.max is 200, run systemctl reload-or-restart kivctl-limits and see kiv(7)"
 rm /etc/systemd/system/user-.slice.d/zz.conf
 for control in /run/systemd/system.control /etc/systemd/system.control; do # of systemctl set-property
     control=$control/user-$(id -u alice).slice.d
     mkdir -p "$control"
     printf '[Slice]\nTasksMax=300\nMemoryHigh=512M\n' >"$control/limits.conf"
-    finds "$control/limits.conf:2: warning: the limit is not in force for 'alice': pids.max is 200, run systemctl daemon-reload and see kiv(7)"
+    finds "$control/limits.conf:2: warning: the limit is not in force for 'alice': pids.max is 200, run systemctl reload-or-restart kivctl-limits and see kiv(7)"
 done
 EOS
 }

@@ -75,6 +75,9 @@ systemctl reload kivctl # also the limits
 same "of alice" "${limited/77/66}" "$(limits alice)"
 same "of bob" "${limited/77/55}" "$(limits bob)"
 same "of carol" "${limited/77/66}" "$(limits carol)"
+systemctl set-property "user-$(id -u alice).slice" TasksMax=44
+systemctl reload kivctl-limits
+same "of alice, set by hand" "${limited/77/44}" "$(limits alice)"
 
 managed kivctl stop carol >/dev/null
 echo "nobody-knows net=100.64.0.16/30" >>"$registry"

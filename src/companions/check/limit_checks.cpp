@@ -84,7 +84,8 @@ void checkLimit(const HostAccount& account, const Limit& limit, const SliceSetti
     if (wanted && !isInForce(current, *wanted, limit.isMemory)) {
         FindingsOf(findings, set.file)
             .warn(set.line, "the limit is not in force for '" + account.name + "': " + limit.file +
-                                " is " + current + ", run systemctl daemon-reload and see kiv(7)");
+                                " is " + current +
+                                ", run systemctl reload-or-restart kivctl-limits and see kiv(7)");
     }
 }
 
@@ -132,7 +133,7 @@ std::string checkControllers(const std::string& hierarchy, Findings& findings) {
 /// The drop-in that kivctl-limits.service links for each account of the registry.
 std::string linkOf(const HostAccount& account, const LimitPlaces& places) {
     return places.systemd + "/run/systemd/system/user-" + std::to_string(account.user->uid) +
-           ".slice.d/50-kivctl.conf";
+           ".slice.d/40-kivctl.conf";
 }
 
 /// Finds the accounts that were registered after the service ran. Without any link it is not used.

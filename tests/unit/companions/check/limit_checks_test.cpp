@@ -36,7 +36,7 @@ protected:
     /// As kivctl-limits.service does.
     void link(uid_t uid) {
         directory.write(
-            "/run/systemd/system/user-" + std::to_string(uid) + ".slice.d/50-kivctl.conf", "");
+            "/run/systemd/system/user-" + std::to_string(uid) + ".slice.d/40-kivctl.conf", "");
     }
 
     void kernel(const std::string& file, const std::string& value) {
@@ -72,8 +72,8 @@ TEST_F(LimitChecks, CompareSettingsWithTheKernelsLimits) {
     systemd("TasksMax=200");
     kernel("pids.max", "max");
     EXPECT_EQ(found(),
-              "the limit is not in force for 'alice': pids.max is max, run systemctl daemon-reload "
-              "and see kiv(7)");
+              "the limit is not in force for 'alice': pids.max is max, run systemctl "
+              "reload-or-restart kivctl-limits and see kiv(7)");
     kernel("pids.max", "199");
     EXPECT_THAT(found(), HasSubstr("pids.max is 199,"));
     kernel("pids.max", "200");
