@@ -1,6 +1,6 @@
-// The least that an exec takes: joins a cgroup and three namespaces, installs filters that
-// were made before, changes the user and runs the shell. Nothing is looked up, checked or locked,
-// and no capability is taken from the bounding set.
+// The minimum of an exec: joins a cgroup and three namespaces, installs prepared filters, changes
+// the user and runs the shell. It looks up, checks and locks nothing, and drops no capability from
+// the bounding set.
 //   exec CGROUP USER FILTERS UID GID HOME SHELL
 #include <grp.h>
 #include <linux/filter.h>
@@ -33,7 +33,7 @@ void enterNamespaces(const std::string& prefix) {
     }
 }
 
-/// As save_filter.cpp has written them.
+/// Reads the filters that save_filter.cpp has written.
 void installFilters(sock_filter* next, const sock_filter* end) {
     while (next < end) {
         const sock_fprog program{static_cast<unsigned short>(next->k), next + 1};

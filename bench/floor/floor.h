@@ -1,5 +1,5 @@
-// What the floor programs share: a host tool run as cheaply as the C library can, and the list of
-// accounts.
+// Code that the floor programs share: the cheapest way to run a host tool with the C library, and
+// the list of accounts.
 #pragma once
 
 #include <fcntl.h>
@@ -14,7 +14,7 @@
 #include <string>
 #include <vector>
 
-/// A line of the list that bench/run writes: looked up and calculated already.
+/// A line of the list that bench/run writes, with everything already looked up and calculated.
 struct Account {
     std::string name;
     unsigned uid = 0;
@@ -45,7 +45,7 @@ inline void must(bool done, const char* what) {
     }
 }
 
-/// Without copying this process: posix_spawn(3) shares its memory until the tool runs.
+/// Does not copy this process: posix_spawn(3) shares its memory until the tool runs.
 inline void tool(std::initializer_list<std::string> words) {
     std::vector<char*> argv;
     for (const std::string& word : words) {

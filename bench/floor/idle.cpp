@@ -1,5 +1,5 @@
-// idle COUNT: that many processes that do nothing, until this one ends. Says "ready" when they are
-// there.
+// idle COUNT: starts that many processes that do nothing until this one ends. Prints "ready" when
+// they exist.
 #include <sys/prctl.h>
 #include <unistd.h>
 

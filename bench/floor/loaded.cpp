@@ -1,4 +1,4 @@
-// Linked to a floor: what every run of kivctl loads and reads before its first line, the container
+// Linked to a floor: loads what every run of kivctl loads before its first line, the container
 // library and the locale.
 #include <kiv.h>
 
@@ -6,7 +6,7 @@
 
 namespace {
 
-/// The linker leaves a library out that nothing is taken from.
+/// Uses the library, because the linker omits an unused one.
 [[maybe_unused]] const auto volatile needed = &kiv_set_log_cb;
 
 [[maybe_unused]] const char* const locale = std::setlocale(LC_ALL, "");

@@ -1,6 +1,6 @@
-// Loaded into kivctl: when a process of it ends by exit(3), its processor time in nanoseconds and
-// its number are appended to the file that KIV_OWN_TIME names. Host tools do not get it: kivctl
-// gives them an environment without.
+// Loaded into kivctl: when one of its processes calls exit(3), appends its processor time in
+// nanoseconds and its process ID to the file that KIV_OWN_TIME names. Host tools do not load it,
+// because kivctl removes the variables from their environment.
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -12,7 +12,7 @@ namespace {
 
 int file = -1;
 
-// before main, which cleans the environment, and before the set-up child loses sight of the file
+// before main, which cleans the environment, and before the set-up child loses access to the file
 [[gnu::constructor]] void open() {
     const char* path = std::getenv("KIV_OWN_TIME");
     file = path == nullptr ? -1 : ::open(path, O_WRONLY | O_APPEND | O_CLOEXEC);

@@ -1,6 +1,6 @@
-// Writes the system-call filters of a running process to a file, as the kernel keeps them: what
-// floor/exec.cpp installs is then what kivctl has installed. The oldest is first. Before each is an
-// instruction with its length as the operand. See ptrace(2), PTRACE_SECCOMP_GET_FILTER.
+// Writes the system-call filters of a running process to a file, so that floor/exec.cpp installs
+// the same filters as kivctl. The oldest is first. Before each is an instruction with its length as
+// the operand. See ptrace(2), PTRACE_SECCOMP_GET_FILTER.
 //   save_filter PID FILE
 #include <linux/filter.h>
 #include <sys/ptrace.h>
@@ -14,7 +14,7 @@ namespace {
 
 using Program = std::vector<sock_filter>;
 
-/// Empty behind the oldest; the latest one has index 0.
+/// The filter with that index, 0 for the latest; empty after the oldest.
 Program readFilter(pid_t process, long index) {
     const long length = ::ptrace(PTRACE_SECCOMP_GET_FILTER, process, index, nullptr);
     if (length < 0 && errno == ENOENT) {

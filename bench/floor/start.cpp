@@ -1,7 +1,7 @@
-// start ACCOUNTS PATHS TIMES: the host tools and mounts of a container's start, for each
-// account of the first list. PATHS has a "bind PATH" or "cover PATH" a line. Writes how long what
-// took into TIMES: host tools but iptables, iptables, and all else, in nanoseconds. No layer but
-// the account's home, no checks, and so no mount table.
+// start ACCOUNTS PATHS TIMES: runs the host tools and mounts of a container's start for each
+// account of the first list. Each line of PATHS is "bind PATH" or "cover PATH". Writes three times
+// in nanoseconds to TIMES: host tools except iptables, iptables, and the rest. The layer has only
+// the account's home; there are no checks, so the mount table is not read.
 #include <sched.h>
 #include <sys/ioctl.h>
 #include <sys/mman.h>
@@ -127,8 +127,8 @@ std::uint64_t ownNumber() {
     return number;
 }
 
-/// Each processor has numbers of its own, and a namespace of a lower number than the host's cannot
-/// be pinned there: with several starts at once the next processor may have to make it.
+/// Each processor has its own numbers, and a namespace with a lower number than the host's cannot
+/// be pinned there: with several starts at once another processor may have to create it.
 void unshareMountsAfter(std::uint64_t earlier) {
     cpu_set_t all;
     ::sched_getaffinity(0, sizeof(all), &all);

@@ -1,5 +1,5 @@
-// status REGISTRY PASSWORDS: both files once, two looks and four reads for each account, and the
-// table.
+// status REGISTRY PASSWORDS: reads both files once, makes two checks and four reads per account,
+// and prints the table.
 #include <cstring>
 #include <string_view>
 #include <unordered_map>

@@ -1,5 +1,5 @@
-// stop ACCOUNTS: for each account of the list one scan of /proc, the three unmounts, unlinks and
-// the two rules.
+// stop ACCOUNTS: for each account of the list, scans /proc once, makes the three unmounts and
+// unlinks, and deletes the two rules.
 #include <dirent.h>
 #include <sys/mount.h>
 

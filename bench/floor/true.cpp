@@ -1,4 +1,4 @@
-// What starting and ending a process costs here, built with the flags that kivctl is built with.
+// The cost of starting and ending a process on this machine, built with kivctl's flags.
 int main() {
     return 0;
 }

@@ -30,7 +30,7 @@ class Containers:
     def __init__(self, bench):
         self.bench = bench
         bench.use_sample_configuration()
-        # the sample's binds and covers, as far as they exist here
+        # the sample's binds and covers that exist on this machine
         paths = [f"bind {item}" for section, item in sections() if section == "bind" and os.path.exists(item)]
         paths += [f"cover {item}" for section, item in sections()
                   if section == "empty" and item.startswith("/proc/") and os.path.exists(item)]
@@ -90,4 +90,4 @@ class Containers:
         """The kernel takes a namespace's interfaces away some time after the namespace."""
         while any(name.startswith("veth-") for name in os.listdir("/sys/class/net")):
             time.sleep(0.005)
-        time.sleep(0.02)  # the rest of its clean-up is not to be on the next run's account
+        time.sleep(0.02)  # the rest of its clean-up must not slow the next run

@@ -13,7 +13,7 @@ CONFIGURATION = pathlib.Path("/etc/tarnwell/kiv.conf")
 PASSWORDS = pathlib.Path("/etc/passwd")
 GROUPS = pathlib.Path("/etc/group")
 FIRST_UID = 20000
-ERRORS = "/tmp/bench-errors"  # what the last run wrote to standard error
+ERRORS = "/tmp/bench-errors"  # standard error of the last run
 
 
 class Account:
@@ -36,7 +36,7 @@ class Bench:
         self.kiv_refresh = str(self.build / "bin/kiv-refresh")
         self.quick = quick
         self._rounds = rounds
-        # as on a host whose administrator has just logged in: nothing of the caller's
+        # as after an administrator's login: nothing of the caller's environment
         self.environment = {"PATH": "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin", "LANG": "C.UTF-8"}
         CONFIGURATION.parent.mkdir(exist_ok=True)
         CONFIGURATION.write_text("")

@@ -1,4 +1,4 @@
-// The expressions of the file filters: what compiling them takes, and what a line.
+// The expressions of the file filters: the time to compile them, and the time per line.
 #include <benchmark/benchmark.h>
 #include <regex.h>
 

@@ -52,7 +52,7 @@ void mountTable(benchmark::State& state) {
     state.SetItemsProcessed(state.iterations() * state.range(0));
 }
 
-/// Most lines of a host's own table are not kivctl's.
+/// Most lines of a host's mount table do not belong to kivctl.
 void mountTableOfOthers(benchmark::State& state) {
     const LargeFile file(static_cast<int>(state.range(0)), "", [](int number) {
         return std::to_string(100 + number) + " 30 8:1 / /srv/www/site" + std::to_string(number) +

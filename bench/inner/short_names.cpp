@@ -1,4 +1,4 @@
-// What interface names of long account names are made of, and the filter that exec makes.
+// The computation of interface names for long account names, and exec's filter program.
 #include <benchmark/benchmark.h>
 
 #include <string>

@@ -1,5 +1,5 @@
-// One part of the overlay layer, made by kivctl's own code or by the bare calls that it cannot do
-// without, in one process each: what starting it costs does not count. Prints the seconds.
+// Builds one part of the overlay layer, with kivctl's own code or with only the unavoidable calls,
+// each in one process, whose start is not counted. Prints the seconds.
 //   layer filters|binds|hidden kivctl|bare SOURCE TARGET
 // SOURCE has what bench/subjects/layer.py has put there, TARGET is an empty directory.
 #include <fcntl.h>
@@ -41,7 +41,7 @@ void must(bool done, const std::string& what) {
     }
 }
 
-/// What is listed in the file of that name, a path a line.
+/// The paths in that file, one per line.
 std::list<std::string> listed(const std::string& file) {
     std::list<std::string> paths;
     FILE* lines = std::fopen(file.c_str(), "re");
@@ -69,7 +69,7 @@ Work workOf(const std::string& part, const std::string& source) {
     return work;
 }
 
-/// Each directory once: its mode and owner are read, and it is made with them.
+/// For each directory once, reads its mode and owner and creates it with them.
 void bareParents(const std::string& source, const std::string& target, const std::string& path,
                  std::set<std::string>& made) {
     for (auto slash = path.find('/', 1); slash != std::string::npos;

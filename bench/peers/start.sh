@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# start.sh NAME UID HOME HOST-END CONTAINER-END PATHS: the same container as an administrator's script would make it,
-# with `ip netns add` for the network. No layer but the account's home, and no checks.
+# start.sh NAME UID HOME HOST-END CONTAINER-END PATHS: creates the same container like an
+# administrator's script, with `ip netns add` for the network. The layer has only the account's
+# home, and there are no checks.
 set -euo pipefail
 name=$1 uid=$2 home=$3 outer=$4 inner=$5 paths=$6
 files=/run/kiv/$name

@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# status.sh: the table as an administrator's script would print it, without starting a program for an account.
+# status.sh: prints the table like an administrator's script, without starting a program per
+# account.
 set -euo pipefail
 
 figure() { { read -r "$1" <"$2"; } 2>/dev/null || printf -v "$1" %s -; }

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# stop.sh NAME HOST-END: what start.sh has made goes again, when no process is left in it.
+# stop.sh NAME HOST-END: removes what start.sh has created, when no process is left in it.
 set -euo pipefail
 name=$1 outer=$2
 if [ -n "$(ip netns pids "$name")" ]; then

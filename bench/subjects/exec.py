@@ -143,8 +143,9 @@ def measure(bench):
         "bwrap, setpriv": "makes net, ipc, mnt anew, capabilities, user",
         "/bin/true alone": "nothing",
     }
-    # The kernel waits for all processors before it moves a process into a cgroup, and is prepared for the next moves
-    # for a while: without a pause, or a move just before, each command would be measured by what ran before it.
+    # The kernel waits for all processors before it moves a process into a cgroup, and the next
+    # moves are faster for a while: without a pause, or a move just before, each measurement would
+    # depend on the previous command.
     single = bench.interleaved(commands, bench.rounds(ROUNDS), before=lambda name: time.sleep(PAUSE))
     frequent = bench.interleaved(commands, bench.rounds(ROUNDS), before=lambda name: bench.run(commands["floor"]))
     header = ["what", "ms", "× floor", "× kivctl", "what it does"]

@@ -33,7 +33,7 @@ def measure(bench):
         slices.make([account for account in accounts if account.name not in pinned], real)
         pin([account for account in accounts if account.name not in pinned])
         pinned |= {account.name for account in accounts}
-        # every account is found to have no home: the exit status of kiv-check is not the point
+        # kiv-check finds that no account has a home; its exit status does not matter here
         taken = bench.interleaved({"list": [programs / "kiv-list", "--json"],
                                    "check": ["sh", "-c", f"{programs}/kiv-check; :"],
                                    "host": ["sh", "-c", f"{programs}/kiv-check --host; :"],

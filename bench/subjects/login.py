@@ -11,7 +11,7 @@ from frame.report import Table
 from . import exec as entering
 
 WORK = pathlib.Path("/tmp/bench-ssh")
-ROUNDS = 150  # the difference is small beside what ssh itself takes
+ROUNDS = 150  # the difference is small compared with the time of ssh itself
 PAM = """auth required pam_permit.so
 account required {module}
 session required {module}
