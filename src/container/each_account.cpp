@@ -8,7 +8,7 @@
 
 std::string failureLine(const std::string& userName, const std::exception& error) {
     const std::string text = error.what();
-    // a NUL byte in a name of the registry would cut off the whole text, laterr accounts' lines
+    // a NUL byte in a name of the registry would cut off the whole text, later accounts' lines
     // with it
     return StringUtil::escapeControls(userName) + ": " + (text.empty() ? "unknown error" : text);
 }
