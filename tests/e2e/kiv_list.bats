@@ -208,6 +208,9 @@ umount /run/kiv/alice@mnt
 kivctl start alice >/dev/null 2>&1
 same state running "$(value state alice)"
 same since "$since" "$(value since alice)"
+sleep 1.1
+kiv-refresh alice
+same "since, after a refresh" "$since" "$(value since alice)"
 EOS
 }
 
