@@ -143,7 +143,7 @@ emulate_machine() {
         -serial "file:$work/console")
     case $architecture in
         amd64)
-            timeout 1800 qemu-system-x86_64 -accel tcg,thread=multi -cpu max -smp 2 "${common[@]}" \
+            timeout 3600 qemu-system-x86_64 -accel tcg,thread=multi -cpu max -smp 2 "${common[@]}" \
                 -append "root=/dev/vda rw console=ttyS0 no_timer_check" -serial "file:$work/report" \
                 </dev/null 2>"$work/emulator" &
             ;;
