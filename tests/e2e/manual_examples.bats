@@ -2,10 +2,12 @@
 # The examples of the manual pages are what the programs print.
 load helpers
 
-# display PAGE N: prints the page's Nth literal display, as a reader sees it.
+# display PAGE N|TEXT: prints the page's Nth literal display, or its first one that contains the text, as a reader sees it.
 display() {
-    awk -v wanted="$2" '/^\.Ed/ { shown = 0 } shown; /^\.Bd -literal/ { shown = ++count == wanted }' \
-        "$project/docs/man/$1" | sed -e "s/\\\\(aq/'/g" -e 's/\\-/-/g' -e 's/\\(if/∞/g' -e 's/\\e/\\/g'
+    sed -e "s/\\\\(aq/'/g" -e 's/\\-/-/g' -e 's/\\(if/∞/g' -e 's/\\e/\\/g' "$project/docs/man/$1" | awk -v wanted="$2" '
+        /^\.Ed/ { if (wanted ~ /^[0-9]+$/ ? count == wanted : index(text, wanted)) { printf "%s", text; exit } }
+        { text = text $0 "\n" }
+        /^\.Bd -literal/ { count++; text = "" }'
 }
 
 # holds PAGE N: each command of the display, after "# ", prints the lines below it.
@@ -73,10 +75,10 @@ EOF
 account alice 100.64.0.4/30
 kivctl start alice >/dev/null
 # lines that are too long for a page continue indented
-same rules "$(display kiv.7 14 | sed '1d' | sed -e ':join' -e '$!N' -e 's/\n    / /' -e 'tjoin' -e 'P;D')" \
+same rules "$(display kiv.7 iptables-save | sed '1d' | sed -e ':join' -e '$!N' -e 's/\n    / /' -e 'tjoin' -e 'P;D')" \
     "$(iptables-save --table filter | grep veth-alice; iptables-save --table nat | grep veth-alice)"
 cp "$project/dist/nftables/kivctl.nft" /etc/tarnwell
-bash -ec "$(display kiv.7 2 | sed 's/^# //')"
+bash -ec "$(display kiv.7 'nft -f' | sed 's/^# //')"
 # duplicate address detection takes a second or two
 settled() { [ -z "$(ip -6 addr show tentative && enter alice ip -6 addr show tentative)" ]; }
 eventually settled
@@ -92,11 +94,11 @@ EOF
 
 @test "kiv(7) shows the shipped limits, and the repair after a user was removed first" {
     in_host <<'EOF'
-same limits "$(display kiv.7 4)" "$(grep -E '^[A-Za-z]+=[^n]' "$project/dist/limits.conf")"
+same limits "$(display kiv.7 TasksMax)" "$(grep -E '^[A-Za-z]+=[^n]' "$project/dist/limits.conf")"
 account alice 100.64.0.4/30
 kivctl start alice >/dev/null
 userdel -r alice 2>/dev/null
-bash -ec "$(display kiv.7 9 | sed 's/^# //')" >/dev/null
+bash -ec "$(display kiv.7 useradd | sed 's/^# //')" >/dev/null
 same "left" "" "$(ls /run/kiv; getent passwd alice || true)"
 EOF
 }
