@@ -95,6 +95,7 @@ class Bench:
         """Wall time of one run in seconds. Output is thrown away; with `check` a failure ends the measurement.
         Spawned without copying this process, so that its size does not count."""
         words = [str(word) for word in command]
+        pathlib.Path(ERRORS).unlink(missing_ok=True)  # crun gives its standard error to the container's user
         actions = [(os.POSIX_SPAWN_OPEN, 0, "/dev/null", os.O_RDONLY, 0),
                    (os.POSIX_SPAWN_OPEN, 1, "/dev/null", os.O_WRONLY, 0),
                    (os.POSIX_SPAWN_OPEN, 2, ERRORS, os.O_WRONLY | os.O_CREAT | os.O_TRUNC, 0o600)]

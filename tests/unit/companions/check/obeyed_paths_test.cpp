@@ -59,7 +59,7 @@ TEST_F(ObeyedPaths, IncludeThoseBelowAndAbove) {
 }
 
 TEST_F(ObeyedPaths, IncludeTheTargetsOfLinks) {
-    EXPECT_THAT(whyObeyed(link("/etc/php", "/settings")),
+    EXPECT_THAT(whyObeyed(link("/etc/default", "/settings")),
                 Optional(Eq("the host's services read their configuration there")));
     EXPECT_TRUE(whyObeyed(directory.at("/settings/absent")));
     EXPECT_THAT(whyObeyed(link("/", "/all")), Optional(Eq("it is the host's root directory")));
