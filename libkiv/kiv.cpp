@@ -93,7 +93,7 @@ int kiv_apply_namespaces(void* handle, const char* user, int flags) {
 
 int kiv_seccomp(void* handle) {
     return attempt(handle, [] {
-        const SystemCallRules& rules = enforceable().systemCalls;
+        const std::optional<SystemCallRules>& rules = enforceable().systemCalls;
         leaveSessionKeyring();  // before the filter denies keyctl(2)
         installSystemCallFilter(rules);
     });

@@ -32,7 +32,10 @@ Policy readPolicy(const std::string& path) {
         } else if (section == &Configuration::cap_drop) {
             dropped.insert(parseCapability(item));
         } else if (section == &Configuration::seccomp) {
-            applySystemCallItem(policy.systemCalls, item);
+            if (!policy.systemCalls) {
+                policy.systemCalls = defaultSystemCallRules();
+            }
+            applySystemCallItem(*policy.systemCalls, item);
         }
     };
     try {

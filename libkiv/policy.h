@@ -1,6 +1,7 @@
 // The part of the configuration that the library enforces: capabilities and system calls.
 #pragma once
 
+#include <optional>
 #include <string>
 
 #include "libkiv/capabilities.h"
@@ -9,7 +10,7 @@
 /// A plain value; default-constructed it is the built-in default.
 struct Policy {
     CapabilitySet keptCapabilities;
-    SystemCallRules systemCalls = defaultSystemCallRules();
+    std::optional<SystemCallRules> systemCalls;  ///< nothing: the built-in rules
 };
 
 inline constexpr const char* kPolicyFile = "/etc/tarnwell/kiv.conf";

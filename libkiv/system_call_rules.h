@@ -2,6 +2,7 @@
 #pragma once
 
 #include <map>
+#include <optional>
 #include <set>
 #include <string>
 
@@ -35,6 +36,6 @@ SystemCallRules defaultSystemCallRules();
 void applySystemCallItem(SystemCallRules& rules, const std::string& item);
 
 /// Installs the rules for this process and its descendants, for every table of system calls that
-/// the machine has, seccomp(2). They cannot be removed again. Needs CAP_SYS_ADMIN. Throws
-/// std::runtime_error.
-void installSystemCallFilter(const SystemCallRules& rules);
+/// the machine has, seccomp(2); without rules the built-in ones. They cannot be removed again.
+/// Needs CAP_SYS_ADMIN. Throws std::runtime_error.
+void installSystemCallFilter(const std::optional<SystemCallRules>& rules);

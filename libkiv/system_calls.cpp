@@ -18,7 +18,7 @@ struct SystemCall {
     std::uint32_t numbers[kMostTables];
 };
 
-#include "numbers/system_call_numbers.inc"
+#include "written/system_call_numbers.inc"
 
 constexpr std::string_view kNamesOfTables[] = {"i386", "x32", "arm"};
 

@@ -16,7 +16,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
+#include <span>
 #include <string>
+#include <string_view>
 #include <type_traits>
 #include <vector>
 
@@ -143,6 +145,15 @@ TEST(FilterProgram, MayDenyEveryCall) {
     EXPECT_GT(rules.calls.size(), 300U);
     EXPECT_EQ(differences(filterProgram(rules), byLibseccomp(rules)), "");
     EXPECT_LE(filterProgram(rules).size(), static_cast<std::size_t>(BPF_MAXINSNS));
+}
+
+TEST(FilterProgram, OfTheBuildIsTheOneOfTheBuiltInRules) {
+    const auto bytes = [](std::span<const sock_filter> program) {
+        return std::string_view(reinterpret_cast<const char*>(program.data()),
+                                program.size_bytes());
+    };
+    EXPECT_GT(defaultFilterProgram().size(), 300U);
+    EXPECT_TRUE(bytes(defaultFilterProgram()) == bytes(filterProgram(defaultSystemCallRules())));
 }
 
 TEST(FilterProgram, ComparesFewNumbersForACallWithoutARule) {

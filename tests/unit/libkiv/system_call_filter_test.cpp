@@ -136,7 +136,9 @@ TEST(SystemCallFilter, IgnoresNamesThatTheArchitectureDoesNotHave) {
 // no_new_privs would disable the group of the set-group-ID mail and cron helpers
 TEST(SystemCallFilter, LeavesNoNewPrivilegesUnset) {
     const auto result = inChild([] {
-        failureOf([] { installSystemCallFilter({{{"getppid", Answer::Deny}}, {}}); });
+        failureOf([] {
+            installSystemCallFilter(SystemCallRules{{{"getppid", Answer::Deny}}, {}});
+        });
         return ::prctl(PR_GET_NO_NEW_PRIVS, 0, 0, 0, 0);
     });
     EXPECT_EQ(outcome(result), 0);
@@ -145,7 +147,9 @@ TEST(SystemCallFilter, LeavesNoNewPrivilegesUnset) {
 TEST(SystemCallFilter, ReportsWhyTheKernelRefusedIt) {
     const auto result = inChild([] {
         dropPrivileges();
-        std::cout << failureOf([] { installSystemCallFilter({{{"getppid", Answer::Deny}}, {}}); });
+        std::cout << failureOf([] {
+            installSystemCallFilter(SystemCallRules{{{"getppid", Answer::Deny}}, {}});
+        });
         return answerOf(SYS_getppid);
     });
     EXPECT_EQ(result.output, "system-call filter: seccomp(): Permission denied");
@@ -273,7 +277,7 @@ TEST(SystemCallFilter, MayDenyWhatInstallsIt) {
 TEST(SystemCallFilter, SetsNoNewPrivilegesWhereTheyAreAskedFor) {
     const auto result = inChild([] {
         dropPrivileges();  // with it the kernel accepts filters from any user
-        installSystemCallFilter({{}, {}, /*noNewPrivileges=*/true});
+        installSystemCallFilter(SystemCallRules{{}, {}, /*noNewPrivileges=*/true});
         return ::prctl(PR_GET_NO_NEW_PRIVS, 0, 0, 0, 0);
     });
     EXPECT_EQ(outcome(result), 1);
