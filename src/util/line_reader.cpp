@@ -6,7 +6,10 @@
 #include <algorithm>
 #include <cerrno>
 
-LineReader::LineReader(const std::string& path) : LineReader(AT_FDCWD, path) {}
+LineReader::LineReader(const std::string& path, std::size_t blockSize)
+    : LineReader(AT_FDCWD, path) {
+    block = std::min(blockSize, kLargestBlock);
+}
 
 LineReader::LineReader(int directory, const std::string& path)
     : file(::openat(directory, path.c_str(), O_RDONLY | O_CLOEXEC)) {}
@@ -43,7 +46,7 @@ bool LineReader::next(std::string_view& line) {
 bool LineReader::refill() {
     ssize_t length = -1;
     do {
-        length = ::read(file.get(), buffer.data(), buffer.size());
+        length = ::read(file.get(), buffer.data(), block);
     } while (length == -1 && errno == EINTR);
     if (length == -1) {
         failure = errno;

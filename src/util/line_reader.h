@@ -9,11 +9,15 @@
 
 #include "util/file_descriptor.h"
 
-/// Owns and closes the file. Reads it in blocks of 8 KiB.
+/// Owns and closes the file.
 class LineReader {
 public:
-    /// Opens the file; errno is that of open(2) when `opened` is false afterwards.
-    explicit LineReader(const std::string& path);
+    static constexpr std::size_t kLargestBlock = 8192;
+
+    /// Opens the file; errno is that of open(2) when `opened` is false afterwards. Reads
+    /// blocks of `blockSize` bytes, at most kLargestBlock: small ones where the kernel writes the
+    /// text while it is read, and the reader may not need all of it.
+    explicit LineReader(const std::string& path, std::size_t blockSize = kLargestBlock);
     /// The same for a path below an open directory, openat(2).
     LineReader(int directory, const std::string& path);
 
@@ -35,8 +39,9 @@ private:
     bool refill();
 
     FileDescriptor file;
+    std::size_t block = kLargestBlock;  ///< bytes
     int failure = 0;
-    std::array<char, 8192> buffer{};
+    std::array<char, kLargestBlock> buffer{};
     std::string_view pending;  ///< the part of the buffer that `next` has not returned yet
     std::string whole;         ///< the line that `next` returned last, if it spans two buffers
 };

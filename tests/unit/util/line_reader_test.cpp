@@ -2,9 +2,11 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <csignal>
 #include <string>
@@ -13,6 +15,7 @@
 
 #include "../fs/temporary_directory.h"
 #include "child_process.h"
+#include "util/file_descriptor.h"
 
 namespace {
 
@@ -71,6 +74,22 @@ TEST_F(LinesOfAFile, AreWholeAcrossTheBuffersBlocks) {
         EXPECT_EQ(linesOf(line + "\n"), Lines{line}) << length;
         EXPECT_EQ(linesOf(line + "\n\n" + line + "\ny"), (Lines{line, "", line, "y"})) << length;
     }
+}
+
+TEST_F(LinesOfAFile, AreReadOneBlockAtATime) {
+    std::array<int, 2> ends{};
+    ASSERT_EQ(::pipe(ends.data()), 0);
+    const FileDescriptor out(ends[0]);
+    const FileDescriptor in(ends[1]);
+    ASSERT_EQ(::write(in.get(), "a\nb\nc\nd\n", 8), 8);
+    LineReader file("/proc/self/fd/" + std::to_string(out.get()), 3);
+    std::string line;
+    EXPECT_TRUE(file.next(line));
+    int left = 0;
+    ASSERT_EQ(::ioctl(out.get(), FIONREAD, &left), 0);
+    EXPECT_EQ(left, 5);
+    EXPECT_TRUE(file.next(line));
+    EXPECT_EQ(line, "b");
 }
 
 TEST_F(LinesOfAFile, ReplaceTheCallersText) {
