@@ -5,7 +5,7 @@ load helpers
 # display PAGE N|TEXT: prints the page's Nth literal display, or its first one that contains the text, as a reader sees it.
 display() {
     sed -e "s/\\\\(aq/'/g" -e 's/\\-/-/g' -e 's/\\(if/∞/g' -e 's/\\e/\\/g' "$project/docs/man/$1" | awk -v wanted="$2" '
-        /^\.Ed/ { if (wanted ~ /^[0-9]+$/ ? count == wanted : index(text, wanted)) { printf "%s", text; exit } }
+        /^\.Ed/ && !found && (wanted ~ /^[0-9]+$/ ? count == wanted : index(text, wanted)) { printf "%s", text; found = 1 }
         { text = text $0 "\n" }
         /^\.Bd -literal/ { count++; text = "" }'
 }
