@@ -25,7 +25,7 @@ public:
     void entered() const;
 
     /// Logs, as authpriv.warning, that an entry failed; also after `entered`, when a later step
-    /// fails.
+    /// fails. Cuts a long reason.
     void refused(const std::string& reason) const;
 
 private:
@@ -37,6 +37,6 @@ private:
 };
 
 /// A line in the format of RFC 3164: priority, time, `program` with the process ID, and `text` with
-/// control characters escaped. Cut at 1 KiB.
+/// control characters, and bytes that are not UTF-8, escaped. Cut at 1 KiB.
 std::string logDatagram(int priority, const std::string& program, const std::string& text,
                         std::time_t now);

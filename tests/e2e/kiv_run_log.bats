@@ -105,6 +105,23 @@ same length 1024 "$(tail -n 1 /tmp/log | tr -d '\n' | wc -c)"
 EOF
 }
 
+@test "bytes that are no character are escaped, because journalctl would show nothing of the line" {
+    with_alice <<'EOF'
+serve_log
+kiv-run alice true $'caf\xe9 \x9b[2J caf\xc3\xa9'
+logged 'command=true caf\\xe9 \\x9b\[2J caf'$'\xc3\xa9$'
+EOF
+}
+
+@test "a long reason leaves room for the account and the command" {
+    with_alice <<'EOF'
+serve_log
+printf -v long '%02000d' 0
+fails 125 kiv-run -C "$long" alice echo text 2>/dev/null
+logged '^<84>.*: refused \(chdir\(0+\.\.\.\): loginuid=.* terminal=none account=alice command=echo text$'
+EOF
+}
+
 @test "the log is the host's: kiv-run connects before it joins, and the line comes from inside" {
     with_alice <<'EOF'
 serve_log

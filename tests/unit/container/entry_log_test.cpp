@@ -23,6 +23,20 @@ TEST(LogDatagram, EscapesControlCharacters) {
     EXPECT_THAT(logDatagram(LOG_INFO, "kiv-run", "a\nb\x1b[", kTime), EndsWith(": a\\x0ab\\x1b["));
 }
 
+TEST(LogDatagram, EscapesBytesThatAreNoCharacters) {
+    const auto escaped = [](const std::string& text) {
+        const std::string datagram = logDatagram(LOG_INFO, "kiv-run", text, kTime);
+        return datagram.substr(datagram.find("]: ") + 3);
+    };
+    EXPECT_EQ(escaped("caf\xe9 caf\xc3"), "caf\\xe9 caf\\xc3");
+    EXPECT_EQ(escaped("\x9b[2J\xc2"), "\\x9b[2J\\xc2");
+    EXPECT_EQ(escaped("\xc0\xaf \xe0\x80\xaf \xf0\x80\x80\xaf"),
+              "\\xc0\\xaf \\xe0\\x80\\xaf \\xf0\\x80\\x80\\xaf");  // longer than they need to be
+    EXPECT_EQ(escaped("\xed\xa0\x80 \xf4\x90\x80\x80"), "\\xed\\xa0\\x80 \\xf4\\x90\\x80\\x80");
+    EXPECT_EQ(escaped("\xef\xbf\xbe \xef\xb7\x90"), "\\xef\\xbf\\xbe \\xef\\xb7\\x90");
+    EXPECT_EQ(escaped("\u00e9 \u20ac \ud7ff \U0001f600"), "\u00e9 \u20ac \ud7ff \U0001f600");
+}
+
 TEST(LogDatagram, OfOneKibibyteIsWholeAndALongerOneIsCut) {
     const std::size_t header = logDatagram(LOG_INFO, "kiv-run", "", kTime).size();
     const std::string text(1024 - header, 'x');
