@@ -160,13 +160,14 @@ void noteEntry(pam_handle_t* pam) {
     ::pam_set_data(pam, kEntered, ::strdup(itemOf(pam, PAM_USER)), release);
 }
 
+/// A program with several threads may call the functions for several users at once.
+std::mutex oneAtATime;
+
 /// Calls `step` with the handle of the account, if the user has one. Returns PAM_SUCCESS, or
 /// `failure` after a refusal.
 template <typename Step>
 int run(pam_handle_t* pam, int flags, int count, const char** words, int failure,
         Step step) noexcept {
-    // a program with several threads may open sessions of several accounts at once
-    static std::mutex oneAtATime;
     const std::lock_guard lock(oneAtATime);
     try {
         silenceOutput();

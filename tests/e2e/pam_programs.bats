@@ -1,5 +1,5 @@
 #!/usr/bin/env bats
-# Accounts that enter through cron, su, sudo, login and an FTP server.
+# Accounts that enter through cron, su, sudo, login and an FTP server; a program with threads.
 load helpers
 
 setup() {
@@ -158,5 +158,49 @@ for sandbox in YES NO; do
     kill "$server"
     wait "$server" || true
 done
+EOF
+}
+
+@test "a program with several threads is in one function of the module at a time" {
+    in_host <<'EOF'
+source "$project/tests/e2e/logins.bash"
+two_containers
+useradd --create-home carol
+pam_service login
+sed -i -E "/permit|kiv/!d" /etc/pam.d/login
+with_lock alice exclusive bash -c 'touch /tmp/held; until test -e /tmp/free; do sleep 0.01; done' &
+eventually test -e /tmp/held
+python3 >/tmp/seen <<'END'
+import ctypes, os, threading, time
+pam = ctypes.CDLL("libpam.so.0")
+TALK = ctypes.CFUNCTYPE(ctypes.c_int, ctypes.c_int, *[ctypes.c_void_p] * 3)
+class Conversation(ctypes.Structure):
+    _fields_ = [("talk", TALK), ("data", ctypes.c_void_p)]
+conversation = Conversation(TALK(lambda *_: 19), None)  # PAM_CONV_ERR
+def call(function, user):
+    handle = ctypes.c_void_p()
+    pam.pam_start(b"login", user, ctypes.byref(conversation), ctypes.byref(handle))
+    function(handle, 0)
+def opened(name):
+    for number in os.listdir("/proc/self/fd"):
+        try:
+            if os.readlink("/proc/self/fd/" + number) == name:
+                return True
+        except OSError:
+            pass  # closed meanwhile
+    return False
+first = threading.Thread(target=call, args=(pam.pam_acct_mgmt, b"alice"))
+second = threading.Thread(target=call, args=(pam.pam_open_session, b"carol"))
+first.start()
+while first.is_alive() and not opened("/run/kiv/.lock"):
+    time.sleep(0.01)
+second.start()
+second.join(1)
+print("the second one waits:", second.is_alive())
+open("/tmp/free", "w").close()
+first.join()
+second.join()
+END
+same "while alice's container is locked" "the second one waits: True" "$(cat /tmp/seen)"
 EOF
 }
