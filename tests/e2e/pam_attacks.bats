@@ -26,7 +26,7 @@ eventually runs
 # pidfd_open(2) shows only that the process exists
 # shellcheck disable=SC2029 # the words are meant to be this shell's
 tried() { ssh alice@host "./$1" "$2" | awk '$1 != "pidfd_open" { print $2 }' | sort -u | xargs; }
-for pid in "$(pgrep --full 'sshd: alice \[priv\]' | head -n 1)" "$(pgrep --uid alice --full 'sshd: alice' | head -n 1)" \
+for pid in "$(pgrep --full 'sshd[^ ]*: alice \[priv\]' | head -n 1)" "$(pgrep --uid alice --full 'sshd[^ ]*: alice' | head -n 1)" \
     "$parent"; do
     same "the account, at $(tr '\0' ' ' <"/proc/$pid/cmdline")" "ENOENT EPERM" "$(tried watch_process "$pid")"
     same "uid 0, at $(tr '\0' ' ' <"/proc/$pid/cmdline")" "ENOENT EPERM" "$(tried watch_process_root "$pid")"

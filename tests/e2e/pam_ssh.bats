@@ -164,7 +164,7 @@ ssh alice@host 'trap "" HUP; sleep 600 & nohup sleep 601 >/dev/null & wait' &
 connection=$!
 runs() { [ "$(pgrep --uid alice sleep --count)" = 2 ]; }
 eventually runs
-kill -KILL "$connection" "$(pgrep --full 'sshd: alice \[priv\]')"
+kill -KILL "$connection" "$(pgrep --full 'sshd[^ ]*: alice \[priv\]')"
 all_inside alice
 kivctl stop alice >/dev/null 2>&1 || kivctl stop alice >/dev/null
 same "processes of alice" "" "$(pgrep --uid alice || true)"
