@@ -58,6 +58,13 @@ pam_service sshd
 serve_ssh
 mkdir -p /tmp/tree/below
 echo text >/tmp/tree/below/file
+# bash(1) reads this file also for a command of ssh: each session notes where it runs and its rights
+for name in alice bob; do
+    cat >"/home/$name/.bashrc" <<'END'
+echo "$(basename "${BASH_EXECUTION_STRING%% *}") $(readlink /proc/$$/ns/{net,ipc,mnt} | xargs) $(
+    sed -nE 's/^(CapPrm|CapEff|CapBnd|Seccomp):\t//p' /proc/$$/status | xargs)" >>~/sessions
+END
+done
 sftp -q -b - alice@host >/tmp/seen <<'END'
 put -r /tmp/tree by-sftp
 get by-sftp/below/file /tmp/sftp.back
@@ -80,6 +87,12 @@ git -c user.name=x -c user.email=x@example.org commit -q --allow-empty -m first
 git push -q origin HEAD
 same "commit" "$(git rev-parse HEAD)" "$(git ls-remote origin HEAD | cut -f1)"
 same owners "alice bob" "$(stat -c %U /home/alice/by-sftp/below/file /home/bob/by-rsync/below/file | xargs)"
+for name in alice bob; do
+    same "where the sessions of $name ran, and their rights" \
+        "$(pinned_for "$name") 0000000000000000 0000000000000000 0000000000002000 2" "$(cut -d' ' -f2- "/home/$name/sessions" | sort -u)"
+done
+same "alice's sessions" "scp sftp-server" "$(cut -d' ' -f1 /home/alice/sessions | sort -u | xargs)"
+same "bob's sessions" "git git-receive-pack git-upload-pack rsync" "$(cut -d' ' -f1 /home/bob/sessions | sort -u | xargs)"
 EOF
 }
 
