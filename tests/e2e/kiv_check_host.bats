@@ -183,6 +183,16 @@ eventually grep -q sleep "/proc/$outside/comm"
 finds "/proc: warning: processes of 'alice' run outside of its container: $outside; start them with kiv-run"
 kill "$outside"
 wait "$outside" || true
+setpriv --reuid alice --regid alice --init-groups /usr/bin/python3 -c '
+import ctypes, threading, time
+threading.Thread(target=time.sleep, args=(300,)).start()
+ctypes.CDLL(None).pthread_exit(None)' </dev/null &
+outside=$! # its first thread ends
+first_has_ended() { grep -q python "/proc/$outside/comm" && ! stat -L "/proc/$outside/ns/net" >/dev/null 2>&1; }
+eventually first_has_ended
+finds "/proc: warning: processes of 'alice' run outside of its container: $outside; start them with kiv-run"
+kill "$outside"
+wait "$outside" || true
 cp /usr/bin/sleep /usr/bin/waiting
 cp /usr/bin/sleep /usr/bin/resting
 resident alice net,ipc,mnt waiting 300

@@ -1,11 +1,9 @@
 #include "companions/check/process_checks.h"
 
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <charconv>
 #include <cstdint>
 #include <map>
@@ -15,8 +13,7 @@
 #include "container/container_status.h"
 #include "container/namespace_processes.h"
 #include "container/namespaces.h"
-#include "util/directory_stream.h"
-#include "util/errors.h"
+#include "container/replaced_files.h"
 #include "util/line_reader.h"
 #include "util/string_util.h"
 #include "util/user_slice.h"
@@ -61,41 +58,6 @@ std::optional<uid_t> userOf(const std::string& process) {
     return std::nullopt;
 }
 
-std::string_view withoutZeros(std::string_view address) {
-    return address.substr(std::min(address.find_first_not_of('0'), address.size()));
-}
-
-/// After dpkg(1) has replaced a program or library, the old file has no link left. In a container
-/// maps does not show "(deleted)" for it, because the overlay still has the name cached.
-bool isReplaced(const std::string& process, std::string_view range, std::string_view path) {
-    constexpr std::string_view kInstalled[] = {"/usr/", "/lib", "/bin/", "/sbin/", "/opt/"};
-    const bool isInstalled =
-        std::any_of(std::begin(kInstalled), std::end(kInstalled),
-                    [path](std::string_view folder) { return path.starts_with(folder); });
-    struct stat status {};
-    return isInstalled &&
-           (path.ends_with(" (deleted)") ||
-            (::stat((process + "/map_files/" + mapFileName(range)).c_str(), &status) == 0 &&
-             status.st_nlink == 0));
-}
-
-/// Checks the executable mappings, proc_pid_maps(5).
-bool hasReplacedFile(const std::string& process) {
-    LineReader maps(process + "/maps");
-    std::string line;
-    while (maps.next(line)) {
-        WordReader words(line, " ");
-        const auto range = words.next();
-        const auto mode = words.next();
-        const auto path = line.find('/');
-        if (mode.size() > 2 && mode[2] == 'x' && path != std::string::npos &&
-            isReplaced(process, range, std::string_view(line).substr(path))) {
-            return true;
-        }
-    }
-    return false;
-}
-
 /// Compares IDs, because two names may share a user ID.
 bool isOf(const HostAccount& account, uid_t user) {
     return account.user && account.user->uid == user;
@@ -105,7 +67,7 @@ class Checks {
 public:
     explicit Checks(const HostAccounts& known) : accounts(known) {}
 
-    void take(const std::string& pid);
+    void take(const ProcessPlace& place);
     void report(Findings& findings) const;
 
 private:
@@ -114,13 +76,10 @@ private:
     std::uint64_t ownMounts = getNamespaceInode(::getpid(), "mnt");
 };
 
-void Checks::take(const std::string& pid) {
+void Checks::take(const ProcessPlace& place) {
+    const std::string pid = std::to_string(place.pid);
     const std::string process = kProcesses + ("/" + pid);
-    const std::uint64_t network = inodeOf(process + "/ns/net");
-    if (network == 0) {
-        return;  // ended, or ending
-    }
-    const auto inside = accounts.byNetworkNamespace.find(network);
+    const auto inside = accounts.byNetworkNamespace.find(place.network);
     const bool isInside = inside != accounts.byNetworkNamespace.end();
     const auto user = userOf(process);
     if (user && !(isInside && isOf(*inside->second, *user))) {
@@ -130,15 +89,11 @@ void Checks::take(const std::string& pid) {
             return;
         }
     }
-    if (!isInside) {
-        return;
+    if (!isInside || place.mounts == ownMounts) {
+        return;  // the latter is an administrator's tool that joined only the network
     }
     const HostAccount& account = *inside->second;
-    const std::uint64_t mounts = inodeOf(process + "/ns/mnt");
-    if (mounts == 0 || mounts == ownMounts) {
-        return;  // an administrator's tool that joined only the network
-    }
-    if (account.mountNamespace != 0 && mounts != account.mountNamespace) {
+    if (account.mountNamespace != 0 && place.mounts != account.mountNamespace) {
         found[account.name].oldView.push_back(pid);
     } else if (hasReplacedFile(process)) {
         found[account.name].replaced.push_back(pid);
@@ -180,26 +135,10 @@ void checkUserManagers(const HostAccounts& accounts, Findings& findings) {
 
 }  // namespace
 
-std::string mapFileName(std::string_view range) {
-    const auto dash = std::min(range.find('-'), range.size());
-    return std::string(withoutZeros(range.substr(0, dash)))
-        .append("-")
-        .append(withoutZeros(range.substr(std::min(dash + 1, range.size()))));
-}
-
 void checkProcesses(const HostAccounts& accounts, Findings& findings) {
-    const DirectoryStream directory(::opendir(kProcesses));
-    if (directory == nullptr) {
-        throw systemError("Cannot open ", kProcesses, ": ");
-    }
     Checks checks(accounts);
-    while (const dirent* entry = nextEntry(directory)) {
-        if (entry->d_name[0] >= '0' && entry->d_name[0] <= '9') {
-            checks.take(entry->d_name);
-        }
-    }
-    if (errno != 0) {
-        throw systemError("cannot read ", kProcesses, ": ");
+    for (const ProcessPlace& place : listProcessPlaces()) {
+        checks.take(place);
     }
     checks.report(findings);
     checkUserManagers(accounts, findings);

@@ -1,4 +1,4 @@
-#include "companions/check/process_checks.h"
+#include "container/replaced_files.h"
 
 #include <gtest/gtest.h>
 
