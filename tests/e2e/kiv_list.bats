@@ -2,6 +2,7 @@
 # kiv-list: prints the state of containers, for programs and for people.
 load helpers
 load cgroups
+load with_residents
 
 # value KEY [USER]: prints the value in the account's object; strings without quotes.
 value() {
@@ -54,7 +55,8 @@ same "JSON" '[
     "cpu": 1.5,
     "cpu_limit": 0.5,
     "since": "'"$(date -u -d "@$began" +%FT%TZ)"'",
-    "outdated": false
+    "outdated": false,
+    "old_processes": []
   }
 ]' "$out"
 EOS
@@ -97,7 +99,8 @@ same "JSON" '[
     "cpu": null,
     "cpu_limit": null,
     "since": null,
-    "outdated": null
+    "outdated": null,
+    "old_processes": null
   }
 ]' "$out"
 : >"$registry"
@@ -195,6 +198,36 @@ sleep 0.1
 printf 'Package: fresh\nStatus: install ok installed\nMaintainer: a <a@b.c>\nArchitecture: all\nVersion: 1\nDescription: x\n' \
     >>/var/lib/dpkg/status
 same "packages" true "$(value outdated alice)"
+EOS
+}
+
+@test "processes in an old view or with replaced files mapped are named, in JSON" {
+    with_residents <<'EOS'
+account alice 100.64.0.4/30
+account bob 100.64.0.8/30
+kivctl start -a >/dev/null 2>&1
+library=/usr/lib/held.so # any will do
+cp "$(ldd "$(command -v bash)" | sed -n 's/.*libtinfo.* => \([^ ]*\) .*/\1/p')" "$library"
+resident alice net,ipc,mnt env LD_PRELOAD="$library" sleep 300
+replaced=$pid
+resident alice net,ipc,mnt sleep 300
+resident bob net,ipc,mnt sleep 300
+of_bob=$pid
+nsenter --net=/run/kiv/bob@net sleep 300 & # an administrator's
+old() { value old_processes "$1" | tr -d '\n'; }
+same "at first" "[][]" "$(old alice)$(old bob)"
+cp "$library" /usr/lib/new.so
+mv /usr/lib/new.so "$library" # as dpkg does
+sleep 0.1
+touch /var/lib/dpkg/status
+kiv-refresh bob
+same "of alice" "[$replaced]" "$(old alice)"
+same "of bob" "[$of_bob]" "$(old bob)"
+same "of an account that is named twice" 2 "$(kiv-list --json bob bob | grep -cw "$of_bob")"
+same "as kiv-check finds" "$replaced
+$of_bob" "$( (kiv-check --host || true) | sed -nE 's/.*(were replaced|old view): ([0-9]+); .*/\2/p')"
+old() { setpriv --bounding-set=-sys_ptrace kiv-list --json alice | sed -n 's/ *"old_processes": //p'; }
+same "for a caller that may not look" null "$(old)"
 EOS
 }
 

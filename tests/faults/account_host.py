@@ -24,7 +24,7 @@ ENTRY_STATUSES = (0, 125, 126, 127, 128 + signal.SIGHUP, -signal.SIGHUP)
 READERS = {"list": ("kiv-list", "--json"), "check": ("kiv-check", "--host", "--json")}
 # further keys may be added
 LISTED_KEYS = {"account", "uid", "state", "network", "host_address", "address", "interface", "processes",
-               "processes_limit", "memory", "memory_limit", "since", "outdated"}
+               "processes_limit", "memory", "memory_limit", "since", "outdated", "old_processes"}
 READER_STATUSES = {"list": (0, 1, 3, 4, 64, 71), "check": (0, 1, 2)}
 
 # Uses every feature of the layer and the root, so that each of their calls is made.

@@ -97,7 +97,8 @@ ROWS = [
     ("list", r'^openat\(.*"/etc/tarnwell/kiv.users"', ANY, r"^kiv-list: cannot open /etc/tarnwell/kiv.users: {E}$", 71),
     ("check", r'^openat\(.*"/etc/tarnwell/kiv.users"', ANY, r"^kiv-check: cannot open /etc/tarnwell/kiv.users: {E}$", 2),
     ("list|check", r"^write\(1, ", ANY, r"^kiv-(list|check): cannot write to standard output: {E}$", None),
-    ("list", r"^getdents64\(", MISSING, r"^kiv-list: cannot read /run/kiv: {E}$", 71),
+    ("list", r"^getdents64\(", MISSING, r"^kiv-list: (cannot read /run/kiv|Cannot read /proc): {E}$", 71),
+    ("list", r'^openat\(.*"/proc", .*O_DIRECTORY', ANY, r"^kiv-list: Cannot open /proc: {E}$", 71),
     ("check", r'^openat\(.*"/proc", .*O_DIRECTORY', ANY, r"^kiv-check: Cannot open /proc: {E}$", 2),
     # the new view
     ("refresh", r'^openat\(.*"/run/kiv/\.lock", O_RDWR', MISSING, r"^kiv-refresh: /run/kiv: cannot lock: {E}$", 71),

@@ -28,6 +28,7 @@ struct ListedAccount {
     std::optional<double> cpuLimit;           ///< processors at a time
     std::optional<Instant> since;
     std::optional<bool> outdated;
+    std::optional<std::vector<pid_t>> oldProcesses;  ///< set by addOldProcesses
 };
 
 /// The result of listAccounts.

@@ -10,6 +10,7 @@
 #include "companions/list/account_list.h"
 #include "companions/list/list_options.h"
 #include "companions/list/list_output.h"
+#include "companions/list/old_processes.h"
 #include "companions/list/whole_output.h"
 #include "util/daemon.h"
 #include "util/errors.h"
@@ -28,7 +29,10 @@ int list(const ListRequest& request) {
     if (::geteuid() != 0) {
         return fail(EX_USAGE, ::gettext("only root may run this program"));
     }
-    const AccountList found = listAccounts(request.users);
+    AccountList found = listAccounts(request.users);
+    if (request.json) {  // the table does not show them, and searching all processes takes time
+        addOldProcesses(found.accounts);
+    }
     printWhole(request.json ? jsonOf(found.accounts) : tableOf(found.accounts));
     for (const std::string& failure : found.failures) {
         fail(found.status, failure);

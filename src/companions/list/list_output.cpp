@@ -39,6 +39,7 @@ Json objectOf(const ListedAccount& listed) {
         {"cpu_limit", orNull(listed.cpuLimit)},
         {"since", listed.since ? Json(utcText(*listed.since)) : Json(nullptr)},
         {"outdated", orNull(listed.outdated)},
+        {"old_processes", orNull(listed.oldProcesses)},
     };
 }
 
