@@ -137,6 +137,10 @@ same "values" 'kiv_list_exit_code 71' "$(samples .)"
 PATH=/usr/bin:/bin capture "$collector" /tmp
 same status 0 "$status"
 same "values" 'kiv_list_exit_code 127' "$(samples .)"
+record kiv-list 'printf "[{"; kill -KILL $$'
+capture "$collector" /tmp
+same status 0 "$status"
+same "values" 'kiv_list_exit_code 137' "$(samples .)"
 EOF
 }
 
@@ -172,6 +176,10 @@ head -c 16384 /dev/zero >/tmp/metrics/full 2>/dev/null || true
 refused "$collector" /tmp/metrics
 same "metrics" "$before" "$(cat /tmp/metrics/kivctl.prom)"
 same "files" $'full\nkivctl.prom' "$(ls -A /tmp/metrics)"
+capture "$collector" /tmp/absent
+same "status without the directory" 1 "$status"
+same stderr "kivctl-metrics: /tmp/absent: No such file or directory" "$err"
+"$collector" --help | grep -q '^usage: kivctl-metrics'
 EOF
 }
 
