@@ -252,6 +252,14 @@ same "by the socket" alice "$(socat -u UNIX-CONNECT:/home/alice/web -)"
 iptables -t nat -A PREROUTING -p tcp --dport 8080 -j DNAT --to-destination 100.64.0.6:7000
 calls outside <<<"tcp 192.0.2.2 8080 - alice"
 calls bob <<<$'tcp 192.0.2.2 8080 - refused\ntcp 203.0.113.7 8080 - refused'
+# kiv(7) shows these two: for one address, and for a host whose own policy is to drop
+iptables -t nat -A PREROUTING -d 192.0.2.2 -p tcp --dport 8081 -j DNAT --to-destination 100.64.0.6:7000
+iptables -A FORWARD -i veth-+ ! -o veth-+ -j ACCEPT
+iptables -P FORWARD DROP
+calls outside <<<"tcp 192.0.2.2 8081 - silence"
+iptables -I FORWARD -d 100.64.0.6 -p tcp --dport 7000 -j ACCEPT
+calls outside <<<"tcp 192.0.2.2 8081 - alice"
+calls bob <<<"tcp 192.0.2.2 8081 - refused"
 EOF
 }
 
