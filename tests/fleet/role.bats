@@ -138,6 +138,23 @@ same recap "" "$recap"
 EOF
 }
 
+@test "an account keeps its line and fails the play while kivctl_stop_removed cannot stop its container" {
+    in_host <<'EOF'
+fresh_host
+apply "[alice, bob]"
+kivctl exec alice <<<'trap "" TERM; sleep 300 & echo $!' >/tmp/pid 2>/dev/null
+apply "[bob]" "kivctl_stop_removed: true" 2>/dev/null
+same status 2 "$status"
+grep -qF "failed: [simulated] (item=alice)" <<<"$out"
+same registry "alice net=100.64.0.4/30
+bob net=100.64.0.8/30" "$(lines)"
+kill -KILL "$(tail -n 1 /tmp/pid)"
+apply "[bob]" "kivctl_stop_removed: true"
+same status 0 "$status"
+same registry "bob net=100.64.0.8/30" "$(lines)"
+EOF
+}
+
 @test "neither a configuration that kivctl refuses nor a network in use reaches the host" {
     in_host <<'EOF'
 fresh_host
