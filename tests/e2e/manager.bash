@@ -13,11 +13,11 @@ install_units() {
     install -D -t "$helpers" "$shipped"/{account-limits,all-accounts,registry.bash}
     mkdir -p "$programs"
     ln -s "$(dirname "$KIVCTL")"/kiv* "$programs"
-    printf '%s\n' '[Unit]' 'DefaultDependencies=no' >/etc/systemd/system/few.target
 }
 
 # start_manager: from now on systemctl is its client.
 start_manager() {
+    printf '%s\n' '[Unit]' 'DefaultDependencies=no' >/etc/systemd/system/few.target
     unshare --pid --fork --kill-child --mount --mount-proc env container=simulated \
         /lib/systemd/systemd --unit=few.target </dev/null >/dev/null 2>&1 3>&- &
     eventually pgrep --exact systemd >/dev/null

@@ -186,6 +186,26 @@ same "live namespaces" $'net\nipc\nmnt' "$(mounted alice)"
 EOF
 }
 
+@test "with a real systemd, new accounts have their limits at once" {
+    in_host <<'EOF'
+source "$project/tests/e2e/manager.bash"
+fresh_host
+ln -s /dev/null /etc/systemd/system/systemd-tmpfiles-setup.service # it empties /tmp
+start_manager
+ansible-playbook() { managed ansible-playbook "$@"; }
+limit() { systemctl show --value --property TasksMax "user-$(id -u "$1").slice"; }
+apply "[alice]"
+same status 0 "$status"
+same "limit of alice" 512 "$(limit alice)"
+before=$(limit bob)
+apply "[alice, bob]"
+same recap "changed=3" "$recap" # registry and two handlers
+same "limits" "512 512" "$(limit alice) $(limit bob)"
+apply "[alice, bob]" "kivctl_limits: false"
+same "limits when switched off" "$before $before" "$(limit alice) $(limit bob)"
+EOF
+}
+
 @test "the package comes from the host's sources when there are no files" {
     in_host <<'EOF'
 fresh_host
