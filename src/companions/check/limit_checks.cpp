@@ -58,6 +58,12 @@ bool isInForce(const std::string& current, std::uint64_t wanted, bool isMemory) 
     return isMemory ? number / page == wanted / page : number == wanted;
 }
 
+/// Whether a share of the machine's memory, whose size systemd calculates, limits nothing. Not for
+/// TasksMax: systemd's own 33% for all users applies only to slices that it has started.
+bool isMissing(const std::string& current, const std::string& wanted, bool isMemory) {
+    return isMemory && wanted.ends_with('%') && current == "max";
+}
+
 bool exists(const std::string& path) {
     struct stat status {};
     return ::stat(path.c_str(), &status) == 0;
@@ -81,7 +87,8 @@ void checkLimit(const HostAccount& account, const Limit& limit, const SliceSetti
                 const std::string& cgroup, Findings& findings) {
     const auto wanted = parseLimit(set.value);
     const std::string current = readFirstLine(AT_FDCWD, cgroup + "/" + limit.file);
-    if (wanted && !isInForce(current, *wanted, limit.isMemory)) {
+    if (wanted ? !isInForce(current, *wanted, limit.isMemory)
+               : isMissing(current, set.value, limit.isMemory)) {
         FindingsOf(findings, set.file)
             .warn(set.line, "the limit is not in force for '" + account.name + "': " + limit.file +
                                 " is " + current +

@@ -99,6 +99,14 @@ TEST_F(LimitChecks, IgnorePercentagesAndInfinity) {
     }
 }
 
+TEST_F(LimitChecks, FindAPercentageOfMemoryThatLimitsNothing) {
+    systemd("MemoryHigh=25%");
+    kernel("memory.high", "max");
+    EXPECT_THAT(found(), HasSubstr("memory.high is max,"));
+    kernel("memory.high", "4194304");
+    EXPECT_THAT(found(), IsEmpty());
+}
+
 TEST_F(LimitChecks, CoverOnlyRunningContainers) {
     systemd("TasksMax=200");
     kernel("pids.max", "max");
