@@ -161,3 +161,23 @@ same "bob" active "$(systemctl is-active kivctl@bob)"
 refused systemctl start kivctl@carol 2>/dev/null
 EOF
 }
+
+@test "the hook that kiv-refresh(8) shows restarts the services of refreshed accounts during a reload" {
+    on_managed_host <<'EOF'
+sed -n '/^#!\/bin\/sh$/,/^\.Ed$/{/^\.Ed$/d; s/\\-/-/g; p}' "$project/docs/man/kiv-refresh.8" >/etc/tarnwell/refresh-hook
+chmod +x /etc/tarnwell/refresh-hook
+programs=$(sed -n 's|^ExecStart=.* --program \(.*\)/kivctl$|\1|p' /etc/systemd/system/kivctl.service)
+sed "/^Exec[A-Z].*=/{/^ExecStart=/!d; s|=.*|=$programs/kiv-run %i sleep 1000|}" \
+    "$project/dist/services/kiv-php@.service" >/etc/systemd/system/kiv-php@.service
+systemctl start kivctl kiv-php@alice
+main() { systemctl show --value --property MainPID kiv-php@alice; }
+before=$(main)
+timeout 60 nsenter --target "$manager" --pid --mount systemctl reload kivctl
+restarted() { [ "$(main)" != 0 ] && [ "$(main)" != "$before" ]; }
+eventually restarted
+old() { managed kiv-list --json alice | sed -n 's/ *"old_processes": //p'; }
+none_is_old() { [ "$(old)" = "[]" ]; }
+eventually none_is_old
+same "of bob, which was not active" inactive "$(systemctl is-active kiv-php@bob || true)"
+EOF
+}
