@@ -122,7 +122,7 @@ EOF
 log_in_on_terminal() {
     "$project/tests/e2e/on_terminal" login -f "$1" >/tmp/seen <<END
 expect \\$ 
-type setsid --fork sleep 600; echo \$(readlink /proc/self/ns/net) \$(id -un) done\\n
+type setsid --fork sleep 600 </dev/null >/dev/null 2>&1; echo \$(readlink /proc/self/ns/net) \$(id -un) done\\n
 expect $1 done
 type exit\\n
 END
