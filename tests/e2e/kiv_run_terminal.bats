@@ -108,9 +108,7 @@ on_terminal bash --norc -i <<'END' >/tmp/shown
 expect # $
 type kiv-run alice\n
 expect \$ $
-type reader &\n
-expect \$ $
-type sleep 0.5; exit\n
+type reader & sleep 0.5; exit\n
 expect # $
 type echo sec"ret" one\n
 expect ^secret one$
