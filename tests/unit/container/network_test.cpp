@@ -71,31 +71,32 @@ protected:
     }
 
     TemporaryDirectory directory;
-    ContainerLink link = {"veth-alice", "vpeer-alice", "100.64.0.5", "100.64.0.6", 30};
+    // a name that no host has: what is removed depends on the interfaces that exist
+    ContainerLink link = {"veth-nobody", "vpeer-nobody", "100.64.0.5", "100.64.0.6", 30};
     std::string errors;
 };
 
 TEST_F(LinkSetUp, OnTheHostTakesTheseSteps) {
     EXPECT_EQ(runHostSide(), 0);
-    EXPECT_EQ(calls(), "ip|link|add|veth-alice|type|veth|peer|name|vpeer-alice|mtu|" +
+    EXPECT_EQ(calls(), "ip|link|add|veth-nobody|type|veth|peer|name|vpeer-nobody|mtu|" +
                            defaultMtu() +
                            "\n"
-                           "ip|link|set|vpeer-alice|netns|4711\n"
-                           "sysctl|-q|-w|net.ipv4.conf.veth-alice.route_localnet=1\n"
-                           "iptables|-t|nat|-I|PREROUTING|-i|veth-alice|-p|tcp|-d|100.64.0.5|"
+                           "ip|link|set|vpeer-nobody|netns|4711\n"
+                           "sysctl|-q|-w|net.ipv4.conf.veth-nobody.route_localnet=1\n"
+                           "iptables|-t|nat|-I|PREROUTING|-i|veth-nobody|-p|tcp|-d|100.64.0.5|"
                            "--dport|3306|-j|DNAT|--to-destination|127.0.0.1:3306\n"
-                           "iptables|-A|INPUT|-i|veth-alice|-d|100.64.0.0/10|-j|REJECT\n"
-                           "ip|addr|add|100.64.0.5/30|dev|veth-alice\n"
-                           "ip|link|set|veth-alice|up|mtu|" +
+                           "iptables|-A|INPUT|-i|veth-nobody|-d|100.64.0.0/10|-j|REJECT\n"
+                           "ip|addr|add|100.64.0.5/30|dev|veth-nobody\n"
+                           "ip|link|set|veth-nobody|up|mtu|" +
                            defaultMtu() + "\n");
 }
 
 TEST_F(LinkSetUp, OnTheHostContinuesAfterAFailure) {
-    fail("ip|link|set|vpeer-alice|netns|4711");
+    fail("ip|link|set|vpeer-nobody|netns|4711");
     EXPECT_EQ(runHostSide(), 0);
     const std::string all = calls();
     EXPECT_EQ(std::count(all.begin(), all.end(), '\n'), 7);
-    EXPECT_NE(errors.find("exit code 3: ip link set vpeer-alice netns 4711\n"), std::string::npos)
+    EXPECT_NE(errors.find("exit code 3: ip link set vpeer-nobody netns 4711\n"), std::string::npos)
         << errors;
 }
 
@@ -144,9 +145,9 @@ protected:
 TEST_F(RulesLeft, AreRemovedWithAllCopiesAndSilently) {
     leave(2);
     EXPECT_EQ(remove(), 0);
-    const std::string reject = "iptables|-D|INPUT|-i|veth-alice|-d|100.64.0.0/10|-j|REJECT\n";
+    const std::string reject = "iptables|-D|INPUT|-i|veth-nobody|-d|100.64.0.0/10|-j|REJECT\n";
     EXPECT_EQ(calls(), reject + reject + reject +
-                           "iptables|-t|nat|-D|PREROUTING|-i|veth-alice|-p|tcp|-d|100.64.0.5|"
+                           "iptables|-t|nat|-D|PREROUTING|-i|veth-nobody|-p|tcp|-d|100.64.0.5|"
                            "--dport|3306|-j|DNAT|--to-destination|127.0.0.1:3306\n");
     EXPECT_EQ(errors, "");
 }
