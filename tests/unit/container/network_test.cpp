@@ -179,7 +179,7 @@ TEST_F(LinkSetUp, InTheContainerTakesTheseSteps) {
     EXPECT_TRUE(runContainerSide(1'001));
     EXPECT_EQ(errors, "");
     EXPECT_EQ(calls(),
-              "ip|link|set|dev|vpeer-alice|name|veth0\n"
+              "ip|link|set|dev|vpeer-nobody|name|veth0\n"
               "ip|addr|add|100.64.0.6/30|dev|veth0\n"
               "ip|link|set|veth0|up\n"
               "ip|link|set|lo|up\n"
@@ -196,7 +196,7 @@ TEST_F(LinkSetUp, InTheContainerEndsAtTheFirstFailure) {
     EXPECT_FALSE(runContainerSide(1'001));
     EXPECT_EQ(errors, "exit code 3: ip link set veth0 up\n");
     EXPECT_EQ(calls(),
-              "ip|link|set|dev|vpeer-alice|name|veth0\n"
+              "ip|link|set|dev|vpeer-nobody|name|veth0\n"
               "ip|addr|add|100.64.0.6/30|dev|veth0\n"
               "ip|link|set|veth0|up\n");
 }
