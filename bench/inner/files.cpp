@@ -16,7 +16,7 @@ void configurationOfManyItems(benchmark::State& state) {
     const LargeFile file(static_cast<int>(state.range(0)), "hide\n",
                          [](int number) { return "    /usr/bin/tool" + std::to_string(number); });
     for ([[maybe_unused]] auto round : state) {
-        benchmark::DoNotOptimize(Configuration::read(file.path(), nullptr));
+        benchmark::DoNotOptimize(Configuration::read(file.path()));
     }
     state.SetItemsProcessed(state.iterations() * state.range(0));
 }
@@ -26,7 +26,7 @@ void configurationOfManyFilters(benchmark::State& state) {
         return "    /etc/file" + std::to_string(number) + " ^(root|daemon|${USER}):";
     });
     for ([[maybe_unused]] auto round : state) {
-        benchmark::DoNotOptimize(Configuration::read(file.path(), nullptr));
+        benchmark::DoNotOptimize(Configuration::read(file.path()));
     }
     state.SetItemsProcessed(state.iterations() * state.range(0));
 }

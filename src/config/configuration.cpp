@@ -22,10 +22,9 @@ Configuration& instance() {
 /// below.
 class Parser {
 public:
-    explicit Parser(const Configuration::ItemCheck& itemCheck) : check(itemCheck) {}
+    explicit Parser(const Configuration::ItemTaker& itemTaker) : take(itemTaker) {}
 
-    /// Moves an item's text out of `line`.
-    void parseLine(std::string& line);
+    void parseLine(std::string_view line);
 
     Configuration result;
     unsigned long number = 0;  ///< of the line, for `inspect`; else 0
@@ -34,14 +33,14 @@ public:
 private:
     using ItemHandler = void (Parser::*)(const std::string& item);
 
-    void parseHeader(const std::string& line);
-    void parseItem(std::string& item);
+    void parseHeader(std::string_view line);
+    void parseItem(std::string_view line);
     void selectAllowlist(WordReader& words);
     void selectSection(std::string_view keyword);
     void addFilter(const std::string& item);
 
-    const Configuration::ItemCheck& check;
-    Configuration::Section currentSection = nullptr;  ///< only this kind of list is checked
+    const Configuration::ItemTaker& take;
+    Configuration::Section currentSection = nullptr;  ///< only items of this kind are taken
     std::list<std::string>* currentList = nullptr;
     ItemHandler currentHandler = nullptr;
 };
@@ -61,9 +60,9 @@ bool isSpace(char c) {
     return std::isspace(static_cast<unsigned char>(c)) != 0;
 }
 
-void Parser::parseLine(std::string& line) {
-    if (line.empty()) {
-        return;
+void Parser::parseLine(std::string_view line) {
+    if (line.empty() || line.front() == '#') {
+        return;  // a comment does not end the section
     }
     if (isSpace(line.front())) {
         parseItem(line);
@@ -72,13 +71,10 @@ void Parser::parseLine(std::string& line) {
     }
 }
 
-void Parser::parseHeader(const std::string& line) {
+void Parser::parseHeader(std::string_view line) {
     // only blanks separate words: a header with a tab is one unknown word
     WordReader words(line, " ");
     const auto keyword = words.next();
-    if (keyword.empty() || keyword.front() == '#') {
-        return;  // a comment does not end the section
-    }
     currentHandler = nullptr;
     currentSection = nullptr;
     latest = {number, std::string(keyword), "", true, ""};
@@ -115,11 +111,12 @@ void Parser::selectSection(std::string_view keyword) {
     }
 }
 
-void Parser::parseItem(std::string& item) {
-    StringUtil::trim(item, kWhiteSpace);
-    if (item.starts_with('#')) {
+void Parser::parseItem(std::string_view line) {
+    const std::string_view text = StringUtil::trimmed(line, kWhiteSpace);
+    if (text.starts_with('#')) {
         return;
     }
+    std::string item(text);
     if (number != 0) {
         latest.number = number;
         latest.isHeader = false;
@@ -129,10 +126,9 @@ void Parser::parseItem(std::string& item) {
         (this->*currentHandler)(item);
     } else if (currentList == nullptr) {
         throw std::runtime_error("not parsing a list");
+    } else if (currentSection != nullptr && take) {
+        take(currentSection, item);
     } else {
-        if (currentSection != nullptr && check) {
-            check(currentSection, item);
-        }
         currentList->push_back(std::move(item));
     }
 }
@@ -154,13 +150,13 @@ void Parser::addFilter(const std::string& item) {
 
 }  // namespace
 
-Configuration Configuration::read(const std::string& path, const ItemCheck& check) {
+Configuration Configuration::read(const std::string& path, const ItemTaker& take) {
     LineReader file(path);
     if (!file.opened()) {
         throw std::runtime_error("cannot open file " + path);
     }
-    Parser parser(check);
-    std::string line;
+    Parser parser(take);
+    std::string_view line;
     for (unsigned long number = 1; file.next(line); ++number) {
         try {
             parser.parseLine(line);
@@ -190,9 +186,9 @@ void Configuration::inspect(
     if (!file.opened()) {
         throw std::runtime_error("cannot open file " + path);
     }
-    const ItemCheck nothing;
-    Parser parser(nothing);
-    std::string line;
+    const ItemTaker nobody;
+    Parser parser(nobody);
+    std::string_view line;
     while (file.next(line)) {
         ++parser.number;
         try {
@@ -211,7 +207,7 @@ void Configuration::inspect(
 }
 
 void Configuration::load(const std::string& path) {
-    instance() = read(path, nullptr);
+    instance() = read(path);
 }
 
 const Configuration& configuration() {

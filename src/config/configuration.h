@@ -37,12 +37,14 @@ struct Configuration {
     /// One of the lists above, named by its member.
     using Section = std::list<std::string> Configuration::*;
 
-    /// Called with every item of a list section; throws std::runtime_error to refuse the item.
-    using ItemCheck = std::function<void(Section section, const std::string& item)>;
+    /// Called with every item of a list section, which then is not kept; throws std::runtime_error
+    /// to refuse the item.
+    using ItemTaker = std::function<void(Section section, const std::string& item)>;
 
-    /// The file's content. Throws std::runtime_error "cannot open file …", "error while reading
-    /// from file", or "line N: " and what is wrong there, a refusal of `check` included.
-    static Configuration read(const std::string& path, const ItemCheck& check);
+    /// The file's content, without the items that `take` was called with. Throws std::runtime_error
+    /// "cannot open file …", "error while reading from file", or "line N: " and what is wrong
+    /// there, a refusal of `take` included.
+    static Configuration read(const std::string& path, const ItemTaker& take = nullptr);
 
     /// The words that open a section.
     static std::vector<std::string> sections();

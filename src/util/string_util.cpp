@@ -23,14 +23,17 @@ std::size_t controlLength(std::string_view text) {
 }  // namespace
 
 std::string& StringUtil::trim(std::string& text, const std::string& characters) {
-    const auto last = text.find_last_not_of(characters);
-    if (last == std::string::npos) {
-        text.clear();
-        return text;
-    }
-    text.erase(last + 1);
-    text.erase(0, text.find_first_not_of(characters));
-    return text;
+    return text.assign(trimmed(text, characters));  // which allows a part of itself
+}
+
+std::string_view StringUtil::trimmed(std::string_view text, std::string_view characters) {
+    // not find_first_not_of, which calls the C library for each character
+    const auto isRemoved = [characters](char c) {
+        return std::find(characters.begin(), characters.end(), c) != characters.end();
+    };
+    const auto last = std::find_if_not(text.rbegin(), text.rend(), isRemoved).base();
+    const auto first = std::find_if_not(text.begin(), last, isRemoved);
+    return {first, last};
 }
 
 void StringUtil::replaceAll(const std::string& from, const std::string& to, std::string& subject) {

@@ -21,6 +21,9 @@ public:
     /// Removes every leading and trailing character that occurs in `characters`, in place.
     static std::string& trim(std::string& text, const std::string& characters);
 
+    /// The part of `text` that trim would leave, not copied.
+    static std::string_view trimmed(std::string_view text, std::string_view characters);
+
     /// Replaces every occurrence of `from` in `subject` from left to right, in place. The
     /// replacement is not searched again; an empty `from` occurs nowhere.
     static void replaceAll(const std::string& from, const std::string& to, std::string& subject);

@@ -65,7 +65,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
     const InputFile file(text);
     try {
-        requireSound(Configuration::read(file.path(), nullptr));
+        requireSound(Configuration::read(file.path()));
     } catch (const std::runtime_error& error) {
         demand(std::string_view(error.what()).starts_with("line "), "an error that names its line");
     }

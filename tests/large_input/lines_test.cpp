@@ -13,7 +13,7 @@ namespace {
 using Reader = void (*)(const std::string& path);
 
 void readConfiguration(const std::string& path) {
-    Configuration::read(path, nullptr);
+    Configuration::read(path);
 }
 
 void readThePolicy(const std::string& path) {

@@ -453,7 +453,7 @@ TEST_F(ConfigurationFile, DoesNotLetItsKeywordsChangeTheHostTools) {
     EXPECT_EQ(configuration().ipCommand, "ip");
 }
 
-// Configuration::read with a check of its items.
+// Configuration::read with somebody who takes the items.
 
 struct Seen {
     Configuration::Section section;
@@ -461,7 +461,7 @@ struct Seen {
     bool operator==(const Seen&) const = default;
 };
 
-class ItemCheck : public testing::Test {
+class ItemTaker : public testing::Test {
 protected:
     Configuration read(const std::string& content) {
         return Configuration::read(directory.write("/kiv.conf", content),
@@ -481,7 +481,7 @@ protected:
     TemporaryDirectory directory;
 };
 
-TEST_F(ItemCheck, IsGivenTheItemsOfEveryListInFileOrder) {
+TEST_F(ItemTaker, IsGivenTheItemsOfEveryListInFileOrder) {
     read(
         "seccomp\n f g\nhide\n /a\n\t/b \nempty\n /c\nbind\n /d\ncap_add\n e\ncap_drop\n h\nhide\n"
         " /i\n");
@@ -495,28 +495,30 @@ TEST_F(ItemCheck, IsGivenTheItemsOfEveryListInFileOrder) {
                                        {&Configuration::hide, "/i"}}));
 }
 
-TEST_F(ItemCheck, IsGivenNeitherNamesOfAllowlistsNorFiltersNorComments) {
+TEST_F(ItemTaker, IsGivenNeitherNamesOfAllowlistsNorFiltersNorComments) {
     read("hide\n # x\nallowlist /etc\n refused\nfilter\n refused x\n /etc/x refused\n");
     EXPECT_TRUE(seen.empty());
 }
 
-TEST_F(ItemCheck, IsGivenALineOfBlanksAsAnEmptyItem) {
+TEST_F(ItemTaker, IsGivenALineOfBlanksAsAnEmptyItem) {
     read("cap_add\n\n  \t \n");
     EXPECT_EQ(seen, (std::vector<Seen>{{&Configuration::cap_add, ""}}));
 }
 
-TEST_F(ItemCheck, MayRefuseAnItemWhichIsReportedWithItsLine) {
+TEST_F(ItemTaker, MayRefuseAnItemWhichIsReportedWithItsLine) {
     EXPECT_EQ(fault("# x\nhide\n /a\n\n refused\n /b\n"), "line 5: no, not 'refused'");
     EXPECT_EQ(seen, (std::vector<Seen>{{&Configuration::hide, "/a"}}));
 }
 
-TEST_F(ItemCheck, LeavesTheItemsInTheResult) {
-    const Configuration read = this->read("hide\n /a\nallowlist /etc\n refused\n");
-    EXPECT_EQ(read.hide, std::list<std::string>{"/a"});
+TEST_F(ItemTaker, LeavesOnlyTheOtherItemsInTheResult) {
+    const Configuration read =
+        this->read("hide\n /a\nallowlist /etc\n refused\nfilter\n /etc/x y\n");
+    EXPECT_TRUE(read.hide.empty());
+    EXPECT_EQ(read.filters.at("/etc/x"), "y");
     EXPECT_EQ(read.allowlists.at("/etc"), std::list<std::string>{"refused"});
 }
 
-TEST_F(ItemCheck, DoesNotChangeTheProcessesConfiguration) {
+TEST_F(ItemTaker, DoesNotChangeTheProcessesConfiguration) {
     Configuration::load(directory.write("/other.conf", "hide\n /kept\n"));
     read("hide\n /a\n");
     EXPECT_EQ(configuration().hide, std::list<std::string>{"/kept"});

@@ -193,6 +193,13 @@ TEST_P(TrimmedText, HasLostTheCharactersAtBothEnds) {
     EXPECT_EQ(text, GetParam().result);
 }
 
+TEST_P(TrimmedText, IsAPartOfTheText) {
+    const std::string& text = GetParam().text;
+    const std::string_view part = StringUtil::trimmed(text, GetParam().characters);
+    EXPECT_EQ(part, GetParam().result);
+    EXPECT_TRUE(part.data() >= text.data() && part.end() <= text.data() + text.size());
+}
+
 INSTANTIATE_TEST_SUITE_P(
     Texts, TrimmedText,
     testing::Values(Trimmed{"", kBlanks, ""}, Trimmed{" ", kBlanks, ""}, Trimmed{"a", kBlanks, "a"},
