@@ -3,6 +3,7 @@
 #include <pwd.h>
 
 #include <algorithm>
+#include <cctype>
 #include <charconv>
 #include <cstdio>
 #include <cstdlib>
@@ -36,8 +37,46 @@ bool startsWithFilesAlone(std::string_view services) {
     return first == "files" && !words.next().starts_with('[');
 }
 
+/// Takes the first field, which ends at a colon, off the line.
+std::optional<std::string_view> takeField(std::string_view& line) {
+    const std::size_t end = line.find(':');
+    if (end == std::string_view::npos) {
+        return std::nullopt;
+    }
+    const std::string_view field = line.substr(0, end);
+    line.remove_prefix(end + 1);
+    return field;
+}
+
+/// The same for a field that is a decimal number and nothing else.
+std::optional<uid_t> takeNumber(std::string_view& line) {
+    uid_t number = 0;
+    const char* const end = line.data() + line.size();
+    const auto [after, error] = std::from_chars(line.data(), end, number);
+    if (error != std::errc{} || after == end || *after != ':') {
+        return std::nullopt;
+    }
+    line = {after + 1, end};
+    return number;
+}
+
+/// A line as useradd(8) writes it; nothing for one that only the C library's parser understands.
+std::optional<PasswordEntry> parseUsualLine(std::string_view line) {
+    const bool isText = line.find('\0') == std::string_view::npos;
+    const auto name = takeField(line);
+    const auto password = takeField(line);
+    const auto uid = takeNumber(line);
+    const auto gid = takeNumber(line);
+    const auto comment = takeField(line);
+    const auto home = takeField(line);
+    if (!isText || !name || !password || !uid || !gid || !comment || !home) {
+        return std::nullopt;
+    }
+    return PasswordEntry{std::string(*name), *uid, *gid, std::string(*home), std::string(line)};
+}
+
 /// Uses the C library's parser on one line only: on a longer file it makes a system call per line.
-std::optional<PasswordEntry> parseLine(std::string line) {
+std::optional<PasswordEntry> parseAnyLine(std::string line) {
     line += '\n';
     std::FILE* const file = ::fmemopen(line.data(), line.size(), "r");
     if (file == nullptr) {
@@ -60,14 +99,18 @@ std::optional<uid_t> numberIn(std::string_view line) {
     const std::size_t password = line.find(':');
     const std::size_t number =
         password == std::string_view::npos ? password : line.find(':', password + 1);
-    uid_t uid = 0;
     if (number == std::string_view::npos) {
-        return uid;
+        return 0;
     }
-    const char* const end = line.data() + line.size();
-    const auto [after, error] = std::from_chars(line.data() + number + 1, end, uid);
-    return error == std::errc{} && after != end && *after == ':' ? std::optional(uid)
-                                                                 : std::nullopt;
+    line.remove_prefix(number + 1);
+    return takeNumber(line);
+}
+
+/// What the C library makes of the line, which it reads itself only where it must: the pages of its
+/// parser are seldom in memory yet.
+std::optional<PasswordEntry> parseLine(std::string_view line) {
+    auto usual = parseUsualLine(line);
+    return usual ? usual : parseAnyLine(std::string(line));
 }
 
 }  // namespace
@@ -192,8 +235,10 @@ std::optional<PasswordEntry> PasswordLine::readUpTo(const std::string& name) {
     bool allAreKnown = true;
     LineReader file(passwords.path);
     for (std::string_view line; file.next(line);) {
-        line.remove_prefix(std::min(line.find_first_not_of(kWhiteSpace), line.size()));
-        auto entry = line.starts_with(begin) ? parseLine(std::string(line)) : std::nullopt;
+        while (!line.empty() && std::isspace(static_cast<unsigned char>(line.front())) != 0) {
+            line.remove_prefix(1);
+        }
+        auto entry = line.starts_with(begin) ? parseLine(line) : std::nullopt;
         if (entry) {
             isFirstOfNumber = allAreKnown && std::find(earlier.begin(), earlier.end(),
                                                        entry->uid) == earlier.end();

@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <pwd.h>
 #include <sys/stat.h>
 
 #include <array>
@@ -12,9 +13,11 @@
 #include <filesystem>
 #include <functional>
 #include <initializer_list>
+#include <memory>
 #include <optional>
 #include <string>
 #include <thread>
+#include <tuple>
 
 #include "../fs/temporary_directory.h"
 
@@ -329,6 +332,63 @@ TEST_F(OnePasswordLine, SkipsInvalidLines) {
     PasswordLine alice = line("alice\n#alice:x:1:1:::\n+alice:x:2:2:::\n\n alice:x:7:8:::\n");
     ASSERT_TRUE(alice.find("alice"));
     EXPECT_TRUE(alice.findNumber(7U));
+}
+
+using Fields = std::tuple<std::string, uid_t, gid_t, std::string, std::string>;
+
+std::optional<Fields> fieldsOf(const std::optional<PasswordEntry>& entry) {
+    return entry ? std::optional(Fields(entry->name, entry->uid, entry->gid, entry->homeDirectory,
+                                        entry->shell))
+                 : std::nullopt;
+}
+
+/// What the C library reads from the file.
+std::optional<PasswordEntry> readByCLibrary(const std::string& path) {
+    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(path.c_str(), "r"),
+                                                               std::fclose);
+    const passwd* const entry = ::fgetpwent(file.get());
+    return entry == nullptr
+               ? std::nullopt
+               : std::optional(PasswordEntry{entry->pw_name, entry->pw_uid, entry->pw_gid,
+                                             entry->pw_dir, entry->pw_shell});
+}
+
+TEST_F(OnePasswordLine, IsReadAsTheCLibraryReadsIt) {
+    using std::string_literals::operator""s;
+    for (const std::string& text : {"alice:x:7:8:A,B:/home/alice:/bin/sh"s,
+                                    "alice::7:8:::"s,
+                                    "alice:x:7:8:A:/home/alice"s,
+                                    "alice:x:7:8:A"s,
+                                    "alice:x:7:8"s,
+                                    "alice:x:7"s,
+                                    "alice:x"s,
+                                    "alice:"s,
+                                    "alice:x:7:8::/home/alice:/bin/sh:more"s,
+                                    "alice:x:7:8::/home/alice:/bin/sh \t"s,
+                                    "alice:x:7:8::/home/alice:/bin/sh\r"s,
+                                    "alice:x:007:08::/:/bin/sh"s,
+                                    "alice:x:+7:8::/:/bin/sh"s,
+                                    "alice:x:7:-8::/:/bin/sh"s,
+                                    "alice:x: 7:8::/:/bin/sh"s,
+                                    "alice:x:7 :8::/:/bin/sh"s,
+                                    "alice:x:0x7:8::/:/bin/sh"s,
+                                    "alice:x:7:8a::/:/bin/sh"s,
+                                    "alice:x:::::/bin/sh"s,
+                                    "alice:x:7::::/bin/sh"s,
+                                    "alice:x::8:::/bin/sh"s,
+                                    "alice:x:4294967294:4294967295::/:/bin/sh"s,
+                                    "alice:x:4294967296:8::/:/bin/sh"s,
+                                    "alice:x:7:4294967303::/:/bin/sh"s,
+                                    "alice:x:99999999999999999999:8::/:/bin/sh"s,
+                                    "  alice:x:7:8::/:/bin/sh"s,
+                                    "alice:x:7:8:\xe4:/h\xc3\xa4:/bin/sh"s,
+                                    "alice:x:7:8::/home\0/alice:/bin/sh"s,
+                                    "alice:x:7\0:8::/:/bin/sh"s,
+                                    "alice:x:7:8::/:/bin\0/sh"s}) {
+        const std::string path = directory.write("/passwd", text + "\n");
+        const auto found = line(text + "\n").find("alice");
+        EXPECT_EQ(fieldsOf(found), fieldsOf(readByCLibrary(path))) << text;
+    }
 }
 
 }  // namespace
