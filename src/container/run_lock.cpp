@@ -59,8 +59,9 @@ int tryLock(const FileDescriptor& file, const Request& request, int command) {
     return ::fcntl(file.get(), command, &lock) == 0 ? 0 : errno;
 }
 
-bool isHeldByAnother(int error) {
-    return error == EAGAIN || error == EACCES;
+/// True when another process has the lock, or a signal came first.
+bool isWorthTryingAgain(int error) {
+    return error == EAGAIN || error == EACCES || error == EINTR;
 }
 
 /// Prints each text only once per run: stop waits twice, before and after it has ended processes.
@@ -77,8 +78,7 @@ void sayOnce(const std::string& waiting) {
 /// printed. Returns 0, or errno; ETIMEDOUT when the time is over.
 int waitForLock(const FileDescriptor& file, const Request& request) {
     const Clock::time_point begin = Clock::now();
-    int error = tryLock(file, request, F_OFD_SETLK);
-    while (isHeldByAnother(error) || error == EINTR) {
+    for (;;) {
         const auto waited = Clock::now() - begin;
         if (request.atMost && waited >= *request.atMost) {
             return ETIMEDOUT;
@@ -91,9 +91,17 @@ int waitForLock(const FileDescriptor& file, const Request& request) {
         if (!blocked) {
             ::usleep(kLookInterval);
         }
-        error = tryLock(file, request, blocked ? F_OFD_SETLKW : F_OFD_SETLK);
+        const int error = tryLock(file, request, blocked ? F_OFD_SETLKW : F_OFD_SETLK);
+        if (!isWorthTryingAgain(error)) {
+            return error;
+        }
     }
-    return error;
+}
+
+/// Returns 0, or errno; ETIMEDOUT as above. Mostly the lock is free.
+int takeLock(const FileDescriptor& file, const Request& request) {
+    const int error = tryLock(file, request, F_OFD_SETLK);
+    return isWorthTryingAgain(error) ? waitForLock(file, request) : error;
 }
 
 /// A plain file in its place holds no namespaces either; start reports that in its own words.
@@ -103,7 +111,7 @@ bool meansNoRuntimeDirectory(int error) {
 
 FileDescriptor lock(const Request& request) {
     FileDescriptor file = openLockFile();
-    const int error = file.valid() ? waitForLock(file, request) : errno;
+    const int error = file.valid() ? takeLock(file, request) : errno;
     if (error == ETIMEDOUT || meansNoRuntimeDirectory(error)) {
         file.reset();
     } else if (error != 0) {
