@@ -6,7 +6,6 @@ import os
 import pathlib
 import statistics
 import subprocess
-import sys
 import time
 
 from frame import slices
@@ -184,44 +183,43 @@ def exec_rows(bench):
     accounts = bench.make_accounts(2)
     bench.run([bench.kivctl, "start", accounts[0].name])
     commands = exec_commands(bench, accounts[0])
+    least = "the floor, with kivctl's libraries, locale and empty bounding set"
     rows = []
     for language in ("C", "C.UTF-8"):
         bench.environment["LANG"] = language
         taken = bench.interleaved(commands, bench.rounds(100), before=lambda name: bench.run(commands["floor"]))
         rows.append(row(f"exec just after another, LANG={language}", bench.ratio(taken, "kivctl exec", "floor"), 1.3,
                         "× floor"))
-        rows.append(limit("the floor, with kivctl's libraries and locale",
-                          bench.ratio(taken, "loaded floor", "floor"), "× floor"))
+        rows.append(limit(least, bench.ratio(taken, "loaded floor", "floor"), "× floor"))
         rows += [row(f"the same, over {peer}", bench.ratio(taken, "kivctl exec", peer), 1, "×")
                  for peer in ("sh, nsenter, setpriv", "nsenter -S -G")]
-        rows.append(limit("the floor, with kivctl's libraries and locale",
-                          bench.ratio(taken, "loaded floor", "nsenter -S -G"), "×"))
+        rows.append(limit(least, bench.ratio(taken, "loaded floor", "nsenter -S -G"), "×"))
     rows.append(row("kiv-run of a command, over exec", bench.ratio(taken, "kiv-run true", "kivctl exec"), 1.1, "×"))
-    return rows + while_starting(bench, commands["kivctl exec"])
+    return rows + while_starting(bench, {name: commands[name] for name in ("kivctl exec", "floor")})
 
 
-def while_starting(bench, command):
-    """exec of the first account while the others are started, without a priority: each is to have its turn."""
+def while_starting(bench, commands):
+    """exec and its floor for the first account while the others are started, without a priority: each is to have its
+    turn."""
     bench.end_priority()
     one_processor = use_all_processors()
     pause = lambda _name: time.sleep(entering.PAUSE)  # noqa: E731
-    alone = statistics.median(bench.interleaved({"exec": command}, bench.rounds(30), before=pause)["exec"])
-    with subprocess.Popen([sys.executable, "-c", "while True: pass"]) as loop:
-        beside_loop = statistics.median(bench.interleaved({"exec": command}, bench.rounds(30), before=pause)["exec"])
-        loop.kill()
-    bench.make_accounts(6 if bench.quick else 40)
+    alone = bench.medians(bench.interleaved(commands, bench.rounds(30), before=pause))
+    bench.make_accounts(6 if bench.quick else 80)
     PASSWORDS.write_text(PASSWORDS.read_text().replace(":/bin/bash\n", f":{entering.SHELL}\n"))
-    beside = []
+    beside = {name: [] for name in commands}
     with subprocess.Popen([bench.kivctl, "start", "-a"], env=bench.environment, stdout=subprocess.DEVNULL,
                           stderr=subprocess.DEVNULL) as start:
         while start.poll() is None:
-            time.sleep(entering.PAUSE)
-            beside.append(bench.run(command))
+            for name, command in commands.items():
+                pause(name)
+                beside[name].append(bench.run(command))
     bench.take_priority()
     os.sched_setaffinity(0, one_processor)
     bench.run([bench.kivctl, "stop", "-a"])
-    return [row("exec while start -a works, over exec alone", statistics.median(beside) / alone, 1, "×"),
-            limit("exec beside a loop that computes", beside_loop / alone, "×")]
+    slower = {name: milliseconds / alone[name] for name, milliseconds in bench.medians(beside).items()}
+    return [row("exec while start -a works, over exec alone", slower["kivctl exec"], 1, "×"),
+            limit("the floor while start -a works, over the floor alone", slower["floor"], "×")]
 
 
 def last_of_many(bench):
