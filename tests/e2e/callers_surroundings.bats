@@ -140,6 +140,24 @@ complete alice
 EOF
 }
 
+@test "exec reaches the shell although its message has no reader any more" {
+    in_host <<'EOF'
+account alice 100.64.0.4/30
+kivctl start alice >/dev/null
+usermod --home /home/nowhere alice # causes a message after the container was joined
+{
+    until [ -e /tmp/gone ]; do sleep 0.01; done
+    kivctl exec alice <<<"id -un" >/tmp/out
+    echo "$?" >/tmp/status
+} 2>&1 | {
+    exec <&-
+    touch /tmp/gone
+}
+same status 0 "$(cat /tmp/status)"
+same "the shell's output" alice "$(cat /tmp/out)"
+EOF
+}
+
 @test "a closed pipe ends host tools as usual" {
     in_host <<'EOF'
 account alice 100.64.0.4/30
