@@ -11,7 +11,7 @@ from frame.report import Table
 from . import exec as entering
 
 WORK = pathlib.Path("/tmp/bench-ssh")
-ROUNDS = 150  # the difference is small compared with the time of ssh itself
+ROUNDS = 200  # the difference is small compared with the time of ssh itself
 PAM = """auth required pam_permit.so
 account required {module}
 session required {module}
@@ -39,7 +39,7 @@ def serve(bench):
     while not (WORK / "pid").exists():  # written when it listens
         time.sleep(0.01)
     return ["ssh", "-F", "none", "-i", WORK / "key", "-o", "StrictHostKeyChecking=no", "-o", "UserKnownHostsFile=/dev/null",
-            "-o", "LogLevel=ERROR"]
+            "-o", "LogLevel=ERROR", "-o", "KexAlgorithms=curve25519-sha256"]  # the quickest: most of the time is this
 
 
 def measured(bench):
@@ -66,16 +66,18 @@ def measured(bench):
 
 
 def part_of_container(taken):
-    """How much longer an ssh into a container takes, in seconds."""
-    return statistics.median(into - without for into, without in zip(taken["ssh, into a container"],
-                                                                     taken["ssh, without a container"]))
+    """How much longer an ssh into a container takes, and the standard error of that, in seconds. A mean: the waits in it
+    are of whole ticks of the kernel's clock, and a median would jump from one tick to another."""
+    more = [into - without for into, without in zip(taken["ssh, into a container"], taken["ssh, without a container"])]
+    return statistics.mean(more), statistics.stdev(more) / len(more) ** 0.5
 
 
 def measure(bench):
     taken = measured(bench)
     if not taken:
         return []
-    rows = [[name, milliseconds] for name, milliseconds in bench.medians(taken).items()]
-    rows.append(["the container's part of ssh", part_of_container(taken) * 1e3])
+    rows = [[name, statistics.mean(seconds) * 1e3] for name, seconds in taken.items()]
+    part, error = part_of_container(taken)
+    rows += [["the container's part of ssh", part * 1e3], ["its standard error", error * 1e3]]
     return [Table("login", "A command by ssh", ["what", "ms"], rows,
-                  "Target: the container's part takes at most as long as exec.")]
+                  "Means. Target: the container's part takes at most as long as exec.")]
