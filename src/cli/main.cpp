@@ -53,7 +53,11 @@ int runCommand(int command) {
         return fail(EX_USAGE, ::gettext("only root may run this program"));
     }
     try {
-        Configuration::load(configFile());
+        if (command == Exec) {
+            Configuration::validate(configFile());  // the container library reads it for itself
+        } else {
+            Configuration::load(configFile());
+        }
     } catch (const std::runtime_error& error) {
         return fail(EX_USAGE, std::string(configFile()) + ": " + error.what());
     }

@@ -170,6 +170,10 @@ Configuration Configuration::read(const std::string& path, const ItemTaker& take
     return std::move(parser.result);
 }
 
+void Configuration::validate(const std::string& path) {
+    read(path, [](Section, const std::string&) {});
+}
+
 std::vector<std::string> Configuration::sections() {
     std::vector<std::string> words = {"allowlist", "filter"};
     for (const ListSection& section : kListSections) {

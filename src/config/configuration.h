@@ -46,6 +46,9 @@ struct Configuration {
     /// there, a refusal of `take` included.
     static Configuration read(const std::string& path, const ItemTaker& take = nullptr);
 
+    /// Throws what `read` throws, and keeps nothing.
+    static void validate(const std::string& path);
+
     /// The words that open a section.
     static std::vector<std::string> sections();
 

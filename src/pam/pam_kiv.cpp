@@ -95,7 +95,7 @@ std::optional<std::string> Login::account(int count, const char** words) {
     options = parseModuleOptions(count, words);
     const auto found = registeredAccount(user, options.registry);
     try {
-        Configuration::read(kDefaultConfigFile);
+        Configuration::validate(kDefaultConfigFile);
     } catch (const std::runtime_error& error) {
         throw std::runtime_error(std::string(kDefaultConfigFile) + ": " + error.what());
     }

@@ -524,4 +524,15 @@ TEST_F(ItemTaker, DoesNotChangeTheProcessesConfiguration) {
     EXPECT_EQ(configuration().hide, std::list<std::string>{"/kept"});
 }
 
+TEST_F(ConfigurationFile, IsOnlyValidatedOnRequest) {
+    ASSERT_EQ(load("hide\n /kept\n"), "");
+    const auto validate = [this](const std::string& content) {
+        const std::string path = directory.write("/other.conf", content);
+        return failureOf([&path] { Configuration::validate(path); });
+    };
+    EXPECT_EQ(validate("hide\n /a\nfilter\n /etc/x y\n"), "");
+    EXPECT_EQ(validate("hide\n /a\nunknown\n /b\n"), "line 4: not parsing a list");
+    EXPECT_EQ(configuration().hide, std::list<std::string>{"/kept"});
+}
+
 }  // namespace
