@@ -99,11 +99,14 @@ std::optional<uid_t> numberIn(std::string_view line) {
     const std::size_t password = line.find(':');
     const std::size_t number =
         password == std::string_view::npos ? password : line.find(':', password + 1);
+    uid_t uid = 0;
     if (number == std::string_view::npos) {
-        return 0;
+        return uid;
     }
-    line.remove_prefix(number + 1);
-    return takeNumber(line);
+    const char* const end = line.data() + line.size();
+    const auto [after, error] = std::from_chars(line.data() + number + 1, end, uid);
+    return error == std::errc{} && after != end && *after == ':' ? std::optional(uid)
+                                                                 : std::nullopt;
 }
 
 /// What the C library makes of the line, which it reads itself only where it must: the pages of its
