@@ -334,6 +334,11 @@ TEST_F(OnePasswordLine, SkipsInvalidLines) {
     EXPECT_TRUE(alice.findNumber(7U));
 }
 
+// the C library takes such a line for a comment
+TEST_F(OnePasswordLine, IsNotThatOfANameWhichBeginsAComment) {
+    EXPECT_FALSE(line("#alice:x:7:8::/home/alice:/bin/sh\n").find("#alice"));
+}
+
 using Fields = std::tuple<std::string, uid_t, gid_t, std::string, std::string>;
 
 std::optional<Fields> fieldsOf(const std::optional<PasswordEntry>& entry) {
