@@ -3,45 +3,11 @@
 // the bounding set, unless it is built with EMPTIES_BOUNDING_SET.
 //   exec CGROUP USER FILTERS UID GID HOME SHELL
 #include <grp.h>
-#include <linux/filter.h>
-#include <linux/seccomp.h>
-#include <sched.h>
 #include <sys/prctl.h>
-#include <sys/syscall.h>
 
-#include <array>
-
-#include "floor.h"
+#include "entering.h"
 
 namespace {
-
-constexpr std::array<const char*, 3> kKinds = {"net", "ipc", "mnt"};
-constexpr std::size_t kMostInstructions = 2 * 4096;  // BPF_MAXINSNS of a filter
-
-void enterCgroup(const std::string& cgroup) {
-    const int file = ::open((cgroup + "/cgroup.procs").c_str(), O_WRONLY | O_CLOEXEC);
-    must(::write(file, "0", 1) == 1, "cgroup.procs");
-    ::close(file);
-}
-
-void enterNamespaces(const std::string& prefix) {
-    std::array<int, kKinds.size()> files{};
-    for (std::size_t i = 0; i < kKinds.size(); ++i) {
-        files[i] = ::open((prefix + kKinds[i]).c_str(), O_RDONLY | O_CLOEXEC);
-    }
-    for (const int file : files) {
-        must(::setns(file, 0) == 0, "setns");
-    }
-}
-
-/// Reads the filters that save_filter.cpp has written.
-void installFilters(sock_filter* next, const sock_filter* end) {
-    while (next < end) {
-        const sock_fprog program{static_cast<unsigned short>(next->k), next + 1};
-        must(::syscall(SYS_seccomp, SECCOMP_SET_MODE_FILTER, 0, &program) == 0, "seccomp");
-        next += 1 + program.len;
-    }
-}
 
 /// Until the kernel knows no further capability.
 [[maybe_unused]] void emptyBoundingSet() {
@@ -54,14 +20,11 @@ void installFilters(sock_filter* next, const sock_filter* end) {
 
 int main(int argc, char** argv) {
     must(argc == 8, "usage: exec CGROUP USER FILTERS UID GID HOME SHELL");
-    static std::array<sock_filter, kMostInstructions> filters;
-    const int file = ::open(argv[3], O_RDONLY | O_CLOEXEC);
-    const ssize_t size = ::read(file, filters.data(), sizeof(filters));
-    must(size > 0, argv[3]);
+    static Filters filters;
+    filters.read(argv[3]);
     enterCgroup(argv[1]);
-    enterNamespaces(std::string("/run/kiv/") + argv[2] + "@");
-    installFilters(filters.data(),
-                   filters.data() + static_cast<std::size_t>(size) / sizeof(sock_filter));
+    enterNamespaces(argv[2]);
+    filters.install();
 #ifdef EMPTIES_BOUNDING_SET
     emptyBoundingSet();
 #endif

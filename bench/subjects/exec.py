@@ -25,6 +25,10 @@ def save_filter(bench, account):
     shell.communicate()
 
 
+def cgroup(account):
+    return f"/sys/fs/cgroup/user.slice/user-{account.uid}.slice/kiv"
+
+
 def namespaces(account):
     return [f"--{option}=/run/kiv/{account.name}@{kind}"
             for option, kind in (("net", "net"), ("ipc", "ipc"), ("mount", "mnt"))]
@@ -116,13 +120,13 @@ def measure(bench):
     bench.run([bench.kivctl, "start", account.name])
     save_filter(bench, account)
     PASSWORDS.write_text(PASSWORDS.read_text().replace(":/bin/bash\n", f":{SHELL}\n"))
-    cgroup = f"/sys/fs/cgroup/user.slice/user-{account.uid}.slice/kiv"
+    joined = cgroup(account)
     commands = {
         "kivctl exec": [bench.kivctl, "exec", account.name],
         "kiv-run true": [bench.kiv_run, account.name, "true"],
-        "floor": [bench.floor("exec"), cgroup, account.name, FILTER, account.uid, account.uid, account.home, SHELL],
-        "sh, nsenter, setpriv": with_cgroup(cgroup, nsenter(account)),
-        "sh, nsenter -S -G": with_cgroup(cgroup, nsenter_user(account)),
+        "floor": [bench.floor("exec"), joined, account.name, FILTER, account.uid, account.uid, account.home, SHELL],
+        "sh, nsenter, setpriv": with_cgroup(joined, nsenter(account)),
+        "sh, nsenter -S -G": with_cgroup(joined, nsenter_user(account)),
         "nsenter, setpriv": nsenter(account),
         "nsenter -S -G": nsenter_user(account),
         "ip netns exec, setpriv": enter_through_ip(bench, account),
