@@ -5,9 +5,11 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <cstdlib>
 #include <string_view>
 
-#include "util/output.h"
+#include "companions/whole_output.h"
+#include "util/program.h"
 #include "util/string_util.h"
 #include "util/text_width.h"
 #include "util/translatable.h"
@@ -121,14 +123,13 @@ ParsedLine parseCommandLine(int argc, char** argv, const std::vector<CommandOpti
     return line;
 }
 
-void printHelp(const HelpText& help, const std::vector<CommandOption>& options) {
+std::string helpText(const HelpText& help, const std::vector<CommandOption>& options) {
     constexpr std::size_t kUsualWidth = 22;
     constexpr std::size_t kGap = 2;
-    print(std::string(::gettext("Usage:")) + " " + help.program + " [" + ::gettext("options") +
-          "]" + (help.operands == nullptr ? "" : " " + std::string(::gettext(help.operands))) +
-          "\n\n");
-    print(std::string(::gettext(help.purpose)) + "\n\n");
-    print(std::string(::gettext("Options:")) + "\n");
+    std::string text =
+        std::string(::gettext("Usage:")) + " " + help.program + " [" + ::gettext("options") + "]" +
+        (help.operands == nullptr ? "" : " " + std::string(::gettext(help.operands))) + "\n\n" +
+        ::gettext(help.purpose) + "\n\n" + ::gettext("Options:") + "\n";
     Action unused = Action::Work;
     const std::vector<CommandOption> all = withCommonOptions(options, unused);
     std::size_t width = kUsualWidth;
@@ -137,9 +138,15 @@ void printHelp(const HelpText& help, const std::vector<CommandOption>& options) 
     }
     for (const CommandOption& known : all) {
         const std::string forms = formsOf(known);
-        print("  " + forms + std::string(width - textWidth(forms), ' ') +
-              ::gettext(known.description) + "\n");
+        text += "  " + forms + std::string(width - textWidth(forms), ' ') +
+                ::gettext(known.description) + "\n";
     }
+    return text;
+}
+
+int answer(Action action, const std::string& help) {
+    printWhole(action == Action::Help ? help : std::string(kVersionLine) + "\n");
+    return EXIT_SUCCESS;
 }
 
 std::runtime_error usageError(const char* message, const std::string& detail) {

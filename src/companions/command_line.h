@@ -43,8 +43,12 @@ struct HelpText {
     const char* purpose;   ///< a text of the catalogue
 };
 
-/// Writes the help text to standard output.
-void printHelp(const HelpText& help, const std::vector<CommandOption>& options);
+/// The text for `--help`, in the caller's language.
+std::string helpText(const HelpText& help, const std::vector<CommandOption>& options);
+
+/// Writes the help text or the version, whichever the action asks for, to standard output. Returns
+/// EXIT_SUCCESS. Throws std::runtime_error when it cannot write all of it.
+int answer(Action action, const std::string& help);
 
 /// The exception for an error in the command line. `message` is a text of the catalogue; `detail`
 /// replaces "%s" in its translation.

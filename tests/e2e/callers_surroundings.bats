@@ -120,6 +120,20 @@ complete alice
 EOF
 }
 
+@test "a program beside kivctl fails when its help or version cannot be written" {
+    in_host <<'EOF'
+for failure in "2 kiv-check" "71 kiv-list" "71 kiv-refresh" "125 kiv-run"; do
+    read -r wanted program <<<"$failure"
+    for option in --help --version; do
+        capture sh -c "$program $option >/dev/full"
+        same "status of $program $option" "$wanted" "$status"
+        same "stderr of $program $option" \
+            "$program: cannot write to standard output: No space left on device" "$err"
+    done
+done
+EOF
+}
+
 @test "a start whose output has no reader any more is completed" {
     in_host <<'EOF'
 account alice 100.64.0.4/30

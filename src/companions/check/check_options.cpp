@@ -34,9 +34,10 @@ CheckRequest parseCheckOptions(int argc, char** argv) {
     return request;
 }
 
-void printCheckHelp() {
+std::string checkHelp() {
     CheckRequest unused;
-    printHelp({"kiv-check", nullptr,
-               translatable("Check the configuration, the registry and, with --host, the host.")},
-              optionsFor(unused));
+    return helpText(
+        {"kiv-check", nullptr,
+         translatable("Check the configuration, the registry and, with --host, the host.")},
+        optionsFor(unused));
 }

@@ -20,5 +20,5 @@ struct CheckRequest {
 /// May be called again with another vector.
 CheckRequest parseCheckOptions(int argc, char** argv);
 
-/// Writes the help text to standard output.
-void printCheckHelp();
+/// The text for `--help`, in the caller's language.
+std::string checkHelp();

@@ -14,11 +14,10 @@
 #include "companions/check/host_checks.h"
 #include "companions/check/host_networks.h"
 #include "companions/check/registry_checks.h"
-#include "companions/list/whole_output.h"
+#include "companions/whole_output.h"
 #include "config/account_registry.h"
 #include "util/daemon.h"
 #include "util/errors.h"
-#include "util/output.h"
 #include "util/program.h"
 #include "util/settings.h"
 
@@ -81,19 +80,6 @@ int check(const CheckRequest& request) {
     return found ? kFound : EXIT_SUCCESS;
 }
 
-int run(const CheckRequest& request) {
-    switch (request.action) {
-        case Action::Help:
-            printCheckHelp();
-            return EXIT_SUCCESS;
-        case Action::Version:
-            print(std::string(kVersionLine) + "\n");
-            return EXIT_SUCCESS;
-        default:
-            return check(request);
-    }
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -103,7 +89,9 @@ int main(int argc, char** argv) {
         // host tools get nothing else of the caller's environment
         Daemon::cleanEnv({"PATH", "TERM", "LANG", "TZ"});
         settings().programName = "kiv-check";
-        return run(parseCheckOptions(argc, argv));
+        const CheckRequest request = parseCheckOptions(argc, argv);
+        return request.action == Action::Work ? check(request)
+                                              : answer(request.action, checkHelp());
     } catch (const std::exception& error) {
         return fail(error.what());
     }

@@ -3,7 +3,6 @@
 #include <sysexits.h>
 #include <unistd.h>
 
-#include <cstdlib>
 #include <exception>
 #include <stdexcept>
 
@@ -11,10 +10,9 @@
 #include "companions/list/list_options.h"
 #include "companions/list/list_output.h"
 #include "companions/list/old_processes.h"
-#include "companions/list/whole_output.h"
+#include "companions/whole_output.h"
 #include "util/daemon.h"
 #include "util/errors.h"
-#include "util/output.h"
 #include "util/program.h"
 #include "util/settings.h"
 
@@ -40,19 +38,6 @@ int list(const ListRequest& request) {
     return found.status;
 }
 
-int run(const ListRequest& request) {
-    switch (request.action) {
-        case Action::Help:
-            printListHelp();
-            return EXIT_SUCCESS;
-        case Action::Version:
-            print(std::string(kVersionLine) + "\n");
-            return EXIT_SUCCESS;
-        default:
-            return list(request);
-    }
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -66,7 +51,7 @@ int main(int argc, char** argv) {
         return fail(EX_USAGE, error.what());
     }
     try {
-        return run(request);
+        return request.action == Action::Work ? list(request) : answer(request.action, listHelp());
     } catch (const std::exception& error) {
         return fail(EX_OSERR, error.what());
     }

@@ -22,9 +22,9 @@ ListRequest parseListOptions(int argc, char** argv) {
     return request;
 }
 
-void printListHelp() {
+std::string listHelp() {
     ListRequest unused;
-    printHelp({"kiv-list", translatable("[USER...]"),
-               translatable("List account containers and their state.")},
-              optionsFor(unused));
+    return helpText({"kiv-list", translatable("[USER...]"),
+                     translatable("List account containers and their state.")},
+                    optionsFor(unused));
 }

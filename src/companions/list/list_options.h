@@ -16,5 +16,5 @@ struct ListRequest {
 /// May be called again with another vector.
 ListRequest parseListOptions(int argc, char** argv);
 
-/// Writes the help text to standard output.
-void printListHelp();
+/// The text for `--help`, in the caller's language.
+std::string listHelp();

@@ -19,7 +19,6 @@
 #include "util/errors.h"
 #include "util/exception_tracer.h"
 #include "util/external_command.h"
-#include "util/output.h"
 #include "util/program.h"
 #include "util/settings.h"
 
@@ -76,25 +75,8 @@ int run(const RefreshRequest& request) {
     } catch (const std::runtime_error& error) {
         return fail(EX_USAGE, std::string(configFile()) + ": " + error.what());
     }
-    try {
-        refresh(request);
-    } catch (const std::runtime_error& error) {
-        return fail(EX_OSERR, error.what());
-    }
+    refresh(request);
     return EXIT_SUCCESS;
-}
-
-int runAction(const RefreshRequest& request) {
-    switch (request.action) {
-        case Action::Help:
-            printRefreshHelp();
-            return EXIT_SUCCESS;
-        case Action::Version:
-            print(std::string(kVersionLine) + "\n");
-            return EXIT_SUCCESS;
-        default:
-            return run(request);
-    }
 }
 
 }  // namespace
@@ -110,5 +92,10 @@ int main(int argc, char** argv) {
     } catch (const std::runtime_error& error) {
         return fail(EX_USAGE, error.what());
     }
-    return runAction(request);
+    try {
+        return request.action == Action::Work ? run(request)
+                                              : answer(request.action, refreshHelp());
+    } catch (const std::runtime_error& error) {
+        return fail(EX_OSERR, error.what());
+    }
 }

@@ -41,10 +41,10 @@ RefreshRequest parseRefreshOptions(int argc, char** argv) {
     return request;
 }
 
-void printRefreshHelp() {
+std::string refreshHelp() {
     RefreshRequest unused;
     bool all = false;
-    printHelp({"kiv-refresh", translatable("USER | -a"),
-               translatable("Give running containers a new view of the host.")},
-              optionsFor(unused, all));
+    return helpText({"kiv-refresh", translatable("USER | -a"),
+                     translatable("Give running containers a new view of the host.")},
+                    optionsFor(unused, all));
 }

@@ -1,6 +1,8 @@
 // The command line of kiv-refresh.
 #pragma once
 
+#include <string>
+
 #include "companions/command_line.h"
 #include "companions/refresh/refresh_containers.h"
 
@@ -17,5 +19,5 @@ struct RefreshRequest {
 /// vector.
 RefreshRequest parseRefreshOptions(int argc, char** argv);
 
-/// Writes the help text to standard output.
-void printRefreshHelp();
+/// The text for `--help`, in the caller's language.
+std::string refreshHelp();

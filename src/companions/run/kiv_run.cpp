@@ -23,7 +23,6 @@
 #include "container/start.h"
 #include "util/daemon.h"
 #include "util/errors.h"
-#include "util/output.h"
 #include "util/program.h"
 #include "util/settings.h"
 #include "util/string_util.h"
@@ -191,19 +190,6 @@ int enter(const RunRequest& request) {
     }
 }
 
-int runAction(const RunRequest& request) {
-    switch (request.action) {
-        case Action::Help:
-            printRunHelp();
-            return EXIT_SUCCESS;
-        case Action::Version:
-            print(std::string(kVersionLine) + "\n");
-            return EXIT_SUCCESS;
-        default:
-            return enter(request);
-    }
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -211,7 +197,8 @@ int main(int argc, char** argv) {
         Daemon::forgetCaller();
         speakCallersLanguage();
         settings().programName = "kiv-run";
-        return runAction(parseRunOptions(argc, argv));
+        const RunRequest request = parseRunOptions(argc, argv);
+        return request.action == Action::Work ? enter(request) : answer(request.action, runHelp());
     } catch (const std::exception& error) {
         return fail(error);
     }

@@ -86,9 +86,9 @@ RunRequest parseRunOptions(int argc, char** argv) {
     return request;
 }
 
-void printRunHelp() {
+std::string runHelp() {
     RunRequest unused;
-    printHelp({"kiv-run", translatable("USER [COMMAND [ARGUMENT]...]"),
-               translatable("Run a command, or the login shell, in the user's container.")},
-              optionsFor(unused));
+    return helpText({"kiv-run", translatable("USER [COMMAND [ARGUMENT]...]"),
+                     translatable("Run a command, or the login shell, in the user's container.")},
+                    optionsFor(unused));
 }

@@ -28,5 +28,5 @@ struct RunRequest {
 /// May be called again with another vector.
 RunRequest parseRunOptions(int argc, char** argv);
 
-/// Writes the help text to standard output.
-void printRunHelp();
+/// The text for `--help`, in the caller's language.
+std::string runHelp();

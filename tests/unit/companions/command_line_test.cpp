@@ -3,13 +3,11 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <initializer_list>
 #include <string>
 #include <vector>
 
-#include "../util/captured.h"
 #include "../util/failure_of.h"
 
 namespace {
@@ -94,9 +92,7 @@ TEST_F(CompanionCommandLine, NamesTheOptionWhoseValueIsMissing) {
 }
 
 TEST_F(CompanionCommandLine, IsShownInColumnsAsWideAsTheLongestOption) {
-    Captured output(STDOUT_FILENO);
-    printHelp({"program", "OPERAND", "Do nothing."}, options);
-    EXPECT_EQ(output.text(),
+    EXPECT_EQ(helpText({"program", "OPERAND", "Do nothing."}, options),
               "Usage: program [options] OPERAND\n"
               "\n"
               "Do nothing.\n"
@@ -110,9 +106,7 @@ TEST_F(CompanionCommandLine, IsShownInColumnsAsWideAsTheLongestOption) {
 }
 
 TEST_F(CompanionCommandLine, IsShownInTheUsualColumnsOtherwise) {
-    Captured output(STDOUT_FILENO);
-    printHelp({"program", nullptr, "Do nothing."}, {});
-    EXPECT_EQ(output.text(),
+    EXPECT_EQ(helpText({"program", nullptr, "Do nothing."}, {}),
               "Usage: program [options]\n"
               "\n"
               "Do nothing.\n"

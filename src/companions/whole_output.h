@@ -1,5 +1,4 @@
-// Output that programs read, of kiv-list and kiv-check: either all of it is written, or the program
-// fails.
+// What the programs beside kivctl print: either all of it is written, or the program fails.
 #pragma once
 
 #include <cstdio>
