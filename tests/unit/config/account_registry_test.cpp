@@ -95,14 +95,6 @@ TEST_F(Registry, AcceptsLinesOfAMegabyte) {
     EXPECT_EQ(read(name + " net=a\nbob\n"), (List{name + "=a", "bob="}));
 }
 
-TEST_F(Registry, IsStreamed) {
-    std::string content;
-    for (int i = 0; i < 1'000'000; ++i) {
-        content += "user" + std::to_string(i) + " net=a\n";
-    }
-    EXPECT_EQ(read(content, "user999999"), List{"user999999=a"});
-}
-
 TEST_F(Registry, ThatIsMissingIsAnError) {
     const std::string path = directory.at("/absent");
     std::list<AccountEntry> entries;
