@@ -95,6 +95,14 @@ TEST_F(Registry, AcceptsLinesOfAMegabyte) {
     EXPECT_EQ(read(name + " net=a\nbob\n"), (List{name + "=a", "bob="}));
 }
 
+TEST_F(Registry, HasTheLastOfManyAccounts) {
+    std::string content;
+    for (int i = 0; i < 100'000; ++i) {
+        content += "user" + std::to_string(i) + " net=a\n";
+    }
+    EXPECT_EQ(read(content, "user99999"), List{"user99999=a"});
+}
+
 TEST_F(Registry, ThatIsMissingIsAnError) {
     const std::string path = directory.at("/absent");
     std::list<AccountEntry> entries;
